@@ -1,0 +1,17 @@
+# What the system stands on. docs/dependencies.md gives the reason for each.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(GStreamer REQUIRED IMPORTED_TARGET gstreamer-1.0>=1.22 gstreamer-base-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
+pkg_check_modules(FFmpeg REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil)
+pkg_check_modules(Uuid REQUIRED IMPORTED_TARGET uuid)
+find_package(spdlog REQUIRED)
+find_package(fmt REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(CLI11 REQUIRED)
+
+# libyuv ships no pkg-config file in Debian 12.
+find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)
+find_library(LIBYUV_LIBRARY yuv REQUIRED)
+add_library(Libyuv INTERFACE)
+target_include_directories(Libyuv SYSTEM INTERFACE ${LIBYUV_INCLUDE_DIR})
+target_link_libraries(Libyuv INTERFACE ${LIBYUV_LIBRARY})

@@ -1,0 +1,22 @@
+# What every target of the tree is built with.
+add_library(TaviBuild INTERFACE)
+target_compile_options(TaviBuild INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+if(TAVI_WERROR)
+  target_compile_options(TaviBuild INTERFACE -Werror)
+endif()
+if(TAVI_UNIT)
+  target_compile_definitions(TaviBuild INTERFACE TAVI_UNIT=1)
+endif()
+if(TAVI_SANITIZE)
+  list(JOIN TAVI_SANITIZE "," taviSanitizeList)
+  target_compile_options(TaviBuild INTERFACE -fsanitize=${taviSanitizeList} -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  target_link_options(TaviBuild INTERFACE -fsanitize=${taviSanitizeList})
+endif()
+
+# A platform library: tavi_platform_library(<target> <output name> <sources...>). Headers are included as "<folder>/...".
+function(tavi_platform_library target output)
+  add_library(${target} ${ARGN})
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME ${output} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/Platform)
+  target_link_libraries(${target} PRIVATE TaviBuild)
+endfunction()

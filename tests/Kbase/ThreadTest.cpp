@@ -1,0 +1,107 @@
+// The thread class: ends by itself, by cancel, by abort, and starts again.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include "Kbase/Interfaces/IThread.h"
+
+namespace {
+
+using Kbase::Interfaces::IThread;
+using namespace std::chrono_literals;
+
+/// Counts what is called; `work` is its Run.
+class Worker : public IThread {
+ public:
+  explicit Worker(std::function<void(Worker&)> work) : IThread("WORKER"), m_work(std::move(work)) {}
+  ~Worker() override { Stop(); }
+  using IThread::IsCancelled;
+  using IThread::WaitForCancel;
+  using IThread::Wake;
+  std::atomic<int> before{0}, runs{0}, after{0}, stopping{0};
+
+ protected:
+  void RunBefore() override { ++before; }
+  void Run() override {
+    ++runs;
+    m_work(*this);
+  }
+  void RunAfter() override { ++after; }
+  void Stopping() override { ++stopping; }
+
+ private:
+  const std::function<void(Worker&)> m_work;
+};
+
+bool WaitUntil(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+TEST(Thread, RunsOnceWhenItCancelsItselfAndCanStartAgain) {
+  Worker worker([](Worker& self) { self.Cancel(); });
+  for (int round = 1; round <= 3; ++round) {
+    ASSERT_TRUE(worker.Start());
+    ASSERT_TRUE(WaitUntil([&] { return !worker.IsRunning(); }));
+    EXPECT_EQ(worker.runs, round);
+    EXPECT_EQ(worker.before, round);
+    EXPECT_EQ(worker.after, round);
+  }
+}
+
+TEST(Thread, ASecondStartWhileRunningIsRefused) {
+  Worker worker([](Worker& self) { self.WaitForCancel(10s); });
+  ASSERT_TRUE(worker.Start());
+  EXPECT_FALSE(worker.Start());
+  worker.Stop();
+  EXPECT_FALSE(worker.IsRunning());
+  EXPECT_EQ(worker.before, 1);
+}
+
+TEST(Thread, CancelEndsALongWaitAtOnceAndTellsTheSubclass) {
+  Worker worker([](Worker& self) { self.WaitForCancel(1h); });
+  ASSERT_TRUE(worker.Start());
+  ASSERT_TRUE(WaitUntil([&] { return worker.runs == 1; }));
+  EXPECT_TRUE(worker.Abort(10s));
+  EXPECT_EQ(worker.stopping, 1);
+  EXPECT_EQ(worker.after, 1);
+}
+
+TEST(Thread, WakeCutsAWaitShortWithoutCancelling) {
+  Worker worker([](Worker& self) { self.WaitForCancel(1h); });
+  ASSERT_TRUE(worker.Start());
+  ASSERT_TRUE(WaitUntil([&] { return worker.runs == 1; }));
+  worker.Wake();
+  ASSERT_TRUE(WaitUntil([&] { return worker.runs == 2; }));
+  EXPECT_FALSE(worker.IsCancelled());
+}
+
+TEST(Thread, AbortGivesUpOnAThreadThatDoesNotListen) {
+  std::atomic<bool> release{false};
+  Worker worker([&](Worker&) {
+    while (!release) std::this_thread::yield();
+  });
+  ASSERT_TRUE(worker.Start());
+  ASSERT_TRUE(WaitUntil([&] { return worker.runs == 1; }));
+  EXPECT_FALSE(worker.Abort(30ms));
+  EXPECT_TRUE(worker.IsRunning());
+  release = true;
+  EXPECT_TRUE(worker.Abort(10s));
+}
+
+TEST(Thread, AnExceptionInItsBodyEndsTheThreadOnly) {
+  Worker worker([](Worker&) { throw std::runtime_error("disk on fire"); });
+  ASSERT_TRUE(worker.Start());
+  ASSERT_TRUE(WaitUntil([&] { return !worker.IsRunning(); }));
+  EXPECT_EQ(worker.after, 0);
+}
+
+}  // namespace
