@@ -1,0 +1,94 @@
+// One file: its size, removing and copying it, and writing records to a stream.
+#include "Ksystem/FileUtils/Kfile.h"
+
+#include <fcntl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "Ksystem/FileUtils/Failure.h"
+#include "Ksystem/FileUtils/Kdir.h"
+#include "Ksystem/FileUtils/UniqueFd.h"
+
+namespace Ksystem::FileUtils {
+namespace {
+
+constexpr std::size_t CopyBlock = std::size_t{1} << 20;
+constexpr const char* AsideSuffix = ".part";
+
+/// Copies what `from` has, within the kernel. False, with errno set, on failure.
+bool SendAll(int from, int to) {
+  while (true) {
+    const ssize_t sent = ::sendfile(to, from, nullptr, CopyBlock);
+    if (sent == 0) return true;
+    if (sent < 0 && errno != EINTR) return false;
+  }
+}
+
+std::string ParentOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
+
+Kfile::Kfile(std::string path, bool quiet) : m_path(std::move(path)), m_quiet(quiet) {}
+
+bool Kfile::Stat() {
+  struct stat attributes {};
+  if (::stat(m_path.c_str(), &attributes) != 0) {
+    if (!m_quiet || errno != ENOENT) LogFailure("look at", m_path);
+    return false;
+  }
+  m_size = static_cast<std::uint64_t>(attributes.st_size);
+  return true;
+}
+
+bool Kfile::Remove() {
+  if (::unlink(m_path.c_str()) == 0 || errno == ENOENT) return true;
+  LogFailure("remove", m_path);
+  return false;
+}
+
+bool Kfile::CopyContent(const std::string& aside) {
+  const UniqueFd from = UniqueFd::Open(m_path, O_RDONLY);
+  if (!from.IsValid()) {
+    LogFailure("open", m_path);
+    return false;
+  }
+  UniqueFd to = UniqueFd::Open(aside, O_WRONLY | O_CREAT | O_TRUNC);
+  if (to.IsValid() && SendAll(from.Get(), to.Get()) && ::fsync(to.Get()) == 0 && to.Close()) return true;
+  LogFailure("copy " + m_path + " to", aside);
+  return false;
+}
+
+bool Kfile::CopyTo(const std::string& dest, bool keepExisting) {
+  if (keepExisting && ::access(dest.c_str(), F_OK) == 0) return false;
+  const std::string aside = dest + AsideSuffix;
+  if (CopyContent(aside)) {
+    if (::rename(aside.c_str(), dest.c_str()) == 0) return Kdir::Sync(ParentOf(dest));
+    LogFailure("rename " + aside + " to", dest);
+  }
+  ::unlink(aside.c_str());
+  return false;
+}
+
+bool Kfile::Write(const void* data, std::size_t size, FILE* file) {
+  return file != nullptr && std::fwrite(data, 1, size, file) == size;
+}
+
+bool Kfile::WriteInt(std::int32_t value, FILE* file) {
+  const auto bits = static_cast<std::uint32_t>(value);
+  std::array<unsigned char, sizeof(bits)> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(bits >> (8 * i));
+  return Write(bytes.data(), bytes.size(), file);
+}
+
+bool Kfile::WriteString(const std::string& text, FILE* file) { return Write(text.data(), text.size(), file); }
+
+}  // namespace Ksystem::FileUtils

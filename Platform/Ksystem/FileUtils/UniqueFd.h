@@ -1,0 +1,33 @@
+// The owner of one file descriptor.
+#pragma once
+
+#include <string>
+#include <utility>
+
+namespace Ksystem::FileUtils {
+
+/// Move-only; closes at destruction. Thread-bound.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : m_fd(fd) {}
+  ~UniqueFd() { Close(); }
+  UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept;
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+
+  /// Opens close-on-exec; invalid, with errno set, when that fails.
+  static UniqueFd Open(const std::string& path, int flags, unsigned int mode = 0644);
+
+  [[nodiscard]] bool IsValid() const { return m_fd >= 0; }
+  [[nodiscard]] int Get() const { return m_fd; }
+  /// False, with errno set, when the system reports an error that writing had held back. Never retried: the descriptor
+  /// is gone either way (close(2), Linux).
+  bool Close();
+
+ private:
+  int m_fd = -1;
+};
+
+}  // namespace Ksystem::FileUtils
