@@ -1,0 +1,93 @@
+// Muxes an H.264 stream, with or without MP3 sound, into an MP4 file.
+#include "KMedia/FFMpeg/FFMpeg.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "KMedia/FFMpeg/MappedFile.h"
+#include "KMedia/FFMpeg/Mp4Writer.h"
+#include "KMedia/H264/TailCheck.h"
+#include "Kbase/Klog/Logger.h"
+#include "Ksystem/FileUtils/UniqueFd.h"
+
+namespace KMedia {
+namespace {
+
+constexpr const char* Tag = "Kmedia";
+constexpr const char* AsideSuffix = ".part";
+
+bool Fail(const std::string& message) {
+  Kbase::Klog::Logger::GetInstance().Error(Tag, message);
+  return false;
+}
+
+bool FailWithErrno(const std::string& message) { return Fail(message + ": " + std::strerror(errno)); }
+
+/// Leaves out what a cut has made unusable at the end of the stream.
+void DropDamagedTail(H264::AccessUnits& video, const std::string& path) {
+  std::size_t dropped = video.trailingBytes;
+  if (!video.units.empty() && !H264::IsLastUnitWhole(video)) {
+    dropped += video.units.back().bytes.size();
+    video.units.pop_back();
+  }
+  if (dropped == 0) return;
+  Kbase::Klog::Logger::GetInstance().Warning(
+      Tag, path + " ends within a frame: its last " + std::to_string(dropped) + " bytes are left out");
+}
+
+bool SyncToDisk(const std::string& path) {
+  auto file = Ksystem::FileUtils::UniqueFd::Open(path, O_RDONLY);
+  return file.IsValid() && ::fsync(file.Get()) == 0 && file.Close();
+}
+
+/// Writes the MP4 aside and gives it its name once it is whole.
+bool WriteWhole(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio) {
+  const std::string aside = path + AsideSuffix;
+  Mp4Writer writer;
+  if (!writer.Write(aside, video, rate, audio)) {
+    ::unlink(aside.c_str());
+    return Fail("cannot mux into " + path + ": " + writer.GetError());
+  }
+  if (SyncToDisk(aside) && std::rename(aside.c_str(), path.c_str()) == 0) return true;
+  const int reason = errno;
+  ::unlink(aside.c_str());
+  errno = reason;
+  return FailWithErrno("cannot finish " + path);
+}
+
+}  // namespace
+
+bool FFMpeg::SetPath(Path& field, const std::string& path) {
+  if (path.size() >= PathSize) return Fail("the path " + path + " is longer than " + std::to_string(PathSize - 1));
+  std::memcpy(field, path.c_str(), path.size() + 1);
+  return true;
+}
+
+bool FFMpeg::MuxVideoAndAudio() { return Mux(true); }
+
+bool FFMpeg::RemuxVideoFile() { return Mux(false); }
+
+bool FFMpeg::Mux(bool withAudio) {
+  const FrameRate rate = FrameRate::FromFps(m_config.fps);
+  if (rate.numerator == 0) return Fail(std::string(m_config.video) + ": " + std::to_string(m_config.fps) + " is no frame rate");
+  MappedFile videoFile;
+  if (!videoFile.Map(m_config.video)) return FailWithErrno(std::string("cannot read ") + m_config.video);
+  auto video = H264::SplitAccessUnits(videoFile.GetBytes());
+  DropDamagedTail(video, m_config.video);
+  if (video.units.empty()) return Fail(std::string(m_config.video) + " holds no frame that a decoder could start with");
+
+  MappedFile audioFile;
+  Mp3::Mp3Frames audio;
+  if (withAudio) {
+    if (!audioFile.Map(m_config.audio)) return FailWithErrno(std::string("cannot read ") + m_config.audio);
+    audio = Mp3::SplitMp3Frames(audioFile.GetBytes());
+    if (audio.frames.empty()) return Fail(std::string(m_config.audio) + " holds no MP3 frame");
+  }
+  return WriteWhole(m_config.output, video, rate, withAudio ? &audio : nullptr);
+}
+
+}  // namespace KMedia

@@ -1,0 +1,186 @@
+// Writes streams that are encoded already into an MP4 file.
+#include "KMedia/FFMpeg/Mp4Writer.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/opt.h>
+}
+
+#include <array>
+#include <cmath>
+#include <cstring>
+
+namespace KMedia {
+namespace {
+
+/// More than the index takes: per sample a size, a chunk offset, a chunk run, a duration run and a sync entry (ISO/IEC
+/// 14496-12, 8.6 and 8.7), and the boxes around them.
+constexpr std::size_t IndexBytesPerSample = 48;
+constexpr std::size_t IndexBytesFixed = 16384;
+
+struct PictureSize {
+  int width = 0;
+  int height = 0;
+};
+
+/// What the sequence parameter set says of the picture; zeros when it says nothing.
+PictureSize ReadPictureSize(const H264::AccessUnits& video) {
+  PictureSize size;
+  AVCodecParserContext* parser = av_parser_init(AV_CODEC_ID_H264);
+  AVCodecContext* context = avcodec_alloc_context3(nullptr);
+  if (parser != nullptr && context != nullptr && !video.units.empty()) {
+    parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+    std::vector<std::uint8_t> start = video.parameterSets;
+    const auto& first = video.units.front().bytes;
+    start.insert(start.end(), first.begin(), first.end());
+    const auto length = static_cast<int>(start.size());
+    start.resize(start.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+    std::uint8_t* out = nullptr;
+    int outSize = 0;
+    av_parser_parse2(parser, context, &out, &outSize, start.data(), length, AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+    size = {parser->width, parser->height};
+  }
+  if (parser != nullptr) av_parser_close(parser);
+  avcodec_free_context(&context);
+  return size;
+}
+
+bool SetExtraData(AVCodecParameters* parameters, const std::vector<std::uint8_t>& data) {
+  auto* copy = static_cast<std::uint8_t*>(av_mallocz(data.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (copy == nullptr) return false;
+  std::memcpy(copy, data.data(), data.size());
+  parameters->extradata = copy;
+  parameters->extradata_size = static_cast<int>(data.size());
+  return true;
+}
+
+}  // namespace
+
+FrameRate FrameRate::FromFps(float fps) {
+  constexpr double Exact = 1e-3;
+  const double rate = fps;
+  if (!std::isfinite(rate) || rate <= 0.0 || rate > 100000.0) return {};
+  const double whole = std::round(rate);
+  if (std::abs(rate - whole) < 1e-5 && whole > 0) return {static_cast<int>(whole), 1};
+  const double ntsc = std::round(rate * 1.001);
+  if (std::abs(ntsc * 1000.0 / 1001.0 - rate) < Exact) return {static_cast<int>(ntsc) * 1000, 1001};
+  const auto thousandths = static_cast<int>(std::lround(rate * 1000.0));
+  return thousandths > 0 ? FrameRate{thousandths, 1000} : FrameRate{};
+}
+
+Mp4Writer::~Mp4Writer() {
+  av_packet_free(&m_packet);
+  if (m_context == nullptr) return;
+  avio_closep(&m_context->pb);
+  avformat_free_context(m_context);
+}
+
+bool Mp4Writer::Fail(const std::string& action, int error) {
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(error, text.data(), text.size());
+  m_error = action + ": " + text.data();
+  return false;
+}
+
+bool Mp4Writer::Write(const std::string& path, const H264::AccessUnits& video, FrameRate rate,
+                      const Mp3::Mp3Frames* audio) {
+  const std::size_t samples = video.units.size() + (audio != nullptr ? audio->frames.size() : 0);
+  return Open(path) && AddVideo(video, rate) && (audio == nullptr || AddAudio(*audio)) && WriteHeader(samples) &&
+         WriteSamples(video, rate, audio) && Close();
+}
+
+bool Mp4Writer::Open(const std::string& path) {
+  // The prefix keeps a colon in the path from being taken for a protocol.
+  const std::string url = "file:" + path;
+  m_packet = av_packet_alloc();
+  if (const int error = avformat_alloc_output_context2(&m_context, nullptr, "mp4", url.c_str()); error < 0) {
+    return Fail("prepare", error);
+  }
+  const int error = avio_open(&m_context->pb, url.c_str(), AVIO_FLAG_WRITE);
+  return error >= 0 && m_packet != nullptr ? true : Fail("create", error);
+}
+
+bool Mp4Writer::AddVideo(const H264::AccessUnits& video, FrameRate rate) {
+  const PictureSize size = ReadPictureSize(video);
+  m_video = avformat_new_stream(m_context, nullptr);
+  if (m_video == nullptr || !SetExtraData(m_video->codecpar, video.parameterSets)) return Fail("prepare", AVERROR(ENOMEM));
+  m_video->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+  m_video->codecpar->codec_id = AV_CODEC_ID_H264;
+  m_video->codecpar->width = size.width;
+  m_video->codecpar->height = size.height;
+  m_video->time_base = {rate.denominator, rate.numerator};
+  m_video->avg_frame_rate = {rate.numerator, rate.denominator};
+  return true;
+}
+
+bool Mp4Writer::AddAudio(const Mp3::Mp3Frames& audio) {
+  m_audio = avformat_new_stream(m_context, nullptr);
+  if (m_audio == nullptr) return Fail("prepare", AVERROR(ENOMEM));
+  m_audio->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+  m_audio->codecpar->codec_id = AV_CODEC_ID_MP3;
+  m_audio->codecpar->sample_rate = audio.sampleRate;
+  m_audio->codecpar->bit_rate = audio.bitRate;
+  m_audio->codecpar->frame_size = audio.samplesPerFrame;
+  av_channel_layout_default(&m_audio->codecpar->ch_layout, audio.channels);
+  m_audio->time_base = {1, audio.sampleRate};
+  return true;
+}
+
+bool Mp4Writer::WriteHeader(std::size_t samples) {
+  AVDictionary* options = nullptr;
+  av_dict_set_int(&options, "moov_size", static_cast<std::int64_t>(IndexBytesFixed + samples * IndexBytesPerSample), 0);
+  const int error = avformat_write_header(m_context, &options);
+  av_dict_free(&options);
+  return error >= 0 ? true : Fail("write the header", error);
+}
+
+bool Mp4Writer::WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio) {
+  const auto videoCount = static_cast<std::int64_t>(video.units.size());
+  const auto audioCount = audio != nullptr ? static_cast<std::int64_t>(audio->frames.size()) : 0;
+  std::int64_t nextVideo = 0;
+  std::int64_t nextAudio = 0;
+  while (nextVideo < videoCount || nextAudio < audioCount) {
+    // In order of time, so that a player reads the file from front to back.
+    const bool videoFirst =
+        nextAudio == audioCount ||
+        (nextVideo < videoCount && nextVideo * rate.denominator * audio->sampleRate <=
+                                       nextAudio * audio->samplesPerFrame * rate.numerator);
+    if (videoFirst) {
+      const auto& unit = video.units[static_cast<std::size_t>(nextVideo)];
+      if (!WriteSample(m_video, unit.bytes, nextVideo++, rate.denominator, rate.numerator, unit.isIdr)) return false;
+    } else {
+      const auto& frame = audio->frames[static_cast<std::size_t>(nextAudio)];
+      if (!WriteSample(m_audio, frame, nextAudio++, audio->samplesPerFrame, audio->sampleRate, true)) return false;
+    }
+  }
+  return true;
+}
+
+/// Sample `number` of a stream whose samples last `unit` / `perSecond` seconds each.
+bool Mp4Writer::WriteSample(AVStream* stream, std::span<const std::uint8_t> bytes, std::int64_t number, int unit,
+                            int perSecond, bool key) {
+  const AVRational interval{unit, perSecond};
+  // libavformat does not write into a packet's data; it only has no const for it.
+  m_packet->data = const_cast<std::uint8_t*>(bytes.data());
+  m_packet->size = static_cast<int>(bytes.size());
+  m_packet->stream_index = stream->index;
+  m_packet->flags = key ? AV_PKT_FLAG_KEY : 0;
+  m_packet->pts = av_rescale_q(number, interval, stream->time_base);
+  m_packet->dts = m_packet->pts;
+  m_packet->duration = av_rescale_q(number + 1, interval, stream->time_base) - m_packet->pts;
+  const int error = av_write_frame(m_context, m_packet);
+  m_packet->data = nullptr;
+  m_packet->size = 0;
+  return error >= 0 ? true : Fail("write", error);
+}
+
+bool Mp4Writer::Close() {
+  int error = av_write_trailer(m_context);
+  if (error >= 0) error = m_context->pb->error;
+  const int closeError = avio_closep(&m_context->pb);
+  if (error >= 0) error = closeError;
+  return error >= 0 ? true : Fail("write", error);
+}
+
+}  // namespace KMedia

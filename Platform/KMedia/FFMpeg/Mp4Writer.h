@@ -1,0 +1,59 @@
+// Writes streams that are encoded already into an MP4 file.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "KMedia/H264/AnnexB.h"
+#include "KMedia/Mp3/Mp3Frames.h"
+
+struct AVFormatContext;
+struct AVPacket;
+struct AVStream;
+
+namespace KMedia {
+
+/// A frame rate as a fraction.
+struct FrameRate {
+  int numerator = 0;
+  int denominator = 1;
+
+  /// The fraction that `fps` stands for: whole numbers and the NTSC family (n * 1000 / 1001) exactly, others to 1/1000.
+  /// The numerator is 0 for what is no rate.
+  static FrameRate FromFps(float fps);
+};
+
+/// One MP4: H.264 video with its parameter sets in the header and, when there is any, MP3 sound. Time stamps start at 0
+/// and every frame lasts exactly one frame interval. The index stands before the data, in room reserved for it, so that
+/// nothing is moved or read back. Samples go from their memory to the file without a copy. Thread-bound.
+class Mp4Writer {
+ public:
+  Mp4Writer() = default;
+  ~Mp4Writer();
+  Mp4Writer(const Mp4Writer&) = delete;
+  Mp4Writer& operator=(const Mp4Writer&) = delete;
+
+  /// Writes the whole file. False when anything failed; GetError tells what. The file is then incomplete.
+  bool Write(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio);
+  [[nodiscard]] const std::string& GetError() const { return m_error; }
+
+ private:
+  bool Open(const std::string& path);
+  bool AddVideo(const H264::AccessUnits& video, FrameRate rate);
+  bool AddAudio(const Mp3::Mp3Frames& audio);
+  bool WriteHeader(std::size_t samples);
+  bool WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio);
+  bool WriteSample(AVStream* stream, std::span<const std::uint8_t> bytes, std::int64_t number, int unit, int perSecond,
+                   bool key);
+  bool Close();
+  bool Fail(const std::string& action, int error);
+
+  AVFormatContext* m_context = nullptr;
+  AVStream* m_video = nullptr;
+  AVStream* m_audio = nullptr;
+  AVPacket* m_packet = nullptr;
+  std::string m_error;
+};
+
+}  // namespace KMedia

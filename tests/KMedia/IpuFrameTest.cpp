@@ -1,0 +1,63 @@
+// Scaling a frame: the picture ends up where it belongs, and too small records are refused.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "KMedia/ImgUtils/IpuFrame.h"
+
+namespace {
+
+using namespace KMedia::ImgUtils;
+
+struct Picture {
+  Picture(int width, int height) : layout(width, height), bytes(layout.size, 128) {
+    record.data = bytes.data();
+    record.size = bytes.size();
+    record.width = static_cast<std::uint16_t>(width);
+    record.height = static_cast<std::uint16_t>(height);
+  }
+  std::uint8_t& Luma(int x, int y) { return bytes[static_cast<std::size_t>(y * layout.lumaStride + x)]; }
+  std::uint8_t& U(int x, int y) { return bytes[layout.uOffset + static_cast<std::size_t>(y * layout.chromaStride + x)]; }
+
+  I420Layout layout;
+  std::vector<std::uint8_t> bytes;
+  KframeBuffer record;
+};
+
+TEST(IpuFrame, ScalesEveryPlaneIntoTheTargetsOwnLayout) {
+  const struct {
+    int fromWidth, fromHeight, toWidth, toHeight;
+  } cases[] = {{1280, 720, 280, 160}, {640, 352, 1280, 720}, {321, 177, 99, 51}, {64, 64, 64, 64}};
+  for (const auto& c : cases) {
+    Picture from(c.fromWidth, c.fromHeight);
+    for (int y = 0; y < c.fromHeight; ++y) {
+      for (int x = 0; x < c.fromWidth; ++x) from.Luma(x, y) = x < c.fromWidth / 2 ? 20 : 220;
+    }
+    for (int y = 0; y < (c.fromHeight + 1) / 2; ++y) {
+      for (int x = 0; x < (c.fromWidth + 1) / 2; ++x) from.U(x, y) = y < c.fromHeight / 4 ? 60 : 200;
+    }
+    Picture to(c.toWidth, c.toHeight);
+    ASSERT_TRUE(IpuFrame(&from.record).RenderFrame(&to.record));
+    EXPECT_NEAR(to.Luma(c.toWidth / 4, c.toHeight / 2), 20, 2);
+    EXPECT_NEAR(to.Luma(c.toWidth * 3 / 4, c.toHeight / 2), 220, 2);
+    EXPECT_NEAR(to.U(c.toWidth / 4, c.toHeight / 8), 60, 2);
+    EXPECT_NEAR(to.U(c.toWidth / 4, c.toHeight * 3 / 8), 200, 2);
+  }
+}
+
+TEST(IpuFrame, RecordsThatAreTooSmallAreRefused) {
+  Picture from(64, 64);
+  Picture to(32, 32);
+  EXPECT_FALSE(IpuFrame(nullptr).RenderFrame(&to.record));
+  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(nullptr));
+  --to.record.size;
+  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
+  ++to.record.size;
+  to.record.height = 0;
+  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
+  to.record.height = 32;
+  from.record.width = 66;
+  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
+}
+
+}  // namespace
