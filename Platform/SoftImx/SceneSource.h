@@ -1,0 +1,27 @@
+// The live source behind a camera named "sim:NAME".
+#pragma once
+
+#include <gst/gst.h>
+
+#include <string>
+
+namespace SoftImx {
+
+struct SceneSettings {
+  /// Shown in the picture; decides its tint and skyline.
+  std::string name;
+  /// Frames a second as a fraction, both parts at least 1.
+  int rateNumerator = 30;
+  int rateDenominator = 1;
+  /// Buffers allocated at once, and how many frames the source may fall behind before it gives them up.
+  int queueSize = 4;
+};
+
+/// A new floating scene source. It is no element of the registry: only VideoSource makes one.
+///
+/// A live GstPushSrc whose base class waits on the pipeline's clock, so that a state change interrupts it at once. One
+/// streaming thread calls it. Frame k has the running time k * denominator / numerator seconds exactly; sources of one
+/// pipeline thus share a grid, whatever moment each was started at.
+[[nodiscard]] GstElement* NewSceneSource(const SceneSettings& settings);
+
+}  // namespace SoftImx

@@ -1,0 +1,254 @@
+// The element "imxvpuenc_h264": I420 to an H.264 byte stream with an exact grid of IDR frames.
+#include "SoftImx/VideoEncoder.h"
+
+#include <gst/gst.h>
+#include <gst/video/video.h>
+
+#include <mutex>
+
+#include "SoftImx/Handover.h"
+
+namespace SoftImx {
+namespace {
+
+/// One IDR frame in so many frames when neither interval is set.
+constexpr guint DefaultInterval = 30;
+
+struct EncoderSettings {
+  guint bitrateKbps = 2048;
+  guint idrInterval = 0;
+  guint gopSize = 0;
+};
+
+struct EncoderState {
+  std::mutex mutex;
+  EncoderSettings settings;
+  /// By how much x264enc moves time stamps forward, taken from its segment. Only the streaming thread uses it.
+  GstClockTime shift = 0;
+};
+
+struct VideoEncoder {
+  GstBin parent;
+  EncoderState* state;
+};
+
+struct VideoEncoderClass {
+  GstBinClass parent;
+};
+
+enum Property : guint { PropBitrate = 1, PropIdrInterval, PropGopSize };
+
+constexpr const char* ChildName = "codec";
+/// Without a profile x264enc takes the highest that downstream accepts, which is more than the unit's encoder writes.
+constexpr const char* OutputCaps =
+    "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au, "
+    "profile=(string){ main, constrained-baseline }";
+
+EncoderState& StateOf(gpointer instance) { return *LoadState(static_cast<VideoEncoder*>(instance)->state); }
+
+gpointer ParentClass() { return g_type_class_peek(GST_TYPE_BIN); }
+
+EncoderSettings Snapshot(gpointer instance) {
+  EncoderState& state = StateOf(instance);
+  const std::lock_guard lock(state.mutex);
+  return state.settings;
+}
+
+guint Interval(const EncoderSettings& settings) {
+  if (settings.idrInterval != 0) return settings.idrInterval;
+  return settings.gopSize != 0 ? settings.gopSize : DefaultInterval;
+}
+
+/// x264enc leaves room for negative decoding times by starting at 1000 hours. Its segment is moved by the same amount:
+/// the upstream's own segment takes its place, and the difference is taken off each buffer.
+GstEvent* RestoreSegment(GstPad* pad, GstEvent* event, GstClockTime& shift) {
+  GstElement* codec = gst_pad_get_parent_element(pad);
+  GstPad* sink = gst_element_get_static_pad(codec, "sink");
+  GstEvent* original = gst_pad_get_sticky_event(sink, GST_EVENT_SEGMENT, 0);
+  gst_object_unref(sink);
+  gst_object_unref(codec);
+  if (original == nullptr) return event;
+  const GstSegment* moved = nullptr;
+  const GstSegment* wanted = nullptr;
+  gst_event_parse_segment(event, &moved);
+  gst_event_parse_segment(original, &wanted);
+  shift = moved->start - wanted->start;
+  gst_event_unref(event);
+  return original;
+}
+
+/// No frame is reordered, so a frame is decoded when it is shown.
+SOFTIMX_FILLS_HEADER void RestoreTimes(GstBuffer* buffer, GstClockTime shift) {
+  if (GST_BUFFER_PTS_IS_VALID(buffer)) GST_BUFFER_PTS(buffer) -= shift;
+  GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
+}
+
+GstPadProbeReturn OnOutput(GstPad* pad, GstPadProbeInfo* info, gpointer self) noexcept {
+  EncoderState& state = StateOf(self);
+  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER) != 0) {
+    GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GstClockTime shift = 0;
+    {
+      const std::lock_guard lock(state.mutex);
+      shift = state.shift;
+    }
+    RestoreTimes(buffer, shift);
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+  } else if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_SEGMENT) {
+    GstClockTime shift = 0;
+    GST_PAD_PROBE_INFO_DATA(info) = RestoreSegment(pad, GST_PAD_PROBE_INFO_EVENT(info), shift);
+    const std::lock_guard lock(state.mutex);
+    state.shift = shift;
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+/// A requested key frame would move all later IDR frames off the grid that readers of the stream count on.
+GstPadProbeReturn DropKeyRequest(GstPad*, GstPadProbeInfo* info, gpointer) noexcept {
+  const bool isRequest = gst_video_event_is_force_key_unit(GST_PAD_PROBE_INFO_EVENT(info)) == TRUE;
+  return isRequest ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
+}
+
+void AddGhost(GstElement* self, GstElement* child, const char* name) {
+  GstPad* target = gst_element_get_static_pad(child, name);
+  GstPadTemplate* padTemplate = gst_element_class_get_pad_template(GST_ELEMENT_GET_CLASS(self), name);
+  gst_element_add_pad(self, gst_ghost_pad_new_from_template(name, target, padTemplate));
+  gst_object_unref(target);
+}
+
+void AddProbe(GstElement* child, const char* padName, int type, GstPadProbeCallback callback, gpointer self) {
+  GstPad* pad = gst_element_get_static_pad(child, padName);
+  gst_pad_add_probe(pad, GstPadProbeType(type), callback, self, nullptr);
+  gst_object_unref(pad);
+}
+
+/// Options that hold whatever the properties say: no delay, one thread, no key frame but those of the interval. The preset
+/// is the slowest that leaves a desktop's processor to the rest: 1280x720 takes it some 3 ms a frame. The tune for low
+/// latency also makes rate control count frames rather than read time stamps, which may repeat.
+void Configure(GstElement* codec) {
+  gst_util_set_object_arg(G_OBJECT(codec), "speed-preset", "superfast");
+  gst_util_set_object_arg(G_OBJECT(codec), "tune", "zerolatency");
+  // A white flash is no scene cut.
+  g_object_set(codec, "threads", 1U, "sliced-threads", FALSE, "bframes", 0U, "byte-stream", TRUE, "option-string",
+               "scenecut=0", nullptr);
+}
+
+void ApplyBitrate(GstElement* self, guint bitrateKbps) {
+  GstElement* codec = gst_bin_get_by_name(GST_BIN(self), ChildName);
+  if (codec == nullptr) return;
+  g_object_set(codec, "bitrate", bitrateKbps, nullptr);
+  gst_object_unref(codec);
+}
+
+bool ApplySettings(GstElement* self) {
+  GstElement* codec = gst_bin_get_by_name(GST_BIN(self), ChildName);
+  if (codec == nullptr) {
+    GST_ELEMENT_ERROR(self, CORE, MISSING_PLUGIN, ("The encoder needs the element \"x264enc\", which is missing."),
+                      (nullptr));
+    return false;
+  }
+  const EncoderSettings settings = Snapshot(self);
+  g_object_set(codec, "bitrate", settings.bitrateKbps, "key-int-max", Interval(settings), nullptr);
+  gst_object_unref(codec);
+  return true;
+}
+
+GstStateChangeReturn ChangeState(GstElement* element, GstStateChange transition) noexcept {
+  if (transition == GST_STATE_CHANGE_NULL_TO_READY && !ApplySettings(element)) return GST_STATE_CHANGE_FAILURE;
+  return GST_ELEMENT_CLASS(ParentClass())->change_state(element, transition);
+}
+
+void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) noexcept {
+  EncoderState& state = StateOf(object);
+  {
+    const std::lock_guard lock(state.mutex);
+    switch (id) {
+      case PropBitrate: state.settings.bitrateKbps = g_value_get_uint(value); break;
+      case PropIdrInterval: state.settings.idrInterval = g_value_get_uint(value); break;
+      case PropGopSize: state.settings.gopSize = g_value_get_uint(value); break;
+      default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    }
+  }
+  if (id == PropBitrate) ApplyBitrate(GST_ELEMENT(object), g_value_get_uint(value));
+}
+
+void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noexcept {
+  const EncoderSettings settings = Snapshot(object);
+  switch (id) {
+    case PropBitrate: g_value_set_uint(value, settings.bitrateKbps); break;
+    case PropIdrInterval: g_value_set_uint(value, settings.idrInterval); break;
+    case PropGopSize: g_value_set_uint(value, settings.gopSize); break;
+    default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+  }
+}
+
+void Finalize(GObject* object) noexcept {
+  EncoderState* const state = &StateOf(object);
+  G_OBJECT_CLASS(ParentClass())->finalize(object);
+  delete state;
+}
+
+void InstallUint(GObjectClass* klass, Property id, const char* name, const char* blurb, guint low, guint high,
+                 guint value, GParamFlags when) {
+  const auto flags = GParamFlags(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | when);
+  g_object_class_install_property(klass, id, g_param_spec_uint(name, name, blurb, low, high, value, flags));
+}
+
+void AddTemplate(GstElementClass* klass, const char* name, GstPadDirection direction, const char* description) {
+  GstCaps* caps = gst_caps_from_string(description);
+  gst_element_class_add_pad_template(klass, gst_pad_template_new(name, direction, GST_PAD_ALWAYS, caps));
+  gst_caps_unref(caps);
+}
+
+void ClassInit(gpointer klass, gpointer) noexcept {
+  GObjectClass* object = G_OBJECT_CLASS(klass);
+  object->set_property = SetProperty;
+  object->get_property = GetProperty;
+  object->finalize = Finalize;
+  const EncoderSettings defaults;
+  const auto closed = GParamFlags(GST_PARAM_MUTABLE_READY);
+  InstallUint(object, PropBitrate, "bitrate", "Bit rate of the stream, in kbit/s", 1, 2048000, defaults.bitrateKbps,
+              GParamFlags(GST_PARAM_MUTABLE_PLAYING));
+  InstallUint(object, PropIdrInterval, "idr-interval",
+              "Frames from one IDR frame to the next, counted from the first (0 = gop-size)", 0, 100000,
+              defaults.idrInterval, closed);
+  InstallUint(object, PropGopSize, "gop-size",
+              "Frames from one intra frame to the next, which are all IDR frames; used where idr-interval is 0 (0 = 30)",
+              0, 100000, defaults.gopSize, closed);
+  GstElementClass* element = GST_ELEMENT_CLASS(klass);
+  element->change_state = ChangeState;
+  gst_element_class_set_static_metadata(element, "H.264 encoder (software)", "Codec/Encoder/Video",
+                                        "Encodes I420 frames to an H.264 byte stream, one access unit a frame", "Tavi");
+  AddTemplate(element, "sink", GST_PAD_SINK,
+              "video/x-raw, format=(string)I420, width=(int)[ 16, 8192, 2 ], height=(int)[ 16, 8192, 2 ], "
+              "framerate=(fraction)[ 0/1, max ]");
+  AddTemplate(element, "src", GST_PAD_SRC, OutputCaps);
+}
+
+void InstanceInit(GTypeInstance* instance, gpointer) noexcept {
+  PublishState(reinterpret_cast<VideoEncoder*>(instance)->state, new EncoderState);
+  GstElement* self = GST_ELEMENT(instance);
+  GstElement* codec = gst_element_factory_make("x264enc", ChildName);
+  if (codec == nullptr) return;  // Reported when the element is opened.
+  GstElement* filter = gst_element_factory_make("capsfilter", nullptr);
+  gst_util_set_object_arg(G_OBJECT(filter), "caps", OutputCaps);
+  Configure(codec);
+  gst_bin_add_many(GST_BIN(self), codec, filter, nullptr);
+  gst_element_link(codec, filter);
+  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnOutput, self);
+  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, DropKeyRequest, self);
+  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, DropKeyRequest, self);
+  AddGhost(self, codec, "sink");
+  AddGhost(self, filter, "src");
+}
+
+}  // namespace
+
+GType VideoEncoderType() {
+  static const GType type =
+      g_type_register_static_simple(GST_TYPE_BIN, "SoftImxVideoEncoder", sizeof(VideoEncoderClass), ClassInit,
+                                    sizeof(VideoEncoder), InstanceInit, GTypeFlags(0));
+  return type;
+}
+
+}  // namespace SoftImx
