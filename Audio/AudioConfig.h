@@ -1,0 +1,17 @@
+// Settings of the microphone.
+#pragma once
+
+#include <cstdint>
+
+namespace Tavi::Audio {
+
+struct AudioConfig {
+  /// MP3 bit rate in kbit/s.
+  std::int32_t bitrate = 64;
+  /// MP3 frames per second: 44,100 Hz over 1,152 samples a frame (ISO/IEC 11172-3, layer III).
+  float frameRate = 38.3F;
+  /// Capture gain in the sound card's own scale; -1 leaves the card's mixer untouched.
+  std::int32_t gainLevel = -1;
+};
+
+}  // namespace Tavi::Audio

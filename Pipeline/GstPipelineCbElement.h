@@ -1,0 +1,31 @@
+// The ring entry that all sources share: one media buffer and its source's name.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <cstdint>
+#include <string>
+
+#include "Kbase/Pipeline/IPipelineCbElement.h"
+
+namespace Tavi::GstUtil {
+
+/// Owns one reference to its buffer. Time stamp and key-frame state live in the buffer (PTS, delta-unit flag). Immutable
+/// once it is in a ring: whoever needs another time stamp copies the buffer (the pixels stay shared).
+class GstPipelineCbElement : public Kbase::Pipeline::IPipelineCbElement {
+ public:
+  /// Takes over the caller's reference to `ownedBuffer`, which may be null.
+  GstPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, std::string sourceName);
+  ~GstPipelineCbElement() override;
+
+  /// False for a buffer that cannot be decoded on its own, and for an entry without a buffer.
+  [[nodiscard]] bool IsKeyFrame() const override;
+
+  GstBuffer* const buffer;
+  const std::string name;
+};
+
+/// True when `buffer` is there and still referenced.
+[[nodiscard]] bool IsUsable(const GstBuffer* buffer);
+
+}  // namespace Tavi::GstUtil

@@ -1,0 +1,209 @@
+// The collector of one ring.
+#include "PipelineCollect/PipelineCollect.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "Pipeline/GstPipelineCbElement.h"
+#include "Pipeline/Log.h"
+
+namespace Tavi::PipelineCollect {
+
+using GstUtil::GstPipelineCbElement;
+using Kbase::Pipeline::IPipelineElement;
+
+namespace {
+
+/// A little more than one entry's interval, so that each wake-up normally finds one new entry.
+constexpr int WakeMarginMs = 3;
+
+/// Index of the window's last entry: the entry at that offset is written too, so that the window's end is in the file.
+std::uint64_t CountEntries(std::int32_t durationSeconds, float fps) {
+  const float entries = std::abs(static_cast<float>(durationSeconds)) * fps;
+  return entries > 0.0F ? static_cast<std::uint64_t>(entries) : 0;
+}
+
+std::chrono::milliseconds WakePeriod(float fps) {
+  const float intervalMs = fps > 0.0F ? 1000.0F / fps : 0.0F;
+  return std::chrono::milliseconds(static_cast<int>(std::min(intervalMs, 60000.0F)) + WakeMarginMs);
+}
+
+}  // namespace
+
+/// How far a collect has come.
+struct PipelineCollect::Progress {
+  RingReader reader;
+  /// Offset of the next entry in the window.
+  std::uint64_t index = 0;
+  /// Offset of the window's last entry.
+  std::uint64_t last = 0;
+};
+
+PipelineCollect::PipelineCollect(IPipelineElement* element, PipelineCollectType type, std::string threadName)
+    : CollectBase(type, std::move(threadName)), m_element(element) {}
+
+PipelineCollect::~PipelineCollect() { Stop(); }
+
+void PipelineCollect::Init(PipelineCollectConfig& config) {
+  m_startPos = 0;
+  CollectBase::Init(config);
+}
+
+void PipelineCollect::Reset() {
+  m_startPos = 0;
+  CollectBase::Reset();
+}
+
+void PipelineCollect::CopyTo(CollectBase* other) {
+  CollectBase::CopyTo(other);
+  auto* twin = dynamic_cast<PipelineCollect*>(other);
+  if (twin == nullptr) return;
+  twin->m_element = m_element;
+  twin->m_startPos = m_startPos;
+  twin->m_secondsCollected = m_secondsCollected;
+  twin->m_fps = m_fps;
+  twin->m_life = m_life;
+  twin->m_bound = m_bound;
+}
+
+void PipelineCollect::Bind(const std::shared_ptr<IPipelineElement>& element) {
+  m_element = element.get();
+  m_life = element;
+  m_bound = true;
+}
+
+std::shared_ptr<IPipelineElement> PipelineCollect::GetRing() const {
+  if (m_bound) return m_life.lock();
+  return {std::shared_ptr<IPipelineElement>(), m_element};
+}
+
+bool PipelineCollect::WriteHeader(FILE* /*file*/) { return true; }
+
+bool PipelineCollect::Write(FILE* /*file*/, Kbase::Pipeline::IPipelineCbElement* /*entry*/) { return false; }
+
+bool PipelineCollect::WriteFooter(FILE* /*file*/) { return true; }
+
+void PipelineCollect::Collect() {
+  m_collected = false;
+  m_secondsCollected = 0;
+  std::uint64_t startId = 0;
+  {
+    const auto ring = GetRing();
+    if (!ring) return;
+    m_fps = ring->GetFps();
+    const auto newest = ring->RetrieveCurrent();
+    startId = newest ? newest->frameId : IPipelineElement::NoFrameId;
+  }
+  CollectFile file(m_path);
+  if (!file.IsOpen()) return;
+  const bool hasHeader = file.Append([this](FILE* stream) { return WriteHeader(stream); });
+  // A source that has delivered nothing has no file worth reporting, not even its footer.
+  if (startId == IPipelineElement::NoFrameId) return;
+  if (hasHeader) WriteWindow(file, startId);
+  Finish(file);
+}
+
+void PipelineCollect::WriteWindow(CollectFile& file, std::uint64_t startId) {
+  Progress progress{RingReader(m_startPos), 0, CountEntries(m_config.durationSeconds, m_fps)};
+  if (const auto ring = GetRing()) progress.reader.Follow(*ring, startId);
+  const auto period = WakePeriod(m_fps);
+  bool more = true;
+  while (more && !ShouldStop()) {
+    WaitForCancel(period);
+    if (ShouldStop()) break;
+    const auto ring = GetRing();
+    if (!ring) {
+      // The source was taken away: no more entries come, so what is there need not wait for them.
+      WritePending(file, progress, std::numeric_limits<std::uint64_t>::max());
+      break;
+    }
+    const auto newest = ring->RetrieveCurrent();
+    if (!newest) break;
+    progress.reader.Follow(*ring, newest->frameId);
+    more = WritePending(file, progress, newest->frameId > startId ? newest->frameId - startId : 0);
+  }
+  m_secondsCollected = m_fps > 0.0F ? static_cast<unsigned int>(static_cast<float>(progress.index) / m_fps) : 0;
+  if (progress.reader.GetLost() != 0) {
+    Log::Warning("lost " + std::to_string(progress.reader.GetLost()) + " entries that came faster than they could be "
+                 "written to " + m_path);
+  }
+}
+
+/// Writes what is pending while fewer than `limit` entries are written: one for each new one in the ring. False when the
+/// window is complete or the file takes no more.
+bool PipelineCollect::WritePending(CollectFile& file, Progress& progress, std::uint64_t limit) {
+  while (progress.index < limit && !ShouldStop()) {
+    const auto entry = progress.reader.Next();
+    if (!entry) return true;
+    if (!file.Append([&](FILE* stream) { return Write(stream, entry.get()); })) return false;
+    if (progress.index == progress.last) return false;
+    ++progress.index;
+  }
+  return true;
+}
+
+void PipelineCollect::Finish(CollectFile& file) {
+  file.Append([this](FILE* stream) { return WriteFooter(stream); });
+  file.Close(m_syncToDisk);
+  m_collected = IsPathAvailable();
+}
+
+bool PipelineCollect::GetPipelineTimestamp(const IPipelineElement* element, int pos, std::uint64_t& timestampNs) {
+  if (element == nullptr) return false;
+  const auto entry = element->GetElementAt(element->SeekRelative(pos, 0));
+  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry.get());
+  if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return false;
+  timestampNs = GST_BUFFER_PTS(media->buffer);
+  return true;
+}
+
+bool PipelineCollect::GetPipelineTimestamp(int pos, std::uint64_t& timestampNs) const {
+  return GetPipelineTimestamp(GetRing().get(), pos, timestampNs);
+}
+
+bool PipelineCollect::SyncWithPipeline(const IPipelineElement* reference, int refPos, int frames, unsigned int& pos) {
+  pos = 0;
+  const auto ring = GetRing();
+  if (reference == nullptr || !ring) return false;
+  const auto present = static_cast<int>(ring->GetRingPos());
+  const int oldest = static_cast<int>(ring->GetRingSize()) - 1;
+  int back = std::clamp(frames, 0, oldest);
+  pos = ring->SeekRelative(present, back);
+  std::uint64_t time = 0;
+  std::uint64_t before = 0;
+  std::uint64_t at = 0;
+  if (!GetPipelineTimestamp(ring.get(), static_cast<int>(pos), time)) return false;
+  if (!GetPipelineTimestamp(reference, refPos - 1, before) || !GetPipelineTimestamp(reference, refPos, at)) return false;
+  // At the seam between the reference's oldest and newest entry the two are not neighbours in time.
+  before = std::min(before, at);
+
+  int direction = 0;
+  while (time < before || time > at) {
+    const int step = time < before ? -1 : 1;
+    if (direction == -step) {
+      // No entry lies between the two: of the neighbours on either side take the nearer one.
+      const unsigned int other = ring->SeekRelative(present, back + step);
+      std::uint64_t otherTime = 0;
+      if (!GetPipelineTimestamp(ring.get(), static_cast<int>(other), otherTime)) return true;
+      const std::uint64_t distance = time < before ? before - time : time - at;
+      const std::uint64_t otherDistance = otherTime < before ? before - otherTime : otherTime - at;
+      if (otherDistance < distance) pos = other;
+      return true;
+    }
+    // Outside the ring: its newest or oldest entry is the nearest there is.
+    if (back + step < 0 || back + step > oldest) return true;
+    const unsigned int next = ring->SeekRelative(present, back + step);
+    if (!ring->GetElementAt(next)) return true;
+    direction = step;
+    back += step;
+    pos = next;
+    if (!GetPipelineTimestamp(ring.get(), static_cast<int>(pos), time)) return true;
+  }
+  return true;
+}
+
+}  // namespace Tavi::PipelineCollect

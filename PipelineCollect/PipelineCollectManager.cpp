@@ -1,0 +1,306 @@
+// Turns a collect request into a finished set of files.
+#include "PipelineCollect/PipelineCollectManager.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Kbase/Util/TimeMonitor.h"
+#include "Ksystem/DiskUtils/DiskBase.h"
+#include "Ksystem/FileUtils/Kdir.h"
+#include "Ksystem/SysUtil/ClearCache.h"
+#include "Pipeline/Log.h"
+#include "Pipeline/PipelineManager.h"
+#include "PipelineCollect/KeyFrameGrid.h"
+#include "Video/VideoPipelineCollect.h"
+
+namespace Tavi::PipelineCollect {
+namespace {
+
+using Kbase::Pipeline::IPipelineElement;
+using Pipeline::PipelineType;
+using Milliseconds = Kbase::Util::IClock::Milliseconds;
+
+constexpr Milliseconds PollPeriod{20};
+constexpr Milliseconds AbortGrace{500};
+constexpr std::chrono::seconds CollectLimit{120};
+constexpr std::chrono::seconds CollectLimitCR{180};
+
+struct StreamSource {
+  PipelineCollectType type;
+  PipelineType element;
+};
+
+/// The ring that each collector reads.
+constexpr std::array<StreamSource, 2> StreamSources{{
+    {PipelineCollectType::VideoCamera1, PipelineType::Camera0},
+    {PipelineCollectType::VideoCamera0, PipelineType::Camera1},
+}};
+
+/// Seconds before the event, from a request whose sign and size are the caller's business.
+int AbsoluteSeconds(std::int32_t seconds) {
+  constexpr std::int64_t Longest = 24 * 60 * 60;
+  return static_cast<int>(std::min(std::abs(static_cast<std::int64_t>(seconds)), Longest));
+}
+
+/// Clears the collect's flags whichever way it ends.
+class CollectingFlags {
+ public:
+  CollectingFlags(std::atomic<bool>& collecting, std::atomic<bool>& cancelled)
+      : m_collecting(collecting), m_cancelled(cancelled) {
+    m_cancelled = false;
+  }
+  ~CollectingFlags() {
+    m_cancelled = false;
+    m_collecting = false;
+  }
+  CollectingFlags(const CollectingFlags&) = delete;
+  CollectingFlags& operator=(const CollectingFlags&) = delete;
+
+ private:
+  std::atomic<bool>& m_collecting;
+  std::atomic<bool>& m_cancelled;
+};
+
+}  // namespace
+
+PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& config)
+    : m_config(config), m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()) {
+  if (m_config.pipelineManager != nullptr) CreateCameraCollectors();
+  Ksystem::FileUtils::Kdir(m_config.backupDir).Create();
+}
+
+PipelineCollectManager::~PipelineCollectManager() = default;
+
+void PipelineCollectManager::CreateCameraCollectors() {
+  // Only camera 0 can be left out: camera 1 is what everything else is aligned to.
+  const auto camera0 = m_config.pipelineManager->ShareElement(PipelineType::Camera0);
+  if (camera0 && m_config.withCamera0) {
+    m_collectors[PipelineCollectType::VideoCamera1] =
+        std::make_unique<Video::VideoPipelineCollect>(camera0.get(), CameraType::Camera0, m_config.cr);
+  }
+  const auto camera1 = m_config.pipelineManager->ShareElement(PipelineType::Camera1);
+  if (camera1) {
+    m_collectors[PipelineCollectType::VideoCamera0] =
+        std::make_unique<Video::VideoPipelineCollect>(camera1.get(), CameraType::Camera1, m_config.cr);
+  }
+}
+
+/// Takes the rings as the pipeline manager has them now. False when it has none of them any more.
+bool PipelineCollectManager::BindElements() {
+  bool anyRing = m_collectors.empty();
+  for (const auto& source : StreamSources) {
+    auto* collector = dynamic_cast<PipelineCollect*>(GetCollectElement(source.type));
+    if (collector == nullptr) continue;
+    const auto element = m_config.pipelineManager->ShareElement(source.element);
+    collector->Bind(element);
+    anyRing = anyRing || element;
+  }
+  return anyRing;
+}
+
+void PipelineCollectManager::Init(PipelineCollectInput& input) {
+  for (const auto& [type, collector] : m_collectors) {
+    PipelineCollectConfig config{input.startSeconds, input.durationSeconds, input.outputDir};
+    collector->Init(config);
+  }
+}
+
+PipelineCollect* PipelineCollectManager::GetCamera(PipelineCollectType type) const {
+  return dynamic_cast<PipelineCollect*>(GetCollectElement(type));
+}
+
+void PipelineCollectManager::Sync(PipelineCollectInput& input) {
+  const int seconds = AbsoluteSeconds(input.startSeconds);
+  PipelineCollect* camera0 = GetCamera(PipelineCollectType::VideoCamera0);
+  PipelineCollect* camera1 = GetCamera(PipelineCollectType::VideoCamera1);
+  const auto seekStart = [seconds](PipelineCollect* camera, const char* name) {
+    const auto ring = camera != nullptr ? camera->GetRing() : nullptr;
+    if (!ring) return;
+    Log::Info(fmt::format("Current frame {}: {}", name, ring->GetCurrentFrameId()));
+    const int fps = static_cast<int>(ring->GetFps());
+    camera->SetStartPos(ring->SeekBackKeyframe(fps * seconds, fps));
+  };
+  seekStart(camera0, "camera 0");
+  seekStart(camera1, "camera 1");
+  if (camera0 != nullptr && camera1 != nullptr) SyncCamera0ToCamera1(*camera0, *camera1, seconds);
+  if (camera0 == nullptr && camera1 == nullptr) Log::Info("No video available");
+}
+
+void PipelineCollectManager::SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1,
+                                                  int seconds) {
+  const auto ring = camera0.GetRing();
+  const auto reference = camera1.GetRing();
+  if (!ring || !reference) return;
+  const auto fps = static_cast<unsigned int>(ring->GetFps());
+  unsigned int pos = 0;
+  if (camera0.SyncWithPipeline(reference.get(), static_cast<int>(camera1.GetStartPos()),
+                               static_cast<int>(fps) * seconds, pos)) {
+    camera0.SetStartPos(AlignToKeyFrame(*ring, pos, fps));
+  }
+}
+
+void PipelineCollectManager::Start() {
+  for (const auto& [type, collector] : m_collectors) {
+    if (collector->IsArmed()) collector->IThread::Start();
+  }
+}
+
+bool PipelineCollectManager::Running() const {
+  return std::any_of(m_collectors.begin(), m_collectors.end(), [](const auto& c) { return c.second->IsRunning(); });
+}
+
+void PipelineCollectManager::CancelCollect(bool abort) {
+  if (!m_collecting) return;
+  m_cancelled = true;
+  for (const auto& [type, collector] : m_collectors) {
+    if (abort && collector->IsRunning()) {
+      if (!collector->Abort()) {
+        Log::Error(fmt::format("the collect of {} does not end: its disk does not answer", collector->GetPath()));
+      }
+    } else {
+      collector->RequestStop();
+    }
+  }
+}
+
+bool PipelineCollectManager::Prepare(PipelineCollectInput& input) {
+  if (Running()) {
+    Log::Error("a collector of an earlier event still waits for its disk: the new request is refused");
+    return false;
+  }
+  if (m_config.pipelineManager == nullptr || !BindElements()) {
+    Log::Error("there is no acquisition to collect from: the request is refused");
+    return false;
+  }
+  if (!input.outputDir.empty() && input.outputDir.back() != '/') input.outputDir += '/';
+  if (!Ksystem::FileUtils::Kdir(input.outputDir).Create()) {
+    Log::Error("cannot collect into " + input.outputDir + ": the directory cannot be created");
+    return false;
+  }
+  return true;
+}
+
+bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollectOutput& output) {
+  if (m_collecting.exchange(true)) {
+    Log::Warning("a collect is running already: the new request is refused");
+    return false;
+  }
+  const CollectingFlags flags(m_collecting, m_cancelled);
+  output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
+  if (!Prepare(input)) return false;
+  Init(input);
+  Sync(input);
+  Start();
+  if (m_cancelled) {
+    EndCancelledStart();
+    return true;
+  }
+  LogFreeSpace("before");
+  WaitForCollectors();
+  if (input.discard) {
+    DeleteAll();
+  } else {
+    Mux();
+    BuildOutput(output);
+  }
+  Reset();
+  ClearCache();
+  LogFreeSpace("after");
+  return true;
+}
+
+/// A cancel that came before or while the threads started may have been overwritten by their arming: they are told once
+/// more, and end before anything of theirs is reset.
+void PipelineCollectManager::EndCancelledStart() {
+  CancelCollect(true);
+  DeleteAll();
+  Reset();
+  ClearCache();
+}
+
+void PipelineCollectManager::WaitForCollectors() {
+  const Milliseconds limit = m_config.limitMs > 0 ? Milliseconds(m_config.limitMs)
+                                                  : Milliseconds(m_config.cr ? CollectLimitCR : CollectLimit);
+  const Kbase::Util::TimeMonitor monitor(m_clock);
+  while (Running()) {
+    m_clock.Sleep(PollPeriod);
+    if (monitor.Elapsed() <= limit) continue;
+    Log::Error(fmt::format("the collect has not ended within {} s and is aborted",
+                           std::chrono::duration<double>(limit).count()));
+    CancelCollect(true);
+    m_clock.Sleep(AbortGrace);
+    return;
+  }
+}
+
+void PipelineCollectManager::LogFreeSpace(const char* when) const {
+  Ksystem::DiskUtils::DiskBase disk(m_config.workDir);
+  if (!disk.LoadDiskInfo()) return;
+  Log::Info(fmt::format("Free space {}{}: {:.2f}MB from {}", when, m_config.cr ? " (CR)" : "", disk.GetFreeMB(),
+                        m_config.workDir));
+}
+
+void PipelineCollectManager::Reset() {
+  for (const auto& [type, collector] : m_collectors) {
+    if (!collector->IsRunning()) collector->Reset();
+  }
+}
+
+void PipelineCollectManager::DeleteAll() {
+  for (const auto& [type, collector] : m_collectors) {
+    if (!collector->IsRunning()) collector->DeletePath();
+  }
+}
+
+void PipelineCollectManager::ClearCache() {
+  if (!Ksystem::SysUtil::ClearCache()) Log::Warning("unable to clear the cache...");
+}
+
+void PipelineCollectManager::Mux() {
+  const auto finishedCamera = [this](PipelineCollectType type) -> Video::VideoPipelineCollect* {
+    auto* camera = dynamic_cast<Video::VideoPipelineCollect*>(GetCollectElement(type));
+    return camera != nullptr && !camera->IsRunning() ? camera : nullptr;
+  };
+  Mux(finishedCamera(PipelineCollectType::VideoCamera1), finishedCamera(PipelineCollectType::VideoCamera0),
+      GetCollectElement(PipelineCollectType::Audio));
+}
+
+void PipelineCollectManager::Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0,
+                                 CollectBase* audio) {
+  const bool withSound = audio != nullptr && audio->IsCollected() && !audio->GetPath().empty();
+  for (Video::VideoPipelineCollect* camera : {camera1, camera0}) {
+    if (camera == nullptr) continue;
+    if (withSound) {
+      camera->Mux(audio->GetPath());
+    } else {
+      camera->BuildMp4();
+    }
+  }
+}
+
+CollectBase* PipelineCollectManager::GetCollectElement(PipelineCollectType type) const {
+  return GetCollectElement(m_collectors, type);
+}
+
+CollectBase* PipelineCollectManager::GetCollectElement(const CollectorMap& collectors, PipelineCollectType type) {
+  const auto found = collectors.find(type);
+  return found == collectors.end() ? nullptr : found->second.get();
+}
+
+void PipelineCollectManager::BuildOutput(PipelineCollectOutput& output) const { BuildOutput(m_collectors, output); }
+
+void PipelineCollectManager::BuildOutput(const CollectorMap& collectors, PipelineCollectOutput& output) {
+  for (const auto& [type, collector] : collectors) {
+    if (collector->IsCollected() && !collector->IsRunning()) output.AddOutput(type, collector->GetPath());
+  }
+}
+
+}  // namespace Tavi::PipelineCollect

@@ -1,0 +1,128 @@
+// The GStreamer branch of one camera.
+#include "Video/GstVideoPipelineElement.h"
+
+#include <algorithm>
+#include <string>
+
+#include "Video/CameraBranch.h"
+#include "Video/GstIpuFrame.h"
+#include "Video/VideoPipelineCbElement.h"
+
+namespace Tavi::Video {
+
+using GstUtil::GstRef;
+
+namespace {
+
+/// The buffer of the sink's next sample with a reference for the caller; null when the sink has none to give any more.
+GstBuffer* PullBuffer(GstAppSink* sink) {
+  const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_pull_sample(sink));
+  GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
+  return buffer == nullptr ? nullptr : gst_buffer_ref(buffer);
+}
+
+void SetCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element) {
+  GstAppSinkCallbacks callbacks{};
+  callbacks.new_sample = newSample;
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, element, nullptr);
+}
+
+/// Takes the callbacks off and waits for the one under way: it runs with the stream lock of the sink's pad held.
+void ClearCallback(const GstRef<GstElement>& sink) {
+  if (!sink) return;
+  SetCallback(sink.Get(), nullptr, nullptr);
+  const auto pad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(sink.Get(), "sink"));
+  GST_PAD_STREAM_LOCK(pad.Get());
+  GST_PAD_STREAM_UNLOCK(pad.Get());
+}
+
+void KeepNewestOnly(GstElement* sink) {
+  g_object_set(sink, "max-buffers", 1U, "drop", TRUE, "emit-signals", FALSE, nullptr);
+}
+
+}  // namespace
+
+GstVideoPipelineElement::GstVideoPipelineElement(const VideoConfig& config) {
+  const std::string camera = GetCameraName(config.cameraType);
+  if (camera.empty()) return;
+  m_ownPipeline = GstRef<GstElement>::Sink(gst_pipeline_new((camera + "-pipeline").c_str()));
+  if (m_ownPipeline) Init(m_ownPipeline.Get(), config);
+}
+
+GstVideoPipelineElement::GstVideoPipelineElement(GstElement* pipeline, const VideoConfig& config) {
+  if (pipeline != nullptr) Init(pipeline, config);
+}
+
+GstVideoPipelineElement::~GstVideoPipelineElement() = default;
+
+void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& config) {
+  const CameraBranch branch = CameraBranch::Build(GST_BIN(pipeline), config);
+  m_pipeline = pipeline;
+  m_config = config;
+  if (branch.source == nullptr) return;
+  ConnectSource(branch.source);
+  ConnectSinks(branch.rawSink, branch.encodedSink, branch.previewSink);
+}
+
+void GstVideoPipelineElement::ConnectSource(GstElement* source) {
+  m_sourcePad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(source, "src"));
+  m_probe = gst_pad_add_probe(m_sourcePad.Get(), GST_PAD_PROBE_TYPE_BUFFER, RunningCallback, this, nullptr);
+}
+
+void GstVideoPipelineElement::ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview) {
+  m_rawSink = GstRef<GstElement>::Share(raw);
+  KeepNewestOnly(raw);
+  m_encodedSink = GstRef<GstElement>::Share(encoded);
+  g_object_set(encoded, "emit-signals", FALSE, nullptr);
+  SetCallback(encoded, SetEncodedFrameCallback, this);
+  if (preview == nullptr) return;
+  m_previewSink = GstRef<GstElement>::Share(preview);
+  KeepNewestOnly(preview);
+  SetCallback(preview, SetPreviewFrameCallback, this);
+}
+
+void GstVideoPipelineElement::Detach() {
+  SetRunning(false);
+  if (m_ownPipeline) gst_element_set_state(m_ownPipeline.Get(), GST_STATE_NULL);
+  if (m_probe != 0) gst_pad_remove_probe(m_sourcePad.Get(), m_probe);
+  m_probe = 0;
+  ClearCallback(m_encodedSink);
+  ClearCallback(m_previewSink);
+  const std::lock_guard pullsEnded(m_rawFrameMutex);
+}
+
+GstPadProbeReturn GstVideoPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, void* element) {
+  const auto* self = static_cast<const GstVideoPipelineElement*>(element);
+  return self->m_running.load(std::memory_order_acquire) ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
+}
+
+GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) {
+  auto* self = static_cast<GstVideoPipelineElement*>(element);
+  (void)self->m_running.load(std::memory_order_acquire);
+  if (GstBuffer* buffer = PullBuffer(sink)) self->SetEncodedFrame(buffer);
+  return GST_FLOW_OK;
+}
+
+GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) {
+  auto* self = static_cast<GstVideoPipelineElement*>(element);
+  (void)self->m_running.load(std::memory_order_acquire);
+  const std::uint64_t number = self->m_previewCounter++;
+  const std::int32_t previewFps = self->m_config.previewFps;
+  if (previewFps <= 0) return GST_FLOW_OK;
+  // A preview that is asked to be faster than its camera gets every frame.
+  const auto divisor = static_cast<std::uint64_t>(std::max(self->m_config.fps / previewFps, 1));
+  if (number % divisor != 0) return GST_FLOW_OK;
+  if (GstBuffer* buffer = PullBuffer(sink)) self->SetPreviewFrame(buffer);
+  return GST_FLOW_OK;
+}
+
+GstBuffer* GstVideoPipelineElement::GetRawFrame() {
+  const std::lock_guard lock(m_rawFrameMutex);
+  return m_rawSink ? PullBuffer(GST_APP_SINK(m_rawSink.Get())) : nullptr;
+}
+
+GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {
+  return GstIpuFrame::Create(GetRawFrame(), m_config.width, m_config.height);
+}
+
+}  // namespace Tavi::Video

@@ -1,0 +1,110 @@
+// From two running cameras to two MP4 files, looked at as a person would: decoded, frame by frame.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "Pipeline/PipelineManager.h"
+#include "PipelineCollect/PipelineCollectManager.h"
+#include "Support/Media.h"
+#include "Support/VideoDecode.h"
+
+namespace {
+
+using namespace Tavi::Pipeline;
+using namespace Tavi::PipelineCollect;
+using Tavi::Testing::DecodedVideo;
+using Tavi::Testing::WaitUntil;
+
+class EventTest : public Tavi::Testing::MediaTest {
+ protected:
+  static PipelineConfig Simulated() {
+    PipelineConfig config;
+    config.audioEnabled = config.gpsEnabled = config.accEnabled = config.otherEnabled = false;
+    config.camera0.device = "sim:camera1";
+    config.camera1.device = "sim:camera0";
+    return config;
+  }
+  static bool WaitForSeconds(PipelineManager& manager, int seconds) {
+    return WaitUntil([&] {
+      for (const auto type : {PipelineType::Camera0, PipelineType::Camera1}) {
+        auto* ring = manager.GetPipelineElement(type);
+        if (!ring->IsDataAvailable()) return false;
+        if (ring->GetCurrentFrameId() < static_cast<std::uint64_t>(seconds * ring->GetFps())) return false;
+      }
+      return true;
+    });
+  }
+  PipelineCollectManagerConfig CollectConfig(PipelineManager& manager) const {
+    PipelineCollectManagerConfig config;
+    config.pipelineManager = &manager;
+    config.workDir = m_dir;
+    config.backupDir = m_dir + "backup/";
+    return config;
+  }
+  static void ExpectPlayable(const DecodedVideo& video, int fps, int seconds) {
+    ASSERT_TRUE(video.opened);
+    EXPECT_EQ(video.frames.size(), static_cast<std::size_t>(fps * seconds + 1));
+    EXPECT_EQ(std::pair(video.rateNumerator, video.rateDenominator), std::pair(fps, 1));
+    EXPECT_NEAR(video.durationSeconds, seconds + 1.0 / fps, 1e-9);
+    EXPECT_EQ(video.frames.front().seconds, 0.0);
+    for (std::size_t i = 0; i < video.frames.size(); ++i) {
+      EXPECT_EQ(video.frames[i].key, i % static_cast<std::size_t>(fps) == 0) << i;
+    }
+    EXPECT_EQ(video.decodeErrors, 0);
+    EXPECT_EQ(std::pair(video.width, video.height), std::pair(1280, 720));
+    EXPECT_TRUE(video.indexFirst);
+    EXPECT_EQ(video.codecTag, "avc1");
+  }
+};
+
+TEST_F(EventTest, TwoCamerasBecomeTwoClipsThatPlayAndAgreeInTime) {
+  const long descriptors = CountDescriptors();
+  {
+    PipelineManager manager(Simulated());
+    auto config = CollectConfig(manager);
+    PipelineCollectManager collect(config);
+    manager.RunIgnitionStart();
+    ASSERT_TRUE(WaitForSeconds(manager, 4));
+    PipelineCollectInput input{-3, 5, false, m_dir + "event", false};
+    PipelineCollectOutput output;
+    ASSERT_TRUE(collect.Collect(input, output));
+    manager.RunIgnitionOff();
+    manager.RunSigInt();
+
+    const auto camera0 = Tavi::Testing::DecodeVideo(output.GetOutputPath(PipelineCollectType::VideoCamera0));
+    const auto camera1 = Tavi::Testing::DecodeVideo(output.GetOutputPath(PipelineCollectType::VideoCamera1));
+    ExpectPlayable(camera0, 30, 5);
+    ExpectPlayable(camera1, 15, 5);
+    const auto flashes0 = Tavi::Testing::FindFlashes(camera0);
+    const auto flashes1 = Tavi::Testing::FindFlashes(camera1);
+    ASSERT_GE(flashes0.size(), 4U);
+    ASSERT_EQ(flashes0.size(), flashes1.size());
+    for (std::size_t i = 0; i < flashes0.size(); ++i) {
+      // A flash shows in the first frame after the full second: up to one frame of the slower camera later.
+      EXPECT_NEAR(flashes0[i], flashes1[i], 1.0 / 15 + 0.005) << i;
+      if (i > 0) {
+        EXPECT_NEAR(flashes0[i] - flashes0[i - 1], 1.0, 1.0 / 30 + 0.001);
+      }
+    }
+  }
+  EXPECT_LE(CountDescriptors(), descriptors + 2) << "the registry and the log may keep theirs";
+}
+
+TEST_F(EventTest, ACameraThatIsMissingLeavesNoClipAndNoScene) {
+  auto config = Simulated();
+  config.camera0Enabled = false;
+  config.camera1.device = "/dev/none";
+  PipelineManager manager(config);
+  auto collectConfig = CollectConfig(manager);
+  PipelineCollectManager collect(collectConfig);
+  Tavi::Testing::CapturedOutput printed;
+  manager.Start();
+  EXPECT_TRUE(printed.WaitFor("/dev/none"));
+  PipelineCollectInput input{-3, 1, false, m_dir + "event", false};
+  PipelineCollectOutput output;
+  EXPECT_TRUE(collect.Collect(input, output));
+  EXPECT_TRUE(output.outputs.empty());
+  manager.RunSigInt();
+}
+
+}  // namespace

@@ -1,0 +1,119 @@
+// The sources of a configuration and the ignition's lifecycle.
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "Ksystem/System/Reboot.h"
+#include "Pipeline/PipelineManager.h"
+#include "Support/Media.h"
+#include "Testing/TestGstApi.h"
+#include "Video/VideoPipelineElement.h"
+
+namespace {
+
+using namespace Tavi::Pipeline;
+using Tavi::Testing::CapturedOutput;
+using Tavi::Testing::CountThreads;
+using Tavi::Testing::WaitUntil;
+
+class PipelineManagerTest : public Tavi::Testing::MediaTest {};
+
+TEST_F(PipelineManagerTest, RingsHoldThirtyTwoSecondsOfTheirSource) {
+  const PipelineConfig config = Tavi::Testing::BuildTestConfig();
+  PipelineManager manager(config);
+  const std::pair<PipelineType, unsigned int> sizes[] = {{PipelineType::Camera0, 480},
+                                                         {PipelineType::Camera1, 960},
+                                                         {PipelineType::Preview0, 18},
+                                                         {PipelineType::Preview1, 18}};
+  for (const auto& [type, size] : sizes) {
+    ASSERT_NE(manager.GetPipelineElement(type), nullptr);
+    EXPECT_EQ(manager.GetPipelineElement(type)->GetRingSize(), size);
+  }
+  EXPECT_EQ(config.camera0.device, "/dev/video1");
+  EXPECT_EQ(config.camera1.device, "/dev/video0");
+  EXPECT_GT(config.camera0.bitrate, config.camera1.bitrate) << "the slower camera has the larger budget";
+}
+
+TEST_F(PipelineManagerTest, ADisabledSourceDoesNotExistAndTakesItsPreviewAlong) {
+  PipelineConfig config;
+  config.camera1Enabled = false;
+  config.camera0.previewEnabled = false;
+  PipelineManager manager(config);
+  EXPECT_NE(manager.GetPipelineElement(PipelineType::Camera0), nullptr);
+  for (const auto type : {PipelineType::Camera1, PipelineType::Preview0, PipelineType::Preview1}) {
+    EXPECT_EQ(manager.GetPipelineElement(type), nullptr);
+  }
+}
+
+TEST_F(PipelineManagerTest, StopGivesEveryElementAwayAndInitMakesNewOnes) {
+  PipelineManager manager{PipelineConfig()};
+  manager.Stop();
+  EXPECT_NE(manager.GetPipelineElement(PipelineType::Camera0), nullptr) << "nothing was started, nothing stops";
+  const std::weak_ptr<Kbase::Pipeline::IPipelineElement> camera = manager.ShareElement(PipelineType::Camera0);
+  manager.Start();
+  manager.RunSigInt();
+  manager.Stop();
+  EXPECT_TRUE(camera.expired());
+  EXPECT_EQ(manager.GetPipelineElement(PipelineType::Camera0), nullptr);
+  manager.Start();
+  EXPECT_EQ(manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio), nullptr);
+  manager.Init();
+  EXPECT_NE(manager.GetPipelineElement(PipelineType::Camera0), nullptr);
+}
+
+TEST_F(PipelineManagerTest, AMissingCameraIsAnErrorAndNeverAScene) {
+  PipelineConfig config;
+  config.camera0Enabled = config.audioEnabled = false;
+  config.camera1.device = "/dev/none";
+  CapturedOutput output;
+  PipelineManager manager(config);
+  manager.Start();
+  EXPECT_TRUE(output.WaitFor("/dev/none")) << output.GetText();
+  EXPECT_TRUE(WaitUntil([] { return CountThreads("PIPELINE") == 0; })) << "the error ends the main loop";
+  EXPECT_FALSE(manager.GetPipelineElement(PipelineType::Camera1)->IsDataAvailable());
+}
+
+TEST_F(PipelineManagerTest, AnErrorRestartsTheUnitOnlyBetweenIgnitionOnAndOff) {
+  for (const bool ignitionOff : {false, true}) {
+    std::atomic<int> reboots{0};
+    Ksystem::System::SetRebootHandler([&] { ++reboots; });
+    PipelineConfig config;
+    config.camera0Enabled = config.audioEnabled = false;
+    config.camera1.device = "sim:camera0";
+    CapturedOutput output;
+    PipelineManager manager(config);
+    manager.RunIgnitionStart();  // without a GPS receiver there is nothing to wait for
+    if (ignitionOff) manager.RunIgnitionOff();
+    GstElement* pipeline = manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio);
+    GST_ELEMENT_ERROR(pipeline, RESOURCE, FAILED, ("the camera has died"), (nullptr));
+    EXPECT_TRUE(output.WaitFor("ERROR:the camera has died\n"));
+    EXPECT_TRUE(WaitUntil([] { return CountThreads("PIPELINE") == 0; }));
+    EXPECT_EQ(reboots, ignitionOff ? 0 : 1);
+    manager.Stop();
+    Ksystem::System::SetRebootHandler({});
+  }
+}
+
+TEST_F(PipelineManagerTest, ABranchWithoutItsPlugInIsSaidOnceAndNeverDelivers) {
+  GstElement* pipeline = gst_pipeline_new("own");
+  // Once loaded, a plug-in does not come back by itself.
+  gst_object_unref(gst_object_ref_sink(gst_element_factory_make("imxvpuenc_h264", nullptr)));
+  GstRegistry* registry = gst_registry_get();
+  GstPluginFeature* encoder = gst_registry_lookup_feature(registry, "imxvpuenc_h264");
+  ASSERT_NE(encoder, nullptr);
+  gst_registry_remove_feature(registry, encoder);
+  {
+    Tavi::Video::VideoConfig config;
+    Tavi::Video::VideoPipelineElement camera(pipeline, config, 10);
+    EXPECT_EQ(GST_BIN_NUMCHILDREN(pipeline), 0);
+    EXPECT_EQ(camera.GetRawFrame(), nullptr);
+    camera.Start();
+    camera.Stop();
+  }
+  EXPECT_EQ(CountLogged("GStreamer has no element \"imxvpuenc_h264\""), 1);
+  gst_registry_add_feature(registry, encoder);
+  gst_object_unref(encoder);
+  gst_object_unref(pipeline);
+}
+
+}  // namespace

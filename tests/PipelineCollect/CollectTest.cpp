@@ -1,0 +1,229 @@
+// One collector on one ring: which entries reach the file, and every way in which a collect can end.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <csignal>
+
+#include "PipelineCollect/PipelineCollect.h"
+#include "Support/Media.h"
+
+namespace {
+
+using namespace Tavi::PipelineCollect;
+using Tavi::GstUtil::GstPipelineCbElement;
+using Tavi::Testing::AddMedia;
+using Tavi::Testing::ReadFile;
+using Tavi::Testing::TestRing;
+using Tavi::Testing::WaitUntil;
+
+/// Writes the entries' own bytes between brackets of its own.
+class TextCollect final : public PipelineCollect {
+ public:
+  explicit TextCollect(Kbase::Pipeline::IPipelineElement* ring)
+      : PipelineCollect(ring, PipelineCollectType::Gps, "COLLECT-TEST") {}
+  ~TextCollect() override { Stop(); }
+  bool WriteHeader(FILE* file) override { return std::fputs("[", file) >= 0; }
+  bool WriteFooter(FILE* file) override { return std::fputs("]", file) >= 0; }
+  bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override {
+    const auto* media = dynamic_cast<GstPipelineCbElement*>(entry);
+    if (media == nullptr || file == nullptr) return false;
+    GstMapInfo map;
+    gst_buffer_map(media->buffer, &map, GST_MAP_READ);
+    const bool written = std::fwrite(map.data, 1, map.size, file) == map.size;
+    gst_buffer_unmap(media->buffer, &map);
+    ++writes;
+    return written;
+  }
+  std::atomic<int> writes{0};
+};
+
+std::string Range(int first, int last) {
+  std::string text = "[";
+  for (int i = first; i <= last; ++i) text += "<" + std::to_string(i) + ">";
+  return text + "]";
+}
+
+class CollectTest : public Tavi::Testing::MediaTest {
+ protected:
+  static constexpr float Fps = 200.0F;
+
+  void Arm(CollectBase& collector, int durationSeconds) const {
+    PipelineCollectConfig config{-1, durationSeconds, m_dir};
+    collector.Init(config);
+  }
+  /// Feeds the ring at its rate until the collector's thread has ended.
+  static bool FeedUntilEnded(TestRing& ring, const CollectBase& collector) {
+    return WaitUntil([&] {
+      AddMedia(ring, 0);
+      std::this_thread::sleep_for(std::chrono::milliseconds(4));
+      return !collector.IsRunning();
+    });
+  }
+};
+
+TEST_F(CollectTest, WritesTheWindowAndTheEntryAtItsEnd) {
+  for (const int duration : {1, -1, 0}) {
+    TestRing ring(1000, Fps);
+    for (int i = 0; i < 50; ++i) AddMedia(ring, 0);
+    TextCollect collector(&ring);
+    Arm(collector, duration);
+    collector.SetStartPos(10);
+    ASSERT_TRUE(collector.IThread::Start());
+    ASSERT_TRUE(FeedUntilEnded(ring, collector));
+    EXPECT_EQ(ReadFile(collector.GetPath()), Range(10, duration == 0 ? 10 : 210)) << duration;
+    EXPECT_TRUE(collector.IsCollected());
+    EXPECT_EQ(collector.GetTotalSecondsCollected(), duration == 0 ? 0U : 1U);
+  }
+}
+
+TEST_F(CollectTest, WindowThatCrossesTheRingsEndComesOutInOrder) {
+  TestRing ring(100, Fps);
+  for (int i = 0; i < 190; ++i) AddMedia(ring, 0);
+  TextCollect collector(&ring);
+  Arm(collector, 1);
+  collector.SetStartPos(95);  // id 95 is gone: slot 95 holds nothing newer yet than 95
+  const auto first = ring.GetElementAt(95)->frameId;
+  ASSERT_TRUE(collector.IThread::Start());
+  ASSERT_TRUE(FeedUntilEnded(ring, collector));
+  EXPECT_EQ(ReadFile(collector.GetPath()), Range(static_cast<int>(first), static_cast<int>(first) + 200));
+}
+
+TEST_F(CollectTest, ASlowWriterLosesNothingToAProducerThatLapsIt) {
+  TestRing ring(50, Fps);
+  for (int i = 0; i < 50; ++i) AddMedia(ring, 0);
+  TextCollect collector(&ring);
+  Arm(collector, 1);
+  collector.SetStartPos(ring.SeekBackKeyframe(50, 1));
+  const auto first = static_cast<int>(ring.GetElementAt(collector.GetStartPos())->frameId);
+  ASSERT_TRUE(collector.IThread::Start());
+  ASSERT_TRUE(FeedUntilEnded(ring, collector));
+  EXPECT_EQ(ReadFile(collector.GetPath()), Range(first, first + 200));
+}
+
+TEST_F(CollectTest, AStoppedCollectIsWellFormedAndShorter) {
+  for (const bool abort : {false, true}) {
+    TestRing ring(1000, Fps);
+    for (int i = 0; i < 10; ++i) AddMedia(ring, 0);
+    TextCollect collector(&ring);
+    Arm(collector, 60);
+    ASSERT_TRUE(collector.IThread::Start());
+    ASSERT_TRUE(WaitUntil([&] {
+      AddMedia(ring, 0);
+      return collector.writes >= 5;
+    }));
+    abort ? static_cast<void>(collector.Abort()) : collector.RequestStop();
+    ASSERT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
+    EXPECT_EQ(ReadFile(collector.GetPath()), Range(0, collector.writes - 1)) << abort;
+    EXPECT_TRUE(collector.IsCollected());
+  }
+}
+
+TEST_F(CollectTest, StopEndsTheLongSleepOfASlowSource) {
+  TestRing ring(10, 0.01F);
+  AddMedia(ring, 0);
+  TextCollect collector(&ring);
+  Arm(collector, 60);
+  ASSERT_TRUE(collector.IThread::Start());
+  collector.RequestStop();
+  EXPECT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
+}
+
+TEST_F(CollectTest, WhatTheWindowHasIsWrittenWhenTheSourceIsTakenAway) {
+  auto ring = std::make_shared<TestRing>(1000, Fps);
+  for (int i = 0; i < 300; ++i) AddMedia(*ring, 0);
+  TextCollect collector(nullptr);
+  collector.Bind(ring);
+  Arm(collector, 60);
+  collector.SetStartPos(100);
+  ASSERT_TRUE(collector.IThread::Start());
+  ASSERT_TRUE(WaitUntil([&] {
+    AddMedia(*ring, 0);
+    return collector.writes >= 3;
+  }));
+  ring.reset();
+  ASSERT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
+  const std::string text = ReadFile(collector.GetPath());
+  EXPECT_EQ(text.substr(0, text.find("<300>")) + "]", Range(100, 299));
+  EXPECT_EQ(text.back(), ']');
+  Arm(collector, 60);
+  ASSERT_TRUE(collector.IThread::Start());
+  ASSERT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
+  EXPECT_FALSE(collector.IsCollected()) << "a later collect has no source";
+}
+
+TEST_F(CollectTest, NothingIsReportedWithoutAnEntryADirectoryOrAWriter) {
+  const long descriptors = CountDescriptors();
+  TestRing empty(10, Fps);
+  TextCollect noEntry(&empty);
+  Arm(noEntry, 1);
+  noEntry.Collect();
+  EXPECT_FALSE(noEntry.IsCollected());
+
+  TestRing ring(10, Fps);
+  AddMedia(ring, 0);
+  TextCollect noDirectory(&ring);
+  PipelineCollectConfig config{-1, 1, m_dir + "missing/"};
+  noDirectory.Init(config);
+  noDirectory.Collect();
+  EXPECT_FALSE(noDirectory.IsCollected());
+  EXPECT_EQ(CountLogged("cannot open " + m_dir + "missing/gps_"), 1);
+
+  TextCollect unarmed(&ring);
+  ASSERT_TRUE(unarmed.IThread::Start());
+  ASSERT_TRUE(WaitUntil([&] { return !unarmed.IsRunning(); }));
+  EXPECT_EQ(unarmed.writes, 0);
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST_F(CollectTest, AFullDiskLeavesWholeEntriesAndOneLine) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit old{};
+  getrlimit(RLIMIT_FSIZE, &old);
+  TestRing ring(1000, Fps);
+  for (int i = 0; i < 100; ++i) AddMedia(ring, 0);
+  TextCollect collector(&ring);
+  Arm(collector, 10);
+  collector.SetStartPos(10);  // entries of four bytes; 23 bytes hold the bracket and five of them and a half
+  const rlimit small{23, old.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  ASSERT_TRUE(collector.IThread::Start());
+  const bool ended = FeedUntilEnded(ring, collector);
+  setrlimit(RLIMIT_FSIZE, &old);
+  ASSERT_TRUE(ended);
+  EXPECT_EQ(ReadFile(collector.GetPath()), Range(10, 14));
+  EXPECT_TRUE(collector.IsCollected());
+  EXPECT_EQ(CountLogged("cannot write " + collector.GetPath()), 1);
+}
+
+TEST_F(CollectTest, AnArmedCollectorTakesAFreshNameAndBacksUpWhatItHas) {
+  TestRing ring(1000, Fps);
+  AddMedia(ring, 0);
+  TextCollect collector(&ring);
+  Arm(collector, 0);
+  const std::string first = collector.GetPath();
+  EXPECT_FALSE(collector.Backup(m_dir, "none")) << "there is no file yet";
+  Arm(collector, 0);
+  EXPECT_NE(collector.GetPath(), first);
+  ASSERT_TRUE(collector.IThread::Start());
+  ASSERT_TRUE(FeedUntilEnded(ring, collector));
+  const std::string withoutSlash = m_dir.substr(0, m_dir.size() - 1);
+  collector.BackupAsync(withoutSlash, "event")->join();
+  EXPECT_EQ(ReadFile(m_dir + "gps_event.dat"), "[<0>]");
+  EXPECT_TRUE(collector.Backup(m_dir, "event2"));
+  EXPECT_EQ(ReadFile(m_dir + "gps_event2.dat"), "[<0>]");
+  EXPECT_FALSE(collector.Backup(m_dir + "missing", "event"));
+
+  TextCollect twin(nullptr);
+  collector.CopyTo(&twin);
+  collector.Reset();
+  EXPECT_EQ(collector.GetPath(), "");
+  EXPECT_TRUE(twin.IsCollected());
+  EXPECT_EQ(ReadFile(twin.GetPath()), "[<0>]");
+  twin.DeletePath();
+  twin.DeletePath();
+  EXPECT_FALSE(std::filesystem::exists(twin.GetPath()));
+  EXPECT_FALSE(twin.IsCollected());
+}
+
+}  // namespace
