@@ -1,0 +1,76 @@
+// tavi-recorder: records and turns events into files.
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <memory>
+
+#include "Kbase/Klog/Logger.h"
+#include "Kbase/Util/TemperatureMonitor.h"
+#include "Ksystem/FileUtils/Kdir.h"
+#include "Recorder/InputDevices.h"
+#include "Recorder/Options.h"
+#include "Recorder/PluginPath.h"
+#include "Recorder/Recorder.h"
+#include "Recorder/SignalThread.h"
+
+namespace {
+
+using namespace Tavi::Recorder;
+
+constexpr int FailureExitStatus = 1;
+constexpr int UsageExitStatus = 2;
+
+int Complain(int exitStatus, const std::string& sentence) {
+  std::cerr << "tavi-recorder: " << sentence << "\n";
+  return exitStatus;
+}
+
+/// Keeps standard output for the reports: what the media framework prints there goes to standard error.
+int ReserveStandardOutput() {
+  const int reportFd = dup(STDOUT_FILENO);
+  if (reportFd >= 0) dup2(STDERR_FILENO, STDOUT_FILENO);
+  return reportFd;
+}
+
+int Record(const Options& options, int reportFd) {
+  std::atomic<Recorder*> recorder{nullptr};
+  std::atomic<bool> interrupted{false};
+  const SignalThread signals([&] {
+    interrupted = true;
+    if (auto* running = recorder.load()) running->Interrupt();
+  });
+  Kbase::Util::TemperatureMonitor::GetInstance().Start();
+  const auto owned = std::make_unique<Recorder>(options, reportFd);
+  recorder = owned.get();
+  if (interrupted) owned->Interrupt();
+  const int status = owned->Run();
+  recorder = nullptr;
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (const auto status = ParseOptions(argc, argv, options, std::cout, std::cerr)) return *status;
+  if (!Ksystem::FileUtils::Kdir(options.outputDir).Create() || access(options.outputDir.c_str(), W_OK) != 0) {
+    return Complain(UsageExitStatus, "--output: nothing can be written into \"" + options.outputDir +
+                                         "\"; give a directory that can be created or written to");
+  }
+  if (!options.logFile.empty() && !Kbase::Klog::Logger::GetInstance().SetFile(options.logFile)) {
+    return Complain(UsageExitStatus, "--log: \"" + options.logFile + "\" cannot be written; give another file");
+  }
+  const std::string missing = options.simulate ? std::string() : DescribeMissingDevices(options.pipeline);
+  if (!missing.empty()) return Complain(FailureExitStatus, missing);
+  std::signal(SIGPIPE, SIG_IGN);
+  AddPluginPath();
+  const int reportFd = ReserveStandardOutput();
+  if (reportFd < 0) return Complain(FailureExitStatus, std::string("standard output: ") + std::strerror(errno));
+  const int status = Record(options, reportFd);
+  Kbase::Klog::Logger::GetInstance().Flush();
+  return status;
+}

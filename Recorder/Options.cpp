@@ -1,0 +1,117 @@
+// What the recorder is told on its command line.
+#include "Recorder/Options.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <ostream>
+
+#include "Recorder/Version.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+constexpr int UsageExitStatus = 2;
+/// What the rings hold, less the second in which the window's first key frame is looked for.
+constexpr int LongestLookBackSeconds = 31;
+/// A collect is aborted after 120 s; a window must end well before.
+constexpr int LongestWindowSeconds = 110;
+
+/// Accepts whole numbers from `low` to `high`; anything else is answered with what would be right.
+CLI::Validator WholeNumber(int low, int high) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        int value = 0;
+        if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high) return {};
+        return fmt::format("\"{}\" is no whole number from {} to {}", text, low, high);
+      },
+      fmt::format("{}..{}", low, high));
+}
+
+CLI::Validator Seconds(double low, double high) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        double value = 0.0;
+        if (CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= low && value <= high) return {};
+        return fmt::format("\"{}\" is no number of seconds from {} to {}", text, low, high);
+      },
+      fmt::format("{}..{} s", low, high));
+}
+
+void AddCameraOptions(CLI::App& app, const std::string& number, Video::VideoConfig& camera, bool& enabled) {
+  const std::string group = "Camera " + number;
+  const auto inGroup = [&group](CLI::Option* option) { return option->group(group)->capture_default_str(); };
+  inGroup(app.add_option("--device" + number, camera.device, "V4L2 capture device"));
+  inGroup(app.add_option("--fps" + number, camera.fps, "Frames a second"))->check(WholeNumber(1, 60));
+  inGroup(app.add_option("--bitrate" + number, camera.bitrate, "H.264 bit rate in kbit/s"))
+      ->check(WholeNumber(64, 50000));
+  inGroup(app.add_option("--port" + number, camera.streamPort, "TCP port of the live stream"))
+      ->check(WholeNumber(1, 65535));
+  app.add_flag("--stream" + number, camera.streamEnabled,
+               "Serve the stream live on every interface, without any authentication")->group(group);
+  app.add_flag("--crop" + number, camera.cropEnabled, "Cut the border of the picture away")->group(group);
+  app.add_flag("!--no-preview" + number, camera.previewEnabled, "Keep no preview frames")->group(group);
+  app.add_flag("!--no-camera" + number, enabled, "Leave this camera out")->group(group);
+}
+
+void AddOptions(CLI::App& app, Options& options) {
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.set_version_flag("--version", Version);
+  app.add_flag("--simulate", options.simulate, "Test scenes in place of the cameras");
+  app.add_option("--collect-after", options.collectAfterSeconds,
+                 "Seconds from the start, or the event before, to an event")
+      ->check(Seconds(0, 86400))->capture_default_str();
+  app.add_option("--start", options.startSeconds, "Start of the window in seconds relative to the event")
+      ->check(WholeNumber(-LongestLookBackSeconds, 0))->capture_default_str();
+  app.add_option("--duration", options.durationSeconds, "Length of the window in seconds")
+      ->check(WholeNumber(0, LongestWindowSeconds))->capture_default_str();
+  app.add_option("--count", options.eventCount, "Number of events")->check(WholeNumber(1, 1000000))
+      ->capture_default_str();
+  app.add_option("--output", options.outputDir, "Directory for the files of the events")->required();
+  app.add_flag("--json", options.json, "One JSON object an event on standard output");
+  app.add_option("--log", options.logFile, "Append the log to this file, too");
+  AddCameraOptions(app, "0", options.pipeline.camera0, options.pipeline.camera0Enabled);
+  AddCameraOptions(app, "1", options.pipeline.camera1, options.pipeline.camera1Enabled);
+}
+
+/// What no single option can tell; empty when all is well.
+std::string CheckTogether(const Options& options) {
+  const auto& [camera0, camera1] = std::tie(options.pipeline.camera0, options.pipeline.camera1);
+  if (options.outputDir.empty()) return "--output: it is empty; give a directory";
+  if (!options.pipeline.camera0Enabled && !options.pipeline.camera1Enabled) {
+    return "--no-camera0 and --no-camera1: nothing is left to record; leave one out";
+  }
+  if (!options.pipeline.camera0Enabled || !options.pipeline.camera1Enabled) return {};
+  if (!options.simulate && camera0.device == camera1.device) {
+    return fmt::format("--device0 and --device1: both are \"{}\"; give each camera a device of its own", camera0.device);
+  }
+  if (camera0.streamEnabled && camera1.streamEnabled && camera0.streamPort == camera1.streamPort) {
+    return fmt::format("--port0 and --port1: both are {}; give each stream a port of its own", camera0.streamPort);
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<int> ParseOptions(int argc, const char* const* argv, Options& options, std::ostream& out,
+                                std::ostream& err) {
+  CLI::App app("Records two cameras, keeps the last 32 seconds in memory and writes a window around each event.",
+               "tavi-recorder");
+  AddOptions(app, options);
+  std::string problem;
+  try {
+    app.parse(argc, argv);
+    problem = CheckTogether(options);
+  } catch (const CLI::Success& done) {
+    app.exit(done, out, err);
+    return 0;
+  } catch (const CLI::ParseError& error) {
+    problem = error.what();
+  }
+  if (problem.empty()) return std::nullopt;
+  err << "tavi-recorder: " << problem << "\n";
+  return UsageExitStatus;
+}
+
+}  // namespace Tavi::Recorder

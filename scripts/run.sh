@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# A simulated drive with one event: sets up, builds and runs the recorder. Its own arguments go to the recorder, where
+# they win over the ones below: scripts/run.sh --duration 30 --count 2
+source "$(dirname "$0")/common.sh"
+
+scripts/build.sh
+exec build/release/bin/tavi-recorder --simulate --collect-after 12 --start -10 --duration 15 --output build/events "$@"

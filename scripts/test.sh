@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Builds and runs all tests: scripts/test.sh [--preset debug|release|asan|tsan] [ctest options]
+source "$(dirname "$0")/common.sh"
+
+preset=debug
+if [ "${1:-}" = --preset ]; then
+  preset=${2:?--preset takes debug, release, asan or tsan}
+  shift 2
+fi
+scripts/build.sh --preset "$preset" -DTAVI_WERROR=ON
+say "testing build/$preset"
+exec ctest --test-dir "build/$preset" --output-on-failure --parallel "$jobs" "$@"
