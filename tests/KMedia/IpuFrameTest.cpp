@@ -17,7 +17,9 @@ struct Picture {
     record.height = static_cast<std::uint16_t>(height);
   }
   std::uint8_t& Luma(int x, int y) { return bytes[static_cast<std::size_t>(y * layout.lumaStride + x)]; }
-  std::uint8_t& U(int x, int y) { return bytes[layout.uOffset + static_cast<std::size_t>(y * layout.chromaStride + x)]; }
+  std::uint8_t& U(int x, int y) {
+    return bytes[layout.uOffset + static_cast<std::size_t>(y * layout.chromaStride + x)];
+  }
 
   I420Layout layout;
   std::vector<std::uint8_t> bytes;

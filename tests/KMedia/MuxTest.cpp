@@ -3,9 +3,11 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <numeric>
+#include <random>
+#include <thread>
 
 #include "KMedia/FFMpeg/FFMpeg.h"
 #include "KMedia/FFMpeg/Mp4Writer.h"
@@ -61,7 +63,8 @@ TEST_F(MuxTest, CarriesTheRateExactlyWithKeyFramesAndTheIndexInFront) {
   const struct {
     float fps;
     int numerator, denominator;
-  } cases[] = {{30.0F, 30, 1}, {15.0F, 15, 1}, {29.97F, 30000, 1001}, {23.976F, 24000, 1001}, {12.5F, 25, 2}, {1.0F, 1, 1}};
+  } cases[] = {{30.0F, 30, 1},         {15.0F, 15, 1}, {29.97F, 30000, 1001},
+               {23.976F, 24000, 1001}, {12.5F, 25, 2}, {1.0F, 1, 1}};
   constexpr int Frames = 61;
   WriteVideo(Join(EncodeH264(320, 176, 30, 15, Frames)));
   for (const auto& c : cases) {
@@ -110,7 +113,8 @@ TEST_F(MuxTest, ACutLastFrameIsLeftOutAndTheRestIsDelivered) {
     EXPECT_EQ(video.frames.size(), 19U) << cut;
     EXPECT_EQ(video.decodeErrors, 0) << cut;
     EXPECT_NE(m_log.find("in.h264 ends within a frame: its last " + std::to_string(units.back().size() - cut)),
-              std::string::npos) << m_log;
+              std::string::npos)
+        << m_log;
   }
 }
 
@@ -139,7 +143,8 @@ TEST_F(MuxTest, WithoutAUsableFrameOrSoundThereIsNoFile) {
 TEST_F(MuxTest, AFileThatCannotBeFinishedLeavesTheOldOne) {
   WriteVideo(Join(EncodeH264(640, 352, 30, 30, 60)));
   EXPECT_FALSE(Run(30.0F, "", "missing/out.mp4"));
-  EXPECT_NE(m_log.find("cannot mux into " + m_dir + "missing/out.mp4: create: No such file"), std::string::npos) << m_log;
+  EXPECT_NE(m_log.find("cannot mux into " + m_dir + "missing/out.mp4: create: No such file"), std::string::npos)
+      << m_log;
 
   std::filesystem::create_directory(m_dir + "full");
   if (mount("tmpfs", (m_dir + "full").c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "mounting needs root";
@@ -158,6 +163,54 @@ TEST_F(MuxTest, APathThatDoesNotFitIsRefusedWithoutOverflow) {
   EXPECT_EQ(config.audio[0], '\0');
   EXPECT_FALSE(FFMpeg::SetPath(config.video, std::string(256, 'b')));
   EXPECT_EQ(std::string(config.video), std::string(255, 'a'));
+
+  std::fill(std::begin(config.output), std::end(config.output), 'o');
+  EXPECT_FALSE(FFMpeg(&config).RemuxVideoFile());
+  EXPECT_NE(m_log.find("a path of the mux request is longer than 255"), std::string::npos) << m_log;
+
+  WriteVideo(Join(EncodeH264(160, 96, 30, 30, 5)));
+  const std::string deep = std::string(255 - m_dir.size() - 101, 'd') + "/" + std::string(100, 'n');
+  std::filesystem::create_directory(std::filesystem::path(m_dir + deep).parent_path());
+  EXPECT_TRUE(Run(30.0F, "", deep));
+  EXPECT_EQ(DecodeVideo(m_dir + deep).frames.size(), 5U);
+}
+
+TEST_F(MuxTest, DamagedInputHarmsNobodyAndTheConsoleStaysClean) {
+  const auto whole = Join(EncodeH264(160, 96, 15, 5, 12, "slices=2"));
+  const auto sound = EncodeMp3(0.5);
+  std::mt19937 random(3);
+  int muxed = 0;
+  testing::internal::CaptureStderr();
+  for (int round = 0; round < 200; ++round) {
+    auto bytes = whole;
+    // Early bytes too, where the parameter sets are.
+    for (unsigned i = random() % 20; i > 0; --i) bytes[random() % (i % 2 == 0 ? bytes.size() : 100)] = random() & 0xFFU;
+    WriteVideo(bytes);
+    WriteBytes(m_dir + "in.mp3", sound);
+    m_log.clear();
+    const bool done = Mux();
+    muxed += done ? 1 : 0;
+    EXPECT_EQ(done, std::filesystem::exists(m_dir + "out.mp4"));
+    const auto error = m_log.find("[ERROR]");
+    EXPECT_EQ(done, error == std::string::npos) << m_log;
+    EXPECT_TRUE(done || m_log.find("[ERROR]", error + 1) == std::string::npos) << m_log;
+    std::filesystem::remove(m_dir + "out.mp4");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_GT(muxed, 20);
+  EXPECT_LT(muxed, 200);
+  EXPECT_EQ(ListProducts(), "");
+}
+
+TEST_F(MuxTest, SeveralMuxesRunAtOnce) {
+  WriteVideo(Join(EncodeH264(320, 176, 30, 30, 60)));
+  WriteBytes(m_dir + "in.mp3", EncodeMp3(2.0));
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([this, i] { EXPECT_TRUE(Run(30.0F, "in.mp3", "out" + std::to_string(i) + ".mp4")); });
+  }
+  for (auto& thread : threads) thread.join();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(DecodeVideo(m_dir + "out" + std::to_string(i) + ".mp4").frames.size(), 60U);
 }
 
 }  // namespace

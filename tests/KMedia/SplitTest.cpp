@@ -1,7 +1,9 @@
 // Splitting streams: every access unit and MP3 frame found where it is, and nothing read past hostile bytes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -51,13 +53,16 @@ TEST(AnnexB, RandomAndRepetitiveBytesHarmNobody) {
   for (int round = 0; round < 2000; ++round) {
     std::vector<std::uint8_t> bytes(random() % 200);
     // Few values, so that start codes are frequent.
-    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(std::array{0, 0, 0, 1, 0x65, 0x67, 0x88, 0x41}[random() % 8]);
+    for (auto& byte : bytes)
+      byte = static_cast<std::uint8_t>(std::array{0, 0, 0, 1, 0x65, 0x67, 0x88, 0x41}[random() % 8]);
     const auto found = SplitAccessUnits(bytes);
     std::size_t covered = 0;
     for (const auto& unit : found.units) covered += unit.bytes.size();
     ASSERT_LE(covered + found.trailingBytes, bytes.size());
   }
   EXPECT_TRUE(SplitAccessUnits(std::vector<std::uint8_t>(100000, 0)).units.empty());
+  const std::vector<std::uint8_t> nothingToDecodeWith{0, 0, 1, 0x65, 0x88, 0x80, 0, 0, 1, 0x41, 0x9A, 0x80};
+  EXPECT_TRUE(SplitAccessUnits(nothingToDecodeWith).units.empty());
 }
 
 TEST(TailCheck, FindsACutAtAnyPlaceAndNoneInWholeStreams) {
@@ -69,7 +74,8 @@ TEST(TailCheck, FindsACutAtAnyPlaceAndNoneInWholeStreams) {
       const auto whole = Join(units);
       EXPECT_TRUE(IsLastUnitWhole(SplitAccessUnits(whole))) << options << ", " << frames << " frames";
       const std::size_t last = units.back().size();
-      for (const std::size_t cut : {std::size_t{1}, std::size_t{2}, std::size_t{7}, last / 4, last / 2, last - last / 8}) {
+      for (const std::size_t cut :
+           {std::size_t{1}, std::size_t{2}, std::size_t{7}, last / 4, last / 2, last - last / 8}) {
         // Arithmetic decoders read two bytes ahead and do without them at the end of a picture.
         if (cut < 3 && std::string(options).find("cabac=1") != std::string::npos) continue;
         auto shorter = whole;
@@ -83,6 +89,18 @@ TEST(TailCheck, FindsACutAtAnyPlaceAndNoneInWholeStreams) {
   }
   EXPECT_GT(checked, 100);
   EXPECT_EQ(missed, 0) << "of " << checked;
+}
+
+TEST(TailCheck, WholePicturesThatReferToManyOthersAreNoAlarm) {
+  for (const char* options : {"ref=4", "cabac=1:ref=3:slices=2", "interlaced=1"}) {
+    std::vector<std::uint8_t> stream;
+    int number = 0;
+    for (const auto& unit : EncodeH264(320, 176, 30, 30, 45, options)) {
+      stream.insert(stream.end(), unit.begin(), unit.end());
+      EXPECT_TRUE(IsLastUnitWhole(SplitAccessUnits(stream))) << options << ", unit " << number;
+      ++number;
+    }
+  }
 }
 
 TEST(Mp3Frames, FindsWholeFramesBetweenTagsAndGarbage) {
@@ -99,6 +117,13 @@ TEST(Mp3Frames, FindsWholeFramesBetweenTagsAndGarbage) {
   tagged.insert(tagged.end(), {'T', 'A', 'G'});
   tagged.resize(tagged.size() + 125, ' ');
   EXPECT_EQ(SplitMp3Frames(tagged).frames.size(), plain.frames.size());
+
+  // An encoder's information frame is one of the stream's own kind, silent, with a tag behind the side information.
+  std::vector<std::uint8_t> informed(plain.frames[0].begin(), plain.frames[0].end());
+  std::fill(informed.begin() + 4, informed.end(), std::uint8_t{0});
+  std::memcpy(informed.data() + 4 + 17, "Info", 4);
+  informed.insert(informed.end(), music.begin(), music.end());
+  EXPECT_EQ(SplitMp3Frames(informed).frames.size(), plain.frames.size());
 
   auto cut = music;
   cut.resize(cut.size() - 10);

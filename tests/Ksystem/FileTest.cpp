@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -78,6 +79,9 @@ TEST_F(FileTest, ACopyIsWholeOrAbsent) {
   EXPECT_EQ(Read(m_dir + "old"), "old");
   EXPECT_TRUE(file.CopyTo(m_dir + "old", false));
   EXPECT_EQ(Read(m_dir + "old"), content);
+  // A file that the kernel will not send by itself is read and written.
+  EXPECT_TRUE(Kfile("/proc/self/cmdline").CopyTo(m_dir + "cmdline", false));
+  EXPECT_EQ(Read(m_dir + "cmdline"), Read("/proc/self/cmdline"));
   EXPECT_FALSE(file.CopyTo(m_dir + "missing/f", false));
   EXPECT_FALSE(Kfile(m_dir + "none").CopyTo(m_dir + "g", false));
   EXPECT_FALSE(std::filesystem::exists(m_dir + "g"));
@@ -87,7 +91,8 @@ TEST_F(FileTest, ACopyIsWholeOrAbsent) {
   m_log.clear();
   EXPECT_FALSE(file.CopyTo(m_dir + "full/f", false));
   EXPECT_TRUE(std::filesystem::is_empty(m_dir + "full"));
-  EXPECT_NE(m_log.find("cannot copy " + m_dir + "f to " + m_dir + "full/f.part: No space left"), std::string::npos) << m_log;
+  EXPECT_NE(m_log.find("cannot copy " + m_dir + "f to " + m_dir + "full/f.part: No space left"), std::string::npos)
+      << m_log;
   umount((m_dir + "full").c_str());
 }
 

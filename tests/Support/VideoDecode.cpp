@@ -9,8 +9,7 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <iterator>
-#include <memory>
+#include <map>
 
 namespace Tavi::Testing {
 namespace {
@@ -75,8 +74,13 @@ class Reader {
   }
 
  private:
-  void Describe(DecodedVideo& result) const {
-    const AVStream* stream = m_format->streams[m_video];
+  void Describe(DecodedVideo& result) {
+    AVStream* stream = m_format->streams[m_video];
+    // Decoder and parser have opinions of their own on key frames; only the index is the container's word.
+    for (int i = 0; i < avformat_index_get_entries_count(stream); ++i) {
+      const AVIndexEntry* entry = avformat_index_get_entry(stream, i);
+      m_keys[entry->timestamp] = (entry->flags & AVINDEX_KEYFRAME) != 0;
+    }
     result.opened = true;
     result.width = stream->codecpar->width;
     result.height = stream->codecpar->height;
@@ -93,18 +97,23 @@ class Reader {
   }
 
   void Decode(const AVPacket* packet, DecodedVideo& result) {
+    if (packet != nullptr) m_keys.try_emplace(packet->pts, (packet->flags & AV_PKT_FLAG_KEY) != 0);
     if (avcodec_send_packet(m_decoder, packet) < 0) ++result.decodeErrors;
-    while (avcodec_receive_frame(m_decoder, m_frame) == 0) {
+    int received = 0;
+    while ((received = avcodec_receive_frame(m_decoder, m_frame)) == 0) {
       if (m_frame->decode_error_flags != 0) ++result.decodeErrors;
       const double seconds = static_cast<double>(m_frame->pts) * av_q2d(m_format->streams[m_video]->time_base);
-      result.frames.push_back({seconds, m_frame->key_frame != 0, MeanLuma(*m_frame)});
+      result.frames.push_back({seconds, m_keys[m_frame->pts], MeanLuma(*m_frame)});
     }
+    if (received != AVERROR(EAGAIN) && received != AVERROR_EOF) ++result.decodeErrors;
   }
 
   AVFormatContext* m_format = nullptr;
   AVCodecContext* m_decoder = nullptr;
   AVPacket* m_packet = av_packet_alloc();
   AVFrame* m_frame = av_frame_alloc();
+  /// By presentation time.
+  std::map<std::int64_t, bool> m_keys;
   int m_video = -1;
   int m_audio = -1;
   bool m_open = false;

@@ -32,7 +32,7 @@ class Encoder {
   void Open() {
     if (avcodec_open2(context, m_codec, nullptr) < 0) throw std::runtime_error("the encoder does not open");
     frame->format = context->codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<int>(context->pix_fmt)
-                                                               : static_cast<int>(context->sample_fmt);
+                                                              : static_cast<int>(context->sample_fmt);
   }
   void Encode(const AVFrame* input) {
     avcodec_send_frame(context, input);
@@ -133,7 +133,7 @@ std::vector<std::uint8_t> Join(const std::vector<AccessUnitBytes>& units) {
 
 void WriteBytes(const std::string& path, const std::vector<std::uint8_t>& bytes) {
   if (FILE* file = std::fopen(path.c_str(), "wb")) {
-    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), file);
     std::fclose(file);
   }
 }

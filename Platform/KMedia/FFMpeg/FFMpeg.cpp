@@ -12,6 +12,7 @@
 #include "KMedia/FFMpeg/Mp4Writer.h"
 #include "KMedia/H264/TailCheck.h"
 #include "Kbase/Klog/Logger.h"
+#include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace KMedia {
@@ -25,16 +26,23 @@ bool Fail(const std::string& message) {
   return false;
 }
 
-bool FailWithErrno(const std::string& message) { return Fail(message + ": " + std::strerror(errno)); }
+bool FailWithErrno(const std::string& message) {
+  return Fail(message + ": " + std::strerror(errno));
+}
 
-/// Leaves out what a cut has made unusable at the end of the stream.
+/// A caller may have filled a field to its last character by other means than SetPath.
+bool IsTerminated(const FFMpeg::Path& field) {
+  return std::memchr(field, '\0', FFMpeg::PathSize) != nullptr;
+}
+
+/// Leaves out what a cut has made unusable at the end of the stream; the caller reports when nothing is left.
 void DropDamagedTail(H264::AccessUnits& video, const std::string& path) {
   std::size_t dropped = video.trailingBytes;
   if (!video.units.empty() && !H264::IsLastUnitWhole(video)) {
     dropped += video.units.back().bytes.size();
     video.units.pop_back();
   }
-  if (dropped == 0) return;
+  if (dropped == 0 || video.units.empty()) return;
   Kbase::Klog::Logger::GetInstance().Warning(
       Tag, path + " ends within a frame: its last " + std::to_string(dropped) + " bytes are left out");
 }
@@ -52,7 +60,9 @@ bool WriteWhole(const std::string& path, const H264::AccessUnits& video, FrameRa
     ::unlink(aside.c_str());
     return Fail("cannot mux into " + path + ": " + writer.GetError());
   }
-  if (SyncToDisk(aside) && std::rename(aside.c_str(), path.c_str()) == 0) return true;
+  if (SyncToDisk(aside) && std::rename(aside.c_str(), path.c_str()) == 0) {
+    return Ksystem::FileUtils::Kdir::SyncParentOf(path);
+  }
   const int reason = errno;
   ::unlink(aside.c_str());
   errno = reason;
@@ -67,13 +77,21 @@ bool FFMpeg::SetPath(Path& field, const std::string& path) {
   return true;
 }
 
-bool FFMpeg::MuxVideoAndAudio() { return Mux(true); }
+bool FFMpeg::MuxVideoAndAudio() {
+  return Mux(true);
+}
 
-bool FFMpeg::RemuxVideoFile() { return Mux(false); }
+bool FFMpeg::RemuxVideoFile() {
+  return Mux(false);
+}
 
 bool FFMpeg::Mux(bool withAudio) {
+  if (!IsTerminated(m_config.video) || !IsTerminated(m_config.audio) || !IsTerminated(m_config.output)) {
+    return Fail("a path of the mux request is longer than " + std::to_string(PathSize - 1));
+  }
   const FrameRate rate = FrameRate::FromFps(m_config.fps);
-  if (rate.numerator == 0) return Fail(std::string(m_config.video) + ": " + std::to_string(m_config.fps) + " is no frame rate");
+  if (rate.numerator == 0)
+    return Fail(std::string(m_config.video) + ": " + std::to_string(m_config.fps) + " is no frame rate");
   MappedFile videoFile;
   if (!videoFile.Map(m_config.video)) return FailWithErrno(std::string("cannot read ") + m_config.video);
   auto video = H264::SplitAccessUnits(videoFile.GetBytes());

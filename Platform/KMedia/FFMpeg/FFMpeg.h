@@ -8,8 +8,8 @@ namespace KMedia {
 
 /// One mux request. No re-encoding, no copy of the media data in between. Thread-bound; several may run at once.
 ///
-/// The MP4 is written aside, synced and renamed: under the output's name there is a whole file or none, and an older one
-/// is only replaced by a whole one. Every failure is one line in the log.
+/// The MP4 is written aside, synced and renamed: under the output's name there is a whole file or none, and an older
+/// one is only replaced by a whole one. Every failure is one line in the log.
 class FFMpeg {
  public:
   static constexpr std::size_t PathSize = 256;

@@ -8,8 +8,8 @@
 
 namespace KMedia {
 
-/// A read-only mapping of a whole file. Thread-bound. The file must not shrink meanwhile: an event's files are written by
-/// their collector only, which has ended.
+/// A read-only mapping of a whole file. Thread-bound. The file must not shrink meanwhile: an event's files are written
+/// by their collector only, which has ended.
 class MappedFile {
  public:
   MappedFile() = default;

@@ -19,6 +19,9 @@ namespace {
 constexpr std::size_t IndexBytesPerSample = 48;
 constexpr std::size_t IndexBytesFixed = 16384;
 
+/// Moves the parser's complaints beyond every log level; this library has one line of its own for each failure.
+constexpr int SilentLogOffset = 100;
+
 struct PictureSize {
   int width = 0;
   int height = 0;
@@ -31,6 +34,7 @@ PictureSize ReadPictureSize(const H264::AccessUnits& video) {
   AVCodecContext* context = avcodec_alloc_context3(nullptr);
   if (parser != nullptr && context != nullptr && !video.units.empty()) {
     parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+    context->log_level_offset = SilentLogOffset;
     std::vector<std::uint8_t> start = video.parameterSets;
     const auto& first = video.units.front().bytes;
     start.insert(start.end(), first.begin(), first.end());
@@ -86,8 +90,8 @@ bool Mp4Writer::Fail(const std::string& action, int error) {
 bool Mp4Writer::Write(const std::string& path, const H264::AccessUnits& video, FrameRate rate,
                       const Mp3::Mp3Frames* audio) {
   const std::size_t samples = video.units.size() + (audio != nullptr ? audio->frames.size() : 0);
-  return Open(path) && AddVideo(video, rate) && (audio == nullptr || AddAudio(*audio)) && WriteHeader(samples) &&
-         WriteSamples(video, rate, audio) && Close();
+  return Open(path) && AddVideo(video, rate) && (audio == nullptr || AddAudio(*audio)) &&
+         WriteHeader(samples, video.parameterSets.size()) && WriteSamples(video, rate, audio) && Close();
 }
 
 bool Mp4Writer::Open(const std::string& path) {
@@ -103,8 +107,10 @@ bool Mp4Writer::Open(const std::string& path) {
 
 bool Mp4Writer::AddVideo(const H264::AccessUnits& video, FrameRate rate) {
   const PictureSize size = ReadPictureSize(video);
+  if (size.width <= 0 || size.height <= 0) return Fail("read the picture's size", AVERROR_INVALIDDATA);
   m_video = avformat_new_stream(m_context, nullptr);
-  if (m_video == nullptr || !SetExtraData(m_video->codecpar, video.parameterSets)) return Fail("prepare", AVERROR(ENOMEM));
+  if (m_video == nullptr || !SetExtraData(m_video->codecpar, video.parameterSets))
+    return Fail("prepare", AVERROR(ENOMEM));
   m_video->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
   m_video->codecpar->codec_id = AV_CODEC_ID_H264;
   m_video->codecpar->width = size.width;
@@ -127,9 +133,10 @@ bool Mp4Writer::AddAudio(const Mp3::Mp3Frames& audio) {
   return true;
 }
 
-bool Mp4Writer::WriteHeader(std::size_t samples) {
+bool Mp4Writer::WriteHeader(std::size_t samples, std::size_t parameterSetBytes) {
+  const std::size_t reserved = IndexBytesFixed + parameterSetBytes + samples * IndexBytesPerSample;
   AVDictionary* options = nullptr;
-  av_dict_set_int(&options, "moov_size", static_cast<std::int64_t>(IndexBytesFixed + samples * IndexBytesPerSample), 0);
+  av_dict_set_int(&options, "moov_size", static_cast<std::int64_t>(reserved), 0);
   const int error = avformat_write_header(m_context, &options);
   av_dict_free(&options);
   return error >= 0 ? true : Fail("write the header", error);
@@ -143,9 +150,8 @@ bool Mp4Writer::WriteSamples(const H264::AccessUnits& video, FrameRate rate, con
   while (nextVideo < videoCount || nextAudio < audioCount) {
     // In order of time, so that a player reads the file from front to back.
     const bool videoFirst =
-        nextAudio == audioCount ||
-        (nextVideo < videoCount && nextVideo * rate.denominator * audio->sampleRate <=
-                                       nextAudio * audio->samplesPerFrame * rate.numerator);
+        nextAudio == audioCount || (nextVideo < videoCount && nextVideo * rate.denominator * audio->sampleRate <=
+                                                                  nextAudio * audio->samplesPerFrame * rate.numerator);
     if (videoFirst) {
       const auto& unit = video.units[static_cast<std::size_t>(nextVideo)];
       if (!WriteSample(m_video, unit.bytes, nextVideo++, rate.denominator, rate.numerator, unit.isIdr)) return false;

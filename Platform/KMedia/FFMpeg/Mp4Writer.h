@@ -42,7 +42,7 @@ class Mp4Writer {
   bool Open(const std::string& path);
   bool AddVideo(const H264::AccessUnits& video, FrameRate rate);
   bool AddAudio(const Mp3::Mp3Frames& audio);
-  bool WriteHeader(std::size_t samples);
+  bool WriteHeader(std::size_t samples, std::size_t parameterSetBytes);
   bool WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio);
   bool WriteSample(AVStream* stream, std::span<const std::uint8_t> bytes, std::int64_t number, int unit, int perSecond,
                    bool key);

@@ -26,7 +26,9 @@ std::size_t FindStartCode(Bytes stream, std::size_t from) {
   return stream.size();
 }
 
-bool IsSlice(const NalUnit& unit) { return unit.type == NalType::Slice || unit.type == NalType::IdrSlice; }
+bool IsSlice(const NalUnit& unit) {
+  return unit.type == NalType::Slice || unit.type == NalType::IdrSlice;
+}
 
 /// True when `unit` cannot belong to an access unit that has slices already (clause 7.4.1.2.3).
 bool OpensAccessUnit(const NalUnit& unit) {
@@ -67,7 +69,9 @@ class Gatherer {
   }
 
   void Close(std::size_t end) {
-    if (m_isIdr || !m_found.units.empty()) {
+    // Without parameter sets not even an IDR picture can be decoded.
+    const bool canStart = m_isIdr && !m_found.parameterSets.empty();
+    if (canStart || !m_found.units.empty()) {
       m_found.units.push_back({m_stream.subspan(m_begin, end - m_begin), m_isIdr});
     }
     m_begin = end;

@@ -38,7 +38,7 @@ struct AccessUnit {
   bool isIdr = false;
 };
 
-/// The access units of a stream in order, from its first IDR picture on, and the parameter sets that stand before it.
+/// The access units of a stream in order, from the first IDR picture on that has parameter sets before it, and these.
 struct AccessUnits {
   std::vector<AccessUnit> units;
   /// Each with its start code, one behind the other, as decoders and muxers take them.

@@ -8,6 +8,7 @@ extern "C" {
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <span>
 
 namespace KMedia::H264 {
 namespace {
@@ -45,6 +46,8 @@ class Decoder {
 
   /// False when the unit has errors or gives no picture.
   bool Decode(Bytes unit) {
+    // To the decoder an empty packet is the end of everything.
+    if (unit.empty()) return false;
     if (av_new_packet(m_packet.get(), static_cast<int>(unit.size())) < 0) return true;
     std::memcpy(m_packet->data, unit.data(), unit.size());
     const bool sent = avcodec_send_packet(m_context.get(), m_packet.get()) == 0;
@@ -65,17 +68,26 @@ class Decoder {
   bool m_usable = false;
 };
 
+/// Whether `last` decodes cleanly behind the pictures of `lead`. True also when there is no decoder to ask.
+bool IsClean(Bytes parameterSets, std::span<const AccessUnit> lead, const AccessUnit& last) {
+  Decoder decoder;
+  if (!decoder.IsUsable()) return true;
+  decoder.Decode(parameterSets);
+  for (const AccessUnit& unit : lead) decoder.Decode(unit.bytes);
+  return decoder.Decode(last.bytes);
+}
+
 }  // namespace
 
 bool IsLastUnitWhole(const AccessUnits& stream) {
   const auto& units = stream.units;
   if (units.empty()) return false;
-  Decoder decoder;
-  if (!decoder.IsUsable()) return true;
   const auto lastIdr = std::find_if(units.rbegin(), units.rend(), [](const AccessUnit& unit) { return unit.isIdr; });
-  decoder.Decode(stream.parameterSets);
-  const bool idrClean = decoder.Decode(lastIdr->bytes);
-  return lastIdr == units.rbegin() ? idrClean : decoder.Decode(units.back().bytes);
+  if (lastIdr == units.rend()) return false;
+  const auto group = std::span(units).last(static_cast<std::size_t>(lastIdr - units.rbegin()) + 1);
+  const auto lead = group.first(group.size() - 1);
+  if (IsClean(stream.parameterSets, lead.first(std::min<std::size_t>(lead.size(), 1)), units.back())) return true;
+  return lead.size() > 1 && IsClean(stream.parameterSets, lead, units.back());
 }
 
 }  // namespace KMedia::H264

@@ -5,11 +5,14 @@
 
 namespace KMedia::H264 {
 
-/// A power cut or a full disk can end a stream within a picture, which its bytes alone do not tell. Decodes the last IDR
-/// picture and then the last access unit: entropy decoding does not depend on the pictures in between, so a cut shows as
-/// a decoding error whatever the references look like (but for the last two bytes of an arithmetically coded picture,
-/// which decoders do without). False when the last unit of `stream` is damaged. Takes a few
-/// milliseconds.
+/// A power cut or a full disk can end a stream within a picture, which its bytes alone do not tell. Decodes the last
+/// IDR picture and then the last access unit: entropy decoding does not depend on the pictures in between, so a cut
+/// shows as a decoding error. The pictures left out can show as one too (a frame number that wraps, fields that look
+/// for their pair), so a suspicion is settled by decoding everything from that IDR picture on.
+///
+/// False when the last unit of `stream` is damaged. A cut of the last few bytes of an arithmetically coded picture can
+/// pass: decoders read ahead and fill up its last macroblock without noticing. Takes a few milliseconds, and as long as
+/// decoding the last group of pictures when there is a suspicion.
 bool IsLastUnitWhole(const AccessUnits& stream);
 
 }  // namespace KMedia::H264

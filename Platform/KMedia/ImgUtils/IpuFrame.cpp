@@ -6,7 +6,9 @@
 namespace KMedia::ImgUtils {
 namespace {
 
-constexpr int RoundUp(int value, int multiple) { return (value + multiple - 1) / multiple * multiple; }
+constexpr int RoundUp(int value, int multiple) {
+  return (value + multiple - 1) / multiple * multiple;
+}
 
 bool IsWhole(const KframeBuffer* frame) {
   return frame != nullptr && frame->data != nullptr && frame->width > 0 && frame->height > 0 &&

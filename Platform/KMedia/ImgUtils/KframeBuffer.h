@@ -6,9 +6,9 @@
 
 namespace KMedia::ImgUtils {
 
-/// Describes the pixels of one I420 frame without owning them. The planes follow each other as GStreamer lays them out by
-/// default: luma rows are rounded up to 4 bytes, chroma rows are half of the even width rounded up to 4 bytes, planes
-/// have an even number of luma rows.
+/// Describes the pixels of one I420 frame without owning them. The planes follow each other as GStreamer lays them out
+/// by default: luma rows are rounded up to 4 bytes, chroma rows are half of the even width rounded up to 4 bytes,
+/// planes have an even number of luma rows.
 struct KframeBuffer {
   std::uint8_t* data = nullptr;
   /// Address for the image processing unit; 0 for memory that only the processor sees.

@@ -53,6 +53,18 @@ std::size_t SizeOfTag(std::span<const std::uint8_t> stream) {
   return Id3HeaderSize + size;
 }
 
+/// True for the frame in which encoders note the stream's length: a tag stands where the first frame's side information
+/// ends, or 32 bytes behind the header. Its size is 32, 17 or 9 bytes by version and channels (clause 2.4.1.7).
+bool IsInformation(const Header& header, std::span<const std::uint8_t> frame) {
+  const bool mono = header.channels == 1;
+  const std::size_t sideInformation = header.samplesPerFrame == 1152 ? (mono ? 17 : 32) : (mono ? 9 : 17);
+  const auto holds = [frame](std::size_t at, const char* tag) {
+    return frame.size() >= at + 4 && std::memcmp(frame.data() + at, tag, 4) == 0;
+  };
+  const std::size_t at = HeaderSize + sideInformation;
+  return holds(at, "Xing") || holds(at, "Info") || holds(HeaderSize + 32, "VBRI");
+}
+
 }  // namespace
 
 Mp3Frames SplitMp3Frames(std::span<const std::uint8_t> stream) {
@@ -60,13 +72,17 @@ Mp3Frames SplitMp3Frames(std::span<const std::uint8_t> stream) {
   std::size_t at = SizeOfTag(stream);
   while (at + HeaderSize <= stream.size()) {
     const auto header = ReadHeader(stream.subspan(at));
-    const bool belongs = header && (found.frames.empty() || (header->sampleRate == found.sampleRate &&
-                                                             header->channels == found.channels));
+    const bool belongs = header && (found.frames.empty() ||
+                                    (header->sampleRate == found.sampleRate && header->channels == found.channels));
     const std::size_t end = belongs ? at + header->size : 0;
     // A sync word by chance is followed by no second header. Once in step, a single frame (before a tag) counts too.
     const bool alone = found.frames.empty() && end + HeaderSize <= stream.size() && !ReadHeader(stream.subspan(end));
     if (!belongs || end > stream.size() || alone) {
       ++at;
+      continue;
+    }
+    if (found.frames.empty() && IsInformation(*header, stream.subspan(at, header->size))) {
+      at = end;
       continue;
     }
     if (found.frames.empty()) {

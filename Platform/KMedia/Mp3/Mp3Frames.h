@@ -18,8 +18,9 @@ struct Mp3Frames {
   int samplesPerFrame = 0;
 };
 
-/// Safe on any bytes. Tags and garbage between frames are passed over; a cut frame at the end is left out. Frames whose
-/// sample rate or channels differ from the first one's are no part of the stream.
+/// Safe on any bytes. Tags and garbage between frames are passed over; a cut frame at the end is left out, and so is an
+/// encoder's information frame ("Xing", "Info" or "VBRI") at the start: it carries no sound. Frames whose sample rate
+/// or channels differ from the first one's are no part of the stream.
 Mp3Frames SplitMp3Frames(std::span<const std::uint8_t> stream);
 
 }  // namespace KMedia::Mp3

@@ -52,4 +52,10 @@ bool Kdir::Sync(const std::string& path) {
   return false;
 }
 
+bool Kdir::SyncParentOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  if (slash == std::string::npos) return Sync(".");
+  return Sync(slash == 0 ? "/" : path.substr(0, slash));
+}
+
 }  // namespace Ksystem::FileUtils

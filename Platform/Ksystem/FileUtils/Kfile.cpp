@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <utility>
+#include <vector>
 
 #include "Ksystem/FileUtils/Failure.h"
 #include "Ksystem/FileUtils/Kdir.h"
@@ -20,19 +21,36 @@ namespace {
 constexpr std::size_t CopyBlock = std::size_t{1} << 20;
 constexpr const char* AsideSuffix = ".part";
 
-/// Copies what `from` has, within the kernel. False, with errno set, on failure.
+bool WriteAll(int to, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = ::write(to, data, size);
+    if (written < 0 && errno != EINTR) return false;
+    if (written < 0) continue;
+    data += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+/// Copies what `from` has left through memory. False, with errno set, on failure.
+bool ReadAndWriteAll(int from, int to) {
+  std::vector<char> block(CopyBlock);
+  while (true) {
+    const ssize_t got = ::read(from, block.data(), block.size());
+    if (got == 0) return true;
+    if (got < 0 && errno != EINTR) return false;
+    if (got > 0 && !WriteAll(to, block.data(), static_cast<std::size_t>(got))) return false;
+  }
+}
+
+/// Copies what `from` has, within the kernel where the file systems let it. False, with errno set, on failure.
 bool SendAll(int from, int to) {
   while (true) {
     const ssize_t sent = ::sendfile(to, from, nullptr, CopyBlock);
     if (sent == 0) return true;
-    if (sent < 0 && errno != EINTR) return false;
+    if (sent > 0 || errno == EINTR) continue;
+    return (errno == EINVAL || errno == ENOSYS) && ReadAndWriteAll(from, to);
   }
-}
-
-std::string ParentOf(const std::string& path) {
-  const auto slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 }  // namespace
@@ -71,7 +89,7 @@ bool Kfile::CopyTo(const std::string& dest, bool keepExisting) {
   if (keepExisting && ::access(dest.c_str(), F_OK) == 0) return false;
   const std::string aside = dest + AsideSuffix;
   if (CopyContent(aside)) {
-    if (::rename(aside.c_str(), dest.c_str()) == 0) return Kdir::Sync(ParentOf(dest));
+    if (::rename(aside.c_str(), dest.c_str()) == 0) return Kdir::SyncParentOf(dest);
     LogFailure("rename " + aside + " to", dest);
   }
   ::unlink(aside.c_str());
@@ -79,7 +97,7 @@ bool Kfile::CopyTo(const std::string& dest, bool keepExisting) {
 }
 
 bool Kfile::Write(const void* data, std::size_t size, FILE* file) {
-  return file != nullptr && std::fwrite(data, 1, size, file) == size;
+  return file != nullptr && (size == 0 || std::fwrite(data, 1, size, file) == size);
 }
 
 bool Kfile::WriteInt(std::int32_t value, FILE* file) {
@@ -89,6 +107,8 @@ bool Kfile::WriteInt(std::int32_t value, FILE* file) {
   return Write(bytes.data(), bytes.size(), file);
 }
 
-bool Kfile::WriteString(const std::string& text, FILE* file) { return Write(text.data(), text.size(), file); }
+bool Kfile::WriteString(const std::string& text, FILE* file) {
+  return Write(text.data(), text.size(), file);
+}
 
 }  // namespace Ksystem::FileUtils

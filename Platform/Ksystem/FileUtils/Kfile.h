@@ -22,8 +22,8 @@ class Kfile {
   bool Remove();
 
   /// Copies the file to `dest`, synced with its directory: written aside and renamed, so that no half copy ever stands
-  /// under that name. `keepExisting`: an existing `dest` stays and the result is false. False also, with one line in the
-  /// log that names the file, when the copy failed.
+  /// under that name. `keepExisting`: an existing `dest` stays and the result is false. False also, with one line in
+  /// the log that names the file, when the copy failed.
   bool CopyTo(const std::string& dest, bool keepExisting);
 
   /// Writes `size` bytes. False on a null stream or a short write.
