@@ -9,8 +9,8 @@
 
 namespace SoftImx {
 
-/// An instance's state, from the thread that made the instance to any other. GObject zero-fills the field, so that it is
-/// a plain pointer and not a std::atomic.
+/// An instance's state, from the thread that made the instance to any other. GObject zero-fills the field, so that it
+/// is a plain pointer and not a std::atomic.
 template <class State>
 void PublishState(State*& field, State* state) noexcept {
   std::atomic_ref<State*>(field).store(state, std::memory_order_release);

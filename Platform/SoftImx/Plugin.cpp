@@ -21,8 +21,8 @@ constexpr Element Elements[] = {
     {"imxipuvideotransform", VideoTransformType},
 };
 
-/// Whether another plug-in supplies `name`. Our own entry of an earlier scan, read back from the registry's cache, is not
-/// another plug-in. A hardware plug-in that is scanned after this one replaces the entry by itself.
+/// Whether another plug-in supplies `name`. Our own entry of an earlier scan, read back from the registry's cache, is
+/// not another plug-in. A hardware plug-in that is scanned after this one replaces the entry by itself.
 bool IsSuppliedElsewhere(GstPlugin* self, const char* name) {
   GstPluginFeature* feature = gst_registry_lookup_feature(gst_registry_get(), name);
   if (feature == nullptr) return false;

@@ -18,6 +18,10 @@ constexpr int Width = ScenePainter::Width;
 constexpr int Height = ScenePainter::Height;
 constexpr std::int64_t SecondNs = 1'000'000'000;
 
+// Of the planes in the background.
+constexpr int UOffset = Width * Height;
+constexpr int VOffset = UOffset + Width * Height / 4;
+
 constexpr int HorizonY = 430;
 constexpr int KerbY = 500;
 constexpr Yuv White{235, 128, 128};
@@ -181,18 +185,14 @@ void PaintClock(const I420Planes& p, std::int64_t wallNs) {
   DrawText(p, text, ClockX, ClockY, ClockDot, White);
 }
 
-I420Planes Planes(std::uint8_t* pixels) {
-  std::uint8_t* const u = pixels + Width * Height;
-  return {{pixels, u, u + Width * Height / 4}, {Width, Width / 2, Width / 2}};
-}
-
 }  // namespace
 
 ScenePainter::ScenePainter(std::string_view name) : m_background(Width * Height * 3 / 2) {
   const std::uint64_t hash = HashName(name);
   const double hue = 2 * std::numbers::pi * static_cast<double>(hash >> 40) / static_cast<double>(1 << 24);
   Dice dice(hash);
-  const I420Planes p = Background();
+  std::uint8_t* const pixels = m_background.data();
+  const I420Planes p{{pixels, pixels + UOffset, pixels + VOffset}, {Width, Width / 2, Width / 2}};
   PaintSky(p, hue);
   PaintSkyline(p, hue, dice);
   PaintRoad(p, hue);
@@ -209,16 +209,15 @@ void ScenePainter::Paint(const I420Planes& picture, std::int64_t wallNs) const {
     Fill(picture, {0, 0, Width, Height}, White);
     return;
   }
-  const I420Planes from = Planes(const_cast<std::uint8_t*>(m_background.data()));
-  libyuv::I420Copy(from.data[0], from.stride[0], from.data[1], from.stride[1], from.data[2], from.stride[2],
-                   picture.data[0], picture.stride[0], picture.data[1], picture.stride[1], picture.data[2],
-                   picture.stride[2], Width, Height);
+  const std::uint8_t* const y = m_background.data();
+  libyuv::I420Copy(y, Width, y + UOffset, Width / 2, y + VOffset, Width / 2, picture.data[0], picture.stride[0],
+                   picture.data[1], picture.stride[1], picture.data[2], picture.stride[2], Width, Height);
   PaintCar(picture, wallNs, m_carColour);
   PaintClock(picture, wallNs);
 }
 
-bool ScenePainter::IsFlash(std::int64_t wallNs) { return wallNs % SecondNs < FlashNs; }
-
-I420Planes ScenePainter::Background() { return Planes(m_background.data()); }
+bool ScenePainter::IsFlash(std::int64_t wallNs) {
+  return wallNs % SecondNs < FlashNs;
+}
 
 }  // namespace SoftImx

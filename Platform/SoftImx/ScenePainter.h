@@ -41,8 +41,6 @@ class ScenePainter {
   [[nodiscard]] static bool IsFlash(std::int64_t wallNs);
 
  private:
-  [[nodiscard]] I420Planes Background();
-
   std::vector<std::uint8_t> m_background;
   Yuv m_carColour;
 };

@@ -38,7 +38,9 @@ struct SceneSourceClass {
   GstPushSrcClass parent;
 };
 
-SceneState& StateOf(gpointer element) { return *LoadState(static_cast<SceneSource*>(element)->state); }
+SceneState& StateOf(gpointer element) {
+  return *LoadState(static_cast<SceneSource*>(element)->state);
+}
 
 GstDebugCategory* Category() {
   static GstDebugCategory* const category = _gst_debug_category_new("softimxscene", 0, "simulated camera");
@@ -62,8 +64,8 @@ struct ClockPair {
   std::int64_t wallNs;
 };
 
-/// Reads the two clocks around each other and keeps the closest of three tries: a pre-emption between the readings would
-/// shift the wall time of this one frame.
+/// Reads the two clocks around each other and keeps the closest of three tries: a pre-emption between the readings
+/// would shift the wall time of this one frame.
 ClockPair ReadClocks(GstClock* clock) {
   ClockPair best{};
   GstClockTime bestGap = std::numeric_limits<GstClockTime>::max();
@@ -180,8 +182,8 @@ gboolean DecideAllocation(GstBaseSrc* source, GstQuery* query) noexcept {
   return isSet;
 }
 
-/// Tells the base class when to push the frame. Of the first frame, whose time has come already, it gets no time: it would
-/// take a late first frame for the source's latency and move all time stamps off the grid by it.
+/// Tells the base class when to push the frame. Of the first frame, whose time has come already, it gets no time: it
+/// would take a late first frame for the source's latency and move all time stamps off the grid by it.
 void GetTimes(GstBaseSrc* source, GstBuffer* buffer, GstClockTime* start, GstClockTime* end) noexcept {
   SceneState& state = StateOf(source);
   const std::lock_guard lock(state.mutex);

@@ -44,9 +44,13 @@ constexpr const char* OutputCaps =
     "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au, "
     "profile=(string){ main, constrained-baseline }";
 
-EncoderState& StateOf(gpointer instance) { return *LoadState(static_cast<VideoEncoder*>(instance)->state); }
+EncoderState& StateOf(gpointer instance) {
+  return *LoadState(static_cast<VideoEncoder*>(instance)->state);
+}
 
-gpointer ParentClass() { return g_type_class_peek(GST_TYPE_BIN); }
+gpointer ParentClass() {
+  return g_type_class_peek(GST_TYPE_BIN);
+}
 
 EncoderSettings Snapshot(gpointer instance) {
   EncoderState& state = StateOf(instance);
@@ -122,9 +126,9 @@ void AddProbe(GstElement* child, const char* padName, int type, GstPadProbeCallb
   gst_object_unref(pad);
 }
 
-/// Options that hold whatever the properties say: no delay, one thread, no key frame but those of the interval. The preset
-/// is the slowest that leaves a desktop's processor to the rest: 1280x720 takes it some 3 ms a frame. The tune for low
-/// latency also makes rate control count frames rather than read time stamps, which may repeat.
+/// Options that hold whatever the properties say: no delay, one thread, no key frame but those of the interval. The
+/// preset is the slowest that leaves a desktop's processor to the rest: 1280x720 takes it some 3 ms a frame. The tune
+/// for low latency also makes rate control count frames rather than read time stamps, which may repeat.
 void Configure(GstElement* codec) {
   gst_util_set_object_arg(G_OBJECT(codec), "speed-preset", "superfast");
   gst_util_set_object_arg(G_OBJECT(codec), "tune", "zerolatency");
@@ -163,10 +167,17 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
   {
     const std::lock_guard lock(state.mutex);
     switch (id) {
-      case PropBitrate: state.settings.bitrateKbps = g_value_get_uint(value); break;
-      case PropIdrInterval: state.settings.idrInterval = g_value_get_uint(value); break;
-      case PropGopSize: state.settings.gopSize = g_value_get_uint(value); break;
-      default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+      case PropBitrate:
+        state.settings.bitrateKbps = g_value_get_uint(value);
+        break;
+      case PropIdrInterval:
+        state.settings.idrInterval = g_value_get_uint(value);
+        break;
+      case PropGopSize:
+        state.settings.gopSize = g_value_get_uint(value);
+        break;
+      default:
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
     }
   }
   if (id == PropBitrate) ApplyBitrate(GST_ELEMENT(object), g_value_get_uint(value));
@@ -175,10 +186,17 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
 void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noexcept {
   const EncoderSettings settings = Snapshot(object);
   switch (id) {
-    case PropBitrate: g_value_set_uint(value, settings.bitrateKbps); break;
-    case PropIdrInterval: g_value_set_uint(value, settings.idrInterval); break;
-    case PropGopSize: g_value_set_uint(value, settings.gopSize); break;
-    default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    case PropBitrate:
+      g_value_set_uint(value, settings.bitrateKbps);
+      break;
+    case PropIdrInterval:
+      g_value_set_uint(value, settings.idrInterval);
+      break;
+    case PropGopSize:
+      g_value_set_uint(value, settings.gopSize);
+      break;
+    default:
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
 }
 
@@ -212,9 +230,10 @@ void ClassInit(gpointer klass, gpointer) noexcept {
   InstallUint(object, PropIdrInterval, "idr-interval",
               "Frames from one IDR frame to the next, counted from the first (0 = gop-size)", 0, 100000,
               defaults.idrInterval, closed);
-  InstallUint(object, PropGopSize, "gop-size",
-              "Frames from one intra frame to the next, which are all IDR frames; used where idr-interval is 0 (0 = 30)",
-              0, 100000, defaults.gopSize, closed);
+  InstallUint(
+      object, PropGopSize, "gop-size",
+      "Frames from one intra frame to the next, which are all IDR frames; used where idr-interval is 0 (0 = 30)", 0,
+      100000, defaults.gopSize, closed);
   GstElementClass* element = GST_ELEMENT_CLASS(klass);
   element->change_state = ChangeState;
   gst_element_class_set_static_metadata(element, "H.264 encoder (software)", "Codec/Encoder/Video",

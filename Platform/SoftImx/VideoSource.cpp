@@ -62,9 +62,13 @@ enum Property : guint {
   PropCropHeight,
 };
 
-SourceState& StateOf(gpointer instance) { return *LoadState(static_cast<VideoSource*>(instance)->state); }
+SourceState& StateOf(gpointer instance) {
+  return *LoadState(static_cast<VideoSource*>(instance)->state);
+}
 
-gpointer ParentClass() { return g_type_class_peek(GST_TYPE_BIN); }
+gpointer ParentClass() {
+  return g_type_class_peek(GST_TYPE_BIN);
+}
 
 Settings Snapshot(gpointer instance) {
   SourceState& state = StateOf(instance);
@@ -168,8 +172,7 @@ GstElement* BuildScene(GstElement* self, const Settings& settings) {
                       ("The camera \"%s\" names no scene after the colon.", settings.device.c_str()), (nullptr));
     return nullptr;
   }
-  GstElement* scene =
-      NewSceneSource({name, settings.rateNumerator, settings.rateDenominator, settings.queueSize});
+  GstElement* scene = NewSceneSource({name, settings.rateNumerator, settings.rateDenominator, settings.queueSize});
   gst_bin_add(GST_BIN(self), scene);
   return scene;
 }
@@ -240,29 +243,61 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
       settings.device = device != nullptr ? device : "";
       break;
     }
-    case PropFpsN: settings.rateNumerator = g_value_get_int(value); break;
-    case PropFpsD: settings.rateDenominator = g_value_get_int(value); break;
-    case PropQueueSize: settings.queueSize = g_value_get_int(value); break;
-    case PropCropX: settings.crop.x = g_value_get_int(value); break;
-    case PropCropY: settings.crop.y = g_value_get_int(value); break;
-    case PropCropWidth: settings.crop.width = g_value_get_int(value); break;
-    case PropCropHeight: settings.crop.height = g_value_get_int(value); break;
-    default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    case PropFpsN:
+      settings.rateNumerator = g_value_get_int(value);
+      break;
+    case PropFpsD:
+      settings.rateDenominator = g_value_get_int(value);
+      break;
+    case PropQueueSize:
+      settings.queueSize = g_value_get_int(value);
+      break;
+    case PropCropX:
+      settings.crop.x = g_value_get_int(value);
+      break;
+    case PropCropY:
+      settings.crop.y = g_value_get_int(value);
+      break;
+    case PropCropWidth:
+      settings.crop.width = g_value_get_int(value);
+      break;
+    case PropCropHeight:
+      settings.crop.height = g_value_get_int(value);
+      break;
+    default:
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
 }
 
 void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noexcept {
   const Settings settings = Snapshot(object);
   switch (id) {
-    case PropDevice: g_value_set_string(value, settings.device.c_str()); break;
-    case PropFpsN: g_value_set_int(value, settings.rateNumerator); break;
-    case PropFpsD: g_value_set_int(value, settings.rateDenominator); break;
-    case PropQueueSize: g_value_set_int(value, settings.queueSize); break;
-    case PropCropX: g_value_set_int(value, settings.crop.x); break;
-    case PropCropY: g_value_set_int(value, settings.crop.y); break;
-    case PropCropWidth: g_value_set_int(value, settings.crop.width); break;
-    case PropCropHeight: g_value_set_int(value, settings.crop.height); break;
-    default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    case PropDevice:
+      g_value_set_string(value, settings.device.c_str());
+      break;
+    case PropFpsN:
+      g_value_set_int(value, settings.rateNumerator);
+      break;
+    case PropFpsD:
+      g_value_set_int(value, settings.rateDenominator);
+      break;
+    case PropQueueSize:
+      g_value_set_int(value, settings.queueSize);
+      break;
+    case PropCropX:
+      g_value_set_int(value, settings.crop.x);
+      break;
+    case PropCropY:
+      g_value_set_int(value, settings.crop.y);
+      break;
+    case PropCropWidth:
+      g_value_set_int(value, settings.crop.width);
+      break;
+    case PropCropHeight:
+      g_value_set_int(value, settings.crop.height);
+      break;
+    default:
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
 }
 
@@ -282,10 +317,9 @@ void InstallProperties(GObjectClass* klass) {
   const Settings defaults;
   g_object_class_install_property(
       klass, PropDevice,
-      g_param_spec_string("device", "device",
-                          "Path of the capture device, or \"sim:NAME\" for a simulated camera of that name",
-                          defaults.device.c_str(),
-                          GParamFlags(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
+      g_param_spec_string(
+          "device", "device", "Path of the capture device, or \"sim:NAME\" for a simulated camera of that name",
+          defaults.device.c_str(), GParamFlags(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
   const auto closed = GParamFlags(GST_PARAM_MUTABLE_READY);
   const auto always = GParamFlags(GST_PARAM_MUTABLE_PLAYING);
   InstallInt(klass, PropFpsN, "fps-n", "Frames a second, numerator", 1, 1000000, defaults.rateNumerator, closed);
@@ -313,7 +347,8 @@ void ClassInit(gpointer klass, gpointer) noexcept {
   gst_element_class_set_static_metadata(element, "Camera source (software)", "Source/Video",
                                         "Captures a V4L2 device or a simulated camera as I420 1280x720", "Tavi");
   GstCaps* caps = gst_caps_from_string(
-      "video/x-raw, format=(string)I420, width=(int)1280, height=(int)720, framerate=(fraction)[ 1/1000000, 1000000/1 ]");
+      "video/x-raw, format=(string)I420, width=(int)1280, height=(int)720, framerate=(fraction)[ 1/1000000, 1000000/1 "
+      "]");
   gst_element_class_add_pad_template(element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, caps));
   gst_caps_unref(caps);
 }
@@ -329,9 +364,8 @@ void InstanceInit(GTypeInstance* instance, gpointer klass) noexcept {
 }  // namespace
 
 GType VideoSourceType() {
-  static const GType type =
-      g_type_register_static_simple(GST_TYPE_BIN, "SoftImxVideoSource", sizeof(VideoSourceClass), ClassInit,
-                                    sizeof(VideoSource), InstanceInit, GTypeFlags(0));
+  static const GType type = g_type_register_static_simple(GST_TYPE_BIN, "SoftImxVideoSource", sizeof(VideoSourceClass),
+                                                          ClassInit, sizeof(VideoSource), InstanceInit, GTypeFlags(0));
   return type;
 }
 

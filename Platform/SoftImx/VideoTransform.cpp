@@ -46,12 +46,16 @@ struct VideoTransformClass {
   GstVideoFilterClass parent;
 };
 
-TransformState& StateOf(gpointer instance) { return *LoadState(static_cast<VideoTransform*>(instance)->state); }
+TransformState& StateOf(gpointer instance) {
+  return *LoadState(static_cast<VideoTransform*>(instance)->state);
+}
 
-gpointer ParentClass() { return g_type_class_peek(GST_TYPE_VIDEO_FILTER); }
+gpointer ParentClass() {
+  return g_type_class_peek(GST_TYPE_VIDEO_FILTER);
+}
 
-/// The part of `buffer` to show: its crop rectangle widened to whole chroma samples and cut to the frame; nothing when it
-/// has none, or one that is empty or covers the frame.
+/// The part of `buffer` to show: its crop rectangle widened to whole chroma samples and cut to the frame; nothing when
+/// it has none, or one that is empty or covers the frame.
 std::optional<CropRect> CropOf(GstBuffer* buffer, const GstVideoInfo& info) {
   const GstVideoCropMeta* meta = gst_buffer_get_video_crop_meta(buffer);
   if (meta == nullptr) return std::nullopt;
@@ -95,10 +99,10 @@ bool ScaleI420(GstVideoFrame* in, GstVideoFrame* out, const CropRect& crop) {
 }
 
 GstVideoConverter* NewConverter(GstVideoFilter* filter, const CropRect& crop) {
-  GstStructure* config = gst_structure_new("options", GST_VIDEO_CONVERTER_OPT_SRC_X, G_TYPE_INT, crop.x,
-                                           GST_VIDEO_CONVERTER_OPT_SRC_Y, G_TYPE_INT, crop.y,
-                                           GST_VIDEO_CONVERTER_OPT_SRC_WIDTH, G_TYPE_INT, crop.width,
-                                           GST_VIDEO_CONVERTER_OPT_SRC_HEIGHT, G_TYPE_INT, crop.height, nullptr);
+  GstStructure* config =
+      gst_structure_new("options", GST_VIDEO_CONVERTER_OPT_SRC_X, G_TYPE_INT, crop.x, GST_VIDEO_CONVERTER_OPT_SRC_Y,
+                        G_TYPE_INT, crop.y, GST_VIDEO_CONVERTER_OPT_SRC_WIDTH, G_TYPE_INT, crop.width,
+                        GST_VIDEO_CONVERTER_OPT_SRC_HEIGHT, G_TYPE_INT, crop.height, nullptr);
   return gst_video_converter_new(&filter->in_info, &filter->out_info, config);
 }
 
@@ -114,7 +118,9 @@ bool Convert(GstVideoFilter* filter, GstVideoFrame* in, GstVideoFrame* out, cons
   return true;
 }
 
-bool IsI420(const GstVideoFrame* frame) { return GST_VIDEO_FRAME_FORMAT(frame) == GST_VIDEO_FORMAT_I420; }
+bool IsI420(const GstVideoFrame* frame) {
+  return GST_VIDEO_FRAME_FORMAT(frame) == GST_VIDEO_FORMAT_I420;
+}
 
 GstFlowReturn TransformFrame(GstVideoFilter* filter, GstVideoFrame* in, GstVideoFrame* out) noexcept {
   const CropRect whole{0, 0, GST_VIDEO_FRAME_WIDTH(in), GST_VIDEO_FRAME_HEIGHT(in)};
@@ -125,7 +131,9 @@ GstFlowReturn TransformFrame(GstVideoFilter* filter, GstVideoFrame* in, GstVideo
   return GST_FLOW_ERROR;
 }
 
-bool IsSameCaps(GstVideoFilter* filter) { return gst_video_info_is_equal(&filter->in_info, &filter->out_info) == TRUE; }
+bool IsSameCaps(GstVideoFilter* filter) {
+  return gst_video_info_is_equal(&filter->in_info, &filter->out_info) == TRUE;
+}
 
 GstBuffer* WithoutCrop(GstBuffer* buffer) {
   if (gst_buffer_get_video_crop_meta(buffer) == nullptr) return buffer;
@@ -136,8 +144,8 @@ GstBuffer* WithoutCrop(GstBuffer* buffer) {
   return writable;
 }
 
-/// Whether there is anything to do shows only with the buffer, so that the base class's passthrough, which is a matter of
-/// the caps, cannot serve: it would also run without a pool when a crop comes.
+/// Whether there is anything to do shows only with the buffer, so that the base class's passthrough, which is a matter
+/// of the caps, cannot serve: it would also run without a pool when a crop comes.
 GstFlowReturn GenerateOutput(GstBaseTransform* base, GstBuffer** output) noexcept {
   GstBuffer* const input = base->queued_buf;
   GstVideoFilter* filter = GST_VIDEO_FILTER(base);
