@@ -32,6 +32,45 @@ std::chrono::milliseconds WakePeriod(float fps) {
   return std::chrono::milliseconds(static_cast<int>(std::min(intervalMs, 60000.0F)) + WakeMarginMs);
 }
 
+/// Time stamps in nanoseconds, both included.
+struct Interval {
+  std::uint64_t from = 0;
+  std::uint64_t to = 0;
+
+  /// How far `time` lies outside.
+  [[nodiscard]] std::uint64_t DistanceOf(std::uint64_t time) const {
+    if (time < from) return from - time;
+    return time > to ? time - to : 0;
+  }
+};
+
+/// Walks from the entry `back` places before `present` to the one within `wanted`, or to the nearest one: it never turns
+/// round and never leaves the ring.
+unsigned int FindNearest(const IPipelineElement& ring, int present, int back, Interval wanted) {
+  const int oldest = static_cast<int>(ring.GetRingSize()) - 1;
+  unsigned int pos = ring.SeekRelative(present, back);
+  std::uint64_t time = 0;
+  int direction = 0;
+  while (PipelineCollect::GetPipelineTimestamp(&ring, static_cast<int>(pos), time) && wanted.DistanceOf(time) != 0) {
+    const int step = time < wanted.from ? -1 : 1;
+    if (direction == 0) direction = step;
+    if (direction != step) {
+      // No entry lies within: this one and the one before it are the neighbours on either side.
+      const unsigned int other = ring.SeekRelative(present, back - direction);
+      std::uint64_t otherTime = 0;
+      const bool nearer = PipelineCollect::GetPipelineTimestamp(&ring, static_cast<int>(other), otherTime) &&
+                          wanted.DistanceOf(otherTime) < wanted.DistanceOf(time);
+      return nearer ? other : pos;
+    }
+    const int nextBack = back + direction;
+    const unsigned int next = ring.SeekRelative(present, nextBack);
+    if (nextBack < 0 || nextBack > oldest || !ring.GetElementAt(next)) return pos;
+    back = nextBack;
+    pos = next;
+  }
+  return pos;
+}
+
 }  // namespace
 
 /// How far a collect has come.
@@ -169,40 +208,17 @@ bool PipelineCollect::SyncWithPipeline(const IPipelineElement* reference, int re
   pos = 0;
   const auto ring = GetRing();
   if (reference == nullptr || !ring) return false;
+  const int back = std::clamp(frames, 0, static_cast<int>(ring->GetRingSize()) - 1);
   const auto present = static_cast<int>(ring->GetRingPos());
-  const int oldest = static_cast<int>(ring->GetRingSize()) - 1;
-  int back = std::clamp(frames, 0, oldest);
   pos = ring->SeekRelative(present, back);
   std::uint64_t time = 0;
-  std::uint64_t before = 0;
-  std::uint64_t at = 0;
+  Interval wanted;
   if (!GetPipelineTimestamp(ring.get(), static_cast<int>(pos), time)) return false;
-  if (!GetPipelineTimestamp(reference, refPos - 1, before) || !GetPipelineTimestamp(reference, refPos, at)) return false;
+  if (!GetPipelineTimestamp(reference, refPos - 1, wanted.from)) return false;
+  if (!GetPipelineTimestamp(reference, refPos, wanted.to)) return false;
   // At the seam between the reference's oldest and newest entry the two are not neighbours in time.
-  before = std::min(before, at);
-
-  int direction = 0;
-  while (time < before || time > at) {
-    const int step = time < before ? -1 : 1;
-    if (direction == -step) {
-      // No entry lies between the two: of the neighbours on either side take the nearer one.
-      const unsigned int other = ring->SeekRelative(present, back + step);
-      std::uint64_t otherTime = 0;
-      if (!GetPipelineTimestamp(ring.get(), static_cast<int>(other), otherTime)) return true;
-      const std::uint64_t distance = time < before ? before - time : time - at;
-      const std::uint64_t otherDistance = otherTime < before ? before - otherTime : otherTime - at;
-      if (otherDistance < distance) pos = other;
-      return true;
-    }
-    // Outside the ring: its newest or oldest entry is the nearest there is.
-    if (back + step < 0 || back + step > oldest) return true;
-    const unsigned int next = ring->SeekRelative(present, back + step);
-    if (!ring->GetElementAt(next)) return true;
-    direction = step;
-    back += step;
-    pos = next;
-    if (!GetPipelineTimestamp(ring.get(), static_cast<int>(pos), time)) return true;
-  }
+  wanted.from = std::min(wanted.from, wanted.to);
+  pos = FindNearest(*ring, present, back, wanted);
   return true;
 }
 

@@ -1,0 +1,90 @@
+// The command line: every mistake is one line that names the option, the value and what would be right.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "Recorder/Options.h"
+
+namespace {
+
+using namespace Tavi::Recorder;
+using testing::HasSubstr;
+
+struct Parsed {
+  std::optional<int> status;
+  Options options;
+  std::string out;
+  std::string err;
+};
+
+Parsed Parse(std::vector<const char*> arguments) {
+  arguments.insert(arguments.begin(), "tavi-recorder");
+  Parsed parsed;
+  std::ostringstream out;
+  std::ostringstream err;
+  parsed.status = ParseOptions(static_cast<int>(arguments.size()), arguments.data(), parsed.options, out, err);
+  parsed.out = out.str();
+  parsed.err = err.str();
+  return parsed;
+}
+
+TEST(Options, ReadsAWholeCommandAndTheLastOfARepeatedOptionWins) {
+  const Parsed parsed = Parse({"--simulate", "--collect-after", "2.5", "--start", "-10", "--duration", "15", "--output",
+                               "/tmp/a", "--count", "3", "--json", "--fps0", "10", "--fps1", "25", "--bitrate1", "4000",
+                               "--no-preview0", "--crop1", "--duration", "20"});
+  ASSERT_EQ(parsed.status, std::nullopt) << parsed.err;
+  EXPECT_TRUE(parsed.options.simulate);
+  EXPECT_TRUE(parsed.options.json);
+  EXPECT_EQ(parsed.options.collectAfterSeconds, 2.5);
+  EXPECT_EQ(parsed.options.startSeconds, -10);
+  EXPECT_EQ(parsed.options.durationSeconds, 20);
+  EXPECT_EQ(parsed.options.eventCount, 3);
+  EXPECT_EQ(parsed.options.pipeline.camera0.fps, 10);
+  EXPECT_EQ(parsed.options.pipeline.camera1.fps, 25);
+  EXPECT_EQ(parsed.options.pipeline.camera1.bitrate, 4000);
+  EXPECT_FALSE(parsed.options.pipeline.camera0.previewEnabled);
+  EXPECT_TRUE(parsed.options.pipeline.camera1.previewEnabled);
+  EXPECT_TRUE(parsed.options.pipeline.camera1.cropEnabled);
+}
+
+TEST(Options, AMistakeIsOneLineThatSaysWhatWouldBeRight) {
+  const struct {
+    std::vector<const char*> arguments;
+    std::vector<std::string> expected;
+  } cases[] = {
+      {{}, {"--output"}},
+      {{"--output", ""}, {"--output", "directory"}},
+      {{"--output", "x", "--fps0", "0"}, {"--fps0", "\"0\"", "1 to 60"}},
+      {{"--output", "x", "--fps1", "thirty"}, {"--fps1", "\"thirty\"", "1 to 60"}},
+      {{"--output", "x", "--fps1", "99999999999999999999"}, {"--fps1", "1 to 60"}},
+      {{"--output", "x", "--fps1"}, {"--fps1"}},
+      {{"--output", "x", "--start", "5"}, {"--start", "\"5\"", "-31 to 0"}},
+      {{"--output", "x", "--start", "-32"}, {"--start", "\"-32\"", "-31 to 0"}},
+      {{"--output", "x", "--duration", "-1"}, {"--duration", "\"-1\"", "0 to 110"}},
+      {{"--output", "x", "--count", "0"}, {"--count", "\"0\"", "1 to"}},
+      {{"--output", "x", "--collect-after", "nan"}, {"--collect-after", "\"nan\"", "seconds"}},
+      {{"--output", "x", "--port0", "70000"}, {"--port0", "\"70000\"", "1 to 65535"}},
+      {{"--output", "x", "--bogus"}, {"--bogus"}},
+      {{"--output", "x", "--device0", "/dev/video7", "--device1", "/dev/video7"}, {"--device0", "--device1", "/dev/video7"}},
+      {{"--output", "x", "--stream0", "--stream1", "--port0", "9", "--port1", "9"}, {"--port0", "--port1", "9"}},
+      {{"--output", "x", "--no-camera0", "--no-camera1"}, {"--no-camera0", "nothing is left"}},
+  };
+  for (const auto& c : cases) {
+    const Parsed parsed = Parse(c.arguments);
+    EXPECT_EQ(parsed.status, 2) << parsed.err;
+    EXPECT_EQ(std::count(parsed.err.begin(), parsed.err.end(), '\n'), 1) << parsed.err;
+    for (const auto& text : c.expected) EXPECT_THAT(parsed.err, HasSubstr(text));
+    EXPECT_EQ(parsed.out, "");
+  }
+}
+
+TEST(Options, HelpAndVersionAreNoMistakes) {
+  EXPECT_EQ(Parse({"--help"}).status, 0);
+  EXPECT_THAT(Parse({"--help"}).out, HasSubstr("--collect-after"));
+  EXPECT_EQ(Parse({"--version"}).status, 0);
+  EXPECT_EQ(Parse({"--version"}).err, "");
+}
+
+}  // namespace

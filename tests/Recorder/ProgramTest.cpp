@@ -1,0 +1,99 @@
+// The program as a user runs it: what it prints where, its exit status, and how a signal ends it.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "Support/Media.h"
+#include "Support/VideoDecode.h"
+
+namespace {
+
+using Tavi::Testing::ReadFile;
+using testing::HasSubstr;
+
+class ProgramTest : public Tavi::Testing::MediaTest {
+ protected:
+  /// Starts the recorder with its standard streams in files of the test's directory.
+  pid_t Spawn(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), RECORDER_PROGRAM);
+    std::vector<char*> argv;
+    for (auto& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, (m_dir + "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, (m_dir + "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t child = 0;
+    EXPECT_EQ(posix_spawn(&child, RECORDER_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    return child;
+  }
+  static int Wait(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  [[nodiscard]] std::string Out() const { return ReadFile(m_dir + "out"); }
+  [[nodiscard]] std::string Err() const { return ReadFile(m_dir + "err"); }
+};
+
+TEST_F(ProgramTest, PrintsOneObjectAnEventAndNothingElse) {
+  const pid_t child = Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "1", "--count", "2",
+                             "--json", "--output", m_dir + "events", "--fps0", "10"});
+  ASSERT_EQ(Wait(child), 0) << Err();
+  std::istringstream lines(Out());
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const auto event = nlohmann::json::parse(line);
+    EXPECT_EQ(event["event"], ++number);
+    EXPECT_GT(event["time"], 1'700'000'000);
+    EXPECT_NEAR(event["collectSeconds"], 1.0, 0.9);
+    ASSERT_EQ(event["files"].size(), 2U);
+    EXPECT_EQ(Tavi::Testing::DecodeVideo(event["files"]["VideoCamera0"]).frames.size(), 31U);
+    EXPECT_EQ(Tavi::Testing::DecodeVideo(event["files"]["VideoCamera1"]).frames.size(), 11U);
+  }
+  EXPECT_EQ(number, 2);
+  EXPECT_THAT(Err(), HasSubstr("[Tavi] Aquisition for camera0 has been started"));
+  EXPECT_EQ(Err().find('\r'), std::string::npos) << "no progress bar where there is no terminal";
+}
+
+TEST_F(ProgramTest, PrintsATableForPeople) {
+  const pid_t child = Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "1", "--output",
+                             m_dir + "events"});
+  ASSERT_EQ(Wait(child), 0) << Err();
+  EXPECT_THAT(Out(), testing::AllOf(HasSubstr("Event 1 of "), HasSubstr("VideoCamera0"), HasSubstr("1.03 s"),
+                                    HasSubstr(" kB  " + m_dir + "events/video0_")));
+}
+
+TEST_F(ProgramTest, AnInterruptEndsTheEventEarlyWithItsFiles) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const pid_t child = Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "60", "--json",
+                               "--output", m_dir + "events"});
+    ASSERT_TRUE(Tavi::Testing::WaitUntil([&] { return Err().find("Free space before") != std::string::npos; }));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    kill(child, signal);
+    EXPECT_EQ(Wait(child), 0) << Err();
+    EXPECT_EQ(nlohmann::json::parse(Out())["files"].size(), 2U);
+  }
+}
+
+TEST_F(ProgramTest, AMistakeStartsNothing) {
+  EXPECT_EQ(Wait(Spawn({"--simulate", "--output", m_dir + "events", "--fps0", "0"})), 2);
+  EXPECT_FALSE(std::filesystem::exists(m_dir + "events"));
+  EXPECT_EQ(Wait(Spawn({"--simulate", "--output", "/proc/none"})), 2);
+  EXPECT_THAT(Err(), HasSubstr("tavi-recorder: --output: nothing can be written into \"/proc/none\""));
+  EXPECT_EQ(Wait(Spawn({"--device0", "/dev/none0", "--device1", "/dev/null", "--output", m_dir + "events"})), 1);
+  EXPECT_EQ(Err(),
+            "tavi-recorder: the video device /dev/none0 of camera0 is missing, and /dev/null of camera1 is no video "
+            "capture device: connect it, choose another with --device0 / --device1, or use --simulate\n");
+  EXPECT_EQ(Out(), "");
+}
+
+}  // namespace
