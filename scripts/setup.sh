@@ -8,7 +8,7 @@ packages=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
-  libgtest-dev libgmock-dev libbenchmark-dev libboost-dev ffmpeg
+  libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
 )
 
 missing=()

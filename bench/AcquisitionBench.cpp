@@ -1,0 +1,183 @@
+// The running library with both cameras: processor time against the same pipeline built by gst-launch-1.0, and memory.
+//
+//   tavi-bench-acquisition cpu [seconds a round] [rounds]
+//   tavi-bench-acquisition memory [events]
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Kbase/Klog/Logger.h"
+#include "Pipeline/GstPipelineCbElement.h"
+#include "Pipeline/PipelineManager.h"
+#include "PipelineCollect/PipelineCollectManager.h"
+#include "Recorder/PluginPath.h"
+
+namespace {
+
+using namespace Tavi::Pipeline;
+
+PipelineConfig BuildConfig() {
+  PipelineConfig config;
+  config.audioEnabled = config.gpsEnabled = config.accEnabled = config.otherEnabled = false;
+  config.camera0.device = "sim:camera1";
+  config.camera1.device = "sim:camera0";
+  return config;
+}
+
+void SleepSeconds(int seconds) { std::this_thread::sleep_for(std::chrono::seconds(seconds)); }
+
+/// The branch of one camera as gst-launch-1.0 takes it, with nobody at its ends.
+std::string DescribeBranch(const Tavi::Video::VideoConfig& camera, const std::string& name) {
+  return fmt::format(
+      "imxv4l2videosrc device={0} fps-n={1} queue-size=20 ! tee name={2} "
+      "{2}. ! queue ! fakesink sync=true "
+      "{2}. ! queue ! imxvpuenc_h264 bitrate={3} idr-interval={1} gop-size={1} ! fakesink sync=true "
+      "{2}. ! queue ! videorate max-rate=30 drop-only=true ! imxipuvideotransform ! "
+      "video/x-raw,format=I420,width={4},height={5} ! fakesink sync=true ",
+      camera.device, camera.fps, name, camera.bitrate, camera.previewWidth, camera.previewHeight);
+}
+
+double ToSeconds(const timeval& time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6; }
+
+/// Processor seconds of a child that runs `arguments` for `seconds` and is then interrupted.
+double MeasureChild(std::vector<std::string> arguments, int seconds) {
+  std::vector<char*> argv;
+  for (auto& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  pid_t child = 0;
+  if (posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return -1.0;
+  SleepSeconds(seconds);
+  kill(child, SIGINT);
+  int status = 0;
+  rusage usage{};
+  wait4(child, &status, 0, &usage);
+  return ToSeconds(usage.ru_utime) + ToSeconds(usage.ru_stime);
+}
+
+/// What the child of the processor-time measurement does: acquire until it is interrupted.
+int RunLibrary() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  PipelineManager manager(BuildConfig());
+  manager.Start();
+  int signal = 0;
+  sigwait(&signals, &signal);
+  manager.RunSigInt();
+  return 0;
+}
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+int CompareProcessorTime(const std::string& self, int seconds, int rounds) {
+  const PipelineConfig config = BuildConfig();
+  std::vector<std::string> peer{"gst-launch-1.0", "-q"};
+  const std::string description = DescribeBranch(config.camera0, "a") + DescribeBranch(config.camera1, "b");
+  for (std::size_t at = 0; at < description.size();) {
+    const auto end = std::min(description.find(' ', at), description.size());
+    if (end > at) peer.push_back(description.substr(at, end - at));
+    at = end + 1;
+  }
+  std::vector<double> ratios;
+  for (int round = 0; round < rounds; ++round) {
+    // The order alternates, so that a machine that speeds up or slows down favours nobody.
+    const bool libraryFirst = round % 2 == 0;
+    const double first = libraryFirst ? MeasureChild({self, "library"}, seconds) : MeasureChild(peer, seconds);
+    const double second = libraryFirst ? MeasureChild(peer, seconds) : MeasureChild({self, "library"}, seconds);
+    const double library = libraryFirst ? first : second;
+    const double launch = libraryFirst ? second : first;
+    ratios.push_back(library / launch);
+    fmt::print("round {}: library {:.2f} s, gst-launch-1.0 {:.2f} s of processor time in {} s: ratio {:.3f}\n", round + 1,
+               library, launch, seconds, library / launch);
+  }
+  fmt::print("median ratio {:.3f}\n", Median(ratios));
+  return 0;
+}
+
+double ReadResidentMegabytes() {
+  std::ifstream file("/proc/self/statm");
+  long total = 0;
+  long resident = 0;
+  file >> total >> resident;
+  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1e6;
+}
+
+long CountEntries(const char* directory) {
+  return std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator());
+}
+
+/// Megabytes of media that the rings hold.
+double SumRings(const PipelineManager& manager) {
+  std::size_t bytes = 0;
+  for (int type = 0; type <= static_cast<int>(PipelineType::Preview1); ++type) {
+    const auto ring = manager.ShareElement(static_cast<PipelineType>(type));
+    for (unsigned int pos = 0; ring && pos < ring->GetRingSize(); ++pos) {
+      const auto entry = std::dynamic_pointer_cast<Tavi::GstUtil::GstPipelineCbElement>(ring->GetElementAt(pos));
+      if (entry) bytes += gst_buffer_get_size(entry->buffer);
+    }
+  }
+  return static_cast<double>(bytes) / 1e6;
+}
+
+int MeasureMemory(int events) {
+  const std::string dir = "/tmp/tavi-bench-memory/";
+  PipelineManager manager(BuildConfig());
+  Tavi::PipelineCollect::PipelineCollectManagerConfig config;
+  config.pipelineManager = &manager;
+  config.workDir = dir;
+  config.backupDir = dir + "backup/";
+  Tavi::PipelineCollect::PipelineCollectManager collect(config);
+  manager.Start();
+  SleepSeconds(7);  // by then the preview rings are full
+  const double baseResident = ReadResidentMegabytes();
+  const double baseRings = SumRings(manager);
+  SleepSeconds(30);
+  const double fullResident = ReadResidentMegabytes();
+  const double fullRings = SumRings(manager);
+  fmt::print("after 7 s: {:.1f} MB resident, {:.1f} MB in the rings; base {:.1f} MB\n", baseResident, baseRings,
+             baseResident - baseRings);
+  fmt::print("after 37 s: {:.1f} MB resident, {:.1f} MB in the rings: {:.3f} of them above the base\n", fullResident,
+             fullRings, (fullResident - (baseResident - baseRings)) / fullRings);
+  for (int event = 1; event <= events; ++event) {
+    Tavi::PipelineCollect::PipelineCollectInput input{-5, 1, false, dir + "event", false};
+    Tavi::PipelineCollect::PipelineCollectOutput output;
+    if (!collect.Collect(input, output) || output.outputs.size() != 2) return 1;
+    std::filesystem::remove_all(dir + "event");
+    if (event % 10 == 0 || event == 1) {
+      fmt::print("after event {}: {:.1f} MB resident, {:.1f} MB in the rings, {} threads, {} descriptors\n", event,
+                 ReadResidentMegabytes(), SumRings(manager), CountEntries("/proc/self/task"), CountEntries("/proc/self/fd"));
+    }
+  }
+  std::filesystem::remove_all(dir);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Tavi::Recorder::AddPluginPath();
+  Kbase::Klog::Logger::GetInstance().SetConsole(false);
+  const std::string what = argc > 1 ? argv[1] : "";
+  const auto number = [&](int index, int otherwise) { return argc > index ? std::atoi(argv[index]) : otherwise; };
+  if (what == "library") return RunLibrary();
+  if (what == "cpu") return CompareProcessorTime(std::filesystem::read_symlink("/proc/self/exe"), number(2, 20), number(3, 6));
+  if (what == "memory") return MeasureMemory(number(2, 50));
+  fmt::print(stderr, "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events]\n");
+  return 2;
+}
