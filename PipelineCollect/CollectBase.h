@@ -17,7 +17,7 @@ namespace Tavi::PipelineCollect {
 /// SetSyncToDisk are thread-safe. A subclass calls Stop() in its destructor.
 class CollectBase : public Kbase::Interfaces::IThread {
  public:
-  CollectBase(PipelineCollectType type, std::string threadName);
+  explicit CollectBase(PipelineCollectType type, std::string threadName = "COLLECT");
   ~CollectBase() override;
 
   /// Arms the collector: a fresh file name in `config.outputDir`, nothing on disk yet.

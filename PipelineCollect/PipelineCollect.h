@@ -18,7 +18,8 @@ namespace Tavi::PipelineCollect {
 class PipelineCollect : public CollectBase {
  public:
   /// `element` is borrowed (see Bind), may be null: then nothing is ever collected.
-  PipelineCollect(Kbase::Pipeline::IPipelineElement* element, PipelineCollectType type, std::string threadName);
+  PipelineCollect(Kbase::Pipeline::IPipelineElement* element, PipelineCollectType type,
+                  std::string threadName = "COLLECT");
   ~PipelineCollect() override;
 
   void Init(PipelineCollectConfig& config) override;

@@ -5,12 +5,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "Kbase/Klog/Logger.h"
 #include "Kbase/Util/TemperatureMonitor.h"
-#include "Ksystem/FileUtils/Kdir.h"
 #include "Recorder/InputDevices.h"
 #include "Recorder/Options.h"
 #include "Recorder/PluginPath.h"
@@ -25,7 +25,7 @@ constexpr int FailureExitStatus = 1;
 constexpr int UsageExitStatus = 2;
 
 int Complain(int exitStatus, const std::string& sentence) {
-  std::cerr << "tavi-recorder: " << sentence << "\n";
+  std::cerr << "tavi-recorder: " + sentence + "\n";
   return exitStatus;
 }
 
@@ -57,7 +57,9 @@ int Record(const Options& options, int reportFd) {
 int main(int argc, char** argv) {
   Options options;
   if (const auto status = ParseOptions(argc, argv, options, std::cout, std::cerr)) return *status;
-  if (!Ksystem::FileUtils::Kdir(options.outputDir).Create() || access(options.outputDir.c_str(), W_OK) != 0) {
+  std::error_code error;
+  std::filesystem::create_directories(options.outputDir, error);
+  if (!std::filesystem::is_directory(options.outputDir, error) || access(options.outputDir.c_str(), W_OK) != 0) {
     return Complain(UsageExitStatus, "--output: nothing can be written into \"" + options.outputDir +
                                          "\"; give a directory that can be created or written to");
   }

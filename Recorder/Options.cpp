@@ -68,7 +68,7 @@ void AddOptions(CLI::App& app, Options& options) {
       ->check(WholeNumber(0, LongestWindowSeconds))->capture_default_str();
   app.add_option("--count", options.eventCount, "Number of events")->check(WholeNumber(1, 1000000))
       ->capture_default_str();
-  app.add_option("--output", options.outputDir, "Directory for the files of the events")->required();
+  app.add_option("--output", options.outputDir, "Directory for the files of the events (required)");
   app.add_flag("--json", options.json, "One JSON object an event on standard output");
   app.add_option("--log", options.logFile, "Append the log to this file, too");
   AddCameraOptions(app, "0", options.pipeline.camera0, options.pipeline.camera0Enabled);
@@ -78,7 +78,7 @@ void AddOptions(CLI::App& app, Options& options) {
 /// What no single option can tell; empty when all is well.
 std::string CheckTogether(const Options& options) {
   const auto& [camera0, camera1] = std::tie(options.pipeline.camera0, options.pipeline.camera1);
-  if (options.outputDir.empty()) return "--output: it is empty; give a directory";
+  if (options.outputDir.empty()) return "--output: it is missing or empty; give a directory for the files of the events";
   if (!options.pipeline.camera0Enabled && !options.pipeline.camera1Enabled) {
     return "--no-camera0 and --no-camera1: nothing is left to record; leave one out";
   }

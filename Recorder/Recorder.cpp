@@ -76,7 +76,7 @@ void Recorder::Interrupt() {
 void Recorder::WaitForEvent() {
   auto& clock = Kbase::Util::IClock::Steady();
   const auto wait = std::chrono::duration_cast<Kbase::Util::IClock::Milliseconds>(Seconds(m_options.collectAfterSeconds));
-  m_console.Begin("recording ", wait);
+  m_console.Begin("recording", wait);
   for (const Kbase::Util::TimeMonitor monitor(clock); monitor.Elapsed() < wait && !m_interrupted;) {
     clock.Sleep(std::min(wait - monitor.Elapsed(), Kbase::Util::IClock::Milliseconds(InterruptPoll)));
   }
@@ -90,7 +90,7 @@ bool Recorder::CollectEvent(int number) {
   input.outputDir = WithSlash(m_options.outputDir);
   EventReport report;
   report.number = number;
-  m_console.Begin(fmt::format("collecting", number), std::chrono::seconds(m_options.durationSeconds));
+  m_console.Begin(fmt::format("collecting event {}", number), std::chrono::seconds(m_options.durationSeconds));
   const Kbase::Util::TimeMonitor monitor;
   const bool collected = m_collect.Collect(input, report.output);
   report.collectSeconds = Seconds(monitor.Elapsed()).count();

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "KMedia/FFMpeg/FFMpeg.h"
-#include "Support/VideoEncode.h"
+#include "Simulator/EncodedMaterial.h"
 
 namespace {
 
@@ -23,9 +23,9 @@ constexpr int Seconds = 30;
 struct Material {
   Material() : dir(std::filesystem::is_directory("/dev/shm") ? "/dev/shm/tavi-bench/" : "/tmp/tavi-bench/") {
     std::filesystem::create_directories(dir);
-    const auto units = Tavi::Testing::EncodeH264(1280, 720, Fps, Fps, Fps * Seconds, "bitrate=3000:vbv-maxrate=3000:vbv-bufsize=3000");
-    Tavi::Testing::WriteBytes(dir + "in.h264", Tavi::Testing::Join(units));
-    Tavi::Testing::WriteBytes(dir + "in.mp3", Tavi::Testing::EncodeMp3(Seconds));
+    const auto units = Tavi::Simulator::EncodeH264(1280, 720, Fps, Fps, Fps * Seconds, "bitrate=3000:vbv-maxrate=3000:vbv-bufsize=3000");
+    Tavi::Simulator::WriteBytes(dir + "in.h264", Tavi::Simulator::Join(units));
+    Tavi::Simulator::WriteBytes(dir + "in.mp3", Tavi::Simulator::EncodeMp3(Seconds));
   }
   ~Material() { std::filesystem::remove_all(dir); }
   const std::string dir;

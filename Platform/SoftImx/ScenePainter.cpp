@@ -22,6 +22,11 @@ constexpr std::int64_t SecondNs = 1'000'000'000;
 constexpr int UOffset = Width * Height;
 constexpr int VOffset = UOffset + Width * Height / 4;
 
+/// How far a grain moves a pixel's luma at most: about what a sensor's noise does at dusk.
+constexpr int GrainLuma = 3;
+/// A frame shows the next grain picture at up to 60 frames a second.
+constexpr std::int64_t GrainNs = SecondNs / 60;
+
 constexpr int HorizonY = 430;
 constexpr int KerbY = 500;
 constexpr Yuv White{235, 128, 128};
@@ -107,6 +112,8 @@ class Dice {
   explicit Dice(std::uint64_t seed) : m_state(seed | 1) {}
   /// An even number in [low, high).
   int Even(int low, int high) { return (low + static_cast<int>(Next() % static_cast<std::uint64_t>(high - low))) & ~1; }
+  /// Any number in [low, high].
+  int Any(int low, int high) { return low + static_cast<int>(Next() % static_cast<std::uint64_t>(high - low + 1)); }
   bool Chance(int percent) { return Next() % 100 < static_cast<std::uint64_t>(percent); }
 
  private:
@@ -185,6 +192,16 @@ void PaintClock(const I420Planes& p, std::int64_t wallNs) {
   DrawText(p, text, ClockX, ClockY, ClockDot, White);
 }
 
+/// The background's luma with a sensor's noise. A picture without any costs an encoder next to nothing, whatever bit rate
+/// it is asked for, and what is measured with it says little about a camera.
+std::vector<std::uint8_t> AddGrain(const std::vector<std::uint8_t>& background, Dice& dice) {
+  std::vector<std::uint8_t> luma(background.begin(), background.begin() + UOffset);
+  for (std::uint8_t& pixel : luma) {
+    pixel = static_cast<std::uint8_t>(std::clamp(pixel + dice.Any(-GrainLuma, GrainLuma), 16, 235));
+  }
+  return luma;
+}
+
 }  // namespace
 
 ScenePainter::ScenePainter(std::string_view name) : m_background(Width * Height * 3 / 2) {
@@ -202,6 +219,7 @@ ScenePainter::ScenePainter(std::string_view name) : m_background(Width * Height 
        Black);
   DrawText(p, name, NameX, NameY, NameDot, White);
   m_carColour = Tinted(150, hue + std::numbers::pi, 70);
+  for (auto& luma : m_grainedLuma) luma = AddGrain(m_background, dice);
 }
 
 void ScenePainter::Paint(const I420Planes& picture, std::int64_t wallNs) const {
@@ -210,7 +228,8 @@ void ScenePainter::Paint(const I420Planes& picture, std::int64_t wallNs) const {
     return;
   }
   const std::uint8_t* const y = m_background.data();
-  libyuv::I420Copy(y, Width, y + UOffset, Width / 2, y + VOffset, Width / 2, picture.data[0], picture.stride[0],
+  const auto& luma = m_grainedLuma[static_cast<std::size_t>(wallNs / GrainNs) % m_grainedLuma.size()];
+  libyuv::I420Copy(luma.data(), Width, y + UOffset, Width / 2, y + VOffset, Width / 2, picture.data[0], picture.stride[0],
                    picture.data[1], picture.stride[1], picture.data[2], picture.stride[2], Width, Height);
   PaintCar(picture, wallNs, m_carColour);
   PaintClock(picture, wallNs);

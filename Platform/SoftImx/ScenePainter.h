@@ -1,6 +1,7 @@
 // Paints the simulated camera's picture for a moment of wall time.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,8 +25,8 @@ struct I420Planes {
 /// The picture of one simulated camera: a street at dusk whose tint and skyline come from the camera's name, the name,
 /// a car that crosses, a running clock, and a white flash at each full second.
 ///
-/// What stands still is painted once at construction; a frame costs one copy of it and some 200 small rectangles. Every
-/// pixel is written by libyuv. Immutable after construction, so reentrant.
+/// What stands still is painted once at construction, with three pictures of grain; a frame costs one copy and some 200
+/// small rectangles. Every pixel of it is written by libyuv. Immutable after construction, so reentrant.
 class ScenePainter {
  public:
   static constexpr int Width = 1280;
@@ -42,6 +43,8 @@ class ScenePainter {
 
  private:
   std::vector<std::uint8_t> m_background;
+  /// Its luma with different grain each, shown in turn.
+  std::array<std::vector<std::uint8_t>, 3> m_grainedLuma;
   Yuv m_carColour;
 };
 

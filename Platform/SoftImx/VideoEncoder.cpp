@@ -162,7 +162,7 @@ GstStateChangeReturn ChangeState(GstElement* element, GstStateChange transition)
   return GST_ELEMENT_CLASS(ParentClass())->change_state(element, transition);
 }
 
-void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) noexcept {
+void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* description) noexcept {
   EncoderState& state = StateOf(object);
   {
     const std::lock_guard lock(state.mutex);
@@ -177,13 +177,13 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
         state.settings.gopSize = g_value_get_uint(value);
         break;
       default:
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, description);
     }
   }
   if (id == PropBitrate) ApplyBitrate(GST_ELEMENT(object), g_value_get_uint(value));
 }
 
-void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noexcept {
+void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* description) noexcept {
   const EncoderSettings settings = Snapshot(object);
   switch (id) {
     case PropBitrate:
@@ -196,7 +196,7 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noe
       g_value_set_uint(value, settings.gopSize);
       break;
     default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, description);
   }
 }
 

@@ -233,7 +233,7 @@ void HandleMessage(GstBin* bin, GstMessage* message) noexcept {
   g_free(detail);
 }
 
-void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) noexcept {
+void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* description) noexcept {
   SourceState& state = StateOf(object);
   const std::lock_guard lock(state.mutex);
   Settings& settings = state.settings;
@@ -265,11 +265,11 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
       settings.crop.height = g_value_get_int(value);
       break;
     default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, description);
   }
 }
 
-void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noexcept {
+void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* description) noexcept {
   const Settings settings = Snapshot(object);
   switch (id) {
     case PropDevice:
@@ -297,7 +297,7 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) noe
       g_value_set_int(value, settings.crop.height);
       break;
     default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, description);
   }
 }
 

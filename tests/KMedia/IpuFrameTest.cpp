@@ -27,23 +27,22 @@ struct Picture {
 };
 
 TEST(IpuFrame, ScalesEveryPlaneIntoTheTargetsOwnLayout) {
-  const struct {
-    int fromWidth, fromHeight, toWidth, toHeight;
-  } cases[] = {{1280, 720, 280, 160}, {640, 352, 1280, 720}, {321, 177, 99, 51}, {64, 64, 64, 64}};
-  for (const auto& c : cases) {
-    Picture from(c.fromWidth, c.fromHeight);
-    for (int y = 0; y < c.fromHeight; ++y) {
-      for (int x = 0; x < c.fromWidth; ++x) from.Luma(x, y) = x < c.fromWidth / 2 ? 20 : 220;
+  const int cases[][4] = {{1280, 720, 280, 160}, {640, 352, 1280, 720}, {321, 177, 99, 51}, {64, 64, 64, 64}};
+  for (const auto& [fromWidth, fromHeight, toWidth, toHeight] : cases) {
+    // Dark on the left, and another colour in the upper half.
+    Picture from(fromWidth, fromHeight);
+    for (int y = 0; y < fromHeight; ++y) {
+      for (int x = 0; x < fromWidth; ++x) {
+        from.Luma(x, y) = x < fromWidth / 2 ? 20 : 220;
+        from.U(x / 2, y / 2) = y < fromHeight / 2 ? 60 : 200;
+      }
     }
-    for (int y = 0; y < (c.fromHeight + 1) / 2; ++y) {
-      for (int x = 0; x < (c.fromWidth + 1) / 2; ++x) from.U(x, y) = y < c.fromHeight / 4 ? 60 : 200;
-    }
-    Picture to(c.toWidth, c.toHeight);
+    Picture to(toWidth, toHeight);
     ASSERT_TRUE(IpuFrame(&from.record).RenderFrame(&to.record));
-    EXPECT_NEAR(to.Luma(c.toWidth / 4, c.toHeight / 2), 20, 2);
-    EXPECT_NEAR(to.Luma(c.toWidth * 3 / 4, c.toHeight / 2), 220, 2);
-    EXPECT_NEAR(to.U(c.toWidth / 4, c.toHeight / 8), 60, 2);
-    EXPECT_NEAR(to.U(c.toWidth / 4, c.toHeight * 3 / 8), 200, 2);
+    EXPECT_NEAR(to.Luma(toWidth / 4, toHeight / 2), 20, 2);
+    EXPECT_NEAR(to.Luma(toWidth * 3 / 4, toHeight / 2), 220, 2);
+    EXPECT_NEAR(to.U(toWidth / 4, toHeight / 8), 60, 2);
+    EXPECT_NEAR(to.U(toWidth / 4, toHeight * 3 / 8), 200, 2);
   }
 }
 
@@ -52,14 +51,11 @@ TEST(IpuFrame, RecordsThatAreTooSmallAreRefused) {
   Picture to(32, 32);
   EXPECT_FALSE(IpuFrame(nullptr).RenderFrame(&to.record));
   EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(nullptr));
-  --to.record.size;
-  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
-  ++to.record.size;
-  to.record.height = 0;
-  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
-  to.record.height = 32;
-  from.record.width = 66;
-  EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
+  for (auto* record : {&from.record, &to.record}) {
+    --record->size;
+    EXPECT_FALSE(IpuFrame(&from.record).RenderFrame(&to.record));
+    ++record->size;
+  }
 }
 
 }  // namespace

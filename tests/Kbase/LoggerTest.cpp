@@ -2,57 +2,49 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <thread>
 #include <vector>
 
 #include "Kbase/Klog/Logger.h"
 #include "Kbase/Util/TemperatureMonitor.h"
+#include "Support/Fixtures.h"
 
 namespace {
 
-using Kbase::Klog::Level;
 using Kbase::Klog::Logger;
 using Kbase::Util::TemperatureMonitor;
 using testing::MatchesRegex;
 
-class LoggerTest : public testing::Test {
+class LoggerTest : public Tavi::Testing::TempDirTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/tavi-logger-XXXXXX";
-    m_dir = mkdtemp(pattern);
-    Logger::GetInstance().SetConsole(false);
-  }
   void TearDown() override {
     Logger::GetInstance().SetFile("");
-    Logger::GetInstance().SetConsole(true);
-    std::filesystem::remove_all(m_dir);
+    TempDirTest::TearDown();
   }
   std::vector<std::string> ReadLines() const {
-    std::ifstream file(m_dir / "log");
+    std::ifstream file(m_dir + "log");
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);) lines.push_back(line);
     return lines;
   }
-  std::filesystem::path m_dir;
 };
 
 #define DATE "\\[[0-9]+-[0-9]+-[0-9]+ [0-9]+:[0-9]+:[0-9]+\\]"
 
 TEST_F(LoggerTest, WritesOneLineFormatWithLevelTagAndTemperature) {
   Logger& logger = Logger::GetInstance();
-  ASSERT_TRUE(logger.SetFile(m_dir / "log"));
+  ASSERT_TRUE(logger.SetFile(m_dir + "log"));
   logger.Info("Tavi", "Aquisition for camera0 has been started");
   logger.Warning("Tavi", "w");
   logger.Error("Kbase", "e");
-  std::ofstream(m_dir / "zone") << "47321\n";
-  TemperatureMonitor monitor(m_dir / "zone");
+  std::ofstream(m_dir + "zone") << "47321\n";
+  TemperatureMonitor monitor(m_dir + "zone");
   ASSERT_TRUE(monitor.Start());
   while (!TemperatureMonitor::Known()) std::this_thread::yield();
   logger.Error("Tavi", "hot");
   monitor.Stop();
+  EXPECT_FALSE(logger.SetFile("/proc/none/log")) << "the old file stays";
   logger.Info("Tavi", "not known any more");
   logger.Flush();
   EXPECT_THAT(ReadLines(),
@@ -63,18 +55,9 @@ TEST_F(LoggerTest, WritesOneLineFormatWithLevelTagAndTemperature) {
                                    MatchesRegex(DATE "\\[Tavi\\] not known any more")));
 }
 
-TEST_F(LoggerTest, AMachineWithoutAThermalZoneHasNoTemperature) {
-  TemperatureMonitor monitor(m_dir / "missing");
-  ASSERT_TRUE(monitor.Start());
-  std::this_thread::yield();
-  monitor.Stop();
-  EXPECT_EQ(TemperatureMonitor::Known(), std::nullopt);
-  EXPECT_EQ(monitor.GetTemperature(), 0);
-}
-
 TEST_F(LoggerTest, FlushWhileManyThreadsLogLosesNoLine) {
   Logger& logger = Logger::GetInstance();
-  ASSERT_TRUE(logger.SetFile(m_dir / "log"));
+  ASSERT_TRUE(logger.SetFile(m_dir + "log"));
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
@@ -85,19 +68,6 @@ TEST_F(LoggerTest, FlushWhileManyThreadsLogLosesNoLine) {
   for (auto& thread : threads) thread.join();
   logger.Flush();
   EXPECT_EQ(ReadLines().size(), 2000U);
-}
-
-TEST_F(LoggerTest, ObserverSeesLinesAndAFileThatCannotBeOpenedIsRefused) {
-  std::vector<std::string> seen;
-  Logger::GetInstance().SetObserver([&](Level level, std::string_view line) {
-    if (level == Level::Error) seen.emplace_back(line);
-  });
-  EXPECT_FALSE(Logger::GetInstance().SetFile("/proc/none/log"));
-  Logger::GetInstance().Info("Tavi", "a");
-  Logger::GetInstance().Error("Tavi", "b");
-  Logger::GetInstance().SetObserver({});
-  Logger::GetInstance().Error("Tavi", "c");
-  EXPECT_THAT(seen, testing::ElementsAre(MatchesRegex(".*\\[Tavi\\] b")));
 }
 
 }  // namespace

@@ -8,10 +8,12 @@
 #include <thread>
 
 #include "Kbase/Interfaces/IThread.h"
+#include "Support/Fixtures.h"
 
 namespace {
 
 using Kbase::Interfaces::IThread;
+using Tavi::Testing::WaitUntil;
 using namespace std::chrono_literals;
 
 /// Counts what is called; `work` is its Run.
@@ -19,7 +21,6 @@ class Worker : public IThread {
  public:
   explicit Worker(std::function<void(Worker&)> work) : IThread("WORKER"), m_work(std::move(work)) {}
   ~Worker() override { Stop(); }
-  using IThread::IsCancelled;
   using IThread::WaitForCancel;
   using IThread::Wake;
   std::atomic<int> before{0}, runs{0}, after{0}, stopping{0};
@@ -37,15 +38,6 @@ class Worker : public IThread {
   const std::function<void(Worker&)> m_work;
 };
 
-bool WaitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + 10s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
-
 TEST(Thread, RunsOnceWhenItCancelsItselfAndCanStartAgain) {
   Worker worker([](Worker& self) { self.Cancel(); });
   for (int round = 1; round <= 3; ++round) {
@@ -57,31 +49,16 @@ TEST(Thread, RunsOnceWhenItCancelsItselfAndCanStartAgain) {
   }
 }
 
-TEST(Thread, ASecondStartWhileRunningIsRefused) {
-  Worker worker([](Worker& self) { self.WaitForCancel(10s); });
-  ASSERT_TRUE(worker.Start());
-  EXPECT_FALSE(worker.Start());
-  worker.Stop();
-  EXPECT_FALSE(worker.IsRunning());
-  EXPECT_EQ(worker.before, 1);
-}
-
-TEST(Thread, CancelEndsALongWaitAtOnceAndTellsTheSubclass) {
+TEST(Thread, WakeAndCancelEndALongWaitAtOnce) {
   Worker worker([](Worker& self) { self.WaitForCancel(1h); });
   ASSERT_TRUE(worker.Start());
-  ASSERT_TRUE(WaitUntil([&] { return worker.runs == 1; }));
-  EXPECT_TRUE(worker.Abort(10s));
-  EXPECT_EQ(worker.stopping, 1);
-  EXPECT_EQ(worker.after, 1);
-}
-
-TEST(Thread, WakeCutsAWaitShortWithoutCancelling) {
-  Worker worker([](Worker& self) { self.WaitForCancel(1h); });
-  ASSERT_TRUE(worker.Start());
+  EXPECT_FALSE(worker.Start()) << "it runs already";
   ASSERT_TRUE(WaitUntil([&] { return worker.runs == 1; }));
   worker.Wake();
   ASSERT_TRUE(WaitUntil([&] { return worker.runs == 2; }));
-  EXPECT_FALSE(worker.IsCancelled());
+  EXPECT_TRUE(worker.Abort(10s));
+  EXPECT_EQ(worker.stopping, 1);
+  EXPECT_EQ(worker.after, 1);
 }
 
 TEST(Thread, AbortGivesUpOnAThreadThatDoesNotListen) {

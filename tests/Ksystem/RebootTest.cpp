@@ -5,19 +5,15 @@
 
 namespace {
 
-using namespace Ksystem::System;
-
-TEST(Reboot, AHandlerTakesItsPlace) {
-  int calls = 0;
-  SetRebootHandler([&] { ++calls; });
-  Reboot();
-  SetRebootHandler({});
-  EXPECT_EQ(calls, 1);
-}
-
-TEST(RebootDeathTest, EndsTheProcessWhereItIsNotTheUnit) {
+TEST(RebootDeathTest, CallsTheHandlerOrEndsTheProcess) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(Reboot(), testing::ExitedWithCode(RebootExitStatus), "ending the process instead of restarting");
+  int calls = 0;
+  Ksystem::System::SetRebootHandler([&] { ++calls; });
+  Ksystem::System::Reboot();
+  EXPECT_EQ(calls, 1);
+  Ksystem::System::SetRebootHandler({});
+  EXPECT_EXIT(Ksystem::System::Reboot(), testing::ExitedWithCode(Ksystem::System::RebootExitStatus),
+              "ending the process instead of restarting");
 }
 
 }  // namespace

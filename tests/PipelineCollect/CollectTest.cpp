@@ -52,9 +52,9 @@ class CollectTest : public Tavi::Testing::MediaTest {
     PipelineCollectConfig config{-1, durationSeconds, m_dir};
     collector.Init(config);
   }
-  /// Feeds the ring at its rate until the collector's thread has ended.
-  static bool FeedUntilEnded(TestRing& ring, const CollectBase& collector) {
-    return WaitUntil([&] {
+  /// Starts the collector and feeds the ring at its rate until the collector's thread has ended.
+  static bool RunToItsEnd(CollectBase& collector, TestRing& ring) {
+    return collector.IThread::Start() && WaitUntil([&] {
       AddMedia(ring, 0);
       std::this_thread::sleep_for(std::chrono::milliseconds(4));
       return !collector.IsRunning();
@@ -69,36 +69,38 @@ TEST_F(CollectTest, WritesTheWindowAndTheEntryAtItsEnd) {
     TextCollect collector(&ring);
     Arm(collector, duration);
     collector.SetStartPos(10);
-    ASSERT_TRUE(collector.IThread::Start());
-    ASSERT_TRUE(FeedUntilEnded(ring, collector));
+    ASSERT_TRUE(RunToItsEnd(collector, ring));
     EXPECT_EQ(ReadFile(collector.GetPath()), Range(10, duration == 0 ? 10 : 210)) << duration;
     EXPECT_TRUE(collector.IsCollected());
     EXPECT_EQ(collector.GetTotalSecondsCollected(), duration == 0 ? 0U : 1U);
   }
 }
 
-TEST_F(CollectTest, WindowThatCrossesTheRingsEndComesOutInOrder) {
-  TestRing ring(100, Fps);
-  for (int i = 0; i < 190; ++i) AddMedia(ring, 0);
-  TextCollect collector(&ring);
-  Arm(collector, 1);
-  collector.SetStartPos(95);  // id 95 is gone: slot 95 holds nothing newer yet than 95
-  const auto first = ring.GetElementAt(95)->frameId;
-  ASSERT_TRUE(collector.IThread::Start());
-  ASSERT_TRUE(FeedUntilEnded(ring, collector));
-  EXPECT_EQ(ReadFile(collector.GetPath()), Range(static_cast<int>(first), static_cast<int>(first) + 200));
-}
-
-TEST_F(CollectTest, ASlowWriterLosesNothingToAProducerThatLapsIt) {
+TEST_F(CollectTest, AWindowAsLongAsTheRingComesOutInOrderWhileItIsOverwritten) {
   TestRing ring(50, Fps);
   for (int i = 0; i < 50; ++i) AddMedia(ring, 0);
   TextCollect collector(&ring);
   Arm(collector, 1);
-  collector.SetStartPos(ring.SeekBackKeyframe(50, 1));
+  collector.SetStartPos(ring.SeekBackKeyframe(40, 1));
   const auto first = static_cast<int>(ring.GetElementAt(collector.GetStartPos())->frameId);
-  ASSERT_TRUE(collector.IThread::Start());
-  ASSERT_TRUE(FeedUntilEnded(ring, collector));
+  ASSERT_TRUE(RunToItsEnd(collector, ring));
   EXPECT_EQ(ReadFile(collector.GetPath()), Range(first, first + 200));
+}
+
+TEST_F(CollectTest, AReaderThatWasLappedGoesOnAtAKeyFrameAndCountsWhatItLost) {
+  TestRing ring(20, Fps);
+  for (int i = 0; i < 10; ++i) AddMedia(ring, 0, i % 5 == 0);
+  RingReader reader(0);
+  reader.Follow(ring, 9);
+  for (int i = 10; i < 48; ++i) AddMedia(ring, 0, i % 5 == 0);
+  reader.Follow(ring, 47);
+  std::vector<std::uint64_t> ids;
+  while (const auto entry = reader.Next()) ids.push_back(entry->frameId);
+  ASSERT_EQ(ids.size(), 10U + 18U);
+  EXPECT_EQ(ids[9], 9U);
+  EXPECT_EQ(ids[10], 30U) << "28 and 29 are still there but no key frames";
+  EXPECT_EQ(ids.back(), 47U);
+  EXPECT_EQ(reader.GetLost(), 20U);
 }
 
 TEST_F(CollectTest, AStoppedCollectIsWellFormedAndShorter) {
@@ -117,16 +119,6 @@ TEST_F(CollectTest, AStoppedCollectIsWellFormedAndShorter) {
     EXPECT_EQ(ReadFile(collector.GetPath()), Range(0, collector.writes - 1)) << abort;
     EXPECT_TRUE(collector.IsCollected());
   }
-}
-
-TEST_F(CollectTest, StopEndsTheLongSleepOfASlowSource) {
-  TestRing ring(10, 0.01F);
-  AddMedia(ring, 0);
-  TextCollect collector(&ring);
-  Arm(collector, 60);
-  ASSERT_TRUE(collector.IThread::Start());
-  collector.RequestStop();
-  EXPECT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
 }
 
 TEST_F(CollectTest, WhatTheWindowHasIsWrittenWhenTheSourceIsTakenAway) {
@@ -154,6 +146,14 @@ TEST_F(CollectTest, WhatTheWindowHasIsWrittenWhenTheSourceIsTakenAway) {
 
 TEST_F(CollectTest, NothingIsReportedWithoutAnEntryADirectoryOrAWriter) {
   const long descriptors = CountDescriptors();
+  TestRing slow(10, 0.01F);
+  AddMedia(slow, 0);
+  TextCollect sleeping(&slow);
+  Arm(sleeping, 60);
+  ASSERT_TRUE(sleeping.IThread::Start());
+  sleeping.RequestStop();
+  EXPECT_TRUE(WaitUntil([&] { return !sleeping.IsRunning(); })) << "a stop ends the sleep of a slow source";
+
   TestRing empty(10, Fps);
   TextCollect noEntry(&empty);
   Arm(noEntry, 1);
@@ -187,8 +187,7 @@ TEST_F(CollectTest, AFullDiskLeavesWholeEntriesAndOneLine) {
   collector.SetStartPos(10);  // entries of four bytes; 23 bytes hold the bracket and five of them and a half
   const rlimit small{23, old.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
-  ASSERT_TRUE(collector.IThread::Start());
-  const bool ended = FeedUntilEnded(ring, collector);
+  const bool ended = RunToItsEnd(collector, ring);
   setrlimit(RLIMIT_FSIZE, &old);
   ASSERT_TRUE(ended);
   EXPECT_EQ(ReadFile(collector.GetPath()), Range(10, 14));
@@ -205,8 +204,7 @@ TEST_F(CollectTest, AnArmedCollectorTakesAFreshNameAndBacksUpWhatItHas) {
   EXPECT_FALSE(collector.Backup(m_dir, "none")) << "there is no file yet";
   Arm(collector, 0);
   EXPECT_NE(collector.GetPath(), first);
-  ASSERT_TRUE(collector.IThread::Start());
-  ASSERT_TRUE(FeedUntilEnded(ring, collector));
+  ASSERT_TRUE(RunToItsEnd(collector, ring));
   const std::string withoutSlash = m_dir.substr(0, m_dir.size() - 1);
   collector.BackupAsync(withoutSlash, "event")->join();
   EXPECT_EQ(ReadFile(m_dir + "gps_event.dat"), "[<0>]");

@@ -10,7 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "Support/Media.h"
+#include "Support/Fixtures.h"
 #include "Support/VideoDecode.h"
 
 namespace {
@@ -18,7 +18,7 @@ namespace {
 using Tavi::Testing::ReadFile;
 using testing::HasSubstr;
 
-class ProgramTest : public Tavi::Testing::MediaTest {
+class ProgramTest : public Tavi::Testing::TempDirTest {
  protected:
   /// Starts the recorder with its standard streams in files of the test's directory.
   pid_t Spawn(std::vector<std::string> arguments) const {
@@ -54,7 +54,7 @@ TEST_F(ProgramTest, PrintsOneObjectAnEventAndNothingElse) {
     const auto event = nlohmann::json::parse(line);
     EXPECT_EQ(event["event"], ++number);
     EXPECT_GT(event["time"], 1'700'000'000);
-    EXPECT_NEAR(event["collectSeconds"], 1.0, 0.9);
+    EXPECT_GE(event["collectSeconds"], 1.0) << "a window of a second after the event takes that long";
     ASSERT_EQ(event["files"].size(), 2U);
     EXPECT_EQ(Tavi::Testing::DecodeVideo(event["files"]["VideoCamera0"]).frames.size(), 31U);
     EXPECT_EQ(Tavi::Testing::DecodeVideo(event["files"]["VideoCamera1"]).frames.size(), 11U);

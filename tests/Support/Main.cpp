@@ -10,6 +10,7 @@ namespace {
 constexpr const char* ThreadSanitizerOptions = "ignore_noninstrumented_modules=1:second_deadlock_stack=1";
 // Other libraries have no frame pointers: without unwinding by tables their allocations cannot be told from ours.
 constexpr const char* AddressSanitizerOptions = "fast_unwind_on_malloc=0";
+constexpr const char* LeakSanitizerOptions = "suppressions=" TAVI_LSAN_SUPPRESSIONS;
 
 }  // namespace
 
@@ -18,9 +19,7 @@ extern "C" {
 const char* __tsan_default_options() { return ThreadSanitizerOptions; }
 const char* __asan_default_options() { return AddressSanitizerOptions; }
 
-/// Allocations that other libraries make while they are loaded and keep until the process ends; the last two come with
-/// plug-ins that GStreamer's registry scan loads.
-const char* __lsan_default_suppressions() { return "leak:call_init\nleak:libfontconfig\nleak:OpenNI2\n"; }
+const char* __lsan_default_options() { return LeakSanitizerOptions; }
 }
 
 int main(int argc, char** argv) {
@@ -32,5 +31,6 @@ int main(int argc, char** argv) {
   // For the programs that a test starts.
   setenv("TSAN_OPTIONS", ThreadSanitizerOptions, 0);
   setenv("ASAN_OPTIONS", AddressSanitizerOptions, 0);
+  setenv("LSAN_OPTIONS", LeakSanitizerOptions, 0);
   return RUN_ALL_TESTS();
 }

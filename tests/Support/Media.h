@@ -1,21 +1,13 @@
-// Media entries, temporary directories and log lines for tests.
+// Media buffers and ring entries for tests.
 #pragma once
 
 #include <gst/gst.h>
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
-#include <functional>
-#include <iostream>
-#include <mutex>
-#include <streambuf>
+#include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include "Kbase/Klog/Logger.h"
 #include "Pipeline/GstPipelineCbElement.h"
+#include "Support/Fixtures.h"
 #include "Support/TestRing.h"
 
 namespace Tavi::Testing {
@@ -36,106 +28,13 @@ inline void AddMedia(TestRing& ring, GstClockTime pts, bool key = true) {
       id, MakeBuffer("<" + std::to_string(id) + ">", pts, key), "test"));
 }
 
-/// Waits up to ten seconds.
-inline bool WaitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
-
-inline std::string ReadFile(const std::filesystem::path& path) {
-  std::string text;
-  if (FILE* file = std::fopen(path.c_str(), "rb")) {
-    for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) text.push_back(static_cast<char>(c));
-    std::fclose(file);
-  }
-  return text;
-}
-
-/// Threads of this process that bear a name.
-inline int CountThreads(const std::string& name) {
-  int count = 0;
-  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-    count += ReadFile(task.path() / "comm") == name + "\n" ? 1 : 0;
-  }
-  return count;
-}
-
-/// Takes what other threads write to std::cout while it lives.
-class CapturedOutput : private std::streambuf {
- public:
-  CapturedOutput() : m_before(std::cout.rdbuf(this)) {}
-  ~CapturedOutput() override { std::cout.rdbuf(m_before); }
-
-  std::string GetText() {
-    const std::lock_guard lock(m_mutex);
-    return m_text;
-  }
-  bool WaitFor(const std::string& text) {
-    return WaitUntil([&] { return GetText().find(text) != std::string::npos; });
-  }
-
- private:
-  int overflow(int c) override {
-    const std::lock_guard lock(m_mutex);
-    m_text.push_back(static_cast<char>(c));
-    return c;
-  }
-  std::streamsize xsputn(const char* text, std::streamsize size) override {
-    const std::lock_guard lock(m_mutex);
-    m_text.append(text, static_cast<std::size_t>(size));
-    return size;
-  }
-
-  std::mutex m_mutex;
-  std::string m_text;
-  std::streambuf* const m_before;
-};
-
-/// A directory that is gone with the test, and the log lines written meanwhile.
-class MediaTest : public testing::Test {
+/// For tests with media buffers.
+class MediaTest : public TempDirTest {
  protected:
   void SetUp() override {
+    TempDirTest::SetUp();
     gst_init(nullptr, nullptr);
-    char pattern[] = "/tmp/tavi-test-XXXXXX";
-    m_dir = std::string(mkdtemp(pattern)) + "/";
-    Kbase::Klog::Logger::GetInstance().SetConsole(false);
-    Kbase::Klog::Logger::GetInstance().SetObserver([this](Kbase::Klog::Level, std::string_view line) {
-      const std::lock_guard lock(m_logMutex);
-      m_log.emplace_back(line.substr(line.find("] ") + 2));
-    });
   }
-  void TearDown() override {
-    Kbase::Klog::Logger::GetInstance().SetObserver({});
-    std::error_code ignored;
-    std::filesystem::remove_all(m_dir, ignored);
-  }
-
-  /// Lines with `text` in them.
-  int CountLogged(const std::string& text) {
-    const std::lock_guard lock(m_logMutex);
-    int count = 0;
-    for (const auto& line : m_log) count += line.find(text) != std::string::npos ? 1 : 0;
-    return count;
-  }
-  int CountFiles() const {
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(m_dir)) ++count;
-    return count;
-  }
-  /// Descriptors that the process has open.
-  static long CountDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-  }
-
-  std::string m_dir;
-
- private:
-  std::mutex m_logMutex;
-  std::vector<std::string> m_log;
 };
 
 }  // namespace Tavi::Testing

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace Tavi::Testing {
+namespace Tavi::Simulator {
 
 using AccessUnitBytes = std::vector<std::uint8_t>;
 
@@ -13,13 +13,10 @@ using AccessUnitBytes = std::vector<std::uint8_t>;
 /// `gop` frames, no B-frames. `options` are the encoder's own, "name=value" joined by ":".
 std::vector<AccessUnitBytes> EncodeH264(int width, int height, int fps, int gop, int frames,
                                         const std::string& options = "");
-
 /// `seconds` of a tone as MP3 frames, 44,100 Hz mono.
 std::vector<std::uint8_t> EncodeMp3(double seconds);
-
 /// The units one behind the other.
 std::vector<std::uint8_t> Join(const std::vector<AccessUnitBytes>& units);
-
 void WriteBytes(const std::string& path, const std::vector<std::uint8_t>& bytes);
 
-}  // namespace Tavi::Testing
+}  // namespace Tavi::Simulator

@@ -1,9 +1,8 @@
-// A capture device that exists only inside the test's process.
-#include "SoftImx/FakeCamera.h"
+// A capture device that exists only inside the program's process.
+#include "Simulator/FakeCamera.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,10 +11,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <vector>
 
-namespace SoftImx::Test {
+namespace Tavi::Simulator {
 namespace {
 
 constexpr std::size_t FrameBytes = std::size_t{FakeCamera::Width} * FakeCamera::Height * 2;
@@ -45,17 +43,26 @@ void Describe(v4l2_pix_format& format) {
   format.colorspace = V4L2_COLORSPACE_SRGB;
 }
 
-/// Fills the node with the picture, once for each buffer that may be mapped.
-void WriteFrames(const std::string& path) {
+/// Fills the node with the picture, once for each buffer that may be mapped. False with errno set.
+bool WriteFrames(const std::string& path) {
   std::vector<unsigned char> frame(FrameBytes, 128);
   for (std::size_t i = 0; i < FrameBytes; i += 2) {
     const bool isLeft = i / 2 % FakeCamera::Width < FakeCamera::Width / 2;
     frame[i] = isLeft ? FakeCamera::DarkLuma : FakeCamera::BrightLuma;
   }
   const int node = open(path.c_str(), O_RDWR | O_CLOEXEC);
-  ASSERT_GE(node, 0) << path << ": " << std::strerror(errno);
-  for (unsigned i = 0; i < MaxBuffers; ++i) EXPECT_EQ(write(node, frame.data(), FrameBytes), ssize_t(FrameBytes));
-  EXPECT_EQ(close(node), 0);
+  if (node < 0) return false;
+  bool isWritten = true;
+  for (unsigned i = 0; i < MaxBuffers && isWritten; ++i) {
+    isWritten = write(node, frame.data(), FrameBytes) == static_cast<ssize_t>(FrameBytes);
+  }
+  return close(node) == 0 && isWritten;
+}
+
+std::string TakeText(GError* error) {
+  std::string text = error->message;
+  g_error_free(error);
+  return text;
 }
 
 template <class Record>
@@ -78,21 +85,26 @@ bool FakeCamera::IsPossible() {
 }
 
 FakeCamera::FakeCamera() : m_testbed(umockdev_testbed_new()), m_handler(umockdev_ioctl_base_new()) {
+  g_signal_connect(m_handler, "handle-ioctl", G_CALLBACK(HandleIoctl), this);
+}
+
+std::string FakeCamera::PlugIn() {
   GError* error = nullptr;
   umockdev_testbed_add_from_string(m_testbed,
                                    "P: /devices/virtual/video4linux/video9\nN: video9=00\nE: DEVNAME=/dev/video9\n"
                                    "E: SUBSYSTEM=video4linux\nE: MAJOR=81\nE: MINOR=9\nA: name=Fake\\n\n",
                                    &error);
-  EXPECT_EQ(error, nullptr) << error->message;
+  if (error != nullptr) return TakeText(error);
   gchar* root = umockdev_testbed_get_root_dir(m_testbed);
-  WriteFrames(std::string(root) + Device);
+  const std::string node = std::string(root) + Device;
   g_free(root);
-  g_signal_connect(m_handler, "handle-ioctl", G_CALLBACK(HandleIoctl), this);
-  EXPECT_TRUE(umockdev_testbed_attach_ioctl(m_testbed, Device, m_handler, &error)) << error->message;
+  if (!WriteFrames(node)) return node + ": " + std::strerror(errno);
+  m_isAttached = umockdev_testbed_attach_ioctl(m_testbed, Device, m_handler, &error) == TRUE;
+  return m_isAttached ? std::string() : TakeText(error);
 }
 
 FakeCamera::~FakeCamera() {
-  umockdev_testbed_detach_ioctl(m_testbed, Device, nullptr);
+  if (m_isAttached) umockdev_testbed_detach_ioctl(m_testbed, Device, nullptr);
   g_object_unref(m_handler);
   g_object_unref(m_testbed);
 }
@@ -200,12 +212,12 @@ int FakeCamera::Dequeue(v4l2_buffer& buffer) {
   return error;
 }
 
-}  // namespace SoftImx::Test
+}  // namespace Tavi::Simulator
 
 /// Takes the place of the C library's for the whole program. umockdev leads ioctl by the descriptor that open returned
 /// and loses sight of a copy; v4l2src streams through one. A copy of the fake node is therefore opened anew.
 extern "C" int dup(int descriptor) noexcept {
-  const char* const device = SoftImx::Test::FakeCamera::Device;
-  if (SoftImx::Test::IsSameFile(descriptor, device)) return open(device, O_RDWR | O_CLOEXEC);
+  const char* const device = Tavi::Simulator::FakeCamera::Device;
+  if (Tavi::Simulator::IsSameFile(descriptor, device)) return open(device, O_RDWR | O_CLOEXEC);
   return fcntl(descriptor, F_DUPFD, 0);
 }

@@ -1,4 +1,4 @@
-// A capture device that exists only inside the test's process.
+// A capture device that exists only inside the program's process.
 #pragma once
 
 #include <umockdev.h>
@@ -6,17 +6,19 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <string>
 
 #include <linux/videodev2.h>
 
-namespace SoftImx::Test {
+namespace Tavi::Simulator {
 
 /// A V4L2 camera at "/dev/video9" that offers nothing but YUYV 640x480 at 25 frames a second. The left half of its
-/// picture is dark, the right half bright.
+/// picture is dark, the right half bright. Gone again with the object; one at a time.
 ///
-/// umockdev leads open and ioctl of the node here; its preloaded library is needed, which the program arranges for by
-/// starting itself anew with it. The node is a plain file that holds the frame buffers, so that mmap of it is the
-/// kernel's own. Requests are answered on a thread of umockdev, one at a time.
+/// umockdev leads open and ioctl of the node here; its preloaded library is needed, which a program that links this
+/// arranges for by starting itself anew with it. The node is a plain file that holds the frame buffers, so that mmap of
+/// it is the kernel's own. Requests are answered on a thread of umockdev, one at a time; the object is made, unplugged
+/// and destroyed on the program's own.
 class FakeCamera {
  public:
   static constexpr const char* Device = "/dev/video9";
@@ -34,6 +36,8 @@ class FakeCamera {
   FakeCamera();
   ~FakeCamera();
 
+  /// Makes the device appear. What went wrong, empty when nothing did.
+  [[nodiscard]] std::string PlugIn();
   /// From now on the device answers as one that was pulled out.
   void Unplug() { m_isUnplugged = true; }
   /// Buffers that the last capture asked for.
@@ -52,6 +56,7 @@ class FakeCamera {
 
   UMockdevTestbed* m_testbed;
   UMockdevIoctlBase* m_handler;
+  bool m_isAttached = false;
   std::atomic<bool> m_isUnplugged = false;
   std::atomic<unsigned> m_bufferCount = 0;
   /// Buffers that wait for a picture.
@@ -61,4 +66,4 @@ class FakeCamera {
   std::int64_t m_startUs = 0;
 };
 
-}  // namespace SoftImx::Test
+}  // namespace Tavi::Simulator
