@@ -59,7 +59,6 @@ TEST(Options, AMistakeIsOneLineThatSaysWhatWouldBeRight) {
       {{"--output", "x", "--fps1", "thirty"}, {"--fps1", "\"thirty\"", "1 to 60"}},
       {{"--output", "x", "--start", "5"}, {"--start", "\"5\"", "-31 to 0"}},
       {{"--output", "x", "--duration", "-1"}, {"--duration", "\"-1\"", "0 to 110"}},
-      {{"--output", "x", "--count", "0"}, {"--count", "\"0\"", "1 to"}},
       {{"--output", "x", "--collect-after", "nan"}, {"--collect-after", "\"nan\"", "seconds"}},
       {{"--output", "x", "--bogus"}, {"--bogus"}},
       {{"--output", "x", "--device0", "/dev/video7", "--device1", "/dev/video7"}, {"--device0", "--device1", "/dev/video7"}},
