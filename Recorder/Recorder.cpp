@@ -95,9 +95,10 @@ bool Recorder::CollectEvent(int number) {
   const bool collected = m_collect.Collect(input, report.output);
   report.collectSeconds = Seconds(monitor.Elapsed()).count();
   m_console.End();
+  if (!collected) return false;  // the reason stands in the log
   Print(report);
-  if (collected && report.output.outputs.empty()) Log::Error("the event has no files: no source has delivered anything");
-  return collected && (!report.output.outputs.empty() || m_interrupted);
+  if (report.output.outputs.empty()) Log::Error("the event has no files: no source has delivered anything");
+  return !report.output.outputs.empty() || m_interrupted;
 }
 
 void Recorder::Print(const EventReport& report) const {
