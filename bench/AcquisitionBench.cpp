@@ -82,7 +82,7 @@ int RunLibrary() {
 
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
+  return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
 }
 
 int CompareProcessorTime(const std::string& self, int seconds, int rounds) {

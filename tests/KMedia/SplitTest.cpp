@@ -63,6 +63,7 @@ TEST(Mp3Frames, FindsWholeFramesBetweenTags) {
   EXPECT_EQ(SplitMp3Frames(Join({front, music, back})).frames.size(), count);
   // An encoder's information frame is one of the stream's own kind, silent, with a tag behind the side information.
   Bytes information(plain.frames[0].begin(), plain.frames[0].end());
+  ASSERT_GT(information.size(), 4U + 17 + 4);
   std::fill(information.begin() + 4, information.end(), std::uint8_t{0});
   std::memcpy(information.data() + 4 + 17, "Info", 4);
   EXPECT_EQ(SplitMp3Frames(Join({information, music})).frames.size(), count);

@@ -40,7 +40,7 @@ class TextCollect final : public PipelineCollect {
 
 std::string Range(int first, int last) {
   std::string text = "[";
-  for (int i = first; i <= last; ++i) text += "<" + std::to_string(i) + ">";
+  for (int i = first; i <= last; ++i) text += Tavi::Testing::EntryText(static_cast<std::uint64_t>(i));
   return text + "]";
 }
 
