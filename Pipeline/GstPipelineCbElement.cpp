@@ -5,7 +5,9 @@
 
 namespace Tavi::GstUtil {
 
-bool IsUsable(const GstBuffer* buffer) { return buffer != nullptr && GST_MINI_OBJECT_REFCOUNT_VALUE(buffer) != 0; }
+bool IsUsable(const GstBuffer* buffer) {
+  return buffer != nullptr && GST_MINI_OBJECT_REFCOUNT_VALUE(buffer) != 0;
+}
 
 GstPipelineCbElement::GstPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, std::string sourceName)
     : IPipelineCbElement(id), buffer(ownedBuffer), name(std::move(sourceName)) {}

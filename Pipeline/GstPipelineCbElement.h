@@ -10,8 +10,8 @@
 
 namespace Tavi::GstUtil {
 
-/// Owns one reference to its buffer. Time stamp and key-frame state live in the buffer (PTS, delta-unit flag). Immutable
-/// once it is in a ring: whoever needs another time stamp copies the buffer (the pixels stay shared).
+/// Owns one reference to its buffer. Time stamp and key-frame state live in the buffer (PTS, delta-unit flag).
+/// Immutable once it is in a ring: whoever needs another time stamp copies the buffer (the pixels stay shared).
 class GstPipelineCbElement : public Kbase::Pipeline::IPipelineCbElement {
  public:
   /// Takes over the caller's reference to `ownedBuffer`, which may be null.

@@ -34,7 +34,8 @@ class GstPipelineManager {
   /// Initialises GStreamer, creates the main loop and, when a camera or audio is enabled, the shared pipeline. Does
   /// nothing when already initialised.
   virtual void Init();
-  /// Sets the pipelines to PLAYING (not waited for) and starts the main loop. Does nothing before Init or a second time.
+  /// Sets the pipelines to PLAYING (not waited for) and starts the main loop. Does nothing before Init or a second
+  /// time.
   virtual void Start();
   /// Back to the state after construction.
   virtual void Stop();

@@ -51,7 +51,9 @@ class GstRef {
 
   /// Buffers, caps and the like start with a mini object; a sample is one too, but keeps its fields to itself.
   template <typename U>
-  static constexpr bool IsMini = std::is_same_v<U, GstSample> || requires(U* u) { u->mini_object; };
+  static constexpr bool IsMini = std::is_same_v<U, GstSample> || requires(U* u) {
+    u->mini_object;
+  };
 
   static void AddReference(T* object) {
     if constexpr (IsMini<T>) {

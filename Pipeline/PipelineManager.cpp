@@ -65,8 +65,7 @@ PipelineManager::VideoElement PipelineManager::CreateCamera(PipelineType type, c
 
 void PipelineManager::CreatePreview(PipelineType type, const Video::VideoConfig& config, const VideoElement& camera) {
   if (!camera || !config.previewEnabled) return;
-  auto preview =
-      std::make_shared<Video::PreviewPipelineElement>(config, config.previewFps * config.previewSeconds);
+  auto preview = std::make_shared<Video::PreviewPipelineElement>(config, config.previewFps * config.previewSeconds);
   AddElement(type, preview);
   camera->SetPreviewElement(preview.get());
 }
@@ -113,9 +112,13 @@ void PipelineManager::RunIgnitionStart() {
   Ksystem::System::Reboot();
 }
 
-void PipelineManager::RunIgnitionOff() { m_rebootOnError = false; }
+void PipelineManager::RunIgnitionOff() {
+  m_rebootOnError = false;
+}
 
-void PipelineManager::RunSigInt() { Stop(); }
+void PipelineManager::RunSigInt() {
+  Stop();
+}
 
 bool PipelineManager::RunProperly() const {
   std::array<Element, SupervisedSources.size()> elements;

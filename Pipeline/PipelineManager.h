@@ -31,13 +31,13 @@ class PipelineManager : public GstPipelineManager,
   using Element = std::shared_ptr<Kbase::Pipeline::IPipelineElement>;
 
   /// Calls Init: a constructed manager has its elements, nothing plays yet. `clock` (borrowed) paces the supervision.
-  explicit PipelineManager(const PipelineConfig& config,
-                           Kbase::Util::IClock& clock = Kbase::Util::IClock::Steady());
+  explicit PipelineManager(const PipelineConfig& config, Kbase::Util::IClock& clock = Kbase::Util::IClock::Steady());
   ~PipelineManager() override;
 
   /// The element under that key, null when it was not created. Valid until Stop.
   Kbase::Pipeline::IPipelineElement* GetPipelineElement(PipelineType type) const;
-  /// The same with a share in its life: a reader that keeps only a weak one notices when Stop has taken the element away.
+  /// The same with a share in its life: a reader that keeps only a weak one notices when Stop has taken the element
+  /// away.
   Element ShareElement(PipelineType type) const;
 
   void Init() override;
@@ -45,8 +45,8 @@ class PipelineManager : public GstPipelineManager,
   /// Stops and deletes all elements. Does nothing unless started; Init may follow.
   void Stop() override;
 
-  /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the GPS
-  /// receiver stays silent; otherwise a GStreamer error restarts it from now on.
+  /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the
+  /// GPS receiver stays silent; otherwise a GStreamer error restarts it from now on.
   void RunIgnitionStart() override;
   /// Ignition off: errors restart the unit no more. Acquisition goes on.
   void RunIgnitionOff() override;

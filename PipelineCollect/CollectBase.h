@@ -36,7 +36,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
   bool IsPathAvailable() const { return IsPathAvailable(m_path); }
   /// Removes the file; a missing one is no error.
   void DeletePath();
-  /// Copies the file to `dir` under prefix + `name` + extension. False when there is nothing to copy or the copy failed.
+  /// Copies the file to `dir` under prefix + `name` + extension. False when there is nothing to copy or the copy
+  /// failed.
   bool Backup(const std::string& dir, const std::string& name) const;
   /// Backup on a thread of its own; the caller joins it.
   std::unique_ptr<std::thread> BackupAsync(const std::string& dir, const std::string& name) const;

@@ -17,7 +17,9 @@ CollectFile::CollectFile(const std::string& path) : m_path(path), m_stream(std::
   if (m_stream == nullptr) LogFailure("open");
 }
 
-CollectFile::~CollectFile() { Close(false); }
+CollectFile::~CollectFile() {
+  Close(false);
+}
 
 void CollectFile::LogFailure(const char* action) const {
   Log::Error(std::string("cannot ") + action + " " + m_path + ": " + std::strerror(errno));

@@ -7,8 +7,8 @@
 
 namespace Tavi::PipelineCollect {
 
-/// A buffered stream that never keeps half an entry: each one is flushed, and one that does not fit (a full disk) is cut
-/// off again. Every failure is logged once, with the file's name. Closes at destruction. Thread-bound.
+/// A buffered stream that never keeps half an entry: each one is flushed, and one that does not fit (a full disk) is
+/// cut off again. Every failure is logged once, with the file's name. Closes at destruction. Thread-bound.
 class CollectFile {
  public:
   explicit CollectFile(const std::string& path);

@@ -11,7 +11,8 @@ using Kbase::Pipeline::IPipelineElement;
 /// Looks at the entries around one position, told apart from those of an earlier or later lap by their ids.
 class Neighbourhood {
  public:
-  Neighbourhood(const IPipelineElement& ring, unsigned int pos, std::uint64_t id) : m_ring(ring), m_pos(pos), m_id(id) {}
+  Neighbourhood(const IPipelineElement& ring, unsigned int pos, std::uint64_t id)
+      : m_ring(ring), m_pos(pos), m_id(id) {}
 
   [[nodiscard]] unsigned int PosAt(int distance) const {
     return m_ring.SeekRelative(static_cast<int>(m_pos), -distance);

@@ -44,8 +44,8 @@ struct Interval {
   }
 };
 
-/// Walks from the entry `back` places before `present` to the one within `wanted`, or to the nearest one: it never turns
-/// round and never leaves the ring.
+/// Walks from the entry `back` places before `present` to the one within `wanted`, or to the nearest one: it never
+/// turns round and never leaves the ring.
 unsigned int FindNearest(const IPipelineElement& ring, int present, int back, Interval wanted) {
   const int oldest = static_cast<int>(ring.GetRingSize()) - 1;
   unsigned int pos = ring.SeekRelative(present, back);
@@ -85,7 +85,9 @@ struct PipelineCollect::Progress {
 PipelineCollect::PipelineCollect(IPipelineElement* element, PipelineCollectType type, std::string threadName)
     : CollectBase(type, std::move(threadName)), m_element(element) {}
 
-PipelineCollect::~PipelineCollect() { Stop(); }
+PipelineCollect::~PipelineCollect() {
+  Stop();
+}
 
 void PipelineCollect::Init(PipelineCollectConfig& config) {
   m_startPos = 0;
@@ -120,11 +122,17 @@ std::shared_ptr<IPipelineElement> PipelineCollect::GetRing() const {
   return {std::shared_ptr<IPipelineElement>(), m_element};
 }
 
-bool PipelineCollect::WriteHeader(FILE* /*file*/) { return true; }
+bool PipelineCollect::WriteHeader(FILE* /*file*/) {
+  return true;
+}
 
-bool PipelineCollect::Write(FILE* /*file*/, Kbase::Pipeline::IPipelineCbElement* /*entry*/) { return false; }
+bool PipelineCollect::Write(FILE* /*file*/, Kbase::Pipeline::IPipelineCbElement* /*entry*/) {
+  return false;
+}
 
-bool PipelineCollect::WriteFooter(FILE* /*file*/) { return true; }
+bool PipelineCollect::WriteFooter(FILE* /*file*/) {
+  return true;
+}
 
 void PipelineCollect::Collect() {
   m_collected = false;
@@ -167,13 +175,15 @@ void PipelineCollect::WriteWindow(CollectFile& file, std::uint64_t startId) {
   }
   m_secondsCollected = m_fps > 0.0F ? static_cast<unsigned int>(static_cast<float>(progress.index) / m_fps) : 0;
   if (progress.reader.GetLost() != 0) {
-    Log::Warning("lost " + std::to_string(progress.reader.GetLost()) + " entries that came faster than they could be "
-                 "written to " + m_path);
+    Log::Warning("lost " + std::to_string(progress.reader.GetLost()) +
+                 " entries that came faster than they could be "
+                 "written to " +
+                 m_path);
   }
 }
 
-/// Writes what is pending while fewer than `limit` entries are written: one for each new one in the ring. False when the
-/// window is complete or the file takes no more.
+/// Writes what is pending while fewer than `limit` entries are written: one for each new one in the ring. False when
+/// the window is complete or the file takes no more.
 bool PipelineCollect::WritePending(CollectFile& file, Progress& progress, std::uint64_t limit) {
   while (progress.index < limit && !ShouldStop()) {
     const auto entry = progress.reader.Next();

@@ -13,8 +13,9 @@
 namespace Tavi::PipelineCollect {
 
 /// Writes one stored entry for each new entry that arrives in the ring, from the start position on, until the window is
-/// written; a window of d seconds is finished about d seconds after the start. Subclasses say what an entry looks like in
-/// the file. When the ring's element is taken away meanwhile, what the window has so far is written and the file closed.
+/// written; a window of d seconds is finished about d seconds after the start. Subclasses say what an entry looks like
+/// in the file. When the ring's element is taken away meanwhile, what the window has so far is written and the file
+/// closed.
 class PipelineCollect : public CollectBase {
  public:
   /// `element` is borrowed (see Bind), may be null: then nothing is ever collected.
@@ -51,8 +52,8 @@ class PipelineCollect : public CollectBase {
   bool GetPipelineTimestamp(int pos, std::uint64_t& timestampNs) const;
 
   /// Finds the entry of this ring that lies in time between the entries `refPos - 1` and `refPos` of `reference`,
-  /// searching from `frames` entries back. Ends within ring-size steps: where no entry lies between the two, or they lie
-  /// outside this ring, `pos` is the nearest entry. False without a reference or without time stamps to compare.
+  /// searching from `frames` entries back. Ends within ring-size steps: where no entry lies between the two, or they
+  /// lie outside this ring, `pos` is the nearest entry. False without a reference or without time stamps to compare.
   bool SyncWithPipeline(const Kbase::Pipeline::IPipelineElement* reference, int refPos, int frames, unsigned int& pos);
 
  protected:

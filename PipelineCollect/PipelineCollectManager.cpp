@@ -227,8 +227,8 @@ void PipelineCollectManager::EndCancelledStart() {
 }
 
 void PipelineCollectManager::WaitForCollectors() {
-  const Milliseconds limit = m_config.limitMs > 0 ? Milliseconds(m_config.limitMs)
-                                                  : Milliseconds(m_config.cr ? CollectLimitCR : CollectLimit);
+  const Milliseconds limit =
+      m_config.limitMs > 0 ? Milliseconds(m_config.limitMs) : Milliseconds(m_config.cr ? CollectLimitCR : CollectLimit);
   const Kbase::Util::TimeMonitor monitor(m_clock);
   while (Running()) {
     m_clock.Sleep(PollPeriod);
@@ -295,7 +295,9 @@ CollectBase* PipelineCollectManager::GetCollectElement(const CollectorMap& colle
   return found == collectors.end() ? nullptr : found->second.get();
 }
 
-void PipelineCollectManager::BuildOutput(PipelineCollectOutput& output) const { BuildOutput(m_collectors, output); }
+void PipelineCollectManager::BuildOutput(PipelineCollectOutput& output) const {
+  BuildOutput(m_collectors, output);
+}
 
 void PipelineCollectManager::BuildOutput(const CollectorMap& collectors, PipelineCollectOutput& output) {
   for (const auto& [type, collector] : collectors) {

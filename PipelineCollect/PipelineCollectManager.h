@@ -16,8 +16,8 @@ class VideoPipelineCollect;
 
 namespace Tavi::PipelineCollect {
 
-/// Arms one collector per stream, aligns their starts in the rings, runs them side by side under a time limit, muxes and
-/// reports what they wrote.
+/// Arms one collector per stream, aligns their starts in the rings, runs them side by side under a time limit, muxes
+/// and reports what they wrote.
 ///
 /// One Collect at a time, on the caller's thread; a second one is refused. CancelCollect may be called from any thread
 /// meanwhile. Every collector has a thread of its own. The pipeline manager may stop, and start again, at any time: a

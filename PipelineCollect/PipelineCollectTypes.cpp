@@ -27,13 +27,17 @@ const char* GetPipelineCollectTypeName(PipelineCollectType type) {
   return "";
 }
 
-void PipelineCollectOutput::AddOutput(PipelineCollectType type, const std::string& path) { outputs.emplace(type, path); }
+void PipelineCollectOutput::AddOutput(PipelineCollectType type, const std::string& path) {
+  outputs.emplace(type, path);
+}
 
 std::string PipelineCollectOutput::GetOutputPath(PipelineCollectType type) const {
   const auto found = outputs.find(type);
   return found == outputs.end() ? std::string() : found->second;
 }
 
-void PipelineCollectOutput::RemoveOutput(PipelineCollectType type) { outputs.erase(type); }
+void PipelineCollectOutput::RemoveOutput(PipelineCollectType type) {
+  outputs.erase(type);
+}
 
 }  // namespace Tavi::PipelineCollect

@@ -10,9 +10,9 @@ namespace Tavi::PipelineCollect {
 
 /// Hands out a ring's entries in order from a start position on.
 ///
-/// Follow takes references to all entries that are there, so that a writer that falls behind (a slow disk) does not lose
-/// them to the producer, and still has them when the ring itself is taken away. They cost no memory while they are in
-/// the ring too. Thread-bound.
+/// Follow takes references to all entries that are there, so that a writer that falls behind (a slow disk) does not
+/// lose them to the producer, and still has them when the ring itself is taken away. They cost no memory while they are
+/// in the ring too. Thread-bound.
 class RingReader {
  public:
   using Entry = Kbase::Pipeline::IPipelineElement::Entry;

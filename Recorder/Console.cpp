@@ -77,7 +77,9 @@ void Console::Draw() {
   const int filled = static_cast<int>(part * BarWidth);
   const std::string bar = std::string(filled, '#') + std::string(BarWidth - filled, '.');
   std::fputs(fmt::format("{}{} [{}] {:.0f} of {:.0f} s", EraseLine, m_what, bar,
-                         std::min(elapsed.count(), m_duration.count()), m_duration.count()).c_str(), stderr);
+                         std::min(elapsed.count(), m_duration.count()), m_duration.count())
+                 .c_str(),
+             stderr);
   std::fflush(stderr);
 }
 

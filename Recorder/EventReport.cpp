@@ -42,8 +42,8 @@ std::string FormatTable(const EventReport& report) {
   std::tm local{};
   const auto time = static_cast<std::time_t>(report.output.eventTime);
   localtime_r(&time, &local);
-  std::string table =
-      fmt::format("Event {} of {:%Y-%m-%d %H:%M:%S}, collected in {:.2f} s\n", report.number, local, report.collectSeconds);
+  std::string table = fmt::format("Event {} of {:%Y-%m-%d %H:%M:%S}, collected in {:.2f} s\n", report.number, local,
+                                  report.collectSeconds);
   if (report.output.outputs.empty()) table += "  no source has delivered anything: there are no files\n";
   for (const auto& [type, path] : report.output.outputs) {
     table += fmt::format("  {:<17} {:>9} {:>12}  {}\n", PipelineCollect::GetPipelineCollectTypeName(type),

@@ -15,8 +15,8 @@ struct EventReport {
   PipelineCollect::PipelineCollectOutput output;
 };
 
-/// {"event":1,"time":...,"collectSeconds":...,"files":{"VideoCamera1":"...",...}} without a line end; `time` is in seconds
-/// since the epoch.
+/// {"event":1,"time":...,"collectSeconds":...,"files":{"VideoCamera1":"...",...}} without a line end; `time` is in
+/// seconds since the epoch.
 std::string FormatJson(const EventReport& report);
 
 /// A heading and one line a file: what it holds, its duration and size, its path.

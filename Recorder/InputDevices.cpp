@@ -18,12 +18,13 @@ namespace {
 std::string DescribeProblem(const std::string& device) {
   if (device.rfind("sim:", 0) == 0) return {};
   const int descriptor = open(device.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor < 0) return errno == ENOENT ? "is missing" : fmt::format("cannot be opened ({})", std::strerror(errno));
+  if (descriptor < 0)
+    return errno == ENOENT ? "is missing" : fmt::format("cannot be opened ({})", std::strerror(errno));
   v4l2_capability capability{};
   const bool answers = ioctl(descriptor, VIDIOC_QUERYCAP, &capability) == 0;
   close(descriptor);
-  const auto flags = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps
-                                                                           : capability.capabilities;
+  const auto flags =
+      (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps : capability.capabilities;
   return answers && (flags & V4L2_CAP_VIDEO_CAPTURE) != 0 ? "" : "is no video capture device";
 }
 

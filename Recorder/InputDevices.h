@@ -7,8 +7,8 @@
 
 namespace Tavi::Recorder {
 
-/// One sentence that names every configured camera whose device is missing or is no video capture device; empty when all
-/// are there.
+/// One sentence that names every configured camera whose device is missing or is no video capture device; empty when
+/// all are there.
 std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config);
 
 }  // namespace Tavi::Recorder

@@ -49,7 +49,8 @@ void AddCameraOptions(CLI::App& app, const std::string& number, Video::VideoConf
   inGroup(app.add_option("--port" + number, camera.streamPort, "TCP port of the live stream"))
       ->check(WholeNumber(1, 65535));
   app.add_flag("--stream" + number, camera.streamEnabled,
-               "Serve the stream live on every interface, without any authentication")->group(group);
+               "Serve the stream live on every interface, without any authentication")
+      ->group(group);
   app.add_flag("--crop" + number, camera.cropEnabled, "Cut the border of the picture away")->group(group);
   app.add_flag("!--no-preview" + number, camera.previewEnabled, "Keep no preview frames")->group(group);
   app.add_flag("!--no-camera" + number, enabled, "Leave this camera out")->group(group);
@@ -61,12 +62,16 @@ void AddOptions(CLI::App& app, Options& options) {
   app.add_flag("--simulate", options.simulate, "Test scenes in place of the cameras");
   app.add_option("--collect-after", options.collectAfterSeconds,
                  "Seconds from the start, or the event before, to an event")
-      ->check(Seconds(0, 86400))->capture_default_str();
+      ->check(Seconds(0, 86400))
+      ->capture_default_str();
   app.add_option("--start", options.startSeconds, "Start of the window in seconds relative to the event")
-      ->check(WholeNumber(-LongestLookBackSeconds, 0))->capture_default_str();
+      ->check(WholeNumber(-LongestLookBackSeconds, 0))
+      ->capture_default_str();
   app.add_option("--duration", options.durationSeconds, "Length of the window in seconds")
-      ->check(WholeNumber(0, LongestWindowSeconds))->capture_default_str();
-  app.add_option("--count", options.eventCount, "Number of events")->check(WholeNumber(1, 1000000))
+      ->check(WholeNumber(0, LongestWindowSeconds))
+      ->capture_default_str();
+  app.add_option("--count", options.eventCount, "Number of events")
+      ->check(WholeNumber(1, 1000000))
       ->capture_default_str();
   app.add_option("--output", options.outputDir, "Directory for the files of the events (required)");
   app.add_flag("--json", options.json, "One JSON object an event on standard output");
@@ -78,13 +83,15 @@ void AddOptions(CLI::App& app, Options& options) {
 /// What no single option can tell; empty when all is well.
 std::string CheckTogether(const Options& options) {
   const auto& [camera0, camera1] = std::tie(options.pipeline.camera0, options.pipeline.camera1);
-  if (options.outputDir.empty()) return "--output: it is missing or empty; give a directory for the files of the events";
+  if (options.outputDir.empty())
+    return "--output: it is missing or empty; give a directory for the files of the events";
   if (!options.pipeline.camera0Enabled && !options.pipeline.camera1Enabled) {
     return "--no-camera0 and --no-camera1: nothing is left to record; leave one out";
   }
   if (!options.pipeline.camera0Enabled || !options.pipeline.camera1Enabled) return {};
   if (!options.simulate && camera0.device == camera1.device) {
-    return fmt::format("--device0 and --device1: both are \"{}\"; give each camera a device of its own", camera0.device);
+    return fmt::format("--device0 and --device1: both are \"{}\"; give each camera a device of its own",
+                       camera0.device);
   }
   if (camera0.streamEnabled && camera1.streamEnabled && camera0.streamPort == camera1.streamPort) {
     return fmt::format("--port0 and --port1: both are {}; give each stream a port of its own", camera0.streamPort);

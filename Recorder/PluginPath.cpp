@@ -14,7 +14,8 @@ void AddPluginPath() {
   const auto directory = program.parent_path().parent_path() / "lib" / "gstreamer-1.0";
   if (!std::filesystem::is_directory(directory, error)) return;
   const char* present = std::getenv("GST_PLUGIN_PATH");
-  const std::string path = present != nullptr && *present != '\0' ? directory.string() + ":" + present : directory.string();
+  const std::string path =
+      present != nullptr && *present != '\0' ? directory.string() + ":" + present : directory.string();
   setenv("GST_PLUGIN_PATH", path.c_str(), 1);
 }
 

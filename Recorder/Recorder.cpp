@@ -41,7 +41,8 @@ PipelineCollect::PipelineCollectManagerConfig BuildCollectConfig(const Options& 
   return config;
 }
 
-PipelineCollect::PipelineCollectManager BuildCollectManager(const Options& options, Pipeline::PipelineManager& pipeline) {
+PipelineCollect::PipelineCollectManager BuildCollectManager(const Options& options,
+                                                            Pipeline::PipelineManager& pipeline) {
   auto config = BuildCollectConfig(options, pipeline);
   return PipelineCollect::PipelineCollectManager(config);
 }
@@ -75,7 +76,8 @@ void Recorder::Interrupt() {
 
 void Recorder::WaitForEvent() {
   auto& clock = Kbase::Util::IClock::Steady();
-  const auto wait = std::chrono::duration_cast<Kbase::Util::IClock::Milliseconds>(Seconds(m_options.collectAfterSeconds));
+  const auto wait =
+      std::chrono::duration_cast<Kbase::Util::IClock::Milliseconds>(Seconds(m_options.collectAfterSeconds));
   m_console.Begin("recording", wait);
   for (const Kbase::Util::TimeMonitor monitor(clock); monitor.Elapsed() < wait && !m_interrupted;) {
     clock.Sleep(std::min(wait - monitor.Elapsed(), Kbase::Util::IClock::Milliseconds(InterruptPoll)));

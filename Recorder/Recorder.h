@@ -13,8 +13,8 @@
 
 namespace Tavi::Recorder {
 
-/// Runs what the options say on the thread that calls Run. Interrupt may be called from any other thread: a collect under
-/// way ends early and is reported, then acquisition is stopped.
+/// Runs what the options say on the thread that calls Run. Interrupt may be called from any other thread: a collect
+/// under way ends early and is reported, then acquisition is stopped.
 class Recorder {
  public:
   /// Prints reports to the descriptor `reportFd`, which stays the caller's.

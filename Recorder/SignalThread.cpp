@@ -20,7 +20,9 @@ SignalThread::SignalThread(std::function<void()> handler) : IThread("SIGNALS"), 
   Start();
 }
 
-SignalThread::~SignalThread() { Stop(); }
+SignalThread::~SignalThread() {
+  Stop();
+}
 
 void SignalThread::Run() {
   if (sigtimedwait(&m_signals, nullptr, &PollPeriod) > 0) m_handler();

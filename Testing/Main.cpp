@@ -1,4 +1,6 @@
 // The library's own entry point. A program with a main of its own is not affected: its object file wins.
 #include "Testing/TestGstApi.h"
 
-int main() { Tavi::Testing::TestGstApi(); }
+int main() {
+  Tavi::Testing::TestGstApi();
+}

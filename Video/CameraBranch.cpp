@@ -30,7 +30,8 @@ class Parts {
     GstElement* element = gst_element_factory_make(factory, nullptr);
     if (element == nullptr) {
       m_complete = false;
-      Log::Error(std::string("GStreamer has no element \"") + factory + "\": install its plug-in or set GST_PLUGIN_PATH");
+      Log::Error(std::string("GStreamer has no element \"") + factory +
+                 "\": install its plug-in or set GST_PLUGIN_PATH");
       return nullptr;
     }
     m_owned.push_back(GstUtil::GstRef<GstElement>::Sink(element));
@@ -195,6 +196,8 @@ class Builder {
 
 }  // namespace
 
-CameraBranch CameraBranch::Build(GstBin* bin, const VideoConfig& config) { return Builder(config).Build(bin); }
+CameraBranch CameraBranch::Build(GstBin* bin, const VideoConfig& config) {
+  return Builder(config).Build(bin);
+}
 
 }  // namespace Tavi::Video

@@ -21,8 +21,9 @@ struct CameraBranch {
   ///                                       |---> queue -> encoder -> encoded sink
   ///                                       |---> [queue -> rate -> transform -> caps -> preview sink]
   ///
-  /// With the live stream a second tee behind the encoder feeds the encoded sink and a GDP server, each through a queue.
-  /// When GStreamer has no element of a needed name, one line says which, nothing is added and all members are null.
+  /// With the live stream a second tee behind the encoder feeds the encoded sink and a GDP server, each through a
+  /// queue. When GStreamer has no element of a needed name, one line says which, nothing is added and all members are
+  /// null.
   static CameraBranch Build(GstBin* bin, const VideoConfig& config);
 };
 

@@ -10,7 +10,9 @@ namespace Tavi::Video {
 
 using KMedia::ImgUtils::KframeBuffer;
 
-bool GstIpuFrame::ValidBuffer(GstBuffer* buffer) { return GstUtil::IsUsable(buffer); }
+bool GstIpuFrame::ValidBuffer(GstBuffer* buffer) {
+  return GstUtil::IsUsable(buffer);
+}
 
 GstIpuFrame* GstIpuFrame::Create(GstBuffer* buffer, int width, int height) {
   if (!ValidBuffer(buffer)) return nullptr;

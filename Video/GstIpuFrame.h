@@ -12,8 +12,8 @@ namespace Tavi::Video {
 /// Owns one reference to the buffer and its read mapping. Thread-bound.
 class GstIpuFrame final : public KMedia::ImgUtils::IpuFrame {
  public:
-  /// A frame over `buffer` (I420, `width` x `height` pixels), taking over the caller's reference. Null when the buffer is
-  /// not valid or cannot be mapped. The caller owns the frame.
+  /// A frame over `buffer` (I420, `width` x `height` pixels), taking over the caller's reference. Null when the buffer
+  /// is not valid or cannot be mapped. The caller owns the frame.
   static GstIpuFrame* Create(GstBuffer* buffer, int width, int height);
   /// True when the buffer is there and still referenced.
   static bool ValidBuffer(GstBuffer* buffer);

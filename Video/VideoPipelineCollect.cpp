@@ -1,8 +1,8 @@
 // The collector of one camera.
 #include "Video/VideoPipelineCollect.h"
 
-#include "Kbase/Util/Naming.h"
 #include "KMedia/FFMpeg/FFMpeg.h"
+#include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Pipeline/GstRef.h"
 #include "Video/VideoPipelineCbElement.h"
@@ -27,7 +27,9 @@ std::string BuildThreadName(CameraType camera, bool cr) {
 VideoPipelineCollect::VideoPipelineCollect(Kbase::Pipeline::IPipelineElement* element, CameraType camera, bool cr)
     : PipelineCollect(element, GetVideoPipelineCollectType(camera), BuildThreadName(camera, cr)) {}
 
-VideoPipelineCollect::~VideoPipelineCollect() { Stop(); }
+VideoPipelineCollect::~VideoPipelineCollect() {
+  Stop();
+}
 
 PipelineCollectType VideoPipelineCollect::GetVideoPipelineCollectType(CameraType camera) {
   return camera == CameraType::Camera0 ? PipelineCollectType::VideoCamera1 : PipelineCollectType::VideoCamera0;

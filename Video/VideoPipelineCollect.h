@@ -18,11 +18,11 @@ class VideoPipelineCollect final : public PipelineCollect::PipelineCollect {
 
   bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override;
 
-  /// Muxes an H.264 file of `fps` frames a second with an MP3 file into `outPath`, which becomes `videoPath` with ".mp4"
-  /// in place of ".h264". True when that file exists and is not empty.
+  /// Muxes an H.264 file of `fps` frames a second with an MP3 file into `outPath`, which becomes `videoPath` with
+  /// ".mp4" in place of ".h264". True when that file exists and is not empty.
   static bool Mux(const std::string& videoPath, const std::string& audioPath, float fps, std::string& outPath);
-  /// The same for this collect's file, which is replaced by the MP4. On failure nothing is left and the collect counts as
-  /// not collected. Does nothing unless something was collected.
+  /// The same for this collect's file, which is replaced by the MP4. On failure nothing is left and the collect counts
+  /// as not collected. Does nothing unless something was collected.
   void Mux(const std::string& audioPath);
   /// The same without sound.
   static bool BuildMp4(const std::string& videoPath, float fps, std::string& outPath);

@@ -15,7 +15,9 @@ VideoPipelineElement::VideoPipelineElement(const VideoConfig& config, int ringSi
 VideoPipelineElement::VideoPipelineElement(GstElement* pipeline, const VideoConfig& config, int ringSize)
     : GstVideoPipelineElement(pipeline, config), IPipelineElement(ringSize) {}
 
-VideoPipelineElement::~VideoPipelineElement() { Detach(); }
+VideoPipelineElement::~VideoPipelineElement() {
+  Detach();
+}
 
 void VideoPipelineElement::SetEncodedFrame(GstBuffer* buffer) {
   if (buffer == nullptr) return;

@@ -36,7 +36,9 @@ PipelineConfig BuildConfig() {
   return config;
 }
 
-void SleepSeconds(int seconds) { std::this_thread::sleep_for(std::chrono::seconds(seconds)); }
+void SleepSeconds(int seconds) {
+  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+}
 
 /// The branch of one camera as gst-launch-1.0 takes it, with nobody at its ends.
 std::string DescribeBranch(const Tavi::Video::VideoConfig& camera, const std::string& name) {
@@ -49,7 +51,9 @@ std::string DescribeBranch(const Tavi::Video::VideoConfig& camera, const std::st
       camera.device, camera.fps, name, camera.bitrate, camera.previewWidth, camera.previewHeight);
 }
 
-double ToSeconds(const timeval& time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6; }
+double ToSeconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
 
 /// Processor seconds of a child that runs `arguments` for `seconds` and is then interrupted.
 double MeasureChild(std::vector<std::string> arguments, int seconds) {
@@ -103,8 +107,8 @@ int CompareProcessorTime(const std::string& self, int seconds, int rounds) {
     const double library = libraryFirst ? first : second;
     const double launch = libraryFirst ? second : first;
     ratios.push_back(library / launch);
-    fmt::print("round {}: library {:.2f} s, gst-launch-1.0 {:.2f} s of processor time in {} s: ratio {:.3f}\n", round + 1,
-               library, launch, seconds, library / launch);
+    fmt::print("round {}: library {:.2f} s, gst-launch-1.0 {:.2f} s of processor time in {} s: ratio {:.3f}\n",
+               round + 1, library, launch, seconds, library / launch);
   }
   fmt::print("median ratio {:.3f}\n", Median(ratios));
   return 0;
@@ -161,7 +165,8 @@ int MeasureMemory(int events) {
     std::filesystem::remove_all(dir + "event");
     if (event % 10 == 0 || event == 1) {
       fmt::print("after event {}: {:.1f} MB resident, {:.1f} MB in the rings, {} threads, {} descriptors\n", event,
-                 ReadResidentMegabytes(), SumRings(manager), CountEntries("/proc/self/task"), CountEntries("/proc/self/fd"));
+                 ReadResidentMegabytes(), SumRings(manager), CountEntries("/proc/self/task"),
+                 CountEntries("/proc/self/fd"));
     }
   }
   std::filesystem::remove_all(dir);
@@ -176,7 +181,8 @@ int main(int argc, char** argv) {
   const std::string what = argc > 1 ? argv[1] : "";
   const auto number = [&](int index, int otherwise) { return argc > index ? std::atoi(argv[index]) : otherwise; };
   if (what == "library") return RunLibrary();
-  if (what == "cpu") return CompareProcessorTime(std::filesystem::read_symlink("/proc/self/exe"), number(2, 20), number(3, 6));
+  if (what == "cpu")
+    return CompareProcessorTime(std::filesystem::read_symlink("/proc/self/exe"), number(2, 20), number(3, 6));
   if (what == "memory") return MeasureMemory(number(2, 50));
   fmt::print(stderr, "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events]\n");
   return 2;

@@ -23,7 +23,8 @@ constexpr int Seconds = 30;
 struct Material {
   Material() : dir(std::filesystem::is_directory("/dev/shm") ? "/dev/shm/tavi-bench/" : "/tmp/tavi-bench/") {
     std::filesystem::create_directories(dir);
-    const auto units = Tavi::Simulator::EncodeH264(1280, 720, Fps, Fps, Fps * Seconds, "bitrate=3000:vbv-maxrate=3000:vbv-bufsize=3000");
+    const auto units = Tavi::Simulator::EncodeH264(1280, 720, Fps, Fps, Fps * Seconds,
+                                                   "bitrate=3000:vbv-maxrate=3000:vbv-bufsize=3000");
     Tavi::Simulator::WriteBytes(dir + "in.h264", Tavi::Simulator::Join(units));
     Tavi::Simulator::WriteBytes(dir + "in.mp3", Tavi::Simulator::EncodeMp3(Seconds));
   }
@@ -63,7 +64,8 @@ bool RunProgram(std::vector<std::string> arguments) {
 
 void MuxFfmpegProgram(benchmark::State& state) {
   const auto& dir = Material::Get().dir;
-  std::vector<std::string> arguments{"ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-r", "30", "-i", dir + "in.h264"};
+  std::vector<std::string> arguments{"ffmpeg", "-nostdin", "-loglevel", "error",        "-y",
+                                     "-r",     "30",       "-i",        dir + "in.h264"};
   if (state.range(0) != 0) arguments.insert(arguments.end(), {"-i", dir + "in.mp3"});
   arguments.insert(arguments.end(), {"-c", "copy", dir + "peer.mp4"});
   for (auto _ : state) {

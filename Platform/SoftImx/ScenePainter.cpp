@@ -192,8 +192,8 @@ void PaintClock(const I420Planes& p, std::int64_t wallNs) {
   DrawText(p, text, ClockX, ClockY, ClockDot, White);
 }
 
-/// The background's luma with a sensor's noise. A picture without any costs an encoder next to nothing, whatever bit rate
-/// it is asked for, and what is measured with it says little about a camera.
+/// The background's luma with a sensor's noise. A picture without any costs an encoder next to nothing, whatever bit
+/// rate it is asked for, and what is measured with it says little about a camera.
 std::vector<std::uint8_t> AddGrain(const std::vector<std::uint8_t>& background, Dice& dice) {
   std::vector<std::uint8_t> luma(background.begin(), background.begin() + UOffset);
   for (std::uint8_t& pixel : luma) {
@@ -229,8 +229,9 @@ void ScenePainter::Paint(const I420Planes& picture, std::int64_t wallNs) const {
   }
   const std::uint8_t* const y = m_background.data();
   const auto& luma = m_grainedLuma[static_cast<std::size_t>(wallNs / GrainNs) % m_grainedLuma.size()];
-  libyuv::I420Copy(luma.data(), Width, y + UOffset, Width / 2, y + VOffset, Width / 2, picture.data[0], picture.stride[0],
-                   picture.data[1], picture.stride[1], picture.data[2], picture.stride[2], Width, Height);
+  libyuv::I420Copy(luma.data(), Width, y + UOffset, Width / 2, y + VOffset, Width / 2, picture.data[0],
+                   picture.stride[0], picture.data[1], picture.stride[1], picture.data[2], picture.stride[2], Width,
+                   Height);
   PaintCar(picture, wallNs, m_carColour);
   PaintClock(picture, wallNs);
 }

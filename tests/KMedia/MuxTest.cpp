@@ -8,9 +8,9 @@
 #include <random>
 
 #include "KMedia/FFMpeg/FFMpeg.h"
+#include "Simulator/EncodedMaterial.h"
 #include "Support/Fixtures.h"
 #include "Support/VideoDecode.h"
-#include "Simulator/EncodedMaterial.h"
 
 namespace {
 

@@ -47,12 +47,11 @@ TEST_F(LoggerTest, WritesOneLineFormatWithLevelTagAndTemperature) {
   EXPECT_FALSE(logger.SetFile("/proc/none/log")) << "the old file stays";
   logger.Info("Tavi", "not known any more");
   logger.Flush();
-  EXPECT_THAT(ReadLines(),
-              testing::ElementsAre(MatchesRegex(DATE "\\[Tavi\\] Aquisition for camera0 has been started"),
-                                   MatchesRegex(DATE "\\[WARNING\\]\\[Tavi\\] w"),
-                                   MatchesRegex(DATE "\\[ERROR\\]\\[Kbase\\] e"),
-                                   MatchesRegex(DATE "\\[47C\\]\\[ERROR\\]\\[Tavi\\] hot"),
-                                   MatchesRegex(DATE "\\[Tavi\\] not known any more")));
+  EXPECT_THAT(ReadLines(), testing::ElementsAre(MatchesRegex(DATE "\\[Tavi\\] Aquisition for camera0 has been started"),
+                                                MatchesRegex(DATE "\\[WARNING\\]\\[Tavi\\] w"),
+                                                MatchesRegex(DATE "\\[ERROR\\]\\[Kbase\\] e"),
+                                                MatchesRegex(DATE "\\[47C\\]\\[ERROR\\]\\[Tavi\\] hot"),
+                                                MatchesRegex(DATE "\\[Tavi\\] not known any more")));
 }
 
 TEST_F(LoggerTest, FlushWhileManyThreadsLogLosesNoLine) {

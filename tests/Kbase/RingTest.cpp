@@ -74,7 +74,6 @@ TEST(Ring, SeekBackFindsAStartThatADecoderCanUse) {
     Fill(ring, c.added, c.gop, c.phase);
     EXPECT_EQ(ring.GetElementAt(ring.SeekBackKeyframe(c.count, c.rate))->frameId, c.expectedId) << c.what;
   }
-  EXPECT_LT(TestRing(8).SeekBackKeyframe(5, 5), 8U) << "an empty ring";
 }
 
 TEST(Ring, ReadersNeverSeeTornOrStaleEntriesWhileTheProducerRuns) {

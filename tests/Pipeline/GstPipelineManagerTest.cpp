@@ -24,7 +24,9 @@ class OpenManager : public GstPipelineManager {
   void Arm() { m_rebootOnError = true; }
 };
 
-int CountLoopThreads() { return Tavi::Testing::CountThreads("PIPELINE"); }
+int CountLoopThreads() {
+  return Tavi::Testing::CountThreads("PIPELINE");
+}
 
 class GstPipelineManagerTest : public Tavi::Testing::MediaTest {
  protected:

@@ -31,7 +31,8 @@ TEST_F(PipelineManagerTest, RingsHoldThirtyTwoSecondsOfTheirSource) {
   }
   PipelineConfig oneCamera;
   oneCamera.camera1Enabled = false;
-  EXPECT_EQ(PipelineManager(oneCamera).GetPipelineElement(PipelineType::Preview1), nullptr) << "it goes with its camera";
+  EXPECT_EQ(PipelineManager(oneCamera).GetPipelineElement(PipelineType::Preview1), nullptr)
+      << "it goes with its camera";
 }
 
 TEST_F(PipelineManagerTest, StopGivesEveryElementAwayAndInitMakesNewOnes) {

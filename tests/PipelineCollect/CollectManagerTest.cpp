@@ -6,9 +6,9 @@
 
 #include "Pipeline/PipelineManager.h"
 #include "PipelineCollect/PipelineCollectManager.h"
+#include "Simulator/EncodedMaterial.h"
 #include "Support/Media.h"
 #include "Support/VideoDecode.h"
-#include "Simulator/EncodedMaterial.h"
 #include "Video/VideoPipelineElement.h"
 
 namespace {
@@ -119,13 +119,15 @@ TEST_F(CollectManagerTest, AWindowOfBothCamerasBecomesTwoMp4Files) {
   StartFeeding(40);  // more than the rings hold
   PipelineCollectManager manager(m_managerConfig);
   ASSERT_TRUE(manager.Collect(m_input, m_output));
-  for (const auto& [type, fps] : {std::pair(PipelineCollectType::VideoCamera1, Fps0), {PipelineCollectType::VideoCamera0, Fps1}}) {
+  for (const auto& [type, fps] :
+       {std::pair(PipelineCollectType::VideoCamera1, Fps0), {PipelineCollectType::VideoCamera0, Fps1}}) {
     const auto video = Tavi::Testing::DecodeVideo(m_output.GetOutputPath(type));
     ASSERT_EQ(video.frames.size(), 3U * fps + 1);
     EXPECT_TRUE(video.frames.front().key);
     EXPECT_EQ(video.decodeErrors, 0);
   }
-  for (const char* line : {"Current frame camera 0: ", "Current frame camera 1: ", "Free space before: ", "Free space after: "}) {
+  for (const char* line :
+       {"Current frame camera 0: ", "Current frame camera 1: ", "Free space before: ", "Free space after: "}) {
     EXPECT_EQ(CountLogged(line), 1) << line;
   }
   for (const auto& file : std::filesystem::directory_iterator(m_dir + "event")) {
@@ -169,7 +171,8 @@ TEST_F(CollectManagerTest, CancelAtAnyMomentEndsEveryThreadBeforeAnythingIsReset
   for (int i = 0; i < 30; ++i) {
     auto collect = std::async(std::launch::async, [&] { return manager.Collect(m_input, m_output); });
     std::this_thread::sleep_for(std::chrono::microseconds(i * 50));
-    while (collect.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) manager.CancelCollect(i % 2 == 0);
+    while (collect.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
+      manager.CancelCollect(i % 2 == 0);
     EXPECT_FALSE(manager.Running());
   }
 }

@@ -55,10 +55,10 @@ class CollectTest : public Tavi::Testing::MediaTest {
   /// Starts the collector and feeds the ring at its rate until the collector's thread has ended.
   static bool RunToItsEnd(CollectBase& collector, TestRing& ring) {
     return collector.IThread::Start() && WaitUntil([&] {
-      AddMedia(ring, 0);
-      std::this_thread::sleep_for(std::chrono::milliseconds(4));
-      return !collector.IsRunning();
-    });
+             AddMedia(ring, 0);
+             std::this_thread::sleep_for(std::chrono::milliseconds(4));
+             return !collector.IsRunning();
+           });
   }
 };
 

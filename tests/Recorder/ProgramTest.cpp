@@ -65,8 +65,8 @@ TEST_F(ProgramTest, PrintsOneObjectAnEventAndNothingElse) {
 }
 
 TEST_F(ProgramTest, PrintsATableForPeople) {
-  const pid_t child = Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "1", "--output",
-                             m_dir + "events"});
+  const pid_t child =
+      Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "1", "--output", m_dir + "events"});
   ASSERT_EQ(Wait(child), 0) << Err();
   EXPECT_THAT(Out(), testing::AllOf(HasSubstr("Event 1 of "), HasSubstr("VideoCamera0"), HasSubstr("1.03 s"),
                                     HasSubstr(" kB  " + m_dir + "events/video0_")));

@@ -16,10 +16,16 @@ constexpr const char* LeakSanitizerOptions = "suppressions=" TAVI_LSAN_SUPPRESSI
 
 extern "C" {
 
-const char* __tsan_default_options() { return ThreadSanitizerOptions; }
-const char* __asan_default_options() { return AddressSanitizerOptions; }
+const char* __tsan_default_options() {
+  return ThreadSanitizerOptions;
+}
+const char* __asan_default_options() {
+  return AddressSanitizerOptions;
+}
 
-const char* __lsan_default_options() { return LeakSanitizerOptions; }
+const char* __lsan_default_options() {
+  return LeakSanitizerOptions;
+}
 }
 
 int main(int argc, char** argv) {

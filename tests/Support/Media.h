@@ -22,13 +22,14 @@ inline GstBuffer* MakeBuffer(const std::string& text, GstClockTime pts, bool key
 }
 
 /// What AddMedia puts into the entry `id`.
-inline std::string EntryText(std::uint64_t id) { return std::string("<").append(std::to_string(id)).append(">"); }
+inline std::string EntryText(std::uint64_t id) {
+  return std::string("<").append(std::to_string(id)).append(">");
+}
 
 /// Appends one media entry as a producer does.
 inline void AddMedia(TestRing& ring, GstClockTime pts, bool key = true) {
   const std::uint64_t id = ring.GetCurrentFrameId() + 1;
-  ring.AddNext(std::make_shared<GstUtil::GstPipelineCbElement>(
-      id, MakeBuffer(EntryText(id), pts, key), "test"));
+  ring.AddNext(std::make_shared<GstUtil::GstPipelineCbElement>(id, MakeBuffer(EntryText(id), pts, key), "test"));
 }
 
 /// For tests with media buffers.

@@ -11,8 +11,9 @@ namespace KMedia::H264 {
 /// for their pair), so a suspicion is settled by decoding everything from that IDR picture on.
 ///
 /// False when the last unit of `stream` is damaged. With arithmetic coding a cut can pass where decoders do not notice
-/// either: some bytes at the end of a picture (they read ahead and fill up its last macroblocks), or all of a later slice
-/// but its header. Takes a few milliseconds, and as long as decoding the last group of pictures when there is a suspicion.
+/// either: some bytes at the end of a picture (they read ahead and fill up its last macroblocks), or all of a later
+/// slice but its header. Takes a few milliseconds, and as long as decoding the last group of pictures when there is a
+/// suspicion.
 bool IsLastUnitWhole(const AccessUnits& stream);
 
 }  // namespace KMedia::H264

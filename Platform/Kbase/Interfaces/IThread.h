@@ -10,7 +10,8 @@
 
 namespace Kbase::Interfaces {
 
-/// Owns one named thread. The thread calls RunBefore() once, Run() again and again until it is cancelled, then RunAfter().
+/// Owns one named thread. The thread calls RunBefore() once, Run() again and again until it is cancelled, then
+/// RunAfter().
 ///
 /// Start, Stop, Cancel, Abort and IsRunning are thread-safe. A class that overrides Run must call Stop() in its own
 /// destructor, while its overrides still exist. After its end a thread can be started again. Nothing is ever killed:

@@ -103,7 +103,9 @@ Logger& Logger::GetInstance() {
   return instance;
 }
 
-Logger::Logger() : m_impl(std::make_unique<Impl>()) { m_impl->backend = m_impl->BuildBackend(); }
+Logger::Logger() : m_impl(std::make_unique<Impl>()) {
+  m_impl->backend = m_impl->BuildBackend();
+}
 
 Logger::~Logger() = default;
 
@@ -151,6 +153,8 @@ void Logger::SetObserver(Observer observer) {
   m_impl->observer = std::move(shared);
 }
 
-void Logger::Flush() { m_impl->Renew(); }
+void Logger::Flush() {
+  m_impl->Renew();
+}
 
 }  // namespace Kbase::Klog

@@ -13,9 +13,9 @@ enum class Level { Info, Warning, Error };
 /// The logger singleton. Thread-safe.
 ///
 /// A line is "[2026-11-21 07:15:00]" (local time), then "[47C]" when the unit's temperature is known, then "[ERROR]" or
-/// "[WARNING]" (nothing for information), then "[tag]", a blank and the message. The calling thread formats the line and
-/// queues it; the sinks are written on the logger's own thread, so a producer never waits for a disk or a terminal. When
-/// the queue of 8192 lines is full the oldest lines are dropped, and a line tells how many.
+/// "[WARNING]" (nothing for information), then "[tag]", a blank and the message. The calling thread formats the line
+/// and queues it; the sinks are written on the logger's own thread, so a producer never waits for a disk or a terminal.
+/// When the queue of 8192 lines is full the oldest lines are dropped, and a line tells how many.
 class Logger {
  public:
   using Observer = std::function<void(Level level, std::string_view line)>;

@@ -57,14 +57,18 @@ unsigned int IPipelineElement::GetRingPos() const {
   return static_cast<unsigned int>((m_added.load(std::memory_order_acquire) + m_size - 1) % m_size);
 }
 
-IPipelineElement::Entry IPipelineElement::RetrieveCurrent() const { return GetElementAt(GetRingPos()); }
+IPipelineElement::Entry IPipelineElement::RetrieveCurrent() const {
+  return GetElementAt(GetRingPos());
+}
 
 std::uint64_t IPipelineElement::GetCurrentFrameId() const {
   const Entry current = RetrieveCurrent();
   return current ? current->frameId : NoFrameId;
 }
 
-bool IPipelineElement::IsDataAvailable() const { return m_added.load(std::memory_order_acquire) != 0; }
+bool IPipelineElement::IsDataAvailable() const {
+  return m_added.load(std::memory_order_acquire) != 0;
+}
 
 unsigned int IPipelineElement::SeekRelative(int pos, int offset) const {
   const auto size = static_cast<std::int64_t>(m_size);

@@ -37,7 +37,8 @@ class IPipelineElement {
   /// The entry added last, null before the first.
   [[nodiscard]] Entry RetrieveCurrent() const;
   [[nodiscard]] std::uint64_t GetCurrentFrameId() const;
-  /// Ring index of the current entry. Before the first one it is the last slot, so that the first entry lands in slot 0.
+  /// Ring index of the current entry. Before the first one it is the last slot, so that the first entry lands in slot
+  /// 0.
   [[nodiscard]] unsigned int GetRingPos() const;
   [[nodiscard]] unsigned int GetRingSize() const { return m_size; }
   /// The entry at `index` modulo the ring size, null when that slot was never written.
@@ -46,9 +47,9 @@ class IPipelineElement {
   [[nodiscard]] unsigned int SeekRelative(int pos, int offset) const;
 
   /// The ring index at which a read of the last `count` entries starts: `count` entries before the current one, then
-  /// back to an entry at which a decoder can start. Where the ring does not reach that far, or holds no such entry there,
-  /// the oldest one it has. `rate` is the number of entries between two key frames, 1 for a stream without them: then
-  /// nothing is moved. The slot that the producer overwrites next is never returned unless it is the only one.
+  /// back to an entry at which a decoder can start. Where the ring does not reach that far, or holds no such entry
+  /// there, the oldest one it has. `rate` is the number of entries between two key frames, 1 for a stream without them:
+  /// then nothing is moved. The slot that the producer overwrites next is never returned unless it is the only one.
   [[nodiscard]] unsigned int SeekBackKeyframe(int count, int rate) const;
 
   [[nodiscard]] bool IsDataAvailable() const;

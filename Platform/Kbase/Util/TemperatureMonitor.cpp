@@ -27,9 +27,12 @@ TemperatureMonitor& TemperatureMonitor::GetInstance() {
   return instance;
 }
 
-TemperatureMonitor::TemperatureMonitor(std::string zonePath) : IThread("TEMPERATURE"), m_zonePath(std::move(zonePath)) {}
+TemperatureMonitor::TemperatureMonitor(std::string zonePath)
+    : IThread("TEMPERATURE"), m_zonePath(std::move(zonePath)) {}
 
-TemperatureMonitor::~TemperatureMonitor() { Stop(); }
+TemperatureMonitor::~TemperatureMonitor() {
+  Stop();
+}
 
 std::optional<int> TemperatureMonitor::Known() {
   const int degrees = g_temperature.load(std::memory_order_relaxed);
@@ -41,6 +44,8 @@ void TemperatureMonitor::Run() {
   WaitForCancel(Period);
 }
 
-void TemperatureMonitor::RunAfter() { g_temperature.store(NotKnown, std::memory_order_relaxed); }
+void TemperatureMonitor::RunAfter() {
+  g_temperature.store(NotKnown, std::memory_order_relaxed);
+}
 
 }  // namespace Kbase::Util

@@ -5,8 +5,12 @@ namespace Kbase::Util {
 
 TimeMonitor::TimeMonitor(IClock& clock) : m_clock(clock), m_start(clock.Now()) {}
 
-void TimeMonitor::Start() { m_start = m_clock.Now(); }
+void TimeMonitor::Start() {
+  m_start = m_clock.Now();
+}
 
-IClock::Milliseconds TimeMonitor::Elapsed() const { return m_clock.Now() - m_start; }
+IClock::Milliseconds TimeMonitor::Elapsed() const {
+  return m_clock.Now() - m_start;
+}
 
 }  // namespace Kbase::Util
