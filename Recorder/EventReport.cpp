@@ -44,7 +44,7 @@ std::string FormatTable(const EventReport& report) {
   localtime_r(&time, &local);
   std::string table = fmt::format("Event {} of {:%Y-%m-%d %H:%M:%S}, collected in {:.2f} s\n", report.number, local,
                                   report.collectSeconds);
-  if (report.output.outputs.empty()) table += "  no source has delivered anything: there are no files\n";
+  if (report.output.outputs.empty()) table += "  there are no files: no source has delivered, or nothing could be written\n";
   for (const auto& [type, path] : report.output.outputs) {
     table += fmt::format("  {:<17} {:>9} {:>12}  {}\n", PipelineCollect::GetPipelineCollectTypeName(type),
                          FormatDuration(path), FormatSize(path), path);

@@ -99,7 +99,7 @@ bool Recorder::CollectEvent(int number) {
   m_console.End();
   if (!collected) return false;  // the reason stands in the log
   Print(report);
-  if (report.output.outputs.empty()) Log::Error("the event has no files: no source has delivered anything");
+  if (report.output.outputs.empty()) Log::Error("the event has no files: no source has delivered, or nothing could be written");
   return !report.output.outputs.empty() || m_interrupted;
 }
 
