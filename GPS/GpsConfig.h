@@ -9,8 +9,11 @@ namespace Tavi::Gps {
 struct GpsConfig {
   /// Fixes per second.
   std::int32_t rate = 1;
-  /// Device that the receiver's text comes from.
+  /// What the receiver's text comes from: a serial port, a pseudo-terminal, a FIFO, or a log to be replayed. Empty
+  /// stands for the device library's own default.
   std::string path;
+  /// Bits per second of a serial port.
+  std::int32_t baud = 9600;
 };
 
 }  // namespace Tavi::Gps

@@ -5,7 +5,11 @@
 #include <array>
 #include <utility>
 
+#include "Accel/AccPipelineElement.h"
+#include "Audio/AudioPipelineElement.h"
+#include "GPS/GpsPipelineElement.h"
 #include "Ksystem/System/Reboot.h"
+#include "Other/OtherPipelineElement.h"
 #include "Pipeline/Log.h"
 #include "Video/PreviewPipelineElement.h"
 #include "Video/VideoPipelineElement.h"
@@ -70,6 +74,27 @@ void PipelineManager::CreatePreview(PipelineType type, const Video::VideoConfig&
   camera->SetPreviewElement(preview.get());
 }
 
+void PipelineManager::CreateAudioAndSensors() {
+  if (m_config.audioEnabled) {
+    // Truncated: 38.3 frames a second make a ring of 1225.
+    const int ringSize = static_cast<int>(m_config.audio.frameRate * RingSeconds);
+    AddElement(PipelineType::Audio, std::make_shared<Audio::AudioPipelineElement>(
+                                        GetGstPipeline(GstPipelineType::Camera01Audio), m_config.audio, ringSize));
+  }
+  if (m_config.gpsEnabled) {
+    AddElement(PipelineType::Gps,
+               std::make_shared<Gps::GpsPipelineElement>(m_config.gps, m_config.gps.rate * RingSeconds));
+  }
+  if (m_config.accEnabled) {
+    AddElement(PipelineType::Acc,
+               std::make_shared<Accel::AccPipelineElement>(m_config.acc, m_config.acc.rate * RingSeconds));
+  }
+  if (m_config.otherEnabled) {
+    AddElement(PipelineType::Other,
+               std::make_shared<Other::OtherPipelineElement>(m_config.other, m_config.other.rate * RingSeconds));
+  }
+}
+
 void PipelineManager::Init() {
   if (m_initialized || m_started) return;
   GstPipelineManager::Init();
@@ -77,6 +102,7 @@ void PipelineManager::Init() {
   VideoElement camera1;
   if (m_config.camera0Enabled) camera0 = CreateCamera(PipelineType::Camera0, m_config.camera0);
   if (m_config.camera1Enabled) camera1 = CreateCamera(PipelineType::Camera1, m_config.camera1);
+  CreateAudioAndSensors();
   CreatePreview(PipelineType::Preview0, m_config.camera0, camera0);
   CreatePreview(PipelineType::Preview1, m_config.camera1, camera1);
 }
@@ -104,7 +130,9 @@ void PipelineManager::TearDown() {
 
 void PipelineManager::RunIgnitionStart() {
   Start();
-  if (RunProperly()) {
+  const bool running = RunProperly();
+  if (m_supervisionEnded) return;
+  if (running) {
     m_rebootOnError = true;
     return;
   }
@@ -126,12 +154,13 @@ bool PipelineManager::RunProperly() const {
                  [this](const SupervisedSource& source) { return ShareElement(source.type); });
   if (std::any_of(elements.begin(), elements.end(), [](const Element& element) { return !element; })) return true;
 
-  for (int round = 0; round < SupervisionRounds; ++round) {
+  for (int round = 0; round < SupervisionRounds && !m_supervisionEnded; ++round) {
     if (std::all_of(elements.begin(), elements.end(), [](const Element& e) { return e->IsDataAvailable(); })) {
       return true;
     }
     m_clock.Sleep(SupervisionPeriod);
   }
+  if (m_supervisionEnded) return false;
   for (std::size_t i = 0; i < elements.size(); ++i) {
     if (!elements[i]->IsDataAvailable()) Log::Error(SupervisedSources[i].silent);
   }

@@ -1,6 +1,7 @@
 // The acquisition's entry object: all sources of one configuration, driven by ignition and signals.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -21,7 +22,7 @@ namespace Tavi::Pipeline {
 
 /// Creates every enabled source, starts and stops them with the GStreamer pipeline, and checks that data really comes.
 ///
-/// All operations belong to one controlling thread, except GetPipelineElement and ShareElement, which are thread-safe.
+/// All operations belong to one controlling thread, except where it says thread-safe.
 /// Destroying it stops it. Whoever collects from it must be destroyed before it.
 class PipelineManager : public GstPipelineManager,
                         public Kbase::Interfaces::IgnitionStartMode,
@@ -34,10 +35,10 @@ class PipelineManager : public GstPipelineManager,
   explicit PipelineManager(const PipelineConfig& config, Kbase::Util::IClock& clock = Kbase::Util::IClock::Steady());
   ~PipelineManager() override;
 
-  /// The element under that key, null when it was not created. Valid until Stop.
+  /// The element under that key, null when it was not created. Valid until Stop. Thread-safe.
   Kbase::Pipeline::IPipelineElement* GetPipelineElement(PipelineType type) const;
   /// The same with a share in its life: a reader that keeps only a weak one notices when Stop has taken the element
-  /// away.
+  /// away. Thread-safe.
   Element ShareElement(PipelineType type) const;
 
   void Init() override;
@@ -48,6 +49,9 @@ class PipelineManager : public GstPipelineManager,
   /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the
   /// GPS receiver stays silent; otherwise a GStreamer error restarts it from now on.
   void RunIgnitionStart() override;
+  /// Ends the waiting of a RunIgnitionStart that runs or comes later: it returns without a restart, and errors restart
+  /// nothing. For whoever wants to stop. Thread-safe.
+  void EndSupervision() { m_supervisionEnded = true; }
   /// Ignition off: errors restart the unit no more. Acquisition goes on.
   void RunIgnitionOff() override;
   /// Interrupt: Stop.
@@ -58,12 +62,14 @@ class PipelineManager : public GstPipelineManager,
 
   VideoElement CreateCamera(PipelineType type, const Video::VideoConfig& config);
   void CreatePreview(PipelineType type, const Video::VideoConfig& config, const VideoElement& camera);
+  void CreateAudioAndSensors();
   void AddElement(PipelineType type, Element element);
   /// Takes everything down, whether started or only initialised.
   void TearDown();
   [[nodiscard]] bool RunProperly() const;
 
   Kbase::Util::IClock& m_clock;
+  std::atomic<bool> m_supervisionEnded{false};
   /// Guards the map, never held while an element is started, stopped or destroyed.
   mutable std::mutex m_elementsMutex;
   std::map<PipelineType, Element> m_elements;

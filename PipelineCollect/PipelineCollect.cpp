@@ -32,6 +32,13 @@ std::chrono::milliseconds WakePeriod(float fps) {
   return std::chrono::milliseconds(static_cast<int>(std::min(intervalMs, 60000.0F)) + WakeMarginMs);
 }
 
+/// Empty when there is no entry, no buffer, or no time stamp on it.
+std::optional<std::uint64_t> TimestampOf(const Kbase::Pipeline::IPipelineCbElement* entry) {
+  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
+  if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return {};
+  return GST_BUFFER_PTS(media->buffer);
+}
+
 /// Time stamps in nanoseconds, both included.
 struct Interval {
   std::uint64_t from = 0;
@@ -106,6 +113,7 @@ void PipelineCollect::CopyTo(CollectBase* other) {
   twin->m_element = m_element;
   twin->m_startPos = m_startPos;
   twin->m_secondsCollected = m_secondsCollected;
+  twin->m_firstTimestampNs = m_firstTimestampNs;
   twin->m_fps = m_fps;
   twin->m_life = m_life;
   twin->m_bound = m_bound;
@@ -137,6 +145,7 @@ bool PipelineCollect::WriteFooter(FILE* /*file*/) {
 void PipelineCollect::Collect() {
   m_collected = false;
   m_secondsCollected = 0;
+  m_firstTimestampNs.reset();
   std::uint64_t startId = 0;
   {
     const auto ring = GetRing();
@@ -189,6 +198,7 @@ bool PipelineCollect::WritePending(CollectFile& file, Progress& progress, std::u
     const auto entry = progress.reader.Next();
     if (!entry) return true;
     if (!file.Append([&](FILE* stream) { return Write(stream, entry.get()); })) return false;
+    if (progress.index == 0) m_firstTimestampNs = TimestampOf(entry.get());
     if (progress.index == progress.last) return false;
     ++progress.index;
   }
@@ -203,11 +213,9 @@ void PipelineCollect::Finish(CollectFile& file) {
 
 bool PipelineCollect::GetPipelineTimestamp(const IPipelineElement* element, int pos, std::uint64_t& timestampNs) {
   if (element == nullptr) return false;
-  const auto entry = element->GetElementAt(element->SeekRelative(pos, 0));
-  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry.get());
-  if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return false;
-  timestampNs = GST_BUFFER_PTS(media->buffer);
-  return true;
+  const auto time = TimestampOf(element->GetElementAt(element->SeekRelative(pos, 0)).get());
+  timestampNs = time.value_or(timestampNs);
+  return time.has_value();
 }
 
 bool PipelineCollect::GetPipelineTimestamp(int pos, std::uint64_t& timestampNs) const {

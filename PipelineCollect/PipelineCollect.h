@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
 #include "PipelineCollect/CollectBase.h"
@@ -44,6 +45,9 @@ class PipelineCollect : public CollectBase {
   /// Ring position of the window's first entry, set between Init and the thread's start.
   void SetStartPos(unsigned int pos) { m_startPos = pos; }
   [[nodiscard]] unsigned int GetStartPos() const { return m_startPos; }
+  /// Presentation time stamp in nanoseconds of the first entry that the last collect wrote. Empty when it wrote none,
+  /// or the entry had no time stamp. Set once the collect has ended.
+  [[nodiscard]] std::optional<std::uint64_t> GetFirstTimestamp() const { return m_firstTimestampNs; }
 
   /// Presentation time stamp in nanoseconds of the entry at `pos`. False, and `timestampNs` untouched, when there is no
   /// such entry or it has none.
@@ -70,6 +74,7 @@ class PipelineCollect : public CollectBase {
   Kbase::Pipeline::IPipelineElement* m_element;
   unsigned int m_startPos = 0;
   unsigned int m_secondsCollected = 0;
+  std::optional<std::uint64_t> m_firstTimestampNs;
   float m_fps = 0.0F;
   /// Set by Bind: m_element is then only touched while this one can be locked.
   std::weak_ptr<Kbase::Pipeline::IPipelineElement> m_life;

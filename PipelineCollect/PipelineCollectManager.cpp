@@ -12,10 +12,14 @@
 
 #include <fmt/format.h>
 
+#include "Accel/AccPipelineCollect.h"
+#include "Audio/AudioPipelineCollect.h"
+#include "GPS/GpsPipelineCollect.h"
 #include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/DiskUtils/DiskBase.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/SysUtil/ClearCache.h"
+#include "Other/OtherPipelineCollect.h"
 #include "Pipeline/Log.h"
 #include "Pipeline/PipelineManager.h"
 #include "PipelineCollect/KeyFrameGrid.h"
@@ -39,15 +43,39 @@ struct StreamSource {
 };
 
 /// The ring that each collector reads.
-constexpr std::array<StreamSource, 2> StreamSources{{
+constexpr std::array<StreamSource, 6> StreamSources{{
     {PipelineCollectType::VideoCamera1, PipelineType::Camera0},
     {PipelineCollectType::VideoCamera0, PipelineType::Camera1},
+    {PipelineCollectType::Audio, PipelineType::Audio},
+    {PipelineCollectType::Gps, PipelineType::Gps},
+    {PipelineCollectType::Acc, PipelineType::Acc},
+    {PipelineCollectType::Other, PipelineType::Other},
 }};
+
+/// How much shorter than asked for a stream's window is: the slow sources end a second early, so that the event does
+/// not wait for an entry of theirs that comes up to a second after everybody else's last one.
+int ShortenedBySeconds(PipelineCollectType type, bool cr) {
+  if (type == PipelineCollectType::Gps || type == PipelineCollectType::Other) return 1;
+  return type == PipelineCollectType::Acc && cr ? 3 : 0;
+}
 
 /// Seconds before the event, from a request whose sign and size are the caller's business.
 int AbsoluteSeconds(std::int32_t seconds) {
   constexpr std::int64_t Longest = 24 * 60 * 60;
   return static_cast<int>(std::min(std::abs(static_cast<std::int64_t>(seconds)), Longest));
+}
+
+/// How much later in nanoseconds what `second` wrote begins than what `first` wrote; 0 when one of them cannot tell.
+std::int64_t DelayBetween(const PipelineCollect& first, const PipelineCollect& second) {
+  const auto from = first.GetFirstTimestamp();
+  const auto to = second.GetFirstTimestamp();
+  return from && to ? static_cast<std::int64_t>(*to - *from) : 0;
+}
+
+/// The collector as what it is; null when there is none, or its thread hangs in its disk.
+template <class Collector>
+Collector* Finished(CollectBase* collector) {
+  return collector != nullptr && !collector->IsRunning() ? dynamic_cast<Collector*>(collector) : nullptr;
 }
 
 /// Clears the collect's flags whichever way it ends.
@@ -73,24 +101,28 @@ class CollectingFlags {
 
 PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& config)
     : m_config(config), m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()) {
-  if (m_config.pipelineManager != nullptr) CreateCameraCollectors();
+  if (m_config.pipelineManager != nullptr) CreateCollectors();
   Ksystem::FileUtils::Kdir(m_config.backupDir).Create();
 }
 
 PipelineCollectManager::~PipelineCollectManager() = default;
 
-void PipelineCollectManager::CreateCameraCollectors() {
+template <class Collector, class... Arguments>
+void PipelineCollectManager::Create(PipelineCollectType type, PipelineType source, Arguments... arguments) {
+  const auto element = m_config.pipelineManager->ShareElement(source);
+  if (element) m_collectors[type] = std::make_unique<Collector>(element.get(), arguments..., m_config.cr);
+}
+
+void PipelineCollectManager::CreateCollectors() {
   // Only camera 0 can be left out: camera 1 is what everything else is aligned to.
-  const auto camera0 = m_config.pipelineManager->ShareElement(PipelineType::Camera0);
-  if (camera0 && m_config.withCamera0) {
-    m_collectors[PipelineCollectType::VideoCamera1] =
-        std::make_unique<Video::VideoPipelineCollect>(camera0.get(), CameraType::Camera0, m_config.cr);
+  if (m_config.withCamera0) {
+    Create<Video::VideoPipelineCollect>(PipelineCollectType::VideoCamera1, PipelineType::Camera0, CameraType::Camera0);
   }
-  const auto camera1 = m_config.pipelineManager->ShareElement(PipelineType::Camera1);
-  if (camera1) {
-    m_collectors[PipelineCollectType::VideoCamera0] =
-        std::make_unique<Video::VideoPipelineCollect>(camera1.get(), CameraType::Camera1, m_config.cr);
-  }
+  Create<Video::VideoPipelineCollect>(PipelineCollectType::VideoCamera0, PipelineType::Camera1, CameraType::Camera1);
+  if (m_config.withAudio) Create<Audio::AudioPipelineCollect>(PipelineCollectType::Audio, PipelineType::Audio);
+  Create<Gps::GpsPipelineCollect>(PipelineCollectType::Gps, PipelineType::Gps);
+  Create<Accel::AccPipelineCollect>(PipelineCollectType::Acc, PipelineType::Acc);
+  Create<Other::OtherPipelineCollect>(PipelineCollectType::Other, PipelineType::Other);
 }
 
 /// Takes the rings as the pipeline manager has them now. False when it has none of them any more.
@@ -108,19 +140,21 @@ bool PipelineCollectManager::BindElements() {
 
 void PipelineCollectManager::Init(PipelineCollectInput& input) {
   for (const auto& [type, collector] : m_collectors) {
-    PipelineCollectConfig config{input.startSeconds, input.durationSeconds, input.outputDir};
+    const int shorter = std::min(ShortenedBySeconds(type, m_config.cr), AbsoluteSeconds(input.durationSeconds));
+    const int duration = input.durationSeconds < 0 ? input.durationSeconds + shorter : input.durationSeconds - shorter;
+    PipelineCollectConfig config{input.startSeconds, duration, input.outputDir};
     collector->Init(config);
   }
 }
 
-PipelineCollect* PipelineCollectManager::GetCamera(PipelineCollectType type) const {
+PipelineCollect* PipelineCollectManager::GetStream(PipelineCollectType type) const {
   return dynamic_cast<PipelineCollect*>(GetCollectElement(type));
 }
 
 void PipelineCollectManager::Sync(PipelineCollectInput& input) {
   const int seconds = AbsoluteSeconds(input.startSeconds);
-  PipelineCollect* camera0 = GetCamera(PipelineCollectType::VideoCamera0);
-  PipelineCollect* camera1 = GetCamera(PipelineCollectType::VideoCamera1);
+  PipelineCollect* camera0 = GetStream(PipelineCollectType::VideoCamera0);
+  PipelineCollect* camera1 = GetStream(PipelineCollectType::VideoCamera1);
   const auto seekStart = [seconds](PipelineCollect* camera, const char* name) {
     const auto ring = camera != nullptr ? camera->GetRing() : nullptr;
     if (!ring) return;
@@ -132,6 +166,29 @@ void PipelineCollectManager::Sync(PipelineCollectInput& input) {
   seekStart(camera1, "camera 1");
   if (camera0 != nullptr && camera1 != nullptr) SyncCamera0ToCamera1(*camera0, *camera1, seconds);
   if (camera0 == nullptr && camera1 == nullptr) Log::Info("No video available");
+  SyncSensors(seconds);
+  SyncAudio(camera1 != nullptr ? camera1 : camera0, seconds);
+}
+
+void PipelineCollectManager::SyncSensors(int seconds) {
+  for (const auto type : {PipelineCollectType::Gps, PipelineCollectType::Acc, PipelineCollectType::Other}) {
+    PipelineCollect* sensor = GetStream(type);
+    const auto ring = sensor != nullptr ? sensor->GetRing() : nullptr;
+    if (ring)
+      sensor->SetStartPos(ring->SeekBackKeyframe(static_cast<int>(static_cast<float>(seconds) * ring->GetFps()), 1));
+  }
+}
+
+void PipelineCollectManager::SyncAudio(const PipelineCollect* camera, int seconds) {
+  PipelineCollect* audio = GetStream(PipelineCollectType::Audio);
+  const auto ring = audio != nullptr ? audio->GetRing() : nullptr;
+  const auto reference = camera != nullptr ? camera->GetRing() : nullptr;
+  if (!ring || !reference) return;
+  unsigned int pos = 0;
+  if (audio->SyncWithPipeline(reference.get(), static_cast<int>(camera->GetStartPos()),
+                              static_cast<int>(static_cast<float>(seconds) * ring->GetFps()), pos)) {
+    audio->SetStartPos(pos);
+  }
 }
 
 void PipelineCollectManager::SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1,
@@ -265,21 +322,18 @@ void PipelineCollectManager::ClearCache() {
 }
 
 void PipelineCollectManager::Mux() {
-  const auto finishedCamera = [this](PipelineCollectType type) -> Video::VideoPipelineCollect* {
-    auto* camera = dynamic_cast<Video::VideoPipelineCollect*>(GetCollectElement(type));
-    return camera != nullptr && !camera->IsRunning() ? camera : nullptr;
-  };
-  Mux(finishedCamera(PipelineCollectType::VideoCamera1), finishedCamera(PipelineCollectType::VideoCamera0),
-      GetCollectElement(PipelineCollectType::Audio));
+  Mux(Finished<Video::VideoPipelineCollect>(GetCollectElement(PipelineCollectType::VideoCamera1)),
+      Finished<Video::VideoPipelineCollect>(GetCollectElement(PipelineCollectType::VideoCamera0)),
+      Finished<Audio::AudioPipelineCollect>(GetCollectElement(PipelineCollectType::Audio)));
 }
 
 void PipelineCollectManager::Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0,
-                                 CollectBase* audio) {
+                                 Audio::AudioPipelineCollect* audio) {
   const bool withSound = audio != nullptr && audio->IsCollected() && !audio->GetPath().empty();
   for (Video::VideoPipelineCollect* camera : {camera1, camera0}) {
     if (camera == nullptr) continue;
     if (withSound) {
-      camera->Mux(audio->GetPath());
+      camera->Mux(audio->GetPath(), DelayBetween(*camera, *audio));
     } else {
       camera->BuildMp4();
     }
@@ -301,6 +355,8 @@ void PipelineCollectManager::BuildOutput(PipelineCollectOutput& output) const {
 
 void PipelineCollectManager::BuildOutput(const CollectorMap& collectors, PipelineCollectOutput& output) {
   for (const auto& [type, collector] : collectors) {
+    if (const auto* gps = Finished<Gps::GpsPipelineCollect>(collector.get())) output.maxSpeed = gps->GetMaxSpeed();
+    if (const auto* acc = Finished<Accel::AccPipelineCollect>(collector.get())) output.maxG = acc->GetMaxG();
     if (collector->IsCollected() && !collector->IsRunning()) output.AddOutput(type, collector->GetPath());
   }
 }

@@ -6,10 +6,14 @@
 #include <memory>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
+#include "Pipeline/PipelineType.h"
 #include "PipelineCollect/CollectBase.h"
 #include "PipelineCollect/PipelineCollect.h"
 #include "PipelineCollect/PipelineCollectTypes.h"
 
+namespace Tavi::Audio {
+class AudioPipelineCollect;
+}
 namespace Tavi::Video {
 class VideoPipelineCollect;
 }
@@ -51,7 +55,10 @@ class PipelineCollectManager {
   void ClearCache();
   /// Turns the cameras' streams into MP4 files, with the event's sound when there is any.
   void Mux();
-  static void Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0, CollectBase* audio);
+  /// Each camera's sound is placed by the time stamps of the two streams' first entries: the streams start together
+  /// only as far as key frames allow. Null for a collector that there is not.
+  static void Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0,
+                  Audio::AudioPipelineCollect* audio);
   /// The working collector of that type, null when there is none.
   CollectBase* GetCollectElement(PipelineCollectType type) const;
   static CollectBase* GetCollectElement(const CollectorMap& collectors, PipelineCollectType type);
@@ -63,14 +70,18 @@ class PipelineCollectManager {
   PipelineCollectManager& operator=(const PipelineCollectManager&) = delete;
 
  private:
-  void CreateCameraCollectors();
+  void CreateCollectors();
+  template <class Collector, class... Arguments>
+  void Create(PipelineCollectType type, Pipeline::PipelineType source, Arguments... arguments);
   bool BindElements();
   bool Prepare(PipelineCollectInput& input);
   void WaitForCollectors();
   void EndCancelledStart();
   void LogFreeSpace(const char* when) const;
-  PipelineCollect* GetCamera(PipelineCollectType type) const;
+  PipelineCollect* GetStream(PipelineCollectType type) const;
   void SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1, int seconds);
+  void SyncSensors(int seconds);
+  void SyncAudio(const PipelineCollect* camera, int seconds);
 
   const PipelineCollectManagerConfig m_config;
   Kbase::Util::IClock& m_clock;

@@ -11,9 +11,15 @@
 #include "Recorder/MediaDuration.h"
 
 namespace Tavi::Recorder {
+
+using PipelineCollect::PipelineCollectType;
+
 namespace {
 
-std::string FormatDuration(const std::string& path) {
+std::string FormatDuration(PipelineCollectType type, const std::string& path) {
+  const bool isMedia = type == PipelineCollectType::VideoCamera1 || type == PipelineCollectType::VideoCamera0 ||
+                       type == PipelineCollectType::Audio || type == PipelineCollectType::Preview;
+  if (!isMedia) return "-";
   const auto seconds = ReadMediaDuration(path);
   return seconds ? fmt::format("{:.2f} s", *seconds) : "-";
 }
@@ -31,6 +37,8 @@ std::string FormatJson(const EventReport& report) {
   json["event"] = report.number;
   json["time"] = report.output.eventTime;
   json["collectSeconds"] = report.collectSeconds;
+  json["maxSpeed"] = report.output.maxSpeed;
+  json["maxG"] = report.output.maxG;
   json["files"] = nlohmann::ordered_json::object();
   for (const auto& [type, path] : report.output.outputs) {
     json["files"][PipelineCollect::GetPipelineCollectTypeName(type)] = path;
@@ -44,11 +52,14 @@ std::string FormatTable(const EventReport& report) {
   localtime_r(&time, &local);
   std::string table = fmt::format("Event {} of {:%Y-%m-%d %H:%M:%S}, collected in {:.2f} s\n", report.number, local,
                                   report.collectSeconds);
-  if (report.output.outputs.empty()) table += "  there are no files: no source has delivered, or nothing could be written\n";
+  if (report.output.outputs.empty())
+    table += "  there are no files: no source has delivered, or nothing could be written\n";
   for (const auto& [type, path] : report.output.outputs) {
     table += fmt::format("  {:<17} {:>9} {:>12}  {}\n", PipelineCollect::GetPipelineCollectTypeName(type),
-                         FormatDuration(path), FormatSize(path), path);
+                         FormatDuration(type, path), FormatSize(path), path);
   }
+  if (report.output.maxSpeed >= 0.0) table += fmt::format("  highest speed {:.1f} knots\n", report.output.maxSpeed);
+  if (report.output.maxG > 0.0) table += fmt::format("  highest acceleration {:.2f} g\n", report.output.maxG);
   return table;
 }
 

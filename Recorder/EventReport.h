@@ -15,11 +15,11 @@ struct EventReport {
   PipelineCollect::PipelineCollectOutput output;
 };
 
-/// {"event":1,"time":...,"collectSeconds":...,"files":{"VideoCamera1":"...",...}} without a line end; `time` is in
-/// seconds since the epoch.
+/// {"event":1,"time":...,"collectSeconds":...,"maxSpeed":...,"maxG":...,"files":{"VideoCamera1":"...",...}} without a
+/// line end; `time` is in seconds since the epoch, `maxSpeed` in knots (-1 without a valid position), `maxG` in g.
 std::string FormatJson(const EventReport& report);
 
-/// A heading and one line a file: what it holds, its duration and size, its path.
+/// A heading, one line a file (what it holds, its duration and size, its path), and the peaks.
 std::string FormatTable(const EventReport& report);
 
 }  // namespace Tavi::Recorder

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <vector>
 
+#include "Kdevice/GpsDevice/GpsDevice.h"
+
 namespace Tavi::Recorder {
 namespace {
 
@@ -28,9 +30,8 @@ std::string DescribeProblem(const std::string& device) {
   return answers && (flags & V4L2_CAP_VIDEO_CAPTURE) != 0 ? "" : "is no video capture device";
 }
 
-}  // namespace
-
-std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config) {
+/// One sentence about the cameras; empty when all are there.
+std::string DescribeMissingCameras(const Pipeline::PipelineConfig& config) {
   std::vector<std::string> problems;
   const auto check = [&problems](bool enabled, const char* camera, const std::string& device) {
     const std::string problem = enabled ? DescribeProblem(device) : std::string();
@@ -41,6 +42,21 @@ std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config) {
   if (problems.empty()) return {};
   return fmt::format("the video device {}: connect it, choose another with --device0 / --device1, or use --simulate",
                      fmt::join(problems, ", and "));
+}
+
+/// The same about the receiver, whose silence would restart the unit.
+std::string DescribeMissingReceiver(const Pipeline::PipelineConfig& config) {
+  const std::string path = config.gps.path.empty() ? Kdevice::GpsDevice::GpsDevice::DefaultPath : config.gps.path;
+  if (!config.gpsEnabled || access(path.c_str(), R_OK) == 0) return {};
+  return fmt::format("the GPS receiver {} {}: connect it, choose another with --gps, or leave it out with --no-gps",
+                     path, errno == ENOENT ? "is missing" : fmt::format("cannot be read ({})", std::strerror(errno)));
+}
+
+}  // namespace
+
+std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated) {
+  const std::string cameras = simulated ? std::string() : DescribeMissingCameras(config);
+  return !cameras.empty() ? cameras : DescribeMissingReceiver(config);
 }
 
 }  // namespace Tavi::Recorder

@@ -7,8 +7,9 @@
 
 namespace Tavi::Recorder {
 
-/// One sentence that names every configured camera whose device is missing or is no video capture device; empty when
-/// all are there.
-std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config);
+/// One sentence that names every configured camera whose device is missing or is no video capture device, or else the
+/// GPS receiver whose device is; empty when all are there. `simulated` cameras need no device. A microphone and an
+/// accelerometer that are missing do without: the rest records all the same.
+std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated);
 
 }  // namespace Tavi::Recorder

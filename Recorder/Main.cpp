@@ -16,6 +16,7 @@
 #include "Recorder/PluginPath.h"
 #include "Recorder/Recorder.h"
 #include "Recorder/SignalThread.h"
+#include "Recorder/Simulation.h"
 
 namespace {
 
@@ -36,13 +37,18 @@ int ReserveStandardOutput() {
   return reportFd;
 }
 
-int Record(const Options& options, int reportFd) {
+int Record(Options options, int reportFd) {
   std::atomic<Recorder*> recorder{nullptr};
   std::atomic<bool> interrupted{false};
   const SignalThread signals([&] {
     interrupted = true;
     if (auto* running = recorder.load()) running->Interrupt();
   });
+  // Threads from here on leave the signals to that one.
+  const auto car = options.simulate ? BoardSimulatedCar(options.pipeline) : nullptr;
+  if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
+  const std::string missing = DescribeMissingDevices(options.pipeline, options.simulate);
+  if (!missing.empty()) return Complain(FailureExitStatus, missing);
   Kbase::Util::TemperatureMonitor::GetInstance().Start();
   const auto owned = std::make_unique<Recorder>(options, reportFd);
   recorder = owned.get();
@@ -66,8 +72,6 @@ int main(int argc, char** argv) {
   if (!options.logFile.empty() && !Kbase::Klog::Logger::GetInstance().SetFile(options.logFile)) {
     return Complain(UsageExitStatus, "--log: \"" + options.logFile + "\" cannot be written; give another file");
   }
-  const std::string missing = options.simulate ? std::string() : DescribeMissingDevices(options.pipeline);
-  if (!missing.empty()) return Complain(FailureExitStatus, missing);
   std::signal(SIGPIPE, SIG_IGN);
   AddPluginPath();
   const int reportFd = ReserveStandardOutput();

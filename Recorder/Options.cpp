@@ -56,10 +56,26 @@ void AddCameraOptions(CLI::App& app, const std::string& number, Video::VideoConf
   app.add_flag("!--no-camera" + number, enabled, "Leave this camera out")->group(group);
 }
 
+void AddSensorOptions(CLI::App& app, Pipeline::PipelineConfig& pipeline) {
+  const auto inGroup = [](CLI::Option* option) { return option->group("Sound and sensors")->capture_default_str(); };
+  inGroup(app.add_option("--audio-bitrate", pipeline.audio.bitrate, "MP3 bit rate in kbit/s"))
+      ->check(CLI::IsMember({32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}));
+  inGroup(app.add_option("--gain", pipeline.audio.gainLevel,
+                         "Capture gain in the sound card's own scale; -1 leaves the card's mixer untouched"))
+      ->check(WholeNumber(-1, 1000000));
+  inGroup(app.add_option("--gps", pipeline.gps.path, "GPS receiver: a serial port, a FIFO, or a log to be replayed"));
+  inGroup(app.add_option("--gps-baud", pipeline.gps.baud, "Bits per second of the receiver's port"))
+      ->check(CLI::IsMember({4800, 9600, 19200, 38400, 57600, 115200}));
+  inGroup(app.add_flag("!--no-audio", pipeline.audioEnabled, "Leave the microphone out"));
+  inGroup(app.add_flag("!--no-gps", pipeline.gpsEnabled, "Leave the GPS receiver out"));
+  inGroup(app.add_flag("!--no-acc", pipeline.accEnabled, "Leave the accelerometer out"));
+  inGroup(app.add_flag("!--no-metrics", pipeline.otherEnabled, "Leave processor load and temperature out"));
+}
+
 void AddOptions(CLI::App& app, Options& options) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", Version);
-  app.add_flag("--simulate", options.simulate, "Test scenes in place of the cameras");
+  app.add_flag("--simulate", options.simulate, "A simulated car in place of the devices (--gps still counts)");
   app.add_option("--collect-after", options.collectAfterSeconds,
                  "Seconds from the start, or the event before, to an event")
       ->check(Seconds(0, 86400))
@@ -78,6 +94,7 @@ void AddOptions(CLI::App& app, Options& options) {
   app.add_option("--log", options.logFile, "Append the log to this file, too");
   AddCameraOptions(app, "0", options.pipeline.camera0, options.pipeline.camera0Enabled);
   AddCameraOptions(app, "1", options.pipeline.camera1, options.pipeline.camera1Enabled);
+  AddSensorOptions(app, options.pipeline);
 }
 
 /// What no single option can tell; empty when all is well.
@@ -85,8 +102,10 @@ std::string CheckTogether(const Options& options) {
   const auto& [camera0, camera1] = std::tie(options.pipeline.camera0, options.pipeline.camera1);
   if (options.outputDir.empty())
     return "--output: it is missing or empty; give a directory for the files of the events";
-  if (!options.pipeline.camera0Enabled && !options.pipeline.camera1Enabled) {
-    return "--no-camera0 and --no-camera1: nothing is left to record; leave one out";
+  const auto& all = options.pipeline;
+  if (!all.camera0Enabled && !all.camera1Enabled && !all.audioEnabled && !all.gpsEnabled && !all.accEnabled &&
+      !all.otherEnabled) {
+    return "--no-camera0 and the other --no-...: nothing is left to record; leave one out";
   }
   if (!options.pipeline.camera0Enabled || !options.pipeline.camera1Enabled) return {};
   if (!options.simulate && camera0.device == camera1.device) {
@@ -103,8 +122,10 @@ std::string CheckTogether(const Options& options) {
 
 std::optional<int> ParseOptions(int argc, const char* const* argv, Options& options, std::ostream& out,
                                 std::ostream& err) {
-  CLI::App app("Records two cameras, keeps the last 32 seconds in memory and writes a window around each event.",
-               "tavi-recorder");
+  CLI::App app(
+      "Records two cameras, sound, position, acceleration and machine state, keeps the last 32 seconds in memory and "
+      "writes a window around each event.",
+      "tavi-recorder");
   AddOptions(app, options);
   std::string problem;
   try {

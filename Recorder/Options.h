@@ -11,7 +11,7 @@ namespace Tavi::Recorder {
 
 struct Options {
   Pipeline::PipelineConfig pipeline;
-  /// Test scenes in place of the cameras.
+  /// A simulated car in place of the devices.
   bool simulate = false;
   /// Seconds from the start of the acquisition, or the end of the event before, to an event.
   double collectAfterSeconds = 16.0;

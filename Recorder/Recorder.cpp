@@ -22,16 +22,6 @@ std::string WithSlash(const std::string& directory) {
   return directory.empty() || directory.back() == '/' ? directory : directory + "/";
 }
 
-/// Test scenes are named after the files that their pictures end up in.
-Pipeline::PipelineConfig BuildPipelineConfig(const Options& options) {
-  Pipeline::PipelineConfig config = options.pipeline;
-  if (options.simulate) {
-    config.camera0.device = "sim:camera1";
-    config.camera1.device = "sim:camera0";
-  }
-  return config;
-}
-
 PipelineCollect::PipelineCollectManagerConfig BuildCollectConfig(const Options& options,
                                                                  Pipeline::PipelineManager& pipeline) {
   PipelineCollect::PipelineCollectManagerConfig config;
@@ -52,7 +42,7 @@ PipelineCollect::PipelineCollectManager BuildCollectManager(const Options& optio
 Recorder::Recorder(const Options& options, int reportFd)
     : m_options(options),
       m_reportFd(reportFd),
-      m_pipeline(BuildPipelineConfig(options)),
+      m_pipeline(options.pipeline),
       m_collect(BuildCollectManager(options, m_pipeline)) {}
 
 Recorder::~Recorder() = default;
@@ -71,6 +61,7 @@ int Recorder::Run() {
 
 void Recorder::Interrupt() {
   m_interrupted = true;
+  m_pipeline.EndSupervision();
   m_collect.CancelCollect(false);
 }
 
@@ -99,7 +90,8 @@ bool Recorder::CollectEvent(int number) {
   m_console.End();
   if (!collected) return false;  // the reason stands in the log
   Print(report);
-  if (report.output.outputs.empty()) Log::Error("the event has no files: no source has delivered, or nothing could be written");
+  if (report.output.outputs.empty())
+    Log::Error("the event has no files: no source has delivered, or nothing could be written");
   return !report.output.outputs.empty() || m_interrupted;
 }
 

@@ -6,8 +6,16 @@
 #include <iostream>
 #include <memory>
 
+#include "Accel/AccDataPak.h"
+#include "Accel/AccPipelineCbElement.h"
+#include "Accel/AccPipelineElement.h"
+#include "Audio/AudioPipelineCbElement.h"
+#include "Audio/AudioPipelineElement.h"
+#include "GPS/GpsData.h"
+#include "GPS/GpsPipelineCbElement.h"
+#include "GPS/GpsPipelineElement.h"
 #include "Ksystem/FileUtils/Kfile.h"
-#include "Pipeline/GstRef.h"
+#include "Pipeline/BufferMap.h"
 #include "Video/VideoPipelineCbElement.h"
 #include "Video/VideoPipelineElement.h"
 
@@ -16,29 +24,58 @@ namespace {
 
 /// Writes one entry's bytes; false when it has none or the file takes no more.
 bool WriteEntry(FILE* file, const Kbase::Pipeline::IPipelineElement::Entry& entry) {
-  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry.get());
-  if (media == nullptr || !GstUtil::IsUsable(media->buffer)) return false;
-  const auto hold = GstUtil::GstRef<GstBuffer>::Share(media->buffer);
-  GstMapInfo map;
-  if (!gst_buffer_map(hold.Get(), &map, GST_MAP_READ)) return false;
-  const bool written = Ksystem::FileUtils::Kfile::Write(map.data, map.size, file);
-  gst_buffer_unmap(hold.Get(), &map);
-  return written;
+  const GstUtil::BufferMap map(dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry.get()));
+  return map.IsMapped() && Ksystem::FileUtils::Kfile::Write(map.GetBytes().data(), map.GetBytes().size(), file);
 }
 
-}  // namespace
-
-void TestVideo(Video::VideoPipelineElement* element) {
+template <class CbElement>
+void PrintFrameId(Kbase::Pipeline::IPipelineElement* element, const char* source) {
   const auto entry = element != nullptr ? element->RetrieveCurrent() : nullptr;
-  const auto* frame = dynamic_cast<const Video::VideoPipelineCbElement*>(entry.get());
+  const auto* frame = dynamic_cast<const CbElement*>(entry.get());
   if (frame == nullptr) {
-    std::cout << "NULL ELEMENT Video...\n" << std::flush;
+    std::cout << "NULL ELEMENT " << source << "...\n" << std::flush;
   } else {
-    std::cout << "Video Frame ID: " << frame->frameId << "\n" << std::flush;
+    std::cout << source << " Frame ID: " << frame->frameId << "\n" << std::flush;
   }
 }
 
-void WriteVideo(Video::VideoPipelineElement* element, const std::string& path, int first, int last) {
+/// Calls `print` with the newest entry and its record, or says what is missing of the two.
+template <class CbElement, class Record, class Print>
+void PrintRecord(Kbase::Pipeline::IPipelineElement* element, const char* source, const Print& print) {
+  const auto entry = element != nullptr ? element->RetrieveCurrent() : nullptr;
+  const auto* sample = dynamic_cast<const CbElement*>(entry.get());
+  const GstUtil::BufferMap map(sample);
+  const auto* record = map.template GetRecord<Record>();
+  if (sample == nullptr) {
+    std::cout << "NULL ELEMENT " << source << "...\n";
+  } else if (record == nullptr) {
+    std::cout << "NULL MAP INFO " << source << "...\n";
+  } else {
+    print(*sample, *record);
+  }
+  std::cout << std::flush;
+}
+
+void PrintFix(const Gps::GpsPipelineCbElement& entry, const Gps::GpsData& fix) {
+  constexpr const char* Line = "-----------------------------------------------------\n";
+  std::cout << Line << "GPS Frame ID: " << entry.frameId << "\nisValidPackage:" << int{fix.isValidPackage}
+            << "\nrecord_u_time:" << fix.record_u_time << "\nspeed:" << fix.speed << "\ncourse:" << fix.course
+            << "\nlatitude:" << fix.latitude << "\nlongitude:" << fix.longitude
+            << "\nnoOfSatellites:" << fix.noOfSatellites << "\naltitude:" << fix.altitude << "\nHDOP:" << fix.HDOP
+            << "\nPDOP:" << fix.PDOP << "\nVDOP:" << fix.VDOP << "\nm_date:" << fix.m_date << "\nm_time:" << fix.m_time
+            << "\nstd_lat:" << fix.std_lat << "\nstd_latCPoint:" << fix.std_latCPoint << "\nstd_long:" << fix.std_long
+            << "\nstd_longCPoint:" << fix.std_longCPoint << "\ngprmc_line:" << fix.gprmc_line << "\n"
+            << Line;
+}
+
+void PrintLastSample(const Accel::AccPipelineCbElement& entry, const Accel::AccDataPak& block) {
+  constexpr std::size_t LastSample = Accel::AccDataPak::BlockBytes - 3;
+  const auto axis = [&block](std::size_t i) { return ConvertAcc(block.native[LastSample + i], block.scale); };
+  std::cout << "Scale: " << int{block.scale} << " x: " << axis(0) << " y: " << axis(1) << " z: " << axis(2)
+            << "\nACC Frame ID: " << entry.frameId << "\n";
+}
+
+void WriteEntries(Kbase::Pipeline::IPipelineElement* element, const std::string& path, int first, int last) {
   if (element == nullptr) return;
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "wbe"), std::fclose);
   if (!file) {
@@ -48,6 +85,32 @@ void WriteVideo(Video::VideoPipelineElement* element, const std::string& path, i
   for (int pos = first; pos <= last; ++pos) {
     WriteEntry(file.get(), element->GetElementAt(element->SeekRelative(pos, 0)));
   }
+}
+
+}  // namespace
+
+void TestVideo(Video::VideoPipelineElement* element) {
+  PrintFrameId<Video::VideoPipelineCbElement>(element, "Video");
+}
+
+void TestAudio(Audio::AudioPipelineElement* element) {
+  PrintFrameId<Audio::AudioPipelineCbElement>(element, "Audio");
+}
+
+void TestGps(Gps::GpsPipelineElement* element) {
+  PrintRecord<Gps::GpsPipelineCbElement, Gps::GpsData>(element, "GPS", PrintFix);
+}
+
+void TestAcc(Accel::AccPipelineElement* element) {
+  PrintRecord<Accel::AccPipelineCbElement, Accel::AccDataPak>(element, "ACC", PrintLastSample);
+}
+
+void WriteVideo(Video::VideoPipelineElement* element, const std::string& path, int first, int last) {
+  WriteEntries(element, path, first, last);
+}
+
+void WriteAudio(Audio::AudioPipelineElement* element, const std::string& path, int first, int last) {
+  WriteEntries(element, path, first, last);
 }
 
 double ConvertAcc(unsigned char value, unsigned char scale) {

@@ -1,16 +1,13 @@
 // The elements of one camera's branch, made, set, added and linked.
 #include "Video/CameraBranch.h"
 
-#include <initializer_list>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "Pipeline/GstRef.h"
-#include "Pipeline/Log.h"
-#include "Video/VideoPipelineCbElement.h"
+#include "Pipeline/BranchParts.h"
 
 namespace Tavi::Video {
+
+using GstUtil::AddToBin;
+using GstUtil::LinkChain;
+
 namespace {
 
 constexpr int CaptureQueueSize = 20;
@@ -23,47 +20,11 @@ constexpr int CroppedFrameWidth = 1280;
 constexpr int CroppedFrameHeight = 720;
 constexpr int PreviewMaxRate = 30;
 
-/// Makes elements, keeps them until the bin has its own references, and remembers whether all could be made.
-class Parts {
- public:
-  GstElement* Make(const char* factory) {
-    GstElement* element = gst_element_factory_make(factory, nullptr);
-    if (element == nullptr) {
-      m_complete = false;
-      Log::Error(std::string("GStreamer has no element \"") + factory +
-                 "\": install its plug-in or set GST_PLUGIN_PATH");
-      return nullptr;
-    }
-    m_owned.push_back(GstUtil::GstRef<GstElement>::Sink(element));
-    return element;
-  }
-  [[nodiscard]] bool IsComplete() const { return m_complete; }
-
- private:
-  std::vector<GstUtil::GstRef<GstElement>> m_owned;
-  bool m_complete = true;
-};
-
-/// Adds the elements in the given order, leaving out those that this branch does not have.
-void Add(GstBin* bin, std::initializer_list<GstElement*> elements) {
-  for (GstElement* element : elements) {
-    if (element != nullptr) gst_bin_add(bin, element);
-  }
-}
-
 void SetRawCaps(GstElement* filter, int width, int height) {
   GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, width,
                                       "height", G_TYPE_INT, height, nullptr);
   g_object_set(filter, "caps", caps, nullptr);
   gst_caps_unref(caps);
-}
-
-void Link(std::initializer_list<GstElement*> chain) {
-  GstElement* previous = nullptr;
-  for (GstElement* element : chain) {
-    if (previous != nullptr) gst_element_link(previous, element);
-    previous = element;
-  }
 }
 
 void LinkTee(GstElement* tee, GstElement* queue) {
@@ -83,9 +44,9 @@ class Builder {
     MakeAll();
     if (!m_parts.IsComplete()) return {};
     SetAll();
-    Add(bin, {m_source, m_crop, m_cropCaps, m_tee, m_rawQueue, m_rawSink, m_encoderQueue, m_encoder, m_streamTee,
-              m_recordQueue, m_encodedSink, m_networkQueue, m_gdp, m_server, m_previewQueue, m_rate, m_scale,
-              m_previewCaps, m_previewSink});
+    AddToBin(bin, {m_source, m_crop, m_cropCaps, m_tee, m_rawQueue, m_rawSink, m_encoderQueue, m_encoder, m_streamTee,
+                   m_recordQueue, m_encodedSink, m_networkQueue, m_gdp, m_server, m_previewQueue, m_rate, m_scale,
+                   m_previewCaps, m_previewSink});
     LinkAll();
     return {m_source, m_rawSink, m_encodedSink, m_previewSink};
   }
@@ -148,19 +109,19 @@ class Builder {
 
   void LinkAll() {
     if (m_config.cropEnabled) {
-      Link({m_source, m_crop, m_cropCaps, m_tee});
+      LinkChain({m_source, m_crop, m_cropCaps, m_tee});
     } else {
-      Link({m_source, m_tee});
+      LinkChain({m_source, m_tee});
     }
-    Link({m_rawQueue, m_rawSink});
+    LinkChain({m_rawQueue, m_rawSink});
     if (m_config.streamEnabled) {
-      Link({m_encoderQueue, m_encoder, m_streamTee});
-      Link({m_recordQueue, m_encodedSink});
-      Link({m_networkQueue, m_gdp, m_server});
+      LinkChain({m_encoderQueue, m_encoder, m_streamTee});
+      LinkChain({m_recordQueue, m_encodedSink});
+      LinkChain({m_networkQueue, m_gdp, m_server});
     } else {
-      Link({m_encoderQueue, m_encoder, m_encodedSink});
+      LinkChain({m_encoderQueue, m_encoder, m_encodedSink});
     }
-    if (m_config.previewEnabled) Link({m_previewQueue, m_rate, m_scale, m_previewCaps, m_previewSink});
+    if (m_config.previewEnabled) LinkChain({m_previewQueue, m_rate, m_scale, m_previewCaps, m_previewSink});
 
     LinkTee(m_tee, m_rawQueue);
     LinkTee(m_tee, m_encoderQueue);
@@ -172,7 +133,7 @@ class Builder {
   }
 
   const VideoConfig& m_config;
-  Parts m_parts;
+  GstUtil::BranchParts m_parts;
   GstElement* m_source = nullptr;
   GstElement* m_crop = nullptr;
   GstElement* m_cropCaps = nullptr;

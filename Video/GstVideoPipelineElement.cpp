@@ -4,37 +4,19 @@
 #include <algorithm>
 #include <string>
 
+#include "Pipeline/AppSink.h"
 #include "Video/CameraBranch.h"
 #include "Video/GstIpuFrame.h"
 #include "Video/VideoPipelineCbElement.h"
 
 namespace Tavi::Video {
 
+using GstUtil::ClearSampleCallback;
 using GstUtil::GstRef;
+using GstUtil::PullBuffer;
+using GstUtil::SetSampleCallback;
 
 namespace {
-
-/// The buffer of the sink's next sample with a reference for the caller; null when the sink has none to give any more.
-GstBuffer* PullBuffer(GstAppSink* sink) {
-  const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_pull_sample(sink));
-  GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
-  return buffer == nullptr ? nullptr : gst_buffer_ref(buffer);
-}
-
-void SetCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element) {
-  GstAppSinkCallbacks callbacks{};
-  callbacks.new_sample = newSample;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, element, nullptr);
-}
-
-/// Takes the callbacks off and waits for the one under way: it runs with the stream lock of the sink's pad held.
-void ClearCallback(const GstRef<GstElement>& sink) {
-  if (!sink) return;
-  SetCallback(sink.Get(), nullptr, nullptr);
-  const auto pad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(sink.Get(), "sink"));
-  GST_PAD_STREAM_LOCK(pad.Get());
-  GST_PAD_STREAM_UNLOCK(pad.Get());
-}
 
 void KeepNewestOnly(GstElement* sink) {
   g_object_set(sink, "max-buffers", 1U, "drop", TRUE, "emit-signals", FALSE, nullptr);
@@ -73,12 +55,11 @@ void GstVideoPipelineElement::ConnectSinks(GstElement* raw, GstElement* encoded,
   m_rawSink = GstRef<GstElement>::Share(raw);
   KeepNewestOnly(raw);
   m_encodedSink = GstRef<GstElement>::Share(encoded);
-  g_object_set(encoded, "emit-signals", FALSE, nullptr);
-  SetCallback(encoded, SetEncodedFrameCallback, this);
+  SetSampleCallback(encoded, SetEncodedFrameCallback, this);
   if (preview == nullptr) return;
   m_previewSink = GstRef<GstElement>::Share(preview);
   KeepNewestOnly(preview);
-  SetCallback(preview, SetPreviewFrameCallback, this);
+  SetSampleCallback(preview, SetPreviewFrameCallback, this);
 }
 
 void GstVideoPipelineElement::Detach() {
@@ -86,8 +67,8 @@ void GstVideoPipelineElement::Detach() {
   if (m_ownPipeline) gst_element_set_state(m_ownPipeline.Get(), GST_STATE_NULL);
   if (m_probe != 0) gst_pad_remove_probe(m_sourcePad.Get(), m_probe);
   m_probe = 0;
-  ClearCallback(m_encodedSink);
-  ClearCallback(m_previewSink);
+  ClearSampleCallback(m_encodedSink);
+  ClearSampleCallback(m_previewSink);
   const std::lock_guard pullsEnded(m_rawFrameMutex);
 }
 

@@ -4,7 +4,7 @@
 #include "KMedia/FFMpeg/FFMpeg.h"
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kfile.h"
-#include "Pipeline/GstRef.h"
+#include "Pipeline/BufferMap.h"
 #include "Video/VideoPipelineCbElement.h"
 
 namespace Tavi::Video {
@@ -36,21 +36,17 @@ PipelineCollectType VideoPipelineCollect::GetVideoPipelineCollectType(CameraType
 }
 
 bool VideoPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) {
-  const auto* frame = dynamic_cast<const VideoPipelineCbElement*>(entry);
-  if (file == nullptr || frame == nullptr || !GstUtil::IsUsable(frame->buffer)) return false;
-  const auto hold = GstUtil::GstRef<GstBuffer>::Share(frame->buffer);
-  GstMapInfo map;
-  if (!gst_buffer_map(frame->buffer, &map, GST_MAP_READ)) return false;
-  const bool written = Kfile::Write(map.data, map.size, file);
-  gst_buffer_unmap(frame->buffer, &map);
-  return written;
+  const GstUtil::BufferMap map(dynamic_cast<const VideoPipelineCbElement*>(entry));
+  if (file == nullptr || !map.IsMapped()) return false;
+  return Kfile::Write(map.GetBytes().data(), map.GetBytes().size(), file);
 }
 
 bool VideoPipelineCollect::Mux(const std::string& videoPath, const std::string& audioPath, float fps,
-                               std::string& outPath) {
+                               std::string& outPath, std::int64_t audioDelayNs) {
   outPath = Kbase::Util::Replace(videoPath, StreamExtension, Mp4Extension);
   FFMpeg::FFmpefCfg config;
   config.fps = fps;
+  config.audioDelayNs = audioDelayNs;
   if (!FFMpeg::SetPath(config.video, videoPath) || !FFMpeg::SetPath(config.audio, audioPath) ||
       !FFMpeg::SetPath(config.output, outPath)) {
     return false;
@@ -68,10 +64,10 @@ bool VideoPipelineCollect::BuildMp4(const std::string& videoPath, float fps, std
   return IsPathAvailable(outPath);
 }
 
-void VideoPipelineCollect::Mux(const std::string& audioPath) {
+void VideoPipelineCollect::Mux(const std::string& audioPath, std::int64_t audioDelayNs) {
   if (!m_collected) return;
   std::string mp4Path;
-  Replace(Mux(m_path, audioPath, GetCollectedFps(), mp4Path), mp4Path);
+  Replace(Mux(m_path, audioPath, GetCollectedFps(), mp4Path, audioDelayNs), mp4Path);
 }
 
 void VideoPipelineCollect::BuildMp4() {

@@ -1,7 +1,9 @@
-// The running library with both cameras: processor time against the same pipeline built by gst-launch-1.0, and memory.
+// The running library: processor time of both cameras against the same pipeline built by gst-launch-1.0, memory, and
+// what sound and sensors take beside the cameras.
 //
 //   tavi-bench-acquisition cpu [seconds a round] [rounds]
 //   tavi-bench-acquisition memory [events]
+//   tavi-bench-acquisition sensors [seconds]
 #include <fmt/format.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -23,6 +25,7 @@
 #include "Pipeline/PipelineManager.h"
 #include "PipelineCollect/PipelineCollectManager.h"
 #include "Recorder/PluginPath.h"
+#include "Recorder/Simulation.h"
 
 namespace {
 
@@ -173,6 +176,64 @@ int MeasureMemory(int events) {
   return 0;
 }
 
+double UsedSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return ToSeconds(usage.ru_utime) + ToSeconds(usage.ru_stime);
+}
+
+/// Processor seconds of this process while it acquires for `seconds`, once it has settled.
+double MeasureAcquisition(const PipelineConfig& config, int seconds) {
+  PipelineManager manager(config);
+  manager.Start();
+  SleepSeconds(3);
+  const double before = UsedSeconds();
+  SleepSeconds(seconds);
+  const double used = UsedSeconds() - before;
+  manager.RunSigInt();
+  return used;
+}
+
+/// Processor seconds of this process while a pipeline runs to its end.
+double MeasurePipeline(const std::string& description) {
+  GstElement* pipeline = gst_parse_launch(description.c_str(), nullptr);
+  GstBus* bus = gst_element_get_bus(pipeline);
+  const double before = UsedSeconds();
+  gst_element_set_state(pipeline, GST_STATE_PLAYING);
+  gst_message_unref(gst_bus_timed_pop_filtered(bus, GST_CLOCK_TIME_NONE,
+                                               static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
+  const double used = UsedSeconds() - before;
+  gst_element_set_state(pipeline, GST_STATE_NULL);
+  gst_object_unref(bus);
+  gst_object_unref(pipeline);
+  return used;
+}
+
+/// Sound, position, motion and machine state in the simulated car, whose own work is part of it, against the cameras.
+int MeasureSensors(int seconds) {
+  PipelineConfig config;
+  const auto car = Tavi::Recorder::BoardSimulatedCar(config);
+  PipelineConfig cameras = config;
+  cameras.audioEnabled = cameras.gpsEnabled = cameras.accEnabled = cameras.otherEnabled = false;
+  const double camerasSeconds = MeasureAcquisition(cameras, seconds);
+  config.camera0Enabled = config.camera1Enabled = false;
+  const double others = MeasureAcquisition(config, seconds);
+  const std::string sound =
+      fmt::format("audiotestsrc wave=ticks samplesperbuffer=441 num-buffers={} ! audio/x-raw,rate=44100,channels=2 ! ",
+                  seconds * 100);
+  const double encoder =
+      MeasurePipeline(
+          sound + fmt::format("imxmp3audioenc high-quality-mode=true bitrate={} ! fakesink", config.audio.bitrate)) -
+      MeasurePipeline(sound + "fakesink");
+  const double own = others - encoder;
+  fmt::print(
+      "in {} s: cameras {:.2f} s of processor time, the other four sources {:.3f} s, of it the MP3 encoder {:.3f} s\n",
+      seconds, camerasSeconds, others, encoder);
+  fmt::print("without the encoder: {:.2f} % of a core, {:.4f} of the cameras' time\n", 100.0 * own / seconds,
+             own / camerasSeconds);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -184,6 +245,8 @@ int main(int argc, char** argv) {
   if (what == "cpu")
     return CompareProcessorTime(std::filesystem::read_symlink("/proc/self/exe"), number(2, 20), number(3, 6));
   if (what == "memory") return MeasureMemory(number(2, 50));
-  fmt::print(stderr, "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events]\n");
+  if (what == "sensors") return MeasureSensors(number(2, 60));
+  fmt::print(stderr,
+             "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events] | sensors [seconds]\n");
   return 2;
 }

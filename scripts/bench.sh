@@ -7,3 +7,4 @@ build/release/bin/tavi-bench --benchmark_repetitions=9 --benchmark_enable_random
   --benchmark_report_aggregates_only=true "$@"
 build/release/bin/tavi-bench-acquisition cpu 16 8
 build/release/bin/tavi-bench-acquisition memory 200
+build/release/bin/tavi-bench-acquisition sensors 60

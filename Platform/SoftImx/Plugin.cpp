@@ -1,6 +1,7 @@
 // The plug-in's entry: registers each element whose name nobody else supplies.
 #include <gst/gst.h>
 
+#include "SoftImx/AudioEncoder.h"
 #include "SoftImx/VideoEncoder.h"
 #include "SoftImx/VideoSource.h"
 #include "SoftImx/VideoTransform.h"
@@ -16,6 +17,7 @@ struct Element {
 };
 
 constexpr Element Elements[] = {
+    {"imxmp3audioenc", AudioEncoderType},
     {"imxv4l2videosrc", VideoSourceType},
     {"imxvpuenc_h264", VideoEncoderType},
     {"imxipuvideotransform", VideoTransformType},
@@ -45,5 +47,5 @@ gboolean Init(GstPlugin* plugin) noexcept {
 }  // namespace SoftImx
 
 GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, softimx,
-                  "The recording unit's video elements in software, for machines without its hardware", SoftImx::Init,
+                  "The recording unit's media elements in software, for machines without its hardware", SoftImx::Init,
                   TAVI_VERSION, GST_LICENSE_UNKNOWN, "Tavi", "Tavi")

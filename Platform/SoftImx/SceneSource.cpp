@@ -6,11 +6,14 @@
 #include <gst/video/gstvideopool.h>
 #include <gst/video/video.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 #include "SoftImx/Handover.h"
 #include "SoftImx/ScenePainter.h"
@@ -25,6 +28,8 @@ struct SceneState {
   SceneSettings settings;
   std::unique_ptr<ScenePainter> painter;
   GstVideoInfo info;
+  /// Running time 0 lies so many nanoseconds after frame 0.
+  std::int64_t originNs = 0;
   std::optional<std::uint64_t> firstFrame;
   std::uint64_t nextFrame = 0;
 };
@@ -47,15 +52,25 @@ GstDebugCategory* Category() {
   return category;
 }
 
+/// How long after frame 0 a frame comes.
 GstClockTime FrameTime(const SceneSettings& settings, std::uint64_t frame) {
   return gst_util_uint64_scale(frame, GST_SECOND * static_cast<guint64>(settings.rateDenominator),
                                static_cast<guint64>(settings.rateNumerator));
 }
 
-/// The last frame at or before `runningTime`.
-std::uint64_t FrameAt(const SceneSettings& settings, GstClockTime runningTime) {
-  return gst_util_uint64_scale(runningTime, static_cast<guint64>(settings.rateNumerator),
-                               GST_SECOND * static_cast<guint64>(settings.rateDenominator));
+/// The running time of a frame that does not come before running time 0.
+GstClockTime StampOf(const SceneState& state, std::uint64_t frame) {
+  return static_cast<GstClockTime>(static_cast<std::int64_t>(FrameTime(state.settings, frame)) - state.originNs);
+}
+
+/// The last frame at or before `runningTime`, or the first one after running time 0.
+std::uint64_t FrameAt(const SceneState& state, GstClockTime runningTime) {
+  const auto [numerator, denominator] = std::pair(static_cast<guint64>(state.settings.rateNumerator),
+                                                  GST_SECOND * static_cast<guint64>(state.settings.rateDenominator));
+  const std::int64_t elapsed = static_cast<std::int64_t>(runningTime) + state.originNs;
+  const auto frame =
+      gst_util_uint64_scale(static_cast<guint64>(std::max<std::int64_t>(elapsed, 0)), numerator, denominator);
+  return static_cast<std::int64_t>(FrameTime(state.settings, frame)) < state.originNs ? frame + 1 : frame;
 }
 
 /// The pipeline's clock and the wall clock read at the same moment.
@@ -80,10 +95,41 @@ ClockPair ReadClocks(GstClock* clock) {
   return best;
 }
 
+/// Reads both clocks once they are seen to run together: a sound card's clock stands still until the card delivers, and
+/// reads behind for an instant while it hands a period over.
+ClockPair ReadRunningClocks(GstClock* clock) {
+  constexpr int Attempts = 50;
+  constexpr gulong PauseUs = 5000;
+  constexpr std::int64_t ToleranceNs = 500'000;
+  ClockPair last = ReadClocks(clock);
+  for (int attempt = 0; attempt < Attempts; ++attempt) {
+    g_usleep(PauseUs);
+    const ClockPair now = ReadClocks(clock);
+    const std::int64_t apart = GST_CLOCK_DIFF(last.clock, now.clock) - (now.wallNs - last.wallNs);
+    if (std::abs(apart) <= ToleranceNs) return now;
+    last = now;
+  }
+  return last;
+}
+
+/// Puts the frames on the grid of the wall clock's seconds: where the rate is whole, each second begins with a frame. A
+/// frame a little behind the full second is sure to show that it has begun.
+void AnchorToWallClock(SceneState& state, ClockPair now, GstClockTime baseTime) {
+  constexpr std::int64_t BehindNs = 1'000'000;
+  constexpr std::int64_t SecondNs = 1'000'000'000;
+  const std::int64_t wallAtZero = now.wallNs - GST_CLOCK_DIFF(baseTime, now.clock);
+  state.originNs = (wallAtZero - BehindNs) % SecondNs;
+}
+
+bool IsFirst(SceneState& state) {
+  const std::lock_guard lock(state.mutex);
+  return !state.firstFrame;
+}
+
 /// Decides which frame comes next. True when frames before it were lost: downstream held the stream up for longer than
 /// the capture queue of a camera would have lasted.
 bool TakeFrameNumber(SceneState& state, GstClockTime runningTime, std::uint64_t& frame) {
-  const std::uint64_t current = FrameAt(state.settings, runningTime);
+  const std::uint64_t current = FrameAt(state, runningTime);
   const auto slack = static_cast<std::uint64_t>(state.settings.queueSize);
   const bool isLost = state.firstFrame && current > state.nextFrame + slack;
   frame = !state.firstFrame ? current : isLost ? current + 1 : state.nextFrame;
@@ -92,10 +138,10 @@ bool TakeFrameNumber(SceneState& state, GstClockTime runningTime, std::uint64_t&
   return isLost;
 }
 
-SOFTIMX_FILLS_HEADER void Stamp(const SceneSettings& settings, GstBuffer* buffer, std::uint64_t frame, bool isLost) {
-  GST_BUFFER_PTS(buffer) = FrameTime(settings, frame);
+SOFTIMX_FILLS_HEADER void Stamp(const SceneState& state, GstBuffer* buffer, std::uint64_t frame, bool isLost) {
+  GST_BUFFER_PTS(buffer) = StampOf(state, frame);
   GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
-  GST_BUFFER_DURATION(buffer) = FrameTime(settings, frame + 1) - FrameTime(settings, frame);
+  GST_BUFFER_DURATION(buffer) = StampOf(state, frame + 1) - StampOf(state, frame);
   GST_BUFFER_OFFSET(buffer) = frame;
   GST_BUFFER_OFFSET_END(buffer) = frame + 1;
   if (isLost) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
@@ -120,16 +166,18 @@ GstFlowReturn Fill(GstPushSrc* source, GstBuffer* buffer) noexcept {
     GST_ELEMENT_ERROR(source, CORE, CLOCK, ("The simulated camera has no clock to run by."), (nullptr));
     return GST_FLOW_ERROR;
   }
-  const ClockPair now = ReadClocks(clock);
+  SceneState& state = StateOf(source);
+  const bool isFirst = IsFirst(state);
+  const ClockPair now = isFirst ? ReadRunningClocks(clock) : ReadClocks(clock);
   gst_object_unref(clock);
   const GstClockTime baseTime = gst_element_get_base_time(GST_ELEMENT(source));
 
-  SceneState& state = StateOf(source);
   const std::lock_guard lock(state.mutex);
+  if (isFirst) AnchorToWallClock(state, now, baseTime);
   std::uint64_t frame = 0;
   const bool isLost = TakeFrameNumber(state, now.clock > baseTime ? now.clock - baseTime : 0, frame);
   if (isLost) GST_CAT_WARNING_OBJECT(Category(), source, "frames lost, downstream is too slow");
-  Stamp(state.settings, buffer, frame, isLost);
+  Stamp(state, buffer, frame, isLost);
   // The base class pushes the frame when the clock reaches its time stamp: this is the wall time that it will be then.
   const std::int64_t aheadNs = GST_CLOCK_DIFF(now.clock, baseTime + GST_BUFFER_PTS(buffer));
   return PaintInto(state, buffer, now.wallNs + aheadNs) ? GST_FLOW_OK : GST_FLOW_ERROR;

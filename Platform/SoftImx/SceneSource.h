@@ -20,8 +20,9 @@ struct SceneSettings {
 /// A new floating scene source. It is no element of the registry: only VideoSource makes one.
 ///
 /// A live GstPushSrc whose base class waits on the pipeline's clock, so that a state change interrupts it at once. One
-/// streaming thread calls it. Frame k has the running time k * denominator / numerator seconds exactly; sources of one
-/// pipeline thus share a grid, whatever moment each was started at.
+/// streaming thread calls it. Frames are denominator / numerator seconds apart exactly, on a grid that begins a
+/// millisecond behind a full second of CLOCK_REALTIME: sources of one pipeline thus share a grid (to the reading of two
+/// clocks), whatever moment each was started at, and at whole rates the flash begins in the frame of the full second.
 [[nodiscard]] GstElement* NewSceneSource(const SceneSettings& settings);
 
 }  // namespace SoftImx

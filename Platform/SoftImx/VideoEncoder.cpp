@@ -6,6 +6,7 @@
 
 #include <mutex>
 
+#include "SoftImx/CodecBin.h"
 #include "SoftImx/Handover.h"
 
 namespace SoftImx {
@@ -38,7 +39,7 @@ struct VideoEncoderClass {
 
 enum Property : guint { PropBitrate = 1, PropIdrInterval, PropGopSize };
 
-constexpr const char* ChildName = "codec";
+constexpr const char* CodecFactory = "x264enc";
 /// Without a profile x264enc takes the highest that downstream accepts, which is more than the unit's encoder writes.
 constexpr const char* OutputCaps =
     "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au, "
@@ -113,19 +114,6 @@ GstPadProbeReturn DropKeyRequest(GstPad*, GstPadProbeInfo* info, gpointer) noexc
   return isRequest ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
 }
 
-void AddGhost(GstElement* self, GstElement* child, const char* name) {
-  GstPad* target = gst_element_get_static_pad(child, name);
-  GstPadTemplate* padTemplate = gst_element_class_get_pad_template(GST_ELEMENT_GET_CLASS(self), name);
-  gst_element_add_pad(self, gst_ghost_pad_new_from_template(name, target, padTemplate));
-  gst_object_unref(target);
-}
-
-void AddProbe(GstElement* child, const char* padName, int type, GstPadProbeCallback callback, gpointer self) {
-  GstPad* pad = gst_element_get_static_pad(child, padName);
-  gst_pad_add_probe(pad, GstPadProbeType(type), callback, self, nullptr);
-  gst_object_unref(pad);
-}
-
 /// Options that hold whatever the properties say: no delay, one thread, no key frame but those of the interval. The
 /// preset is the slowest that leaves a desktop's processor to the rest: 1280x720 takes it some 3 ms a frame. The tune
 /// for low latency also makes rate control count frames rather than read time stamps, which may repeat.
@@ -138,19 +126,15 @@ void Configure(GstElement* codec) {
 }
 
 void ApplyBitrate(GstElement* self, guint bitrateKbps) {
-  GstElement* codec = gst_bin_get_by_name(GST_BIN(self), ChildName);
+  GstElement* codec = gst_bin_get_by_name(GST_BIN(self), CodecName);
   if (codec == nullptr) return;
   g_object_set(codec, "bitrate", bitrateKbps, nullptr);
   gst_object_unref(codec);
 }
 
 bool ApplySettings(GstElement* self) {
-  GstElement* codec = gst_bin_get_by_name(GST_BIN(self), ChildName);
-  if (codec == nullptr) {
-    GST_ELEMENT_ERROR(self, CORE, MISSING_PLUGIN, ("The encoder needs the element \"x264enc\", which is missing."),
-                      (nullptr));
-    return false;
-  }
+  GstElement* codec = GetCodec(self, CodecFactory);
+  if (codec == nullptr) return false;
   const EncoderSettings settings = Snapshot(self);
   g_object_set(codec, "bitrate", settings.bitrateKbps, "key-int-max", Interval(settings), nullptr);
   gst_object_unref(codec);
@@ -212,12 +196,6 @@ void InstallUint(GObjectClass* klass, Property id, const char* name, const char*
   g_object_class_install_property(klass, id, g_param_spec_uint(name, name, blurb, low, high, value, flags));
 }
 
-void AddTemplate(GstElementClass* klass, const char* name, GstPadDirection direction, const char* description) {
-  GstCaps* caps = gst_caps_from_string(description);
-  gst_element_class_add_pad_template(klass, gst_pad_template_new(name, direction, GST_PAD_ALWAYS, caps));
-  gst_caps_unref(caps);
-}
-
 void ClassInit(gpointer klass, gpointer) noexcept {
   GObjectClass* object = G_OBJECT_CLASS(klass);
   object->set_property = SetProperty;
@@ -238,16 +216,16 @@ void ClassInit(gpointer klass, gpointer) noexcept {
   element->change_state = ChangeState;
   gst_element_class_set_static_metadata(element, "H.264 encoder (software)", "Codec/Encoder/Video",
                                         "Encodes I420 frames to an H.264 byte stream, one access unit a frame", "Tavi");
-  AddTemplate(element, "sink", GST_PAD_SINK,
-              "video/x-raw, format=(string)I420, width=(int)[ 16, 8192, 2 ], height=(int)[ 16, 8192, 2 ], "
-              "framerate=(fraction)[ 0/1, max ]");
-  AddTemplate(element, "src", GST_PAD_SRC, OutputCaps);
+  AddPadTemplate(element, "sink", GST_PAD_SINK,
+                 "video/x-raw, format=(string)I420, width=(int)[ 16, 8192, 2 ], height=(int)[ 16, 8192, 2 ], "
+                 "framerate=(fraction)[ 0/1, max ]");
+  AddPadTemplate(element, "src", GST_PAD_SRC, OutputCaps);
 }
 
 void InstanceInit(GTypeInstance* instance, gpointer) noexcept {
   PublishState(reinterpret_cast<VideoEncoder*>(instance)->state, new EncoderState);
   GstElement* self = GST_ELEMENT(instance);
-  GstElement* codec = gst_element_factory_make("x264enc", ChildName);
+  GstElement* codec = gst_element_factory_make(CodecFactory, CodecName);
   if (codec == nullptr) return;  // Reported when the element is opened.
   GstElement* filter = gst_element_factory_make("capsfilter", nullptr);
   gst_util_set_object_arg(G_OBJECT(filter), "caps", OutputCaps);
@@ -257,8 +235,8 @@ void InstanceInit(GTypeInstance* instance, gpointer) noexcept {
   AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnOutput, self);
   AddProbe(codec, "src", GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, DropKeyRequest, self);
   AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, DropKeyRequest, self);
-  AddGhost(self, codec, "sink");
-  AddGhost(self, filter, "src");
+  AddGhostPad(self, codec, "sink");
+  AddGhostPad(self, filter, "src");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "KMedia/FFMpeg/FFMpeg.h"
 #include "Simulator/EncodedMaterial.h"
 #include "Support/Fixtures.h"
+#include "Support/SoundDecode.h"
 #include "Support/VideoDecode.h"
 
 namespace {
@@ -24,6 +25,7 @@ class MuxTest : public TempDirTest {
   bool Mux(const std::string& audio = "", float fps = 30.0F, const std::string& output = "out.mp4") {
     FFMpeg::FFmpefCfg config;
     config.fps = fps;
+    config.audioDelayNs = m_audioDelayNs;
     FFMpeg::SetPath(config.video, m_dir + "in.h264");
     FFMpeg::SetPath(config.audio, m_dir + audio);
     FFMpeg::SetPath(config.output, m_dir + output);
@@ -35,6 +37,8 @@ class MuxTest : public TempDirTest {
     const auto isProduct = [](const auto& entry) { return entry.path().stem() != "in"; };
     return std::count_if(std::filesystem::directory_iterator(m_dir), std::filesystem::directory_iterator(), isProduct);
   }
+
+  std::int64_t m_audioDelayNs = 0;
 };
 
 TEST_F(MuxTest, CarriesTheRateExactlyWithKeyFramesAndTheIndexInFront) {
@@ -65,6 +69,30 @@ TEST_F(MuxTest, CarriesTheRateExactlyWithKeyFramesAndTheIndexInFront) {
   EXPECT_NEAR(video.audioSeconds, 2.0, 0.1);
   EXPECT_TRUE(video.indexFirst);
   EXPECT_EQ(CountProducts(), 1);
+}
+
+// Catches sound that is pushed to the clip's start whatever its own start was.
+TEST_F(MuxTest, PlacesTheSoundByItsDelay) {
+  constexpr double FrameSeconds = 1152.0 / 44100;
+  WriteVideo(Join(EncodeH264(320, 176, 30, 30, 90)));
+  WriteBytes(m_dir + "in.mp3", EncodeMp3(3.0));
+  const double whole = DecodeSound(m_dir + "in.mp3").samples.size();
+  for (const double delay : {0.0, 0.31, -0.01, -0.5, -FrameSeconds}) {
+    SCOPED_TRACE(delay);
+    m_audioDelayNs = std::llround(delay * 1e9);
+    ASSERT_TRUE(Mux("in.mp3"));
+    const DecodedSound sound = DecodeSound(m_dir + "out.mp4");
+    const double left = std::ceil(std::max(-delay, 0.0) / FrameSeconds - 1e-6);  // frames before the video
+    EXPECT_NEAR(sound.startSeconds, delay + left * FrameSeconds, 1e-3);
+    EXPECT_NEAR(sound.samples.size(), whole - left * 1152, 1.0);
+    EXPECT_EQ(DecodeVideo(m_dir + "out.mp4").frames.front().seconds, 0.0);
+  }
+  for (const double delay : {-3600.0, 3600.0}) {
+    m_audioDelayNs = std::llround(delay * 1e9);
+    ASSERT_TRUE(Mux("in.mp3")) << "the video is worth having without it";
+    EXPECT_TRUE(DecodeSound(m_dir + "out.mp4").samples.empty());
+  }
+  EXPECT_EQ(CountLogged("there is no sound"), 2);
 }
 
 TEST_F(MuxTest, DeliversTheWholeFramesAndNoFileWithoutAny) {

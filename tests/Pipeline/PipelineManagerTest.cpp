@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fstream>
 
 #include "Ksystem/System/Reboot.h"
 #include "Pipeline/PipelineManager.h"
@@ -21,10 +22,10 @@ class PipelineManagerTest : public Tavi::Testing::MediaTest {};
 TEST_F(PipelineManagerTest, RingsHoldThirtyTwoSecondsOfTheirSource) {
   const PipelineConfig config = Tavi::Testing::BuildTestConfig();
   PipelineManager manager(config);
-  const std::pair<PipelineType, unsigned int> sizes[] = {{PipelineType::Camera0, 480},
-                                                         {PipelineType::Camera1, 960},
-                                                         {PipelineType::Preview0, 18},
-                                                         {PipelineType::Preview1, 18}};
+  const std::pair<PipelineType, unsigned int> sizes[] = {{PipelineType::Camera0, 480}, {PipelineType::Camera1, 960},
+                                                         {PipelineType::Audio, 1225},  {PipelineType::Gps, 32},
+                                                         {PipelineType::Acc, 320},     {PipelineType::Other, 32},
+                                                         {PipelineType::Preview0, 18}, {PipelineType::Preview1, 18}};
   for (const auto& [type, size] : sizes) {
     ASSERT_NE(manager.GetPipelineElement(type), nullptr);
     EXPECT_EQ(manager.GetPipelineElement(type)->GetRingSize(), size);
@@ -70,6 +71,44 @@ TEST_F(PipelineManagerTest, AnErrorRestartsTheUnitOnlyBetweenIgnitionOnAndOff) {
     manager.Stop();
     Ksystem::System::SetRebootHandler({});
   }
+}
+
+// Catches a missing card, bus or port that holds the cameras up, and a silent receiver that nobody notices.
+TEST_F(PipelineManagerTest, SensorsThatAreAbsentDoNotStopTheCamerasAndOnlyTheReceiverRestartsTheUnit) {
+  std::ofstream(m_dir + "no-card.conf") << "pcm.!default { type hw card 77 }\n";
+  setenv("ALSA_CONFIG_PATH", (m_dir + "no-card.conf").c_str(), 1);
+  std::atomic<int> reboots{0};
+  Ksystem::System::SetRebootHandler([&] { ++reboots; });
+  PipelineConfig config;
+  config.camera0.device = "sim:camera1";
+  config.camera1.device = "sim:camera0";
+  config.gps.path = m_dir + "none";
+  /// Lets each second of the supervision pass once the cameras have started.
+  class CamerasFirst final : public Kbase::Util::IClock {
+   public:
+    Milliseconds Now() override { return Steady().Now(); }
+    void Sleep(Milliseconds) override {
+      ++rounds;
+      for (const auto camera : {PipelineType::Camera0, PipelineType::Camera1}) {
+        EXPECT_TRUE(WaitUntil([&] { return manager->GetPipelineElement(camera)->IsDataAvailable(); }));
+      }
+    }
+    PipelineManager* manager = nullptr;
+    int rounds = 0;
+  } clock;
+  PipelineManager manager(config, clock);
+  clock.manager = &manager;
+  manager.RunIgnitionStart();
+  EXPECT_EQ(clock.rounds, 50);
+  EXPECT_EQ(reboots, 1);
+  EXPECT_EQ(CountLogged("cannot be started"), 1);
+  EXPECT_EQ(CountLogged("[ERROR][Tavi] Aquisition for gps cannot be started"), 1);
+  EXPECT_EQ(CountLogged("the microphone cannot be opened"), 1);
+  EXPECT_TRUE(WaitUntil([&] { return manager.GetPipelineElement(PipelineType::Other)->IsDataAvailable(); }));
+  EXPECT_FALSE(manager.GetPipelineElement(PipelineType::Audio)->IsDataAvailable());
+  manager.RunSigInt();
+  Ksystem::System::SetRebootHandler({});
+  unsetenv("ALSA_CONFIG_PATH");
 }
 
 TEST_F(PipelineManagerTest, ABranchWithoutItsPlugInIsSaidOnceAndNeverDelivers) {

@@ -76,7 +76,11 @@ TEST(Options, AMistakeIsOneLineThatSaysWhatWouldBeRight) {
       {{"--output", "x", "--device0", "/dev/video7", "--device1", "/dev/video7"},
        {"--device0", "--device1", "/dev/video7"}},
       {{"--output", "x", "--stream0", "--stream1", "--port0", "9", "--port1", "9"}, {"--port0", "--port1", "9"}},
-      {{"--output", "x", "--no-camera0", "--no-camera1"}, {"--no-camera0", "nothing is left"}},
+      {{"--output", "x", "--no-camera0", "--no-camera1", "--no-audio", "--no-gps", "--no-acc", "--no-metrics"},
+       {"--no-camera0", "nothing is left"}},
+      {{"--output", "x", "--gps-baud", "9601"}, {"--gps-baud", "9601", "4800,9600"}},
+      {{"--output", "x", "--audio-bitrate", "65"}, {"--audio-bitrate", "65", "64,80"}},
+      {{"--output", "x", "--gain", "-2"}, {"--gain", "\"-2\"", "-1 to "}},
   };
   for (const auto& c : cases) {
     const Parsed parsed = Parse(c.arguments);

@@ -189,13 +189,12 @@ TEST(Scene, TwoRatesKeepOneWallClock) {
   run.Stop();
   for (const auto& [name, fps, stamps, flashes] : cameras) {
     int starts = 0;
-    const guint64 first = (stamps[0] * fps + GST_SECOND / 2) / GST_SECOND;
     for (std::size_t i = 0; i < stamps.size(); ++i) {
-      EXPECT_EQ(stamps[i], gst_util_uint64_scale(first + i, GST_SECOND, fps));
+      EXPECT_NEAR(static_cast<double>(stamps[i] - stamps[0]), static_cast<double>(i) * GST_SECOND / fps, 1.0);
       if (i == 0 || !flashes[i] || flashes[i - 1]) continue;
       ++starts;
       const GstClockTime wallNs = stamps[i] + wallOffset + GST_MSECOND;  // Slack for the reading of two clocks.
-      EXPECT_LE(wallNs % GST_SECOND, GST_SECOND / fps + 2 * GST_MSECOND) << name << " flashes late";
+      EXPECT_LE(wallNs % GST_SECOND, 5 * GST_MSECOND) << name << " flashes late";
     }
     EXPECT_GE(starts, 2) << name;
   }

@@ -47,16 +47,22 @@ void DropDamagedTail(H264::AccessUnits& video, const std::string& path) {
       Tag, path + " ends within a frame: its last " + std::to_string(dropped) + " bytes are left out");
 }
 
+/// False when no frame of the sound falls into the video's time.
+bool IsHeard(const Soundtrack& sound, std::size_t videoFrames, FrameRate rate) {
+  const double endSeconds = static_cast<double>(videoFrames) * rate.denominator / rate.numerator;
+  return !sound.mp3.frames.empty() && static_cast<double>(sound.startSample) / sound.mp3.sampleRate < endSeconds;
+}
+
 bool SyncToDisk(const std::string& path) {
   auto file = Ksystem::FileUtils::UniqueFd::Open(path, O_RDONLY);
   return file.IsValid() && ::fsync(file.Get()) == 0 && file.Close();
 }
 
 /// Writes the MP4 aside and gives it its name once it is whole.
-bool WriteWhole(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio) {
+bool WriteWhole(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound) {
   const std::string aside = path + AsideSuffix;
   Mp4Writer writer;
-  if (!writer.Write(aside, video, rate, audio)) {
+  if (!writer.Write(aside, video, rate, sound)) {
     ::unlink(aside.c_str());
     return Fail("cannot mux into " + path + ": " + writer.GetError());
   }
@@ -99,13 +105,19 @@ bool FFMpeg::Mux(bool withAudio) {
   if (video.units.empty()) return Fail(std::string(m_config.video) + " holds no frame that a decoder could start with");
 
   MappedFile audioFile;
-  Mp3::Mp3Frames audio;
+  Soundtrack sound;
   if (withAudio) {
     if (!audioFile.Map(m_config.audio)) return FailWithErrno(std::string("cannot read ") + m_config.audio);
-    audio = Mp3::SplitMp3Frames(audioFile.GetBytes());
-    if (audio.frames.empty()) return Fail(std::string(m_config.audio) + " holds no MP3 frame");
+    sound.mp3 = Mp3::SplitMp3Frames(audioFile.GetBytes());
+    if (sound.mp3.frames.empty()) return Fail(std::string(m_config.audio) + " holds no MP3 frame");
+    sound.Delay(m_config.audioDelayNs);
   }
-  return WriteWhole(m_config.output, video, rate, withAudio ? &audio : nullptr);
+  const bool hasSound = withAudio && IsHeard(sound, video.units.size(), rate);
+  if (withAudio && !hasSound) {
+    Kbase::Klog::Logger::GetInstance().Warning(
+        Tag, std::string(m_config.audio) + " lies outside the time of " + m_config.video + ": there is no sound");
+  }
+  return WriteWhole(m_config.output, video, rate, hasSound ? &sound : nullptr);
 }
 
 }  // namespace KMedia

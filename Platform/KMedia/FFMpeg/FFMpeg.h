@@ -1,7 +1,7 @@
 // Muxes an H.264 stream, with or without MP3 sound, into an MP4 file.
 #pragma once
 
-#include <array>
+#include <cstdint>
 #include <string>
 
 namespace KMedia {
@@ -22,6 +22,9 @@ class FFMpeg {
     Path video{};
     Path audio{};
     Path output{};
+    /// How much later than the video the sound begins, in nanoseconds; negative when it begins earlier. What lies
+    /// before the first frame of video is left out, to a whole MP3 frame.
+    std::int64_t audioDelayNs = 0;
   };
 
   /// Copies `path` into one of the record's fields. False, with a line in the log, when it has no room for it.

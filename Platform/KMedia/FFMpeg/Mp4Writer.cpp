@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -21,6 +22,8 @@ constexpr std::size_t IndexBytesFixed = 16384;
 
 /// Moves the parser's complaints beyond every log level; this library has one line of its own for each failure.
 constexpr int SilentLogOffset = 100;
+
+constexpr std::int64_t NsPerSecond = 1'000'000'000;
 
 struct PictureSize {
   int width = 0;
@@ -73,6 +76,16 @@ FrameRate FrameRate::FromFps(float fps) {
   return thousandths > 0 ? FrameRate{thousandths, 1000} : FrameRate{};
 }
 
+void Soundtrack::Delay(std::int64_t delayNs) {
+  if (mp3.sampleRate <= 0 || mp3.samplesPerFrame <= 0) return;
+  startSample = av_rescale(delayNs, mp3.sampleRate, NsPerSecond);
+  if (startSample >= 0) return;
+  const std::int64_t early = (mp3.samplesPerFrame - 1 - startSample) / mp3.samplesPerFrame;
+  const auto dropped = std::min(early, static_cast<std::int64_t>(mp3.frames.size()));
+  mp3.frames.erase(mp3.frames.begin(), mp3.frames.begin() + dropped);
+  startSample += dropped * mp3.samplesPerFrame;
+}
+
 Mp4Writer::~Mp4Writer() {
   av_packet_free(&m_packet);
   if (m_context == nullptr) return;
@@ -88,10 +101,10 @@ bool Mp4Writer::Fail(const std::string& action, int error) {
 }
 
 bool Mp4Writer::Write(const std::string& path, const H264::AccessUnits& video, FrameRate rate,
-                      const Mp3::Mp3Frames* audio) {
-  const std::size_t samples = video.units.size() + (audio != nullptr ? audio->frames.size() : 0);
-  return Open(path) && AddVideo(video, rate) && (audio == nullptr || AddAudio(*audio)) &&
-         WriteHeader(samples, video.parameterSets.size()) && WriteSamples(video, rate, audio) && Close();
+                      const Soundtrack* sound) {
+  const std::size_t samples = video.units.size() + (sound != nullptr ? sound->mp3.frames.size() : 0);
+  return Open(path) && AddVideo(video, rate) && (sound == nullptr || AddAudio(sound->mp3)) &&
+         WriteHeader(samples, video.parameterSets.size()) && WriteSamples(video, rate, sound) && Close();
 }
 
 bool Mp4Writer::Open(const std::string& path) {
@@ -142,39 +155,42 @@ bool Mp4Writer::WriteHeader(std::size_t samples, std::size_t parameterSetBytes) 
   return error >= 0 ? true : Fail("write the header", error);
 }
 
-bool Mp4Writer::WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Mp3::Mp3Frames* audio) {
-  const auto videoCount = static_cast<std::int64_t>(video.units.size());
-  const auto audioCount = audio != nullptr ? static_cast<std::int64_t>(audio->frames.size()) : 0;
-  std::int64_t nextVideo = 0;
-  std::int64_t nextAudio = 0;
-  while (nextVideo < videoCount || nextAudio < audioCount) {
+bool Mp4Writer::WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound) {
+  const auto videoTime = [&](std::size_t n) {
+    return av_rescale_q(static_cast<std::int64_t>(n), {rate.denominator, rate.numerator}, m_video->time_base);
+  };
+  const auto soundTime = [&](std::size_t n) {
+    const std::int64_t sample = sound->startSample + static_cast<std::int64_t>(n) * sound->mp3.samplesPerFrame;
+    return av_rescale_q(sample, {1, sound->mp3.sampleRate}, m_audio->time_base);
+  };
+  const std::size_t videoCount = video.units.size();
+  const std::size_t soundCount = sound != nullptr ? sound->mp3.frames.size() : 0;
+  std::size_t v = 0;
+  std::size_t s = 0;
+  while (v < videoCount || s < soundCount) {
     // In order of time, so that a player reads the file from front to back.
-    const bool videoFirst =
-        nextAudio == audioCount || (nextVideo < videoCount && nextVideo * rate.denominator * audio->sampleRate <=
-                                                                  nextAudio * audio->samplesPerFrame * rate.numerator);
-    if (videoFirst) {
-      const auto& unit = video.units[static_cast<std::size_t>(nextVideo)];
-      if (!WriteSample(m_video, unit.bytes, nextVideo++, rate.denominator, rate.numerator, unit.isIdr)) return false;
-    } else {
-      const auto& frame = audio->frames[static_cast<std::size_t>(nextAudio)];
-      if (!WriteSample(m_audio, frame, nextAudio++, audio->samplesPerFrame, audio->sampleRate, true)) return false;
-    }
+    const bool videoFirst = s == soundCount || (v < videoCount && av_compare_ts(videoTime(v), m_video->time_base,
+                                                                                soundTime(s), m_audio->time_base) <= 0);
+    const bool written =
+        videoFirst ? WriteSample(m_video, video.units[v].bytes, videoTime(v), videoTime(v + 1), video.units[v].isIdr)
+                   : WriteSample(m_audio, sound->mp3.frames[s], soundTime(s), soundTime(s + 1), true);
+    if (!written) return false;
+    ++(videoFirst ? v : s);
   }
   return true;
 }
 
-/// Sample `number` of a stream whose samples last `unit` / `perSecond` seconds each.
-bool Mp4Writer::WriteSample(AVStream* stream, std::span<const std::uint8_t> bytes, std::int64_t number, int unit,
-                            int perSecond, bool key) {
-  const AVRational interval{unit, perSecond};
+/// One sample that lasts from `time` to `nextTime`, in units of the stream's time base.
+bool Mp4Writer::WriteSample(AVStream* stream, std::span<const std::uint8_t> bytes, std::int64_t time,
+                            std::int64_t nextTime, bool key) {
   // libavformat does not write into a packet's data; it only has no const for it.
   m_packet->data = const_cast<std::uint8_t*>(bytes.data());
   m_packet->size = static_cast<int>(bytes.size());
   m_packet->stream_index = stream->index;
   m_packet->flags = key ? AV_PKT_FLAG_KEY : 0;
-  m_packet->pts = av_rescale_q(number, interval, stream->time_base);
-  m_packet->dts = m_packet->pts;
-  m_packet->duration = av_rescale_q(number + 1, interval, stream->time_base) - m_packet->pts;
+  m_packet->pts = time;
+  m_packet->dts = time;
+  m_packet->duration = nextTime - time;
   const int error = av_write_frame(m_context, m_packet);
   m_packet->data = nullptr;
   m_packet->size = 0;

@@ -9,6 +9,8 @@
 
 namespace Kdevice::I2C {
 
+class KernelBus;
+
 /// Bus `bus` of the kernel (/dev/i2c-<bus>), opened at the first transfer and again after it went away. Thread-bound.
 class I2c {
  public:
@@ -28,9 +30,11 @@ class I2c {
   I2c& operator=(const I2c&) = delete;
 
  private:
-  int m_bus;
-  /// What the last transfer went to.
-  std::shared_ptr<I2cBus> m_target;
+  bool Transfer(std::uint8_t address, std::span<const std::uint8_t> out, std::span<std::uint8_t> in);
+
+  const int m_bus;
+  /// Made when the first transfer goes to the kernel.
+  std::unique_ptr<KernelBus> m_kernel;
 };
 
 }  // namespace Kdevice::I2C

@@ -1,0 +1,25 @@
+// The system metrics: their sampling and the ring of samples.
+#include "Other/OtherPipelineElement.h"
+
+#include <memory>
+
+#include "Other/OtherPipelineCbElement.h"
+#include "Pipeline/Log.h"
+
+namespace Tavi::Other {
+
+OtherPipelineElement::OtherPipelineElement(const OtherConfig& config, int ringSize)
+    : GstOtherPipelineElement(config), IPipelineElement(ringSize) {}
+
+OtherPipelineElement::~OtherPipelineElement() {
+  StopTimer();
+}
+
+void OtherPipelineElement::SetFrame(GstBuffer* buffer) {
+  if (buffer == nullptr) return;
+  const std::uint64_t id = GetCurrentFrameId() + 1;
+  AddNext(std::make_shared<OtherPipelineCbElement>(id, buffer));
+  if (id == 0) Log::Info("Aquisition (other) has been started");
+}
+
+}  // namespace Tavi::Other

@@ -1,0 +1,63 @@
+// The mean of the last values of a series.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace Kbase::Util {
+
+/// The mean of the last `size` values, kept as a running sum. Thread-safe; allocates at construction only.
+///
+/// The sum is T's: nothing drifts where all sums of a window are exact in T, as with native accelerations (whole
+/// numbers of 1/16 to 1/64 g, 61 of them, in the 24 bits of a float). Other values leave a rounding error behind each
+/// time: 8e-5 at worst after 8.64 million floats around 1.
+template <class T>
+class MovingAverage {
+ public:
+  /// `size` is at least one.
+  explicit MovingAverage(std::int32_t size) : m_size(std::max(size, 1)), m_values(static_cast<std::size_t>(m_size)) {}
+
+  /// Adds `value`, in place of the oldest one once the window is full. The mean with it.
+  T Add(T value) {
+    const std::lock_guard lock(m_mutex);
+    T& slot = m_values[m_next];
+    if (m_count == m_size) {
+      m_sum = (value - slot) + m_sum;
+    } else {
+      ++m_count;
+      m_sum += value;
+    }
+    slot = value;
+    m_next = m_next + 1 == m_values.size() ? 0 : m_next + 1;
+    return Mean();
+  }
+
+  /// 0 without values.
+  [[nodiscard]] T GetAverage() const {
+    const std::lock_guard lock(m_mutex);
+    return Mean();
+  }
+
+  void Clear() {
+    const std::lock_guard lock(m_mutex);
+    m_count = 0;
+    m_sum = T{};
+    m_next = 0;
+  }
+
+ private:
+  [[nodiscard]] T Mean() const { return m_count == 0 ? T{} : m_sum / static_cast<T>(m_count); }
+
+  const std::int32_t m_size;
+  std::int32_t m_count = 0;
+  T m_sum{};
+  /// A ring; m_next is the slot of the next value, which in a full window is that of the oldest.
+  std::vector<T> m_values;
+  mutable std::mutex m_mutex;
+  std::size_t m_next = 0;
+};
+
+}  // namespace Kbase::Util

@@ -1,0 +1,38 @@
+// A periodic call on a thread of its own.
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include "Kbase/Interfaces/IThread.h"
+
+namespace Kbase::Util {
+
+/// Calls back once a period, first one period after construction, until it is destroyed. The calls keep to the grid of
+/// the steady clock: a late one does not delay those after it, and calls that were missed altogether are not made up.
+class Timer final : public Interfaces::IThread {
+ public:
+  using Callback = std::function<void(Timer*)>;
+
+  /// Starts at once. `callback` is called on the timer's thread "TIMER"; `context` is borrowed and handed out by
+  /// GetContext. `stackBytes` is what the callback needs of its thread's stack: the unit's toolkit makes the stack that
+  /// size, while the threads here have the system's default, which is far more.
+  Timer(int periodMs, Callback callback, void* context, int stackBytes);
+  /// Waits for the call under way.
+  ~Timer() override;
+
+  [[nodiscard]] void* GetContext() const { return m_context; }
+
+ protected:
+  void Run() override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const std::chrono::milliseconds m_period;
+  const Callback m_callback;
+  void* const m_context;
+  Clock::time_point m_next;
+};
+
+}  // namespace Kbase::Util

@@ -1,0 +1,33 @@
+// Accelerations: native bytes to g and back.
+#include "Kbase/UtilAcc/UtilAcc.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Kbase::UtilAcc {
+namespace {
+
+using Native = std::numeric_limits<signed char>;
+
+int GetUnitsPerG(unsigned char scale) {
+  return scale == 0 ? 0 : 128 / scale;
+}
+
+}  // namespace
+
+float AccNativeToFloat(unsigned char native, unsigned char scale) {
+  const int unitsPerG = GetUnitsPerG(scale);
+  if (unitsPerG == 0) return 0.0F;
+  return static_cast<float>(static_cast<signed char>(native)) / static_cast<float>(unitsPerG);
+}
+
+unsigned char AccFloatToNative(float g, unsigned char scale) {
+  if (std::isnan(g)) return 0;
+  const int unitsPerG = GetUnitsPerG(scale);
+  if (unitsPerG == 0) return 0;
+  const float native = std::clamp(g * static_cast<float>(unitsPerG), float{Native::min()}, float{Native::max()});
+  return static_cast<unsigned char>(static_cast<signed char>(std::lround(native)));
+}
+
+}  // namespace Kbase::UtilAcc

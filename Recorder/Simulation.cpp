@@ -1,0 +1,15 @@
+// The recorder in the simulated car.
+#include "Recorder/Simulation.h"
+
+namespace Tavi::Recorder {
+
+std::unique_ptr<Simulator::SimulatedCar> BoardSimulatedCar(Pipeline::PipelineConfig& config) {
+  auto car = std::make_unique<Simulator::SimulatedCar>(Simulator::SimulatedCarConfig{config.gps.rate, {}});
+  // Named after the files that their pictures end up in.
+  config.camera0.device = "sim:camera1";
+  config.camera1.device = "sim:camera0";
+  if (config.gps.path.empty()) config.gps.path = car->GetGpsPath();
+  return car;
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,128 @@
+// The microphone's branch on the simulated sound card, and what its collector makes of the ring.
+#include <alsa/asoundlib.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "Audio/AudioPipelineCbElement.h"
+#include "Audio/AudioPipelineCollect.h"
+#include "Audio/AudioPipelineElement.h"
+#include "KMedia/Alsa/AudioGain.h"
+#include "KMedia/Mp3/Mp3Frames.h"
+#include "Pipeline/BufferMap.h"
+#include "Simulator/SimulatedCar.h"
+#include "Support/Media.h"
+
+namespace {
+
+using namespace Tavi::Audio;
+using Tavi::GstUtil::BufferMap;
+using Tavi::Testing::WaitUntil;
+
+class AudioTest : public Tavi::Testing::MediaTest {
+ protected:
+  using Element = Kbase::Pipeline::IPipelineElement;
+
+  static void Feed(Element& ring, int entries) {
+    for (int i = 0; i < entries; ++i) {
+      const std::uint64_t id = ring.GetCurrentFrameId() + 1;
+      ring.AddNext(std::make_shared<AudioPipelineCbElement>(
+          id, Tavi::Testing::MakeBuffer(Tavi::Testing::EntryText(id), id * GST_MSECOND)));
+    }
+  }
+};
+
+// Catches frames that are split or joined, a bit rate that is not the one asked for, sound that passes a closed gate,
+// and time stamps that jump or stand.
+TEST_F(AudioTest, EachEntryIsOneMp3FrameOfTheAskedRateAndOnlyWhileStarted) {
+  const Tavi::Simulator::SimulatedCar car;
+  ASSERT_EQ(car.GetProblem(), "");
+  for (const int kilobits : {64, 128}) {
+    GstElement* pipeline = gst_pipeline_new(nullptr);
+    AudioConfig config;
+    config.bitrate = kilobits;
+    AudioPipelineElement audio(pipeline, config, 100);
+    ASSERT_NE(gst_element_set_state(pipeline, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(audio.IsDataAvailable()) << "it is not started";
+    audio.Start();
+    const auto seconds = [&](double s) { return audio.IsDataAvailable() && audio.GetCurrentFrameId() > 38.3 * s; };
+    ASSERT_TRUE(WaitUntil([&] { return seconds(0.7); }));
+    audio.Stop();
+    audio.Start();
+    ASSERT_TRUE(WaitUntil([&] { return seconds(1.2); }));
+    audio.Stop();
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    double before = 0.0;
+    for (unsigned int i = 1; i < 26; ++i) {
+      const auto entry = audio.GetElementAt(i);
+      const auto& frame = dynamic_cast<const AudioPipelineCbElement&>(*entry);
+      const BufferMap map(&frame);
+      const auto split = KMedia::Mp3::SplitMp3Frames(map.GetBytes());
+      EXPECT_EQ(split.frames.size(), 1U);
+      EXPECT_EQ(split.sampleRate, 44100);
+      EXPECT_NEAR(static_cast<double>(map.GetBytes().size()), kilobits * 1000 / 8.0 * 1152 / 44100, 1.0);
+      const auto pts = static_cast<double>(GST_BUFFER_PTS(frame.buffer));
+      EXPECT_NEAR(pts - before, i > 2 ? 1152e9 / 44100 : pts - before, 5e6);
+      before = pts;
+    }
+    gst_object_unref(pipeline);
+  }
+  EXPECT_EQ(CountLogged("Aquisition for audio has been started"), 2) << "once a ring";
+}
+
+// Catches a gain that is not applied (0 among them), one that is although the mixer is to be left alone, and one that
+// is lost without a word.
+TEST_F(AudioTest, TheGainGoesToTheCardBeforeTheCapture) {
+  const auto levelOf = [](int gainLevel) {
+    AudioConfig config;
+    config.gainLevel = gainLevel;
+    AudioPipelineElement audio(config, 10);
+    snd_ctl_t* control = nullptr;
+    EXPECT_EQ(snd_ctl_open(&control, "default", 0), 0);
+    snd_ctl_elem_value_t* value = nullptr;
+    snd_ctl_elem_value_alloca(&value);
+    snd_ctl_elem_value_set_interface(value, SND_CTL_ELEM_IFACE_MIXER);
+    snd_ctl_elem_value_set_name(value, "Capture Volume");
+    EXPECT_EQ(snd_ctl_elem_read(control, value), 0);
+    snd_ctl_close(control);
+    return snd_ctl_elem_value_get_integer(value, 0);
+  };
+  {
+    const Tavi::Simulator::SimulatedCar car;
+    EXPECT_EQ(levelOf(70), 70);
+    EXPECT_EQ(levelOf(-1), 70);
+    EXPECT_EQ(levelOf(0), 0);
+    EXPECT_EQ(levelOf(1000), 100);
+    EXPECT_EQ(CountLogged("the capture gain 1000 is outside the card's scale of 0 to 100: 100 is set"), 1);
+    EXPECT_EQ(levelOf(50), 50);
+  }
+  std::ofstream(m_dir + "no-card.conf") << "ctl.!default { type hw card 77 }\n";
+  setenv("ALSA_CONFIG_PATH", (m_dir + "no-card.conf").c_str(), 1);
+  EXPECT_FALSE(KMedia::Alsa::ChangeAudioGainLevel(5));
+  EXPECT_EQ(CountLogged("cannot set the capture gain: the default card has no mixer"), 1);
+  unsetenv("ALSA_CONFIG_PATH");
+}
+
+TEST_F(AudioTest, APreviewsSoundEndsWhereTheRingDoesAndForeignEntriesAreRefused) {
+  Tavi::Testing::TestRing ring(300, 38.3F);
+  Feed(ring, 240);
+  AudioPipelineCollect collect(&ring, false);
+  const auto preview = [&](unsigned int start, int seconds) {
+    collect.CollectPreview(m_dir + "p.mp3", start, seconds);
+    return Tavi::Testing::ReadFile(m_dir + "p.mp3");
+  };
+  std::string expected;
+  for (std::uint64_t id = 5; id < 5 + 229; ++id) expected += Tavi::Testing::EntryText(id);
+  EXPECT_EQ(preview(5, 6), expected) << "6 s are 229 frames";
+  EXPECT_EQ(preview(238, 6), "<238><239>");
+  const long descriptors = CountDescriptors();
+  EXPECT_EQ(preview(5, 0), "");
+  EXPECT_TRUE(std::filesystem::exists(m_dir + "p.mp3"));
+  Tavi::GstUtil::GstPipelineCbElement foreign(0, Tavi::Testing::MakeBuffer("x", 0), "video");
+  AudioPipelineCbElement none(0, nullptr);
+  EXPECT_FALSE(collect.Write(stdout, &foreign) || collect.Write(stdout, &none) || collect.Write(stdout, nullptr));
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+// One event of all six sources in the simulated car, looked at as a person would.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <future>
+#include <nlohmann/json.hpp>
+
+#include "Pipeline/PipelineManager.h"
+#include "PipelineCollect/PipelineCollectManager.h"
+#include "Simulator/SimulatedCar.h"
+#include "Support/Media.h"
+#include "Support/SoundDecode.h"
+#include "Support/VideoDecode.h"
+
+namespace {
+
+using namespace Tavi::Pipeline;
+using namespace Tavi::PipelineCollect;
+using namespace Tavi::Testing;
+
+constexpr int Seconds = 6;
+
+class CarTest : public MediaTest {
+ protected:
+  PipelineConfig Boarded() const {
+    PipelineConfig config;
+    config.camera0.device = "sim:camera1";
+    config.camera1.device = "sim:camera0";
+    config.gps.path = m_car.GetGpsPath();
+    return config;
+  }
+  static bool WaitForSeconds(PipelineManager& manager, int seconds) {
+    return WaitUntil([&] {
+      for (const auto type : {PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio, PipelineType::Gps,
+                              PipelineType::Acc, PipelineType::Other}) {
+        auto* ring = manager.GetPipelineElement(type);
+        if (!ring->IsDataAvailable()) return false;
+        if (ring->GetCurrentFrameId() + 1 < static_cast<std::uint64_t>(seconds * ring->GetFps())) return false;
+      }
+      return true;
+    });
+  }
+  PipelineCollectOutput CollectOne(PipelineManager& manager, bool cr) const {
+    PipelineCollectManagerConfig config;
+    config.pipelineManager = &manager;
+    config.workDir = m_dir;
+    config.backupDir = m_dir + "backup/";
+    config.cr = cr;
+    PipelineCollectManager collect(config);
+    PipelineCollectInput input{-4, Seconds, false, m_dir + "event", false};
+    PipelineCollectOutput output;
+    EXPECT_TRUE(collect.Collect(input, output));
+    return output;
+  }
+  /// How far each time of `some` lies from the nearest of `others`, the edges of the clip left out.
+  static void ExpectTogether(const std::vector<double>& some, const std::vector<double>& others) {
+    int compared = 0;
+    for (const double time : some) {
+      if (time < 0.2 || time > Seconds - 0.2) continue;
+      double nearest = 1.0;
+      for (const double other : others) nearest = std::min(nearest, std::abs(time - other));
+      EXPECT_LE(nearest, 0.05) << "at " << time;
+      ++compared;
+    }
+    EXPECT_GE(compared, Seconds - 2);
+  }
+  static std::size_t CountSentences(const std::string& gps) {
+    std::size_t count = 0;
+    for (std::size_t pos = 0; pos + 4 <= gps.size(); ++count) {
+      const auto length = static_cast<unsigned char>(gps[pos]);
+      EXPECT_EQ(gps.compare(pos + 4, 7, "$GPRMC,"), 0);
+      pos += 4U + length;
+      EXPECT_LE(pos, gps.size());
+    }
+    return count;
+  }
+
+  const Tavi::Simulator::SimulatedCar m_car;
+};
+
+// Catches sound that is aligned to one camera only, or to none; windows of the wrong length; summaries of another
+// event.
+TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
+  ASSERT_EQ(m_car.GetProblem(), "");
+  PipelineManager manager(Boarded());
+  manager.RunIgnitionStart();
+  ASSERT_TRUE(WaitForSeconds(manager, 6));  // more than the window reaches back, a key frame's second included
+  auto beside = std::async(std::launch::async, [&] { return CollectOne(manager, true); });
+  const auto output = CollectOne(manager, false);
+  const auto second = beside.get();
+  manager.RunIgnitionOff();
+  manager.RunSigInt();
+
+  for (const auto type : {PipelineCollectType::VideoCamera0, PipelineCollectType::VideoCamera1}) {
+    SCOPED_TRACE(GetPipelineCollectTypeName(type));
+    const auto flashes = FindFlashes(DecodeVideo(output.GetOutputPath(type)));
+    const auto sound = DecodeSound(output.GetOutputPath(type));
+    EXPECT_GE(sound.startSeconds, 0.0);
+    EXPECT_NEAR(static_cast<double>(sound.samples.size()) / sound.sampleRate, Seconds, 0.6);
+    ExpectTogether(flashes, FindTicks(sound));
+    ExpectTogether(FindTicks(sound), flashes);
+  }
+  const auto read = [](const PipelineCollectOutput& event, PipelineCollectType type) {
+    return ReadFile(event.GetOutputPath(type));
+  };
+  EXPECT_EQ(CountSentences(read(output, PipelineCollectType::Gps)), Seconds) << "a second less than the rest";
+  EXPECT_EQ(nlohmann::json::parse(read(output, PipelineCollectType::Other)).size(), Seconds);
+  EXPECT_EQ(read(output, PipelineCollectType::Acc).size(), (Seconds * 10 + 1) * 34U);
+  EXPECT_EQ(read(second, PipelineCollectType::Acc).size(), ((Seconds - 3) * 10 + 1) * 34U);
+  EXPECT_EQ(CountSentences(read(second, PipelineCollectType::Gps)), Seconds);
+  EXPECT_GT(output.maxSpeed, 1.0);
+  EXPECT_LT(output.maxSpeed, 70.0);
+  EXPECT_GT(output.maxG, 0.05);
+  EXPECT_LT(output.maxG, 1.5);
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+// The simulated microphone as ALSA's default device, through the configuration that the car writes.
+#include <alsa/asoundlib.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "Simulator/SimulatedCar.h"
+#include "Support/Fixtures.h"
+
+namespace Tavi::Simulator {
+namespace {
+
+constexpr unsigned Rate = 44100;
+constexpr int Period = 441;
+
+double Seconds(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+class AlsaTickTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(m_car.GetProblem(), "");
+    ASSERT_EQ(snd_pcm_open(&m_pcm, "default", SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK), 0);
+    ASSERT_EQ(snd_pcm_nonblock(m_pcm, 0), 0);
+    Configure();
+  }
+  void TearDown() override {
+    if (m_pcm != nullptr) snd_pcm_close(m_pcm);
+    snd_config_update_free_global();
+  }
+
+  /// Periods of 10 ms in a buffer of 200 ms and a wake-up for each, as GStreamer asks for.
+  void Configure() {
+    snd_pcm_hw_params_t* hardware = nullptr;
+    snd_pcm_hw_params_alloca(&hardware);
+    snd_pcm_hw_params_any(m_pcm, hardware);
+    ASSERT_EQ(snd_pcm_hw_params_set_access(m_pcm, hardware, SND_PCM_ACCESS_RW_INTERLEAVED), 0);
+    ASSERT_EQ(snd_pcm_hw_params_set_format(m_pcm, hardware, SND_PCM_FORMAT_S16_LE), 0);
+    ASSERT_EQ(snd_pcm_hw_params_set_channels(m_pcm, hardware, 1), 0);
+    ASSERT_EQ(snd_pcm_hw_params_set_rate(m_pcm, hardware, Rate, 0), 0);
+    ASSERT_EQ(snd_pcm_hw_params_set_period_size(m_pcm, hardware, Period, 0), 0);
+    ASSERT_EQ(snd_pcm_hw_params_set_buffer_size(m_pcm, hardware, 20 * Period), 0);
+    ASSERT_EQ(snd_pcm_hw_params(m_pcm, hardware), 0);
+  }
+
+  SimulatedCar m_car;
+  snd_pcm_t* m_pcm = nullptr;
+};
+
+TEST_F(AlsaTickTest, DeliversAtTheClocksPaceWithTicksOnFullSeconds) {
+  std::vector<std::int16_t> samples(Rate * 22 / 10);
+  const double start = Seconds(CLOCK_MONOTONIC);
+  const double wallStart = Seconds(CLOCK_REALTIME);
+  ASSERT_EQ(snd_pcm_start(m_pcm), 0);
+  const double startTook = Seconds(CLOCK_REALTIME) - wallStart;
+  for (std::size_t at = 0; at < samples.size();) {
+    const auto got = snd_pcm_readi(m_pcm, &samples[at], std::min<std::size_t>(Period, samples.size() - at));
+    ASSERT_GT(got, 0) << snd_strerror(static_cast<int>(got));
+    at += static_cast<std::size_t>(got);
+  }
+  EXPECT_NEAR(Seconds(CLOCK_MONOTONIC) - start, 2.2, 0.1);
+  int ticks = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    if (std::abs(samples[i]) < 1000) continue;
+    const double wall = wallStart + static_cast<double>(i) / Rate;
+    EXPECT_NEAR(wall, std::round(wall), 0.001 + startTook) << "onset of tick " << ticks;
+    ++ticks;
+    i += Rate / 10;
+  }
+  EXPECT_GE(ticks, 2);
+}
+
+/// GStreamer's clock: what one thread has read plus what waits for it, asked for by another while it waits.
+TEST_F(AlsaTickTest, ReadAndWaitingFramesTogetherFollowTheClock) {
+  std::atomic<bool> isEnding = false;
+  std::atomic<long> taken = 0;
+  std::jthread reader([&] {
+    std::vector<std::int16_t> samples(Period);
+    while (!isEnding) taken += snd_pcm_readi(m_pcm, samples.data(), samples.size());
+  });
+  ASSERT_TRUE(Testing::WaitUntil([&] { return taken > 0; }));
+  std::vector<double> offsets;
+  for (int i = 0; i < 300; ++i) {
+    snd_pcm_sframes_t delay = 0;
+    EXPECT_EQ(snd_pcm_delay(m_pcm, &delay), 0);
+    offsets.push_back(static_cast<double>(taken + delay) / Rate - Seconds(CLOCK_MONOTONIC));
+    usleep(3300);
+  }
+  isEnding = true;
+  // Some readings fall between the end of a read and its counting.
+  std::sort(offsets.begin(), offsets.end());
+  EXPECT_LT(offsets[285] - offsets[15], 0.002);
+}
+
+TEST_F(AlsaTickTest, ALateReaderIsToldAndCanGoOn) {
+  std::vector<std::int16_t> samples(Period);
+  ASSERT_EQ(snd_pcm_readi(m_pcm, samples.data(), samples.size()), Period);
+  usleep(300'000);
+  EXPECT_EQ(snd_pcm_wait(m_pcm, 1000), -EPIPE);
+  EXPECT_EQ(snd_pcm_readi(m_pcm, samples.data(), samples.size()), -EPIPE);
+  EXPECT_EQ(snd_pcm_state(m_pcm), SND_PCM_STATE_XRUN);
+  ASSERT_EQ(snd_pcm_prepare(m_pcm), 0);
+  const double start = Seconds(CLOCK_MONOTONIC);
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(snd_pcm_readi(m_pcm, samples.data(), samples.size()), Period);
+  EXPECT_NEAR(Seconds(CLOCK_MONOTONIC) - start, 0.2, 0.05);
+}
+
+}  // namespace
+}  // namespace Tavi::Simulator
