@@ -2,12 +2,11 @@
 #include "Accel/AccPipelineCollect.h"
 
 #include <cmath>
-#include <cstring>
 
 #include "Accel/AccPipelineCbElement.h"
 #include "Kbase/UtilAcc/UtilAcc.h"
 #include "Ksystem/FileUtils/Kfile.h"
-#include "Pipeline/GstRef.h"
+#include "Pipeline/BufferMap.h"
 
 namespace Tavi::Accel {
 
@@ -17,17 +16,6 @@ using Tavi::PipelineCollect::PipelineCollectType;
 namespace {
 
 constexpr std::size_t Axes = 3;
-
-/// False when the buffer cannot be read or is no such record.
-bool ReadRecord(GstBuffer* buffer, AccDataPak& record) {
-  const auto hold = GstUtil::GstRef<GstBuffer>::Share(buffer);
-  GstMapInfo map;
-  if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return false;
-  const bool isRecord = map.data != nullptr && map.size >= sizeof record;
-  if (isRecord) std::memcpy(&record, map.data, sizeof record);
-  gst_buffer_unmap(buffer, &map);
-  return isRecord;
-}
 
 }  // namespace
 
@@ -54,12 +42,10 @@ void AccPipelineCollect::CopyTo(CollectBase* target) {
 }
 
 bool AccPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) {
-  const auto* block = dynamic_cast<const AccPipelineCbElement*>(entry);
-  AccDataPak record;
-  if (file == nullptr || block == nullptr || !GstUtil::IsUsable(block->buffer) || !ReadRecord(block->buffer, record)) {
-    return false;
-  }
-  const Native native = ConvertBack(record);
+  const GstUtil::BufferMap map(dynamic_cast<const AccPipelineCbElement*>(entry));
+  const auto* record = map.GetRecord<AccDataPak>();
+  if (file == nullptr || record == nullptr) return false;
+  const Native native = ConvertBack(*record);
   return Kfile::WriteInt(static_cast<std::int32_t>(native.size()), file) &&
          Kfile::Write(native.data(), native.size(), file);
 }

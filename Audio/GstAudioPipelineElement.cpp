@@ -1,6 +1,8 @@
 // The GStreamer branch of the microphone.
 #include "Audio/GstAudioPipelineElement.h"
 
+#include <algorithm>
+
 #include "KMedia/Alsa/AudioGain.h"
 #include "Pipeline/AppSink.h"
 #include "Pipeline/BranchParts.h"
@@ -13,6 +15,7 @@ using GstUtil::GstRef;
 namespace {
 
 constexpr int UntouchedGain = -1;
+constexpr float MicrosecondsPerSecond = 1e6F;
 
 /// Opens the sound card once, as the pipeline's start will do. A card that is not there would fail that start as a
 /// whole, cameras included.
@@ -44,6 +47,9 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   GstElement* sink = parts.Make("appsink");
   GstElement* encoder = parts.Make("imxmp3audioenc");
   if (!parts.IsComplete()) return;
+  // One MP3 frame at a time: the usual 10 ms would wake three threads that find nothing to encode.
+  g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
+               nullptr);
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
   GstUtil::AddToBin(GST_BIN(pipeline), {source, encoder, sink});
   GstUtil::LinkChain({source, encoder, sink});

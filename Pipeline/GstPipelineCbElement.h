@@ -3,6 +3,7 @@
 
 #include <gst/gst.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -18,11 +19,16 @@ class GstPipelineCbElement : public Kbase::Pipeline::IPipelineCbElement {
   GstPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, std::string sourceName);
   ~GstPipelineCbElement() override;
 
+  /// How long ago the entry was made, to some 4 ms.
+  [[nodiscard]] std::chrono::milliseconds GetAge() const;
   /// False for a buffer that cannot be decoded on its own, and for an entry without a buffer.
   [[nodiscard]] bool IsKeyFrame() const override;
 
   GstBuffer* const buffer;
   const std::string name;
+
+ private:
+  const std::chrono::nanoseconds m_madeAt;
 };
 
 /// True when `buffer` is there and still referenced.

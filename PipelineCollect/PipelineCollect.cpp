@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "Pipeline/GstPipelineCbElement.h"
 #include "Pipeline/Log.h"
 
@@ -37,6 +39,12 @@ std::optional<std::uint64_t> TimestampOf(const Kbase::Pipeline::IPipelineCbEleme
   const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
   if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return {};
   return GST_BUFFER_PTS(media->buffer);
+}
+
+/// How long ago the entry was made; entries that do not tell are new.
+std::chrono::milliseconds AgeOf(const Kbase::Pipeline::IPipelineCbElement* entry) {
+  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
+  return media != nullptr ? media->GetAge() : std::chrono::milliseconds(0);
 }
 
 /// Time stamps in nanoseconds, both included.
@@ -153,6 +161,7 @@ void PipelineCollect::Collect() {
     m_fps = ring->GetFps();
     const auto newest = ring->RetrieveCurrent();
     startId = newest ? newest->frameId : IPipelineElement::NoFrameId;
+    m_silentBefore = AgeOf(newest.get());
   }
   CollectFile file(m_path);
   if (!file.IsOpen()) return;
@@ -164,9 +173,10 @@ void PipelineCollect::Collect() {
 }
 
 void PipelineCollect::WriteWindow(CollectFile& file, std::uint64_t startId) {
-  Progress progress{RingReader(m_startPos), 0, CountEntries(m_config.durationSeconds, m_fps)};
-  if (const auto ring = GetRing()) progress.reader.Follow(*ring, startId);
   const auto period = WakePeriod(m_fps);
+  Progress progress{RingReader(m_startPos), 0, CountEntries(m_config.durationSeconds, m_fps)};
+  const auto silenceLimit = std::max(SilenceLimit, 5 * period);
+  if (const auto ring = GetRing()) progress.reader.Follow(*ring, startId);
   bool more = true;
   while (more && !ShouldStop()) {
     WaitForCancel(period);
@@ -174,13 +184,20 @@ void PipelineCollect::WriteWindow(CollectFile& file, std::uint64_t startId) {
     const auto ring = GetRing();
     if (!ring) {
       // The source was taken away: no more entries come, so what is there need not wait for them.
-      WritePending(file, progress, std::numeric_limits<std::uint64_t>::max());
+      WriteLast(file, progress);
       break;
     }
     const auto newest = ring->RetrieveCurrent();
     if (!newest) break;
     progress.reader.Follow(*ring, newest->frameId);
     more = WritePending(file, progress, newest->frameId > startId ? newest->frameId - startId : 0);
+    if (!more || AgeOf(newest.get()) < silenceLimit) continue;
+    // What fell silent before the window began has nothing in it: its entries tell of another time.
+    const bool inWindow = newest->frameId != startId || m_silentBefore < GetLookBack();
+    Log::Warning(fmt::format("{}: its source has been silent for {} ms; {}", m_path, AgeOf(newest.get()).count(),
+                             inWindow ? "it ends with what there is" : "it has nothing of this event"));
+    if (inWindow) WriteLast(file, progress);
+    break;
   }
   m_secondsCollected = m_fps > 0.0F ? static_cast<unsigned int>(static_cast<float>(progress.index) / m_fps) : 0;
   if (progress.reader.GetLost() != 0) {
@@ -189,6 +206,15 @@ void PipelineCollect::WriteWindow(CollectFile& file, std::uint64_t startId) {
                  "written to " +
                  m_path);
   }
+}
+
+/// Writes all that is there of the window.
+void PipelineCollect::WriteLast(CollectFile& file, Progress& progress) {
+  WritePending(file, progress, std::numeric_limits<std::uint64_t>::max());
+}
+
+std::chrono::seconds PipelineCollect::GetLookBack() const {
+  return std::chrono::seconds(std::abs(static_cast<std::int64_t>(m_config.startSeconds)));
 }
 
 /// Writes what is pending while fewer than `limit` entries are written: one for each new one in the ring. False when

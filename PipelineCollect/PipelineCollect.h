@@ -1,6 +1,7 @@
 // The collector of one ring: writes the stored entries of an event's window into one file.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -15,10 +16,13 @@ namespace Tavi::PipelineCollect {
 
 /// Writes one stored entry for each new entry that arrives in the ring, from the start position on, until the window is
 /// written; a window of d seconds is finished about d seconds after the start. Subclasses say what an entry looks like
-/// in the file. When the ring's element is taken away meanwhile, what the window has so far is written and the file
-/// closed.
+/// in the file. When the ring's element is taken away meanwhile, or its source falls silent (see SilenceLimit), what
+/// the window has so far is written and the file closed: one source that has failed does not hold up the event.
 class PipelineCollect : public CollectBase {
  public:
+  /// After how long without a new entry a source counts as silent: five intervals, and no less than this.
+  static constexpr std::chrono::milliseconds SilenceLimit{3000};
+
   /// `element` is borrowed (see Bind), may be null: then nothing is ever collected.
   PipelineCollect(Kbase::Pipeline::IPipelineElement* element, PipelineCollectType type,
                   std::string threadName = "COLLECT");
@@ -69,13 +73,17 @@ class PipelineCollect : public CollectBase {
 
   void WriteWindow(CollectFile& file, std::uint64_t startId);
   bool WritePending(CollectFile& file, Progress& progress, std::uint64_t limit);
+  void WriteLast(CollectFile& file, Progress& progress);
   void Finish(CollectFile& file);
+  [[nodiscard]] std::chrono::seconds GetLookBack() const;
 
   Kbase::Pipeline::IPipelineElement* m_element;
   unsigned int m_startPos = 0;
   unsigned int m_secondsCollected = 0;
   std::optional<std::uint64_t> m_firstTimestampNs;
   float m_fps = 0.0F;
+  /// How old the newest entry was when the collect began.
+  std::chrono::milliseconds m_silentBefore{0};
   /// Set by Bind: m_element is then only touched while this one can be locked.
   std::weak_ptr<Kbase::Pipeline::IPipelineElement> m_life;
   bool m_bound = false;

@@ -184,12 +184,14 @@ void TickDevice::Fill(const snd_pcm_channel_area_t* areas, snd_pcm_uframes_t off
   m_run.FollowWallClock();
   const std::uint64_t first = CountTaken();
   const double gain = static_cast<double>(GainControl::Get()) / GainControl::Middle;
-  for (unsigned channel = 0; channel < m_io.channels; ++channel) {
-    const snd_pcm_channel_area_t& area = areas[channel];
-    auto* sample = static_cast<char*>(area.addr) + (area.first + area.step * offset) / 8;
-    for (std::uint64_t frame = first; frame < first + count; ++frame, sample += area.step / 8) {
-      const std::int16_t value = htole16(TickSignal::At(m_run.WallNs(frame), frame * m_io.channels + channel, gain));
-      std::memcpy(sample, &value, sizeof value);
+  const std::int64_t startNs = m_run.WallNs(first);
+  const double frameNs = 1e9 / m_io.rate;
+  for (snd_pcm_uframes_t i = 0; i < count; ++i) {
+    const std::int64_t wallNs = startNs + static_cast<std::int64_t>(static_cast<double>(i) * frameNs);
+    const std::int16_t value = htole16(TickSignal::At(wallNs, first + i, gain));
+    for (unsigned channel = 0; channel < m_io.channels; ++channel) {
+      const snd_pcm_channel_area_t& area = areas[channel];
+      std::memcpy(static_cast<char*>(area.addr) + (area.first + area.step * (offset + i)) / 8, &value, sizeof value);
     }
   }
   m_taken = first + count;

@@ -31,8 +31,8 @@ double Tick(std::int64_t sinceSecondNs) {
 std::int16_t TickSignal::At(std::int64_t wallNs, std::uint64_t index, double gain) {
   const int noise = static_cast<int>(Hash(index) % (2 * NoisePeak + 1)) - NoisePeak;
   const std::int64_t sinceSecondNs = (wallNs % SecondNs + SecondNs) % SecondNs;
-  const long value = std::lround((Tick(sinceSecondNs) + noise) * gain);
-  return static_cast<std::int16_t>(std::clamp(value, -32768L, 32767L));
+  const double value = (Tick(sinceSecondNs) + noise) * gain;
+  return static_cast<std::int16_t>(std::clamp(value, -32768.0, 32767.0));
 }
 
 }  // namespace Tavi::Simulator

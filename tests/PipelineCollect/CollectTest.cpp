@@ -144,6 +144,32 @@ TEST_F(CollectTest, WhatTheWindowHasIsWrittenWhenTheSourceIsTakenAway) {
   EXPECT_FALSE(collector.IsCollected()) << "a later collect has no source";
 }
 
+// Catches an unplugged sensor that holds every event up to its limit, entries of minutes ago in today's window, and the
+// seconds before an impact lost with the sensor that did not survive it.
+TEST_F(CollectTest, ASilentSourceEndsItsFileWithWhatTheWindowHas) {
+  TestRing rings[] = {TestRing(100, 10.0F), TestRing(100, 10.0F), TestRing(100, 10.0F)};
+  for (auto& ring : rings) {
+    for (int i = 0; i < 10; ++i) AddMedia(ring, 0);
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // longer than the window looks back
+  TextCollect before(&rings[0]);
+  TextCollect atOnce(&rings[1]);
+  TextCollect during(&rings[2]);
+  AddMedia(rings[1], 0);
+  for (TextCollect* collector : {&before, &atOnce, &during}) {
+    Arm(*collector, 60);
+    collector->SetStartPos(2);
+    ASSERT_TRUE(collector->IThread::Start());
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  AddMedia(rings[2], 0);
+  ASSERT_TRUE(WaitUntil([&] { return !before.IsRunning() && !atOnce.IsRunning() && !during.IsRunning(); }));
+  EXPECT_EQ(ReadFile(before.GetPath()), "[]");
+  EXPECT_EQ(ReadFile(atOnce.GetPath()), Range(2, 10));
+  EXPECT_EQ(ReadFile(during.GetPath()), Range(2, 10));
+  EXPECT_EQ(CountLogged("its source has been silent for 3"), 3);
+}
+
 TEST_F(CollectTest, NothingIsReportedWithoutAnEntryADirectoryOrAWriter) {
   const long descriptors = CountDescriptors();
   TestRing slow(10, 0.01F);
