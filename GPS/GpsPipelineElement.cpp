@@ -12,7 +12,7 @@ GpsPipelineElement::GpsPipelineElement(const GpsConfig& config, int ringSize)
     : GstGpsPipelineElement(config), IPipelineElement(ringSize) {}
 
 GpsPipelineElement::~GpsPipelineElement() {
-  StopDevice();
+  GstGpsPipelineElement::Stop();
 }
 
 void GpsPipelineElement::SetFrame(GstBuffer* buffer) {

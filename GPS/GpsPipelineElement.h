@@ -13,8 +13,8 @@ class GpsPipelineElement final : public GstGpsPipelineElement, public Kbase::Pip
   ~GpsPipelineElement() override;
 
   void SetFrame(GstBuffer* buffer) override;
-  void Start() override { StartDevice(); }
-  void Stop() override { StopDevice(); }
+  void Start() override { GstGpsPipelineElement::Start(); }
+  void Stop() override { GstGpsPipelineElement::Stop(); }
   /// Fixes per second as configured.
   float GetFps() override { return static_cast<float>(GetRate()); }
 };

@@ -14,14 +14,14 @@ GstGpsPipelineElement::GstGpsPipelineElement(const GpsConfig& config) : m_rate(c
 
 GstGpsPipelineElement::~GstGpsPipelineElement() = default;
 
-void GstGpsPipelineElement::StartDevice() {
+void GstGpsPipelineElement::Start() {
   m_timestamp = 0;
   if (!m_device.IsRunning()) m_device.path = m_path;
   m_device.Start();
   m_running = true;
 }
 
-void GstGpsPipelineElement::StopDevice() {
+void GstGpsPipelineElement::Stop() {
   m_running = false;
   m_device.Stop();
 }

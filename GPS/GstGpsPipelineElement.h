@@ -14,12 +14,15 @@
 namespace Tavi::Gps {
 
 /// Owns the receiver device and is its delegate. Start and Stop belong to the controlling thread; Invoke and SetFrame
-/// run on the device's. A subclass calls StopDevice in its destructor.
+/// run on the device's. A subclass calls Stop in its destructor.
 class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate {
  public:
   explicit GstGpsPipelineElement(const GpsConfig& config);
   ~GstGpsPipelineElement() override;
 
+  /// Starts the device; time stamps begin at 0 again.
+  void Start();
+  void Stop();
   /// One epoch: `data` is its NUL-terminated text, borrowed. Always makes one buffer, valid fix or not.
   void Invoke(Kbase::Interfaces::IThread* thread, void* data) override;
   /// Receives one fix with one reference; null is ignored.
@@ -34,9 +37,6 @@ class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   GstGpsPipelineElement& operator=(const GstGpsPipelineElement&) = delete;
 
  protected:
-  /// Time stamps begin at 0 again.
-  void StartDevice();
-  void StopDevice();
   [[nodiscard]] std::int32_t GetRate() const { return m_rate; }
 
  private:

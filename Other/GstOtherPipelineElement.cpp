@@ -18,14 +18,14 @@ GstOtherPipelineElement::GstOtherPipelineElement(const OtherConfig& config) : m_
 
 GstOtherPipelineElement::~GstOtherPipelineElement() = default;
 
-void GstOtherPipelineElement::StartTimer() {
+void GstOtherPipelineElement::Start() {
   m_timestamp = 0;
   if (m_timer) return;
   m_timer = std::make_unique<Kbase::Util::Timer>(
       PeriodMs, [this](Kbase::Util::Timer* timer) { Tick(timer); }, nullptr, TimerStackBytes);
 }
 
-void GstOtherPipelineElement::StopTimer() {
+void GstOtherPipelineElement::Stop() {
   m_timer.reset();
 }
 

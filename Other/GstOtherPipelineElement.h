@@ -20,6 +20,10 @@ class GstOtherPipelineElement {
   explicit GstOtherPipelineElement(const OtherConfig& config);
   virtual ~GstOtherPipelineElement();
 
+  /// Starts the timer; time stamps begin at 0 again, also while it runs already. The period is a second whatever the
+  /// rate.
+  void Start();
+  void Stop();
   /// Receives one sample with one reference; null is ignored.
   virtual void SetFrame(GstBuffer* buffer) = 0;
 
@@ -32,9 +36,6 @@ class GstOtherPipelineElement {
   GstOtherPipelineElement& operator=(const GstOtherPipelineElement&) = delete;
 
  protected:
-  /// Time stamps begin at 0 again, also while it runs already. The period is a second whatever the rate.
-  void StartTimer();
-  void StopTimer();
   [[nodiscard]] std::int32_t GetRate() const { return m_rate; }
 
  private:

@@ -12,7 +12,7 @@ OtherPipelineElement::OtherPipelineElement(const OtherConfig& config, int ringSi
     : GstOtherPipelineElement(config), IPipelineElement(ringSize) {}
 
 OtherPipelineElement::~OtherPipelineElement() {
-  StopTimer();
+  GstOtherPipelineElement::Stop();
 }
 
 void OtherPipelineElement::SetFrame(GstBuffer* buffer) {

@@ -13,8 +13,8 @@ class OtherPipelineElement final : public GstOtherPipelineElement, public Kbase:
   ~OtherPipelineElement() override;
 
   void SetFrame(GstBuffer* buffer) override;
-  void Start() override { StartTimer(); }
-  void Stop() override { StopTimer(); }
+  void Start() override { GstOtherPipelineElement::Start(); }
+  void Stop() override { GstOtherPipelineElement::Stop(); }
   /// Samples per second as configured.
   float GetFps() override { return static_cast<float>(GetRate()); }
 };

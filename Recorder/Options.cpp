@@ -64,6 +64,8 @@ void AddSensorOptions(CLI::App& app, Pipeline::PipelineConfig& pipeline) {
                          "Capture gain in the sound card's own scale; -1 leaves the card's mixer untouched"))
       ->check(WholeNumber(-1, 1000000));
   inGroup(app.add_option("--gps", pipeline.gps.path, "GPS receiver: a serial port, a FIFO, or a log to be replayed"));
+  inGroup(app.add_option("--gps-rate", pipeline.gps.rate, "Fixes a second that the receiver sends"))
+      ->check(WholeNumber(1, 10));
   inGroup(app.add_option("--gps-baud", pipeline.gps.baud, "Bits per second of the receiver's port"))
       ->check(CLI::IsMember({4800, 9600, 19200, 38400, 57600, 115200}));
   inGroup(app.add_flag("!--no-audio", pipeline.audioEnabled, "Leave the microphone out"));
