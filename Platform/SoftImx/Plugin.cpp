@@ -2,6 +2,7 @@
 #include <gst/gst.h>
 
 #include "SoftImx/AudioEncoder.h"
+#include "SoftImx/Compositor.h"
 #include "SoftImx/VideoEncoder.h"
 #include "SoftImx/VideoSource.h"
 #include "SoftImx/VideoTransform.h"
@@ -16,12 +17,15 @@ struct Element {
   GType (*type)();
 };
 
+// clang-format off
 constexpr Element Elements[] = {
+    {"imxipucompositor", CompositorType},
     {"imxmp3audioenc", AudioEncoderType},
     {"imxv4l2videosrc", VideoSourceType},
     {"imxvpuenc_h264", VideoEncoderType},
     {"imxipuvideotransform", VideoTransformType},
 };
+// clang-format on
 
 /// Whether another plug-in supplies `name`. Our own entry of an earlier scan, read back from the registry's cache, is
 /// not another plug-in. A hardware plug-in that is scanned after this one replaces the entry by itself.
