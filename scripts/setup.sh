@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
-  libavformat-dev libavcodec-dev libavutil-dev libyuv-dev
+  libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
   gstreamer1.0-alsa libasound2-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
   libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
