@@ -42,6 +42,7 @@ PipelineManager::PipelineManager(const PipelineConfig& config, Kbase::Util::IClo
 }
 
 PipelineManager::~PipelineManager() {
+  const std::lock_guard lock(m_lifecycleMutex);
   if (m_initialized) TearDown();
 }
 
@@ -108,12 +109,14 @@ void PipelineManager::Init() {
 }
 
 void PipelineManager::Start() {
+  const std::lock_guard lock(m_lifecycleMutex);
   if (!m_initialized || m_started) return;
   GstPipelineManager::Start();
   for (const auto& [type, element] : m_elements) element->Start();
 }
 
 void PipelineManager::Stop() {
+  const std::lock_guard lock(m_lifecycleMutex);
   if (m_initialized && m_started) TearDown();
 }
 

@@ -22,7 +22,8 @@ namespace Tavi::Pipeline {
 
 /// Creates every enabled source, starts and stops them with the GStreamer pipeline, and checks that data really comes.
 ///
-/// All operations belong to one controlling thread, except where it says thread-safe.
+/// All operations belong to one controlling thread, except where it says thread-safe. Collectors call RunSigInt when
+/// power fails, from whichever thread collects.
 /// Destroying it stops it. Whoever collects from it must be destroyed before it.
 class PipelineManager : public GstPipelineManager,
                         public Kbase::Interfaces::IgnitionStartMode,
@@ -54,7 +55,7 @@ class PipelineManager : public GstPipelineManager,
   void EndSupervision() { m_supervisionEnded = true; }
   /// Ignition off: errors restart the unit no more. Acquisition goes on.
   void RunIgnitionOff() override;
-  /// Interrupt: Stop.
+  /// Interrupt: Stop. Thread-safe against itself and Stop.
   void RunSigInt() override;
 
  private:
@@ -70,6 +71,8 @@ class PipelineManager : public GstPipelineManager,
 
   Kbase::Util::IClock& m_clock;
   std::atomic<bool> m_supervisionEnded{false};
+  /// Held while elements are started or taken down: two collect managers may both find that power fails.
+  std::mutex m_lifecycleMutex;
   /// Guards the map, never held while an element is started, stopped or destroyed.
   mutable std::mutex m_elementsMutex;
   std::map<PipelineType, Element> m_elements;

@@ -2,6 +2,7 @@
 #include "PipelineCollect/CollectBase.h"
 
 #include <array>
+#include <filesystem>
 #include <utility>
 
 #include "Kbase/Util/Naming.h"
@@ -42,6 +43,7 @@ void CollectBase::Init(PipelineCollectConfig& config) {
   m_path = config.outputDir + GetPipelineCollectFileName(Kbase::Util::NewUid());
   m_armed = true;
   m_stop = false;
+  m_syncToDisk = false;
   m_config = config;
 }
 
@@ -84,7 +86,11 @@ void CollectBase::DeletePath() {
 bool CollectBase::Backup(const std::string& dir, const std::string& name) const {
   if (!IsPathAvailable()) return false;
   const std::string separator = !dir.empty() && dir.back() == '/' ? "" : "/";
-  return Kfile(m_path, true).CopyTo(dir + separator + GetPipelineCollectFileName(name), false);
+  // A stream that was muxed already is saved as the MP4 that it is.
+  const std::filesystem::path path(m_path);
+  const std::string file =
+      path.extension() == ".mp4" ? GetPipelineCollectPrefix(m_type) + name + ".mp4" : GetPipelineCollectFileName(name);
+  return Kfile(m_path, true).CopyTo(dir + separator + file, false);
 }
 
 std::unique_ptr<std::thread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {

@@ -36,8 +36,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
   bool IsPathAvailable() const { return IsPathAvailable(m_path); }
   /// Removes the file; a missing one is no error.
   void DeletePath();
-  /// Copies the file to `dir` under prefix + `name` + extension. False when there is nothing to copy or the copy
-  /// failed.
+  /// Copies the file to `dir` under prefix + `name` + extension (".mp4" once it was muxed). False when there is nothing
+  /// to copy or the copy failed.
   bool Backup(const std::string& dir, const std::string& name) const;
   /// Backup on a thread of its own; the caller joins it.
   std::unique_ptr<std::thread> BackupAsync(const std::string& dir, const std::string& name) const;
@@ -52,7 +52,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
 
   /// Asks a running collect to finish its file early.
   void RequestStop();
-  /// Flush and fsync the file before it is closed.
+  /// Flush and fsync the file before it is closed. Set before RequestStop, power is failing: what there is of the
+  /// window is written before the file is closed.
   void SetSyncToDisk(bool sync) { m_syncToDisk = sync; }
 
   [[nodiscard]] PipelineCollectType GetType() const { return m_type; }
@@ -66,6 +67,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
   void Run() override;
   /// True once the collect is to end: asked to stop, or its thread aborted.
   [[nodiscard]] bool ShouldStop() const { return m_stop || IsCancelled(); }
+  /// True when what there is shall be saved before the end.
+  [[nodiscard]] bool IsSaving() const { return m_stop && m_syncToDisk && !IsCancelled(); }
 
   std::string m_path;
   std::atomic<bool> m_collected{false};

@@ -199,6 +199,10 @@ void PipelineCollect::WriteWindow(CollectFile& file, std::uint64_t startId) {
     if (inWindow) WriteLast(file, progress);
     break;
   }
+  if (IsSaving()) {
+    if (const auto ring = GetRing()) progress.reader.Follow(*ring, ring->GetCurrentFrameId());
+    WriteLast(file, progress);
+  }
   m_secondsCollected = m_fps > 0.0F ? static_cast<unsigned int>(static_cast<float>(progress.index) / m_fps) : 0;
   if (progress.reader.GetLost() != 0) {
     Log::Warning("lost " + std::to_string(progress.reader.GetLost()) +
@@ -220,7 +224,7 @@ std::chrono::seconds PipelineCollect::GetLookBack() const {
 /// Writes what is pending while fewer than `limit` entries are written: one for each new one in the ring. False when
 /// the window is complete or the file takes no more.
 bool PipelineCollect::WritePending(CollectFile& file, Progress& progress, std::uint64_t limit) {
-  while (progress.index < limit && !ShouldStop()) {
+  while (progress.index < limit && (!ShouldStop() || IsSaving())) {
     const auto entry = progress.reader.Next();
     if (!entry) return true;
     if (!file.Append([&](FILE* stream) { return Write(stream, entry.get()); })) return false;

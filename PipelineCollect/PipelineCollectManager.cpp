@@ -8,13 +8,16 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
 #include "Accel/AccPipelineCollect.h"
 #include "Audio/AudioPipelineCollect.h"
 #include "GPS/GpsPipelineCollect.h"
+#include "Kbase/Util/Naming.h"
 #include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/DiskUtils/DiskBase.h"
 #include "Ksystem/FileUtils/Kdir.h"
@@ -34,6 +37,9 @@ using Milliseconds = Kbase::Util::IClock::Milliseconds;
 
 constexpr Milliseconds PollPeriod{20};
 constexpr Milliseconds AbortGrace{500};
+/// How long collectors may take to write and sync their last entries when power fails.
+constexpr Milliseconds SaveLimit{2000};
+constexpr Milliseconds SavePollPeriod{1};
 constexpr std::chrono::seconds CollectLimit{120};
 constexpr std::chrono::seconds CollectLimitCR{180};
 
@@ -51,6 +57,15 @@ constexpr std::array<StreamSource, 6> StreamSources{{
     {PipelineCollectType::Acc, PipelineType::Acc},
     {PipelineCollectType::Other, PipelineType::Other},
 }};
+
+/// What is saved when power fails, in this order.
+constexpr std::array<PipelineCollectType, 7> SavedTypes{PipelineCollectType::VideoCamera0,
+                                                        PipelineCollectType::VideoCamera1,
+                                                        PipelineCollectType::Audio,
+                                                        PipelineCollectType::Gps,
+                                                        PipelineCollectType::Acc,
+                                                        PipelineCollectType::ThumbnailCamera0,
+                                                        PipelineCollectType::ThumbnailCamera1};
 
 /// How much shorter than asked for a stream's window is: the slow sources end a second early, so that the event does
 /// not wait for an entry of theirs that comes up to a second after everybody else's last one.
@@ -78,26 +93,31 @@ Collector* Finished(CollectBase* collector) {
   return collector != nullptr && !collector->IsRunning() ? dynamic_cast<Collector*>(collector) : nullptr;
 }
 
-/// Clears the collect's flags whichever way it ends.
-class CollectingFlags {
+}  // namespace
+
+/// One collect's time: nobody else's meanwhile, and no flag of it is left behind.
+class PipelineCollectManager::Turn {
  public:
-  CollectingFlags(std::atomic<bool>& collecting, std::atomic<bool>& cancelled)
-      : m_collecting(collecting), m_cancelled(cancelled) {
-    m_cancelled = false;
+  explicit Turn(PipelineCollectManager& manager) : m_manager(manager) {
+    const std::lock_guard lock(manager.m_stateMutex);
+    m_taken = !manager.m_collecting.exchange(true);
   }
-  ~CollectingFlags() {
-    m_cancelled = false;
-    m_collecting = false;
+  ~Turn() {
+    if (!m_taken) return;
+    const std::lock_guard lock(m_manager.m_stateMutex);
+    m_manager.m_cancelled = false;
+    m_manager.m_powerFailure = false;
+    m_manager.m_collecting = false;
   }
-  CollectingFlags(const CollectingFlags&) = delete;
-  CollectingFlags& operator=(const CollectingFlags&) = delete;
+  [[nodiscard]] bool IsTaken() const { return m_taken; }
+
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
 
  private:
-  std::atomic<bool>& m_collecting;
-  std::atomic<bool>& m_cancelled;
+  PipelineCollectManager& m_manager;
+  bool m_taken;
 };
-
-}  // namespace
 
 PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& config)
     : m_config(config), m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()) {
@@ -105,12 +125,16 @@ PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& con
   Ksystem::FileUtils::Kdir(m_config.backupDir).Create();
 }
 
-PipelineCollectManager::~PipelineCollectManager() = default;
+PipelineCollectManager::~PipelineCollectManager() {
+  m_muxThread.reset();
+}
 
 template <class Collector, class... Arguments>
 void PipelineCollectManager::Create(PipelineCollectType type, PipelineType source, Arguments... arguments) {
   const auto element = m_config.pipelineManager->ShareElement(source);
-  if (element) m_collectors[type] = std::make_unique<Collector>(element.get(), arguments..., m_config.cr);
+  if (!element) return;
+  m_collectors[type] = std::make_unique<Collector>(element.get(), arguments..., m_config.cr);
+  m_muxCollectors[type] = std::make_unique<Collector>(nullptr, arguments..., m_config.cr);
 }
 
 void PipelineCollectManager::CreateCollectors() {
@@ -246,32 +270,166 @@ bool PipelineCollectManager::Prepare(PipelineCollectInput& input) {
 }
 
 bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollectOutput& output) {
-  if (m_collecting.exchange(true)) {
-    Log::Warning("a collect is running already: the new request is refused");
-    return false;
+  return Collect(input, &output, nullptr, nullptr);
+}
+
+bool PipelineCollectManager::CollectAsync(PipelineCollectInput& input, CollectAsyncCallbackInterface* callback,
+                                          void* userData) {
+  return Collect(input, nullptr, callback, userData);
+}
+
+bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollectOutput* output,
+                                     CollectAsyncCallbackInterface* callback, void* userData) {
+  PipelineCollectOutput own;
+  PipelineCollectOutput& result = output != nullptr ? *output : own;
+  {
+    const Turn turn(*this);
+    if (!turn.IsTaken()) {
+      Log::Warning("a collect is running already: the new request is refused");
+      return false;
+    }
+    result.eventTime = static_cast<std::int64_t>(std::time(nullptr));
+    if (!Prepare(input)) return false;
+    Init(input);
+    Sync(input);
+    Start();
+    if (m_cancelled) {
+      EndCancelledStart();
+    } else {
+      LogFreeSpace("before");
+      WaitForCollectors();
+      if (callback != nullptr && !m_powerFailure && !input.discard && CanMuxAsync()) {
+        HandOver(callback, userData);
+        return true;
+      }
+      Deliver(input, result);
+    }
   }
-  const CollectingFlags flags(m_collecting, m_cancelled);
-  output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
-  if (!Prepare(input)) return false;
-  Init(input);
-  Sync(input);
-  Start();
-  if (m_cancelled) {
-    EndCancelledStart();
-    return true;
-  }
-  LogFreeSpace("before");
-  WaitForCollectors();
-  if (input.discard) {
+  if (callback != nullptr) callback->CollectFinished(result, true, userData);
+  return true;
+}
+
+/// The end of an event on the collecting thread.
+void PipelineCollectManager::Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output) {
+  if (m_powerFailure) {
+    SaveAll();
+  } else if (input.discard) {
     DeleteAll();
   } else {
     Mux();
+    // Power may have failed meanwhile: what was muxed is saved as it is.
+    if (m_powerFailure) SaveAll();
     BuildOutput(output);
   }
   Reset();
   ClearCache();
   LogFreeSpace("after");
-  return true;
+}
+
+bool PipelineCollectManager::CanMuxAsync() const {
+  const bool anyHangs = Running();
+  return !anyHangs && m_muxCollectors.size() == m_collectors.size() &&
+         (m_muxThread == nullptr || !m_muxThread->IsRunning());
+}
+
+void PipelineCollectManager::HandOver(CollectAsyncCallbackInterface* callback, void* userData) {
+  for (const auto& [type, collector] : m_collectors) collector->CopyTo(m_muxCollectors.at(type).get());
+  m_muxThread.reset();
+  {
+    // From here on PowerFailure reaches the event through the mux thread.
+    const std::lock_guard lock(m_stateMutex);
+    m_muxing = true;
+    m_muxPowerFailure = m_powerFailure.load();
+  }
+  m_muxThread = std::make_unique<MuxAsyncThread>(m_config.cr ? "MUX-EVT-CR" : "MUX-EVT",
+                                                 MuxAsyncParams{&m_muxCollectors, callback, userData, this}, *this);
+  if (!m_muxThread->Start()) {
+    MuxAsyncParams params{&m_muxCollectors, callback, userData, this};
+    MuxAsync(params);
+  }
+  Reset();
+}
+
+void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
+  ClearCache();
+  const CollectorMap& collectors = *params.collectors;
+  Mux(Finished<Video::VideoPipelineCollect>(GetCollectElement(collectors, PipelineCollectType::VideoCamera1)),
+      Finished<Video::VideoPipelineCollect>(GetCollectElement(collectors, PipelineCollectType::VideoCamera0)),
+      Finished<Audio::AudioPipelineCollect>(GetCollectElement(collectors, PipelineCollectType::Audio)));
+  PipelineCollectOutput output;
+  output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
+  BuildOutput(collectors, output);
+  if (IsMuxToBeSaved()) {
+    Log::Info("[Power Failure]Making backup...");
+    Backup(collectors, m_config.cr ? "mux-cr" : "mux");
+    Log::Info("[Power Failure]Backup finished");
+  }
+  if (params.callback != nullptr) params.callback->CollectFinished(output, true, params.userData);
+}
+
+/// Ends the mux thread's turn: what fails from here on finds the event delivered.
+bool PipelineCollectManager::IsMuxToBeSaved() {
+  const std::lock_guard lock(m_stateMutex);
+  m_muxing = false;
+  return m_muxPowerFailure;
+}
+
+void PipelineCollectManager::PowerFailure() {
+  {
+    const std::lock_guard lock(m_stateMutex);
+    if (m_muxing) m_muxPowerFailure = true;
+    if (!m_collecting) return;
+    m_powerFailure = true;
+  }
+  RequestSave();
+}
+
+void PipelineCollectManager::RequestSave() {
+  for (const auto& [type, collector] : m_collectors) {
+    if (!collector->IsRunning()) continue;
+    collector->SetSyncToDisk(true);
+    collector->RequestStop();
+  }
+}
+
+void PipelineCollectManager::SaveAll() {
+  EndCollectors();
+  Log::Info("[Power Failure]Stopping the aquisition...");
+  m_config.pipelineManager->RunSigInt();
+  Log::Info("[Power Failure]Making backup...");
+  Backup(m_collectors, m_config.cr ? "event-cr" : "event");
+  Log::Info("[Power Failure]Backup finished");
+}
+
+/// Nothing may read a ring any more when acquisition stops. Those that hang in their disk are left behind: their files
+/// are saved as they are.
+void PipelineCollectManager::EndCollectors() {
+  RequestSave();
+  const Kbase::Util::TimeMonitor monitor;
+  while (Running() && monitor.Elapsed() < SaveLimit) m_clock.Sleep(SavePollPeriod);
+  for (const auto& [type, collector] : m_collectors) {
+    if (collector->IsRunning()) Log::Error(collector->GetPath() + " cannot be finished: its disk does not answer");
+  }
+}
+
+void PipelineCollectManager::Backup(const CollectorMap& collectors, const std::string& base) const {
+  if (!Ksystem::FileUtils::Kdir(m_config.backupDir).Create()) {
+    Log::Error("cannot save the event into " + m_config.backupDir + ": the directory cannot be created");
+    return;
+  }
+  unsigned int seconds = 0;
+  for (const auto type :
+       {PipelineCollectType::VideoCamera0, PipelineCollectType::VideoCamera1, PipelineCollectType::Audio}) {
+    CollectBase* collector = GetCollectElement(collectors, type);
+    if (collector != nullptr) seconds = std::max(seconds, collector->GetTotalSecondsCollected());
+  }
+  const std::string name = fmt::format("{}_{}", Kbase::Util::BuildEventFileName(base, std::time(nullptr)), seconds);
+  std::vector<std::unique_ptr<std::thread>> copies;
+  for (const auto type : SavedTypes) {
+    CollectBase* collector = GetCollectElement(collectors, type);
+    if (collector != nullptr) copies.push_back(collector->BackupAsync(m_config.backupDir, name));
+  }
+  for (const auto& copy : copies) copy->join();
 }
 
 /// A cancel that came before or while the threads started may have been overwritten by their arming: they are told once
@@ -289,6 +447,7 @@ void PipelineCollectManager::WaitForCollectors() {
   const Kbase::Util::TimeMonitor monitor(m_clock);
   while (Running()) {
     m_clock.Sleep(PollPeriod);
+    if (m_powerFailure) return;
     if (monitor.Elapsed() <= limit) continue;
     Log::Error(fmt::format("the collect has not ended within {} s and is aborted",
                            std::chrono::duration<double>(limit).count()));

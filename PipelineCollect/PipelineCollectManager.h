@@ -4,10 +4,13 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <string>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
 #include "Pipeline/PipelineType.h"
 #include "PipelineCollect/CollectBase.h"
+#include "PipelineCollect/MuxAsync.h"
 #include "PipelineCollect/PipelineCollect.h"
 #include "PipelineCollect/PipelineCollectTypes.h"
 
@@ -23,23 +26,36 @@ namespace Tavi::PipelineCollect {
 /// Arms one collector per stream, aligns their starts in the rings, runs them side by side under a time limit, muxes
 /// and reports what they wrote.
 ///
-/// One Collect at a time, on the caller's thread; a second one is refused. CancelCollect may be called from any thread
-/// meanwhile. Every collector has a thread of its own. The pipeline manager may stop, and start again, at any time: a
-/// collect under way ends with what it has, one without acquisition is refused.
-class PipelineCollectManager {
+/// One Collect at a time, on the caller's thread; a second one is refused. CancelCollect and PowerFailure may be called
+/// from any thread meanwhile. Every collector has a thread of its own. The pipeline manager may stop, and start again,
+/// at any time: a collect under way ends with what it has, one without acquisition is refused.
+///
+/// Destroying it waits for a mux under way and its callback.
+class PipelineCollectManager final : public MuxAsyncInterface {
  public:
-  using CollectorMap = std::map<PipelineCollectType, std::unique_ptr<CollectBase>>;
+  using CollectorMap = Tavi::PipelineCollect::CollectorMap;
 
   /// Creates a collector for each source that the pipeline manager has now, and the backup directory.
   explicit PipelineCollectManager(PipelineCollectManagerConfig& config);
-  ~PipelineCollectManager();
+  ~PipelineCollectManager() override;
 
   /// The whole collect; returns when the event's files are complete or the limit has passed. Files that were written by
   /// then are in `output`, also after a cancel. False when nothing was started: a collect runs already, there is no
   /// acquisition, or the output directory cannot be made (each with a log line).
   bool Collect(PipelineCollectInput& input, PipelineCollectOutput& output);
+  /// The same up to the end of the collectors; muxing goes on behind it, and `callback` is told when it is done. While
+  /// the mux of the event before still runs, muxes on this thread and calls back before it returns.
+  bool CollectAsync(PipelineCollectInput& input, CollectAsyncCallbackInterface* callback, void* userData);
+  /// Both of the above: without a callback the result goes to `output`, which may be null.
+  bool Collect(PipelineCollectInput& input, PipelineCollectOutput* output, CollectAsyncCallbackInterface* callback,
+               void* userData);
   /// Ends the running collect early, each file with what it has; with `abort` also waits, bounded, for the threads.
   void CancelCollect(bool abort);
+  /// Power is about to go: what the rings hold of a running event's window is written and synced at once, acquisition
+  /// is stopped, and every file is saved in the backup directory, by the thread that collects. An event that is being
+  /// muxed behind the caller is saved by that thread when it is done. Without either nothing happens. Returns at once.
+  /// Thread-safe.
+  void PowerFailure();
 
   /// Arms every collector for `input`.
   void Init(PipelineCollectInput& input);
@@ -62,6 +78,7 @@ class PipelineCollectManager {
   /// The working collector of that type, null when there is none.
   CollectBase* GetCollectElement(PipelineCollectType type) const;
   static CollectBase* GetCollectElement(const CollectorMap& collectors, PipelineCollectType type);
+  void MuxAsync(MuxAsyncParams& params) override;
   /// Lists the files of all collectors that have one.
   void BuildOutput(PipelineCollectOutput& output) const;
   static void BuildOutput(const CollectorMap& collectors, PipelineCollectOutput& output);
@@ -70,6 +87,8 @@ class PipelineCollectManager {
   PipelineCollectManager& operator=(const PipelineCollectManager&) = delete;
 
  private:
+  class Turn;
+
   void CreateCollectors();
   template <class Collector, class... Arguments>
   void Create(PipelineCollectType type, Pipeline::PipelineType source, Arguments... arguments);
@@ -77,6 +96,14 @@ class PipelineCollectManager {
   bool Prepare(PipelineCollectInput& input);
   void WaitForCollectors();
   void EndCancelledStart();
+  [[nodiscard]] bool CanMuxAsync() const;
+  void HandOver(CollectAsyncCallbackInterface* callback, void* userData);
+  void Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output);
+  [[nodiscard]] bool IsMuxToBeSaved();
+  void RequestSave();
+  void SaveAll();
+  void EndCollectors();
+  void Backup(const CollectorMap& collectors, const std::string& base) const;
   void LogFreeSpace(const char* when) const;
   PipelineCollect* GetStream(PipelineCollectType type) const;
   void SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1, int seconds);
@@ -86,8 +113,17 @@ class PipelineCollectManager {
   const PipelineCollectManagerConfig m_config;
   Kbase::Util::IClock& m_clock;
   CollectorMap m_collectors;
+  /// One twin each, which the mux thread works on while the collectors are armed for the next event.
+  CollectorMap m_muxCollectors;
+  /// Makes taking a turn, ending it and PowerFailure exclude each other; the flags are read without it.
+  std::mutex m_stateMutex;
   std::atomic<bool> m_collecting{false};
   std::atomic<bool> m_cancelled{false};
+  std::atomic<bool> m_powerFailure{false};
+  /// The mux thread works; it is to save its event when it is done. Both under the mutex.
+  bool m_muxing = false;
+  bool m_muxPowerFailure = false;
+  std::unique_ptr<MuxAsyncThread> m_muxThread;
 };
 
 }  // namespace Tavi::PipelineCollect

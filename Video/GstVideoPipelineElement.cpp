@@ -2,6 +2,7 @@
 #include "Video/GstVideoPipelineElement.h"
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 
 #include "Pipeline/AppSink.h"
@@ -17,6 +18,23 @@ using GstUtil::PullBuffer;
 using GstUtil::SetSampleCallback;
 
 namespace {
+
+/// How often one who waits for a raw frame is asked whether to go on.
+constexpr std::chrono::milliseconds PullSlice{50};
+
+/// The sink's next buffer with a reference for the caller. Null when the sink has stopped, its stream has ended, or
+/// `giveUp` says so.
+GstBuffer* PullUnless(const std::function<bool()>& giveUp, GstAppSink* sink) {
+  constexpr GstClockTime SliceNs = std::chrono::nanoseconds(PullSlice).count();
+  while (!giveUp()) {
+    const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_try_pull_sample(sink, SliceNs));
+    GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
+    if (buffer != nullptr) return gst_buffer_ref(buffer);
+    // True also for a sink that has stopped.
+    if (gst_app_sink_is_eos(sink)) return nullptr;
+  }
+  return nullptr;
+}
 
 void KeepNewestOnly(GstElement* sink) {
   g_object_set(sink, "max-buffers", 1U, "drop", TRUE, "emit-signals", FALSE, nullptr);
@@ -69,7 +87,8 @@ void GstVideoPipelineElement::Detach() {
   m_probe = 0;
   ClearSampleCallback(m_encodedSink);
   ClearSampleCallback(m_previewSink);
-  const std::lock_guard pullsEnded(m_rawFrameMutex);
+  std::unique_lock lock(m_rawFrameMutex);
+  m_pullEnded.wait(lock, [this] { return !m_pulling; });
 }
 
 GstPadProbeReturn GstVideoPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, void* element) {
@@ -97,13 +116,41 @@ GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink,
   return GST_FLOW_OK;
 }
 
-GstBuffer* GstVideoPipelineElement::GetRawFrame() {
+bool GstVideoPipelineElement::BeginPull() {
+  std::unique_lock lock(m_rawFrameMutex);
+  if (!m_pullEnded.wait_for(lock, PullSlice, [this] { return !m_pulling; })) return false;
+  m_pulling = true;
+  return true;
+}
+
+void GstVideoPipelineElement::EndPull() {
+  // Notified under the lock: once it is released the element may be gone.
   const std::lock_guard lock(m_rawFrameMutex);
-  return m_rawSink ? PullBuffer(GST_APP_SINK(m_rawSink.Get())) : nullptr;
+  m_pulling = false;
+  m_pullEnded.notify_all();
+}
+
+GstBuffer* GstVideoPipelineElement::GetRawFrame() {
+  return GetRawFrame([] { return false; });
+}
+
+GstBuffer* GstVideoPipelineElement::GetRawFrame(const std::function<bool()>& giveUp) {
+  if (!m_rawSink) return nullptr;
+  // One at a time: a sink that stops wakes only one who waits in it.
+  while (!BeginPull()) {
+    if (giveUp()) return nullptr;
+  }
+  GstBuffer* buffer = PullUnless(giveUp, GST_APP_SINK(m_rawSink.Get()));
+  EndPull();
+  return buffer;
 }
 
 GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {
-  return GstIpuFrame::Create(GetRawFrame(), m_config.width, m_config.height);
+  return GetIpuFrame([] { return false; });
+}
+
+GstIpuFrame* GstVideoPipelineElement::GetIpuFrame(const std::function<bool()>& giveUp) {
+  return GstIpuFrame::Create(GetRawFrame(giveUp), m_config.width, m_config.height);
 }
 
 }  // namespace Tavi::Video

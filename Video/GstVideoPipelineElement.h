@@ -5,7 +5,9 @@
 #include <gst/gst.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 
 #include "Pipeline/GstRef.h"
@@ -37,8 +39,12 @@ class GstVideoPipelineElement {
   /// The newest raw I420 frame with a reference for the caller. Blocks until a frame is there; null once the pipeline
   /// does not run, or its stream has ended. Thread-safe.
   GstBuffer* GetRawFrame();
+  /// The same, and null also once `giveUp` says so: it is asked on the caller's thread every 50 ms while no frame is
+  /// there, and before the first look.
+  GstBuffer* GetRawFrame(const std::function<bool()>& giveUp);
   /// The same as a frame of the media library, owned by the caller; null when there is none.
   GstIpuFrame* GetIpuFrame();
+  GstIpuFrame* GetIpuFrame(const std::function<bool()>& giveUp);
 
   static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element);
   static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element);
@@ -58,6 +64,8 @@ class GstVideoPipelineElement {
   void Init(GstElement* pipeline, const VideoConfig& config);
   void ConnectSource(GstElement* source);
   void ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview);
+  bool BeginPull();
+  void EndPull();
 
   /// What the probe on the source lets through; the streaming threads also read it first, which orders them after the
   /// thread that built the element.
@@ -68,7 +76,10 @@ class GstVideoPipelineElement {
   GstUtil::GstRef<GstElement> m_previewSink;
   VideoConfig m_config;
   std::uint64_t m_previewCounter = 0;
+  /// Guards the turn; not held while the one whose turn it is waits for a frame.
   std::mutex m_rawFrameMutex;
+  std::condition_variable m_pullEnded;
+  bool m_pulling = false;
   GstUtil::GstRef<GstPad> m_sourcePad;
   gulong m_probe = 0;
   GstUtil::GstRef<GstElement> m_ownPipeline;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 
 #include "Recorder/Options.h"
@@ -30,29 +31,18 @@ Parsed Parse(std::vector<const char*> arguments) {
   return parsed;
 }
 
+Parsed ParseLine(const std::string& line) {
+  std::istringstream words(line);
+  const std::vector<std::string> list{std::istream_iterator<std::string>(words), {}};
+  std::vector<const char*> arguments;
+  for (const auto& word : list) arguments.push_back(word.c_str());
+  return Parse(arguments);
+}
+
 TEST(Options, ReadsAWholeCommandAndTheLastOfARepeatedOptionWins) {
-  const Parsed parsed = Parse({"--simulate",
-                               "--collect-after",
-                               "2.5",
-                               "--start",
-                               "-10",
-                               "--duration",
-                               "15",
-                               "--output",
-                               "/tmp/a",
-                               "--count",
-                               "3",
-                               "--json",
-                               "--fps0",
-                               "10",
-                               "--fps1",
-                               "25",
-                               "--bitrate1",
-                               "4000",
-                               "--no-preview0",
-                               "--crop1",
-                               "--duration",
-                               "20"});
+  const Parsed parsed = ParseLine(
+      "--simulate --collect-after 2.5 --start -10 --duration 15 --output /tmp/a --count 3 --json --fps0 10 --fps1 25 "
+      "--bitrate1 4000 --no-preview0 --crop1 --duration 20");
   ASSERT_EQ(parsed.status, std::nullopt) << parsed.err;
   EXPECT_TRUE(parsed.options.simulate);
   EXPECT_EQ(parsed.options.startSeconds, -10);

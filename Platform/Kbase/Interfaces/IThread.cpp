@@ -88,6 +88,14 @@ void IThread::Stop() {
   JoinEnded();
 }
 
+void IThread::Wait() {
+  {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return !m_running; });
+  }
+  JoinEnded();
+}
+
 bool IThread::Abort(Milliseconds bound) {
   Cancel();
   {

@@ -40,6 +40,8 @@ class IThread {
   void Stop();
   /// Requests the end: sets the request, calls Stopping() and wakes WaitForCancel.
   void Cancel();
+  /// Waits for the thread's own end without asking for it. Not from the thread itself.
+  void Wait();
   /// Cancels and waits for the thread's end up to `bound`; false when it still runs then.
   bool Abort(Milliseconds bound = Milliseconds(2000));
   /// True from Start until the thread has left RunAfter.

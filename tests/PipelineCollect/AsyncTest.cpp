@@ -1,0 +1,93 @@
+// Muxing behind the caller's back, and the second manager beside the first.
+#include "PipelineCollect/ManagerFixture.h"
+
+namespace {
+
+using namespace Tavi::Testing;
+
+/// Takes what it is told; holds the mux thread as long as the test wants.
+class Told final : public CollectAsyncCallbackInterface {
+ public:
+  void CollectFinished(PipelineCollectOutput& output, bool success, void* userData) override {
+    EXPECT_TRUE(success);
+    {
+      const std::lock_guard lock(m_mutex);
+      outputs.emplace_back(output, userData);
+    }
+    ++calls;
+    const bool held = hold.exchange(false);
+    while (held && !released) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  std::atomic<int> calls{0};
+  std::atomic<bool> hold{false};
+  std::atomic<bool> released{false};
+  std::vector<std::pair<PipelineCollectOutput, void*>> outputs;
+
+ private:
+  std::mutex m_mutex;
+};
+
+class AsyncTest : public CollectManagerTest {};
+
+// Catches a callback that comes twice or not at all, an event that waits for a mux, and twins overwritten under one.
+TEST_F(AsyncTest, TheNextEventIsCollectedWhileTheLastOneIsMuxedAndEachIsToldOnce) {
+  StartFeeding(5);
+  Told told;
+  told.hold = true;
+  int tags[3];
+  m_input.durationSeconds = 1;
+  {
+    PipelineCollectManager manager(m_managerConfig);
+    ASSERT_TRUE(manager.CollectAsync(m_input, &told, &tags[0]));
+    ASSERT_TRUE(WaitUntil([&] { return told.calls == 1; }));
+    EXPECT_EQ(CountThreads("MUX-EVT"), 1);
+    ASSERT_TRUE(manager.CollectAsync(m_input, &told, &tags[1])) << "while the mux thread is held";
+    EXPECT_EQ(told.calls, 2) << "muxed on the caller's thread";
+    told.released = true;
+    ASSERT_TRUE(WaitUntil([] { return CountThreads("MUX-EVT") == 0; }));
+    ASSERT_TRUE(manager.CollectAsync(m_input, &told, &tags[2]));
+  }
+  ASSERT_EQ(told.calls, 3) << "the destructor waits";
+  std::set<std::string> files;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(told.outputs[i].second, &tags[i]);
+    for (const auto& [type, path] : told.outputs[i].first.outputs) {
+      files.insert(path);
+      EXPECT_EQ(DecodeVideo(path).frames.size(), type == PipelineCollectType::VideoCamera1 ? Fps0 + 1U : Fps1 + 1U);
+    }
+  }
+  EXPECT_EQ(files.size(), 6U);
+
+  Told none;
+  PipelineCollectManager manager(m_managerConfig);
+  m_input.discard = true;
+  EXPECT_TRUE(manager.CollectAsync(m_input, &none, nullptr));
+  ASSERT_EQ(none.calls, 1);
+  EXPECT_TRUE(none.outputs[0].first.outputs.empty());
+  m_input.outputDir = "/proc/none";
+  EXPECT_FALSE(manager.CollectAsync(m_input, &none, nullptr));
+  EXPECT_EQ(none.calls, 1) << "nothing was started";
+}
+
+TEST_F(AsyncTest, TheSecondManagerCollectsTheSameFramesAtTheSameTimeUnderItsOwnNames) {
+  StartFeeding(8);
+  PipelineCollectManager first(m_managerConfig);
+  m_managerConfig.cr = true;
+  PipelineCollectManager second(m_managerConfig);
+  Told told;
+  PipelineCollectInput early = m_input;
+  auto collect = std::async(std::launch::async, [&] { return first.Collect(early, m_output); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  ASSERT_TRUE(second.CollectAsync(m_input, &told, nullptr));
+  ASSERT_TRUE(collect.get());
+  ASSERT_TRUE(WaitUntil([&] { return told.calls == 1; }));
+  for (const auto type : {PipelineCollectType::VideoCamera0, PipelineCollectType::VideoCamera1}) {
+    const auto one = DecodeVideo(m_output.GetOutputPath(type));
+    const auto other = DecodeVideo(told.outputs[0].first.GetOutputPath(type));
+    EXPECT_EQ(one.frames.size(), other.frames.size());
+    EXPECT_EQ(one.decodeErrors + other.decodeErrors, 0);
+  }
+  EXPECT_EQ(CountLogged("Free space before (CR): "), 1);
+}
+
+}  // namespace
