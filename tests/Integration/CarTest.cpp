@@ -6,7 +6,7 @@
 #include <future>
 #include <nlohmann/json.hpp>
 
-#include "Pipeline/PipelineManager.h"
+#include "Integration/Waiting.h"
 #include "PipelineCollect/PipelineCollectManager.h"
 #include "Simulator/SimulatedCar.h"
 #include "Support/Media.h"
@@ -29,17 +29,6 @@ class CarTest : public MediaTest {
     config.camera1.device = "sim:camera0";
     config.gps.path = m_car.GetGpsPath();
     return config;
-  }
-  static bool WaitForSeconds(PipelineManager& manager, int seconds) {
-    return WaitUntil([&] {
-      for (const auto type : {PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio, PipelineType::Gps,
-                              PipelineType::Acc, PipelineType::Other}) {
-        auto* ring = manager.GetPipelineElement(type);
-        if (!ring->IsDataAvailable()) return false;
-        if (ring->GetCurrentFrameId() + 1 < static_cast<std::uint64_t>(seconds * ring->GetFps())) return false;
-      }
-      return true;
-    });
   }
   PipelineCollectOutput CollectOne(PipelineManager& manager, bool cr) const {
     PipelineCollectManagerConfig config;
@@ -85,7 +74,10 @@ TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
   ASSERT_EQ(m_car.GetProblem(), "");
   PipelineManager manager(Boarded());
   manager.RunIgnitionStart();
-  ASSERT_TRUE(WaitForSeconds(manager, 6));  // more than the window reaches back, a key frame's second included
+  ASSERT_TRUE(WaitForSeconds(
+      manager, 6,
+      {PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio, PipelineType::Gps, PipelineType::Acc,
+       PipelineType::Other}));  // more than the window reaches back, a key frame's second included
   auto beside = std::async(std::launch::async, [&] { return CollectOne(manager, true); });
   const auto output = CollectOne(manager, false);
   const auto second = beside.get();

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Pipeline/PipelineManager.h"
+#include "Integration/Waiting.h"
 #include "PipelineCollect/PipelineCollectManager.h"
 #include "Support/Media.h"
 #include "Support/VideoDecode.h"
@@ -14,7 +14,6 @@ namespace {
 using namespace Tavi::Pipeline;
 using namespace Tavi::PipelineCollect;
 using Tavi::Testing::DecodedVideo;
-using Tavi::Testing::WaitUntil;
 
 class EventTest : public Tavi::Testing::MediaTest {
  protected:
@@ -24,16 +23,6 @@ class EventTest : public Tavi::Testing::MediaTest {
     config.camera0.device = "sim:camera1";
     config.camera1.device = "sim:camera0";
     return config;
-  }
-  static bool WaitForSeconds(PipelineManager& manager, int seconds) {
-    return WaitUntil([&] {
-      for (const auto type : {PipelineType::Camera0, PipelineType::Camera1}) {
-        auto* ring = manager.GetPipelineElement(type);
-        if (!ring->IsDataAvailable()) return false;
-        if (ring->GetCurrentFrameId() < static_cast<std::uint64_t>(seconds * ring->GetFps())) return false;
-      }
-      return true;
-    });
   }
   PipelineCollectManagerConfig CollectConfig(PipelineManager& manager) const {
     PipelineCollectManagerConfig config;
@@ -63,7 +52,7 @@ TEST_F(EventTest, TwoCamerasBecomeTwoClipsThatPlayAndAgreeInTime) {
   auto config = CollectConfig(manager);
   PipelineCollectManager collect(config);
   manager.RunIgnitionStart();
-  ASSERT_TRUE(WaitForSeconds(manager, 4));
+  ASSERT_TRUE(Tavi::Testing::WaitForSeconds(manager, 4, {PipelineType::Camera0, PipelineType::Camera1}));
   PipelineCollectInput input{-3, 5, false, m_dir + "event", false};
   PipelineCollectOutput output;
   ASSERT_TRUE(collect.Collect(input, output));

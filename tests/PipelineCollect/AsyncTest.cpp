@@ -1,4 +1,4 @@
-// Muxing behind the caller's back, and the second manager beside the first.
+// Muxing behind the caller's back.
 #include "PipelineCollect/ManagerFixture.h"
 
 namespace {
@@ -67,27 +67,6 @@ TEST_F(AsyncTest, TheNextEventIsCollectedWhileTheLastOneIsMuxedAndEachIsToldOnce
   m_input.outputDir = "/proc/none";
   EXPECT_FALSE(manager.CollectAsync(m_input, &none, nullptr));
   EXPECT_EQ(none.calls, 1) << "nothing was started";
-}
-
-TEST_F(AsyncTest, TheSecondManagerCollectsTheSameFramesAtTheSameTimeUnderItsOwnNames) {
-  StartFeeding(8);
-  PipelineCollectManager first(m_managerConfig);
-  m_managerConfig.cr = true;
-  PipelineCollectManager second(m_managerConfig);
-  Told told;
-  PipelineCollectInput early = m_input;
-  auto collect = std::async(std::launch::async, [&] { return first.Collect(early, m_output); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(700));
-  ASSERT_TRUE(second.CollectAsync(m_input, &told, nullptr));
-  ASSERT_TRUE(collect.get());
-  ASSERT_TRUE(WaitUntil([&] { return told.calls == 1; }));
-  for (const auto type : {PipelineCollectType::VideoCamera0, PipelineCollectType::VideoCamera1}) {
-    const auto one = DecodeVideo(m_output.GetOutputPath(type));
-    const auto other = DecodeVideo(told.outputs[0].first.GetOutputPath(type));
-    EXPECT_EQ(one.frames.size(), other.frames.size());
-    EXPECT_EQ(one.decodeErrors + other.decodeErrors, 0);
-  }
-  EXPECT_EQ(CountLogged("Free space before (CR): "), 1);
 }
 
 }  // namespace

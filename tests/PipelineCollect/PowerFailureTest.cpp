@@ -32,10 +32,7 @@ TEST_F(PowerFailureTest, EveryStreamIsSavedUpToTheMomentOfTheFailure) {
   ASSERT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
   EXPECT_TRUE(collect.get());
   EXPECT_TRUE(m_output.outputs.empty());
-  for (const char* line : {"[Power Failure]Stopping the aquisition...", "[Power Failure]Making backup...",
-                           "[Power Failure]Backup finished"}) {
-    EXPECT_EQ(CountLogged(line), 1) << line;
-  }
+  EXPECT_EQ(CountLogged("[Power Failure]Backup finished"), 1);
   const auto saved = Saved();
   ASSERT_EQ(saved.size(), 2U);
   const std::string first = *saved.begin();
