@@ -90,7 +90,7 @@ bool CollectBase::Backup(const std::string& dir, const std::string& name) const 
   const std::filesystem::path path(m_path);
   const std::string file =
       path.extension() == ".mp4" ? GetPipelineCollectPrefix(m_type) + name + ".mp4" : GetPipelineCollectFileName(name);
-  return Kfile(m_path, true).CopyTo(dir + separator + file, false);
+  return Kfile(m_path, true).CopyTo(dir + separator + file, false, true);
 }
 
 std::unique_ptr<std::thread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {

@@ -34,10 +34,10 @@ class CollectBase : public Kbase::Interfaces::IThread {
   /// True when the file exists and is not empty.
   static bool IsPathAvailable(const std::string& path);
   bool IsPathAvailable() const { return IsPathAvailable(m_path); }
-  /// Removes the file; a missing one is no error.
-  void DeletePath();
+  /// Removes what the collect has written; a missing file is no error.
+  virtual void DeletePath();
   /// Copies the file to `dir` under prefix + `name` + extension (".mp4" once it was muxed). False when there is nothing
-  /// to copy or the copy failed.
+  /// to copy or the copy failed; what fitted then stays, with ".part" behind its name.
   bool Backup(const std::string& dir, const std::string& name) const;
   /// Backup on a thread of its own; the caller joins it.
   std::unique_ptr<std::thread> BackupAsync(const std::string& dir, const std::string& name) const;

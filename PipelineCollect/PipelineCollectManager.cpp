@@ -26,6 +26,9 @@
 #include "Pipeline/Log.h"
 #include "Pipeline/PipelineManager.h"
 #include "PipelineCollect/KeyFrameGrid.h"
+#include "PipelineCollect/PreviewCollect.h"
+#include "PipelineCollect/ThumbnailCollect.h"
+#include "Video/PreviewPipelineElement.h"
 #include "Video/VideoPipelineCollect.h"
 
 namespace Tavi::PipelineCollect {
@@ -49,13 +52,15 @@ struct StreamSource {
 };
 
 /// The ring that each collector reads.
-constexpr std::array<StreamSource, 6> StreamSources{{
+constexpr std::array<StreamSource, 8> StreamSources{{
     {PipelineCollectType::VideoCamera1, PipelineType::Camera0},
     {PipelineCollectType::VideoCamera0, PipelineType::Camera1},
     {PipelineCollectType::Audio, PipelineType::Audio},
     {PipelineCollectType::Gps, PipelineType::Gps},
     {PipelineCollectType::Acc, PipelineType::Acc},
     {PipelineCollectType::Other, PipelineType::Other},
+    {PipelineCollectType::ThumbnailCamera1, PipelineType::Camera0},
+    {PipelineCollectType::ThumbnailCamera0, PipelineType::Camera1},
 }};
 
 /// What is saved when power fails, in this order.
@@ -147,6 +152,28 @@ void PipelineCollectManager::CreateCollectors() {
   Create<Gps::GpsPipelineCollect>(PipelineCollectType::Gps, PipelineType::Gps);
   Create<Accel::AccPipelineCollect>(PipelineCollectType::Acc, PipelineType::Acc);
   Create<Other::OtherPipelineCollect>(PipelineCollectType::Other, PipelineType::Other);
+  if (m_config.withCamera0) {
+    Create<ThumbnailCollect>(PipelineCollectType::ThumbnailCamera1, PipelineType::Camera0, CameraType::Camera0);
+  }
+  Create<ThumbnailCollect>(PipelineCollectType::ThumbnailCamera0, PipelineType::Camera1, CameraType::Camera1);
+  if (!m_config.cr) CreatePreviewCollector();
+}
+
+void PipelineCollectManager::CreatePreviewCollector() {
+  auto* audio = GetStream(PipelineCollectType::Audio);
+  const auto make = [&](Audio::AudioPipelineCollect* sound) {
+    return std::make_unique<PreviewCollect>(nullptr, nullptr, sound, m_config.previewFlag, m_config.previewParam);
+  };
+  m_collectors[PipelineCollectType::Preview] = make(dynamic_cast<Audio::AudioPipelineCollect*>(audio));
+  m_muxCollectors[PipelineCollectType::Preview] = make(nullptr);
+  BindPreview();
+}
+
+void PipelineCollectManager::BindPreview() {
+  auto* preview = dynamic_cast<PreviewCollect*>(GetCollectElement(PipelineCollectType::Preview));
+  if (preview == nullptr) return;
+  const auto camera0 = m_config.withCamera0 ? m_config.pipelineManager->ShareElement(PipelineType::Preview0) : nullptr;
+  preview->Bind(camera0, m_config.pipelineManager->ShareElement(PipelineType::Preview1));
 }
 
 /// Takes the rings as the pipeline manager has them now. False when it has none of them any more.
@@ -159,11 +186,13 @@ bool PipelineCollectManager::BindElements() {
     collector->Bind(element);
     anyRing = anyRing || element;
   }
+  BindPreview();
   return anyRing;
 }
 
 void PipelineCollectManager::Init(PipelineCollectInput& input) {
   for (const auto& [type, collector] : m_collectors) {
+    if (type == PipelineCollectType::Preview && !input.withPreview) continue;
     const int shorter = std::min(ShortenedBySeconds(type, m_config.cr), AbsoluteSeconds(input.durationSeconds));
     const int duration = input.durationSeconds < 0 ? input.durationSeconds + shorter : input.durationSeconds - shorter;
     PipelineCollectConfig config{input.startSeconds, duration, input.outputDir};
@@ -516,7 +545,12 @@ void PipelineCollectManager::BuildOutput(const CollectorMap& collectors, Pipelin
   for (const auto& [type, collector] : collectors) {
     if (const auto* gps = Finished<Gps::GpsPipelineCollect>(collector.get())) output.maxSpeed = gps->GetMaxSpeed();
     if (const auto* acc = Finished<Accel::AccPipelineCollect>(collector.get())) output.maxG = acc->GetMaxG();
-    if (collector->IsCollected() && !collector->IsRunning()) output.AddOutput(type, collector->GetPath());
+    const bool isThere = collector->IsCollected() && !collector->IsRunning();
+    if (const auto* preview = dynamic_cast<const PreviewCollect*>(collector.get())) {
+      output.previewSeconds = preview->GetLength();
+      if (isThere) output.previewStill = preview->GetThumbnailPath();
+    }
+    if (isThere) output.AddOutput(type, collector->GetPath());
   }
 }
 

@@ -92,7 +92,9 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   void CreateCollectors();
   template <class Collector, class... Arguments>
   void Create(PipelineCollectType type, Pipeline::PipelineType source, Arguments... arguments);
+  void CreatePreviewCollector();
   bool BindElements();
+  void BindPreview();
   bool Prepare(PipelineCollectInput& input);
   void WaitForCollectors();
   void EndCancelledStart();

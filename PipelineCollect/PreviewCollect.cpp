@@ -20,12 +20,21 @@ using Milliseconds = std::chrono::milliseconds;
 
 /// In kbit/s.
 constexpr unsigned int DefaultBitrate = 256;
+/// What a clip's length is taken for when no camera tells.
+constexpr int DefaultLength = 6;
 constexpr Milliseconds PollPeriod{20};
 
 /// How long ago the ring's newest entry was made; entries that do not tell are new.
 Milliseconds AgeOf(const Kbase::Pipeline::IPipelineElement& ring) {
   const auto newest = std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(ring.RetrieveCurrent());
   return newest ? newest->GetAge() : Milliseconds(0);
+}
+
+int LengthOf(std::initializer_list<const Kbase::Pipeline::IPipelineElement*> rings) {
+  for (const auto* ring : rings) {
+    if (const auto* preview = dynamic_cast<const Video::PreviewPipelineElement*>(ring)) return preview->GetLength();
+  }
+  return DefaultLength;
 }
 
 /// How many entries the ring holds from before its newest one.
@@ -41,7 +50,8 @@ PreviewCollect::PreviewCollect(Video::PreviewPipelineElement* first, Video::Prev
       m_bitrate(previewParam > 0 ? static_cast<unsigned int>(previewParam) : DefaultBitrate),
       m_elements{first, second},
       m_audio(audio),
-      m_enabled(previewFlag) {}
+      m_enabled(previewFlag),
+      m_length(LengthOf({second, first})) {}
 
 PreviewCollect::~PreviewCollect() {
   Stop();
@@ -51,6 +61,7 @@ void PreviewCollect::Bind(const std::shared_ptr<Ring>& first, const std::shared_
   m_elements = {first.get(), second.get()};
   m_life = {first, second};
   m_bound = true;
+  if (first || second) m_length = LengthOf({second.get(), first.get()});
 }
 
 std::shared_ptr<PreviewCollect::Ring> PreviewCollect::GetRing(std::size_t camera) const {
@@ -82,9 +93,15 @@ void PreviewCollect::CopyTo(CollectBase* target) {
   twin->m_frameCount = m_frameCount;
   twin->m_thumbnailPath = m_thumbnailPath;
   twin->m_soundDelayNs = m_soundDelayNs;
+  twin->m_length = m_length;
 }
 
-int PreviewCollect::GetLength() const {
+void PreviewCollect::DeletePath() {
+  CollectBase::DeletePath();
+  DeleteThumbnailPath();
+}
+
+int PreviewCollect::GetClipSeconds() const {
   return m_fps > 0 ? static_cast<int>(m_framesPushed) / m_fps : 0;
 }
 
@@ -106,9 +123,9 @@ void PreviewCollect::Collect() {
   m_thumbnailPath = Kbase::Util::Replace(m_path, ".h264", ".jpg");
   RunPipeline();
   if (!IsPathAvailable(m_thumbnailPath)) DeleteThumbnailPath();
-  m_collected = m_framesPushed > 0 && IsPathAvailable();
+  m_collected = m_framesPushed > 0 && IsPathAvailable() && !IsSaving();
   if (!m_collected) {
-    Discard("nothing was encoded");
+    Discard(IsSaving() ? "power has failed" : "nothing was encoded");
     return;
   }
   const std::string audioPath = m_config.outputDir + "audio_preview_" + m_path.substr(m_path.rfind('/') + 1) + ".mp3";
@@ -184,7 +201,7 @@ void PreviewCollect::FindSoundStart() {
 /// Writes the clip's seconds of sound; false when there is none.
 bool PreviewCollect::CollectSound(const std::string& path) {
   if (!m_soundId) return false;
-  const int seconds = WaitForSound(GetLength());
+  const int seconds = WaitForSound(GetClipSeconds());
   if (seconds <= 0) return false;
   m_audio->CollectPreview(path, m_soundPos, seconds);
   return IsPathAvailable(path);
@@ -234,7 +251,6 @@ void PreviewCollect::Replace(bool muxed, const std::string& mp4Path) {
 void PreviewCollect::Discard(const char* reason) {
   Log::Error("there is no preview " + m_path + ": " + reason);
   DeletePath();
-  DeleteThumbnailPath();
 }
 
 void PreviewCollect::DeleteThumbnailPath() {

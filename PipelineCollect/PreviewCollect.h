@@ -31,9 +31,9 @@ namespace Tavi::PipelineCollect {
 /// its own, at the rate of the cameras; then adds the sound of the same seconds. The thread is "COLLECT-PREVIEW".
 ///
 /// Whatever ends it early (RequestStop, Abort, a source that falls silent or is taken away) leaves a shorter clip that
-/// plays. Without a frame, or after a failed mux, nothing counts as collected and no file stays. A camera without data,
-/// or silent since before the event, is left out: the clip is then half as wide; one that falls silent meanwhile turns
-/// black.
+/// plays; power that fails ends it without one, since nothing of it would be saved. Without a frame, or after a failed
+/// mux, nothing counts as collected and no file stays. A camera without data, or silent since before the event, is left
+/// out: the clip is then half as wide; one that falls silent meanwhile turns black.
 class PreviewCollect final : public CollectBase {
  public:
   using Ring = Kbase::Pipeline::IPipelineElement;
@@ -52,6 +52,8 @@ class PreviewCollect final : public CollectBase {
   void Init(PipelineCollectConfig& config) override;
   void Reset() override;
   void CopyTo(CollectBase* target) override;
+  /// Removes clip and still.
+  void DeletePath() override;
   void Collect() override;
 
   /// Builds, runs and takes down the encoding pipeline for the frames that Collect has found.
@@ -72,8 +74,8 @@ class PreviewCollect final : public CollectBase {
   void DeleteThumbnailPath();
   /// Full path of the JPEG still of the last collect; empty when it has none.
   [[nodiscard]] const std::string& GetThumbnailPath() const { return m_thumbnailPath; }
-  /// Whole seconds of the last collect's clip.
-  [[nodiscard]] int GetLength() const;
+  /// How many seconds a clip of these cameras has when nothing cuts it short.
+  [[nodiscard]] int GetLength() const { return m_length; }
 
  protected:
   void Stopping() override;
@@ -89,6 +91,7 @@ class PreviewCollect final : public CollectBase {
   void FindSoundStart();
   bool CollectSound(const std::string& path);
   int WaitForSound(int seconds);
+  [[nodiscard]] int GetClipSeconds() const;
   void Replace(bool muxed, const std::string& mp4Path);
   void Discard(const char* reason);
 
@@ -120,6 +123,7 @@ class PreviewCollect final : public CollectBase {
   std::atomic<unsigned int> m_probeBuffers{0};
 
   const bool m_enabled;
+  int m_length = 0;
   /// Set by Bind: the elements are then only touched while these can be locked.
   std::array<std::weak_ptr<Ring>, Cameras> m_life;
   bool m_bound = false;

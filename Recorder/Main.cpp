@@ -1,13 +1,13 @@
 // tavi-recorder: records and turns events into files.
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <mutex>
 
 #include "Kbase/Klog/Logger.h"
 #include "Kbase/Util/TemperatureMonitor.h"
@@ -38,12 +38,17 @@ int ReserveStandardOutput() {
 }
 
 int Record(Options options, int reportFd) {
-  std::atomic<Recorder*> recorder{nullptr};
-  std::atomic<bool> interrupted{false};
-  const SignalThread signals([&] {
-    interrupted = true;
-    if (auto* running = recorder.load()) running->Interrupt();
+  std::mutex mutex;
+  Recorder* recorder = nullptr;
+  const SignalThread signals([&](int signal) {
+    const std::lock_guard lock(mutex);
+    if (recorder == nullptr) return;
+    signal == SIGPWR ? recorder->PowerFail() : recorder->Interrupt();
   });
+  const auto setRecorder = [&](Recorder* which) {
+    const std::lock_guard lock(mutex);
+    recorder = which;
+  };
   // Threads from here on leave the signals to that one.
   const auto car = options.simulate ? BoardSimulatedCar(options.pipeline) : nullptr;
   if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
@@ -51,10 +56,9 @@ int Record(Options options, int reportFd) {
   if (!missing.empty()) return Complain(FailureExitStatus, missing);
   Kbase::Util::TemperatureMonitor::GetInstance().Start();
   const auto owned = std::make_unique<Recorder>(options, reportFd);
-  recorder = owned.get();
-  if (interrupted) owned->Interrupt();
+  setRecorder(owned.get());
   const int status = owned->Run();
-  recorder = nullptr;
+  setRecorder(nullptr);
   return status;
 }
 

@@ -91,7 +91,13 @@ void AddOptions(CLI::App& app, Options& options) {
   app.add_option("--count", options.eventCount, "Number of events")
       ->check(WholeNumber(1, 1000000))
       ->capture_default_str();
+  app.add_flag("--async", options.async, "Mux an event while the next one is waited for or collected");
+  app.add_flag("--preview", options.withPreview, "Make the small clip of both cameras side by side, and its still");
+  app.add_flag("--second-manager", options.secondManager, "Collect every event a second time, beside the first");
   app.add_option("--output", options.outputDir, "Directory for the files of the events (required)");
+  app.add_option("--backup", options.backupDir,
+                 "Directory on persistent storage where events are saved when power fails (SIGPWR), and finished from "
+                 "at the next start; the output directory unless given");
   app.add_flag("--json", options.json, "One JSON object an event on standard output");
   app.add_option("--log", options.logFile, "Append the log to this file, too");
   AddCameraOptions(app, "0", options.pipeline.camera0, options.pipeline.camera0Enabled);
@@ -109,6 +115,9 @@ std::string CheckTogether(const Options& options) {
       !all.otherEnabled) {
     return "--no-camera0 and the other --no-...: nothing is left to record; leave one out";
   }
+  const bool anyPreview =
+      (all.camera0Enabled && camera0.previewEnabled) || (all.camera1Enabled && camera1.previewEnabled);
+  if (options.withPreview && !anyPreview) return "--preview: no camera keeps preview frames; leave --no-preview... out";
   if (!options.pipeline.camera0Enabled || !options.pipeline.camera1Enabled) return {};
   if (!options.simulate && camera0.device == camera1.device) {
     return fmt::format("--device0 and --device1: both are \"{}\"; give each camera a device of its own",

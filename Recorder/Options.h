@@ -19,7 +19,15 @@ struct Options {
   int startSeconds = -15;
   int durationSeconds = 30;
   int eventCount = 1;
+  /// Mux behind the next event's waiting.
+  bool async = false;
+  /// Make the side-by-side clip and its still, too.
+  bool withPreview = false;
+  /// Collect every event a second time, beside the first.
+  bool secondManager = false;
   std::string outputDir;
+  /// Where "power_failure/" and "power_restore/" are; empty stands for `outputDir`.
+  std::string backupDir;
   /// One JSON object an event on standard output instead of a table.
   bool json = false;
   /// Also append the log to this file.

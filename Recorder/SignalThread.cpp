@@ -1,4 +1,4 @@
-// Turns SIGINT and SIGTERM into a call on an ordinary thread.
+// Turns the signals that end the recorder into calls on an ordinary thread.
 #include "Recorder/SignalThread.h"
 
 #include <ctime>
@@ -7,15 +7,16 @@
 namespace Tavi::Recorder {
 namespace {
 
-/// How soon the thread notices that it is to end.
-constexpr std::timespec PollPeriod{0, 200'000'000};
+/// How soon the thread notices that it is to end, and how often it calls.
+constexpr std::timespec PollPeriod{0, 50'000'000};
 
 }  // namespace
 
-SignalThread::SignalThread(std::function<void()> handler) : IThread("SIGNALS"), m_handler(std::move(handler)) {
+SignalThread::SignalThread(std::function<void(int)> handler) : IThread("SIGNALS"), m_handler(std::move(handler)) {
   sigemptyset(&m_signals);
   sigaddset(&m_signals, SIGINT);
   sigaddset(&m_signals, SIGTERM);
+  sigaddset(&m_signals, SIGPWR);
   pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
   Start();
 }
@@ -25,7 +26,9 @@ SignalThread::~SignalThread() {
 }
 
 void SignalThread::Run() {
-  if (sigtimedwait(&m_signals, nullptr, &PollPeriod) > 0) m_handler();
+  const int signal = sigtimedwait(&m_signals, nullptr, &PollPeriod);
+  if (signal > 0 && m_pending != SIGPWR) m_pending = signal;
+  if (m_pending != 0) m_handler(m_pending);
 }
 
 }  // namespace Tavi::Recorder

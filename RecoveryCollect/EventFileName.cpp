@@ -44,7 +44,8 @@ std::optional<EventFileName> Parse(std::string_view fileName, Affixes (*getAffix
     if (fileName.size() <= around || !fileName.starts_with(affixes.prefix) || !fileName.ends_with(affixes.extension)) {
       continue;
     }
-    return EventFileName{value, std::string(fileName.substr(affixes.prefix.size(), fileName.size() - around))};
+    return EventFileName{value, std::string(fileName.substr(affixes.prefix.size(), fileName.size() - around)), false,
+                         false};
   }
   return std::nullopt;
 }
@@ -60,7 +61,11 @@ std::optional<EventFileName> ParseBackupName(const std::string& fileName) {
   const bool isHalf = name.ends_with(HalfSuffix);
   if (isHalf) name.remove_suffix(HalfSuffix.size());
   auto parsed = Parse(name, GetBackupAffixes);
-  if (parsed) parsed->isHalf = isHalf;
+  const bool isMuxed = !parsed;
+  if (isMuxed) parsed = Parse(name, GetProductAffixes);
+  if (!parsed) return std::nullopt;
+  parsed->isHalf = isHalf;
+  parsed->isMuxed = isMuxed;
   return parsed;
 }
 

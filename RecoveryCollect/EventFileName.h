@@ -16,6 +16,8 @@ struct EventFileName {
   std::string event;
   /// The copy was interrupted: the file holds the stream's beginning.
   bool isHalf = false;
+  /// A camera's video that is an MP4 already: power failed while the event was muxed.
+  bool isMuxed = false;
 };
 
 /// When an event was saved, in seconds since the epoch, and how many seconds it holds.

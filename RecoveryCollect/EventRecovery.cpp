@@ -31,11 +31,12 @@ bool EventRecovery::Recover() {
 }
 
 bool EventRecovery::RecoverFile(PipelineCollectType type, const std::string& source) const {
-  if (ParseBackupName(source.substr(m_input.restoreDir.size()))->isHalf) {
+  const auto name = ParseBackupName(source.substr(m_input.restoreDir.size()));
+  if (name->isHalf) {
     Log::Warning(source + " was not copied to its end: what it holds is recovered");
   }
-  return IsCameraVideo(type) ? RecoverVideo(type, source)
-                             : MoveFile(source, GetProductPath(type), m_work.GetAsidePath());
+  return IsCameraVideo(type) && !name->isMuxed ? RecoverVideo(type, source)
+                                               : MoveFile(source, GetProductPath(type), m_work.GetAsidePath());
 }
 
 bool EventRecovery::RecoverVideo(PipelineCollectType type, const std::string& source) const {

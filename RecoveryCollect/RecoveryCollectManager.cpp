@@ -89,6 +89,10 @@ bool ListProducts(const std::string& outputDir, std::vector<RecoveredEvent>& eve
   return read;
 }
 
+bool Contains(const std::vector<EventSources>& events, const std::string& name) {
+  return std::ranges::any_of(events, [&](const EventSources& event) { return event.name == name; });
+}
+
 void ListLeftovers(const std::string& restoreDir, std::vector<std::string>& leftovers) {
   ListDirectory(restoreDir, leftovers);
   for (auto& name : leftovers) name.insert(0, restoreDir);
@@ -128,6 +132,7 @@ bool RecoveryCollectManager::Collect(RecoveryCollectInput& input, RecoveryCollec
   for (const auto& [path, what] : content.others) Log::Warning(path + " is " + what + ": left alone");
   recovered = RecoverEvents(input, content.events) && recovered;
   recovered = ListProducts(input.outputDir, output.events) && recovered;
+  for (auto& event : output.events) event.isNew = Contains(content.events, event.name);
   ListLeftovers(input.restoreDir, output.leftovers);
   return recovered;
 }

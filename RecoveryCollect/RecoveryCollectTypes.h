@@ -29,6 +29,8 @@ struct RecoveredEvent {
   PipelineCollect::PipelineCollectOutput output;
   /// Seconds that were recorded, as the name tells; 0 when it does not.
   unsigned int seconds = 0;
+  /// Files of it lay in the restore directory when this call began.
+  bool isNew = false;
 };
 
 /// The state after a recovery, whether this call or an interrupted one before has brought it about.

@@ -24,7 +24,7 @@ std::string AddTo(EventMap& events, const std::string& dir, const std::string& f
   EventSources& event = events[parsed->event];
   event.name = parsed->event;
   // The names are sorted: the whole file comes before its half copy.
-  return event.paths.emplace(parsed->type, dir + fileName).second ? "" : "a half copy of a whole file";
+  return event.paths.emplace(parsed->type, dir + fileName).second ? "" : "another copy of a file of this event";
 }
 
 }  // namespace

@@ -36,6 +36,25 @@ GstBuffer* PullUnless(const std::function<bool()>& giveUp, GstAppSink* sink) {
   return nullptr;
 }
 
+struct PictureSize {
+  int width = 0;
+  int height = 0;
+};
+
+/// What the frames in the sink really measure: a cropped picture, or a camera that has no other size, may differ from
+/// what is configured.
+PictureSize GetSize(GstElement* sink, PictureSize configured) {
+  const auto pad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(sink, "sink"));
+  GstCaps* caps = gst_pad_get_current_caps(pad.Get());
+  if (caps == nullptr) return configured;
+  const GstStructure* format = gst_caps_get_structure(caps, 0);
+  PictureSize size;
+  const bool known =
+      gst_structure_get_int(format, "width", &size.width) && gst_structure_get_int(format, "height", &size.height);
+  gst_caps_unref(caps);
+  return known ? size : configured;
+}
+
 void KeepNewestOnly(GstElement* sink) {
   g_object_set(sink, "max-buffers", 1U, "drop", TRUE, "emit-signals", FALSE, nullptr);
 }
@@ -150,7 +169,10 @@ GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {
 }
 
 GstIpuFrame* GstVideoPipelineElement::GetIpuFrame(const std::function<bool()>& giveUp) {
-  return GstIpuFrame::Create(GetRawFrame(giveUp), m_config.width, m_config.height);
+  GstBuffer* buffer = GetRawFrame(giveUp);
+  if (buffer == nullptr) return nullptr;
+  const PictureSize size = GetSize(m_rawSink.Get(), {m_config.width, m_config.height});
+  return GstIpuFrame::Create(buffer, size.width, size.height);
 }
 
 }  // namespace Tavi::Video

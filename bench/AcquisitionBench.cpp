@@ -4,6 +4,7 @@
 //   tavi-bench-acquisition cpu [seconds a round] [rounds]
 //   tavi-bench-acquisition memory [events]
 //   tavi-bench-acquisition sensors [seconds]
+//   tavi-bench-acquisition holdup [rounds]
 #include <fmt/format.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -20,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "HoldUpBench.h"
 #include "Kbase/Klog/Logger.h"
 #include "Pipeline/GstPipelineCbElement.h"
 #include "Pipeline/PipelineManager.h"
@@ -244,7 +246,9 @@ int main(int argc, char** argv) {
     return CompareProcessorTime(std::filesystem::read_symlink("/proc/self/exe"), number(2, 20), number(3, 6));
   if (what == "memory") return MeasureMemory(number(2, 50));
   if (what == "sensors") return MeasureSensors(number(2, 60));
+  if (what == "holdup") return MeasureHoldUp(number(2, 5));
   fmt::print(stderr,
-             "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events] | sensors [seconds]\n");
+             "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events] | sensors [seconds] | "
+             "holdup [rounds]\n");
   return 2;
 }

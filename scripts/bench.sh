@@ -8,3 +8,4 @@ build/release/bin/tavi-bench --benchmark_repetitions=9 --benchmark_enable_random
 build/release/bin/tavi-bench-acquisition cpu 16 8
 build/release/bin/tavi-bench-acquisition memory 200
 build/release/bin/tavi-bench-acquisition sensors 60
+build/release/bin/tavi-bench-acquisition holdup 5

@@ -54,6 +54,8 @@ TEST_F(FileTest, ACopyIsWholeOrAbsent) {
   EXPECT_FALSE(file.CopyTo(full + "/f", false));
   EXPECT_TRUE(std::filesystem::is_empty(full));
   EXPECT_EQ(CountLogged("cannot copy " + m_dir + "f to " + full + "/f.part: No space left"), 1) << GetLog();
+  EXPECT_FALSE(file.CopyTo(full + "/f", false, true));
+  EXPECT_EQ(ReadFile(full + "/f.part"), std::string(64 << 10, 'x')) << "what fits is kept";
   umount(full.c_str());
 }
 

@@ -71,6 +71,7 @@ TEST_F(RecoveryTest, MakesProductsOfWhatIsUsableAndLeavesTheRestAlone) {
   utimensat(AT_FDCWD, (m_dir + "restore/video1_parking.h264.part").c_str(), recorded, 0);
   Save("restore/video1_x_20260231T090000Z_1.h264", m_garbage);
   Save("restore/notes.txt", {'n'});
+  Save("restore/video0_mux_20261121T090000Z_3.mp4", {'m'});
   mkfifo((m_dir + "restore/audio_pipe.mp3").c_str(), 0600);
   // Longer than the muxer's request has room for, with what it replaces in paths.
   m_input.outputDir = m_dir + std::string(200, 'o') + ".h264/" + std::string(100, 'p');
@@ -79,7 +80,9 @@ TEST_F(RecoveryTest, MakesProductsOfWhatIsUsableAndLeavesTheRestAlone) {
     EXPECT_THAT(Record(),
                 ElementsAre("1795245300 30 video1_" + whole + ".mp4", "1795245300 30 video0_" + whole + ".mp4",
                             "1795245300 30 audio_" + whole + ".mp3", "1795248000 7 video0_" + cut + ".mp4",
-                            "1795248000 7 audio_" + cut + ".mp3", "1700000000 0 video1_parking.mp4"));
+                            "1795248000 7 audio_" + cut + ".mp3", "1795251600 3 video0_mux_20261121T090000Z_3.mp4",
+                            "1700000000 0 video1_parking.mp4"));
+    EXPECT_EQ(m_output.events.back().isNew, run == 1);
     EXPECT_THAT(m_output.leftovers,
                 ElementsAre(m_dir + "restore/audio_pipe.mp3", m_dir + "restore/gps_" + whole + ".dat",
                             m_dir + "restore/notes.txt", m_dir + "restore/video1_x_20260231T090000Z_1.h264"));

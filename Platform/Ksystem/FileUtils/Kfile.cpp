@@ -53,6 +53,15 @@ bool SendAll(int from, int to) {
   }
 }
 
+/// False when there is nothing in the file.
+bool SyncSome(const std::string& path) {
+  struct stat attributes {};
+  const UniqueFd file = UniqueFd::Open(path, O_RDONLY);
+  if (!file.IsValid() || ::fstat(file.Get(), &attributes) != 0 || attributes.st_size == 0) return false;
+  if (::fsync(file.Get()) != 0) LogFailure("sync", path);
+  return Kdir::SyncParentOf(path);
+}
+
 }  // namespace
 
 Kfile::Kfile(std::string path, bool quiet) : m_path(std::move(path)), m_quiet(quiet) {}
@@ -85,14 +94,14 @@ bool Kfile::CopyContent(const std::string& aside) {
   return false;
 }
 
-bool Kfile::CopyTo(const std::string& dest, bool keepExisting) {
+bool Kfile::CopyTo(const std::string& dest, bool keepExisting, bool keepHalf) {
   if (keepExisting && ::access(dest.c_str(), F_OK) == 0) return false;
   const std::string aside = dest + AsideSuffix;
   if (CopyContent(aside)) {
     if (::rename(aside.c_str(), dest.c_str()) == 0) return Kdir::SyncParentOf(dest);
     LogFailure("rename " + aside + " to", dest);
   }
-  ::unlink(aside.c_str());
+  if (!keepHalf || !SyncSome(aside)) ::unlink(aside.c_str());
   return false;
 }
 

@@ -23,8 +23,9 @@ class Kfile {
 
   /// Copies the file to `dest`, synced with its directory: written aside and renamed, so that no half copy ever stands
   /// under that name. `keepExisting`: an existing `dest` stays and the result is false. False also, with one line in
-  /// the log that names the file, when the copy failed.
-  bool CopyTo(const std::string& dest, bool keepExisting);
+  /// the log that names the file, when the copy failed; `keepHalf` then leaves what fitted, synced, as `dest` +
+  /// ".part".
+  bool CopyTo(const std::string& dest, bool keepExisting, bool keepHalf = false);
 
   /// Writes `size` bytes. False on a null stream or a short write.
   static bool Write(const void* data, std::size_t size, FILE* file);
