@@ -106,6 +106,7 @@ PipelineCollect::~PipelineCollect() {
 
 void PipelineCollect::Init(PipelineCollectConfig& config) {
   m_startPos = 0;
+  m_armedAt = std::chrono::steady_clock::now();
   CollectBase::Init(config);
 }
 
@@ -121,7 +122,7 @@ void PipelineCollect::CopyTo(CollectBase* other) {
   twin->m_element = m_element;
   twin->m_startPos = m_startPos;
   twin->m_secondsCollected = m_secondsCollected;
-  twin->m_firstTimestampNs = m_firstTimestampNs;
+  twin->m_window = m_window;
   twin->m_fps = m_fps;
   twin->m_life = m_life;
   twin->m_bound = m_bound;
@@ -153,12 +154,13 @@ bool PipelineCollect::WriteFooter(FILE* /*file*/) {
 void PipelineCollect::Collect() {
   m_collected = false;
   m_secondsCollected = 0;
-  m_firstTimestampNs.reset();
+  m_window = {};
   std::uint64_t startId = 0;
   {
     const auto ring = GetRing();
     if (!ring) return;
     m_fps = ring->GetFps();
+    m_window.fps = m_fps;
     const auto newest = ring->RetrieveCurrent();
     startId = newest ? newest->frameId : IPipelineElement::NoFrameId;
     m_silentBefore = AgeOf(newest.get());
@@ -228,11 +230,20 @@ bool PipelineCollect::WritePending(CollectFile& file, Progress& progress, std::u
     const auto entry = progress.reader.Next();
     if (!entry) return true;
     if (!file.Append([&](FILE* stream) { return Write(stream, entry.get()); })) return false;
-    if (progress.index == 0) m_firstTimestampNs = TimestampOf(entry.get());
+    Note(entry.get());
     if (progress.index == progress.last) return false;
     ++progress.index;
   }
   return true;
+}
+
+void PipelineCollect::Note(const Kbase::Pipeline::IPipelineCbElement* entry) {
+  const std::chrono::duration<double> madeAt = std::chrono::steady_clock::now() - m_armedAt - AgeOf(entry);
+  m_window.toSeconds = madeAt.count();
+  m_window.lastTimestampNs = TimestampOf(entry);
+  if (m_window.entries++ != 0) return;
+  m_window.fromSeconds = m_window.toSeconds;
+  m_window.firstTimestampNs = m_window.lastTimestampNs;
 }
 
 void PipelineCollect::Finish(CollectFile& file) {

@@ -51,7 +51,9 @@ class PipelineCollect : public CollectBase {
   [[nodiscard]] unsigned int GetStartPos() const { return m_startPos; }
   /// Presentation time stamp in nanoseconds of the first entry that the last collect wrote. Empty when it wrote none,
   /// or the entry had no time stamp. Set once the collect has ended.
-  [[nodiscard]] std::optional<std::uint64_t> GetFirstTimestamp() const { return m_firstTimestampNs; }
+  [[nodiscard]] std::optional<std::uint64_t> GetFirstTimestamp() const { return m_window.firstTimestampNs; }
+  /// What the last collect wrote; no entries when that was nothing. Set once the collect has ended.
+  [[nodiscard]] const CollectedWindow& GetWindow() const { return m_window; }
 
   /// Presentation time stamp in nanoseconds of the entry at `pos`. False, and `timestampNs` untouched, when there is no
   /// such entry or it has none.
@@ -74,13 +76,15 @@ class PipelineCollect : public CollectBase {
   void WriteWindow(CollectFile& file, std::uint64_t startId);
   bool WritePending(CollectFile& file, Progress& progress, std::uint64_t limit);
   void WriteLast(CollectFile& file, Progress& progress);
+  void Note(const Kbase::Pipeline::IPipelineCbElement* entry);
   void Finish(CollectFile& file);
   [[nodiscard]] std::chrono::seconds GetLookBack() const;
 
   Kbase::Pipeline::IPipelineElement* m_element;
   unsigned int m_startPos = 0;
   unsigned int m_secondsCollected = 0;
-  std::optional<std::uint64_t> m_firstTimestampNs;
+  CollectedWindow m_window;
+  std::chrono::steady_clock::time_point m_armedAt;
   float m_fps = 0.0F;
   /// How old the newest entry was when the collect began.
   std::chrono::milliseconds m_silentBefore{0};

@@ -550,7 +550,10 @@ void PipelineCollectManager::BuildOutput(const CollectorMap& collectors, Pipelin
       output.previewSeconds = preview->GetLength();
       if (isThere) output.previewStill = preview->GetThumbnailPath();
     }
-    if (isThere) output.AddOutput(type, collector->GetPath());
+    if (!isThere) continue;
+    output.AddOutput(type, collector->GetPath());
+    const auto* stream = dynamic_cast<const PipelineCollect*>(collector.get());
+    if (stream != nullptr && stream->GetWindow().entries != 0) output.windows[type] = stream->GetWindow();
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "Kbase/Util/Clock.h"
@@ -52,6 +53,20 @@ struct PipelineCollectInput {
   bool discard = false;
 };
 
+/// What a stream's file holds in time.
+struct CollectedWindow {
+  /// When the first and the last entry were made, in seconds from the start of the collect: negative is before it.
+  double fromSeconds = 0.0;
+  double toSeconds = 0.0;
+  std::uint64_t entries = 0;
+  /// Entries per second as configured.
+  float fps = 0.0F;
+  /// Presentation time stamps in nanoseconds of the first and the last entry by the source's own clock, which cameras
+  /// and microphone share; empty when an entry had none.
+  std::optional<std::uint64_t> firstTimestampNs;
+  std::optional<std::uint64_t> lastTimestampNs;
+};
+
 /// The result of one collect, owned by the caller and filled by the manager.
 class PipelineCollectOutput {
  public:
@@ -75,6 +90,8 @@ class PipelineCollectOutput {
   std::int32_t previewSeconds = 8;
   /// Full path of each file that holds something.
   Map outputs;
+  /// For each of them that was written from a ring.
+  std::map<PipelineCollectType, CollectedWindow> windows;
 };
 
 /// How a collect manager is built.

@@ -4,4 +4,4 @@
 source "$(dirname "$0")/common.sh"
 
 scripts/build.sh
-exec build/release/bin/tavi-recorder --simulate --collect-after 12 --start -10 --duration 15 --output build/events "$@"
+exec build/release/bin/tavi-recorder --simulate --preview --collect-after 12 --start -10 --duration 15 --output build/events "$@"

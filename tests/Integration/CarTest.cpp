@@ -37,7 +37,7 @@ class CarTest : public MediaTest {
     config.backupDir = m_dir + "backup/";
     config.cr = cr;
     PipelineCollectManager collect(config);
-    PipelineCollectInput input{-4, Seconds, false, m_dir + "event", false};
+    PipelineCollectInput input{-4, Seconds, true, m_dir + "event", false};
     PipelineCollectOutput output;
     EXPECT_TRUE(collect.Collect(input, output));
     return output;
@@ -65,11 +65,20 @@ class CarTest : public MediaTest {
     return count;
   }
 
+  /// The frames that both have are the same to the byte, without a gap.
+  static void ExpectOneOverlap(const std::vector<std::string>& earlier, const std::vector<std::string>& later) {
+    const auto from = std::find(earlier.begin(), earlier.end(), later.front());
+    const auto common = std::distance(from, earlier.end());
+    EXPECT_GE(common, 2 * 15);
+    ASSERT_LE(common, std::ssize(later));
+    EXPECT_TRUE(std::equal(from, earlier.end(), later.begin()));
+  }
+
   const Tavi::Simulator::SimulatedCar m_car;
 };
 
 // Catches sound that is aligned to one camera only, or to none; windows of the wrong length; summaries of another
-// event.
+// event; previews and stills that do not play; managers that disturb each other.
 TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
   ASSERT_EQ(m_car.GetProblem(), "");
   PipelineManager manager(Boarded());
@@ -78,7 +87,10 @@ TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
       manager, 6,
       {PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio, PipelineType::Gps, PipelineType::Acc,
        PipelineType::Other}));  // more than the window reaches back, a key frame's second included
-  auto beside = std::async(std::launch::async, [&] { return CollectOne(manager, true); });
+  auto beside = std::async(std::launch::async, [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    return CollectOne(manager, true);
+  });
   const auto output = CollectOne(manager, false);
   const auto second = beside.get();
   manager.RunIgnitionOff();
@@ -86,7 +98,9 @@ TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
 
   for (const auto type : {PipelineCollectType::VideoCamera0, PipelineCollectType::VideoCamera1}) {
     SCOPED_TRACE(GetPipelineCollectTypeName(type));
-    const auto flashes = FindFlashes(DecodeVideo(output.GetOutputPath(type)));
+    const auto video = DecodeVideo(output.GetOutputPath(type));
+    const auto flashes = FindFlashes(video);
+    ExpectOneOverlap(video.packets, DecodeVideo(second.GetOutputPath(type)).packets);
     const auto sound = DecodeSound(output.GetOutputPath(type));
     EXPECT_GE(sound.startSeconds, 0.0);
     EXPECT_NEAR(static_cast<double>(sound.samples.size()) / sound.sampleRate, Seconds, 0.6);
@@ -101,6 +115,21 @@ TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
   EXPECT_EQ(read(output, PipelineCollectType::Acc).size(), (Seconds * 10 + 1) * 34U);
   EXPECT_EQ(read(second, PipelineCollectType::Acc).size(), ((Seconds - 3) * 10 + 1) * 34U);
   EXPECT_EQ(CountSentences(read(second, PipelineCollectType::Gps)), Seconds);
+  EXPECT_EQ(output.windows.size(), 6U);
+  for (const auto& [type, window] : output.windows) {
+    SCOPED_TRACE(GetPipelineCollectTypeName(type));
+    EXPECT_TRUE(window.fromSeconds > -5.2 && window.fromSeconds < -2.8) << window.fromSeconds;
+    EXPECT_NEAR(static_cast<double>(window.entries - 1) / window.fps, window.toSeconds - window.fromSeconds, 0.6);
+  }
+  const auto preview = DecodeVideo(output.GetOutputPath(PipelineCollectType::Preview));
+  EXPECT_EQ(std::tuple(preview.width, preview.height, preview.frames.size()), std::tuple(640, 176, 18U));
+  EXPECT_NEAR(preview.audioSeconds, 6.0, 0.2);
+  EXPECT_EQ(output.previewSeconds, 6);
+  EXPECT_EQ(DecodeVideo(output.previewStill).width, 640);
+  for (const auto type : {PipelineCollectType::ThumbnailCamera0, PipelineCollectType::ThumbnailCamera1}) {
+    for (const auto& event : {output, second}) EXPECT_EQ(DecodeVideo(event.GetOutputPath(type)).height, 160);
+  }
+  EXPECT_EQ(second.GetOutputPath(PipelineCollectType::Preview) + second.previewStill, "") << "the second makes none";
   EXPECT_GT(output.maxSpeed, 1.0);
   EXPECT_LT(output.maxSpeed, 70.0);
   EXPECT_GT(output.maxG, 0.05);

@@ -17,7 +17,9 @@ class Told final : public CollectAsyncCallbackInterface {
     ++calls;
     const bool held = hold.exchange(false);
     while (held && !released) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (then) std::exchange(then, {})();
   }
+  std::function<void()> then;
   std::atomic<int> calls{0};
   std::atomic<bool> hold{false};
   std::atomic<bool> released{false};
@@ -57,6 +59,15 @@ TEST_F(AsyncTest, TheNextEventIsCollectedWhileTheLastOneIsMuxedAndEachIsToldOnce
     }
   }
   EXPECT_EQ(files.size(), 6U);
+
+  // A manager that is destroyed while the callback of its mux thread asks it for another event.
+  Told again;
+  auto asked = std::make_unique<PipelineCollectManager>(m_managerConfig);
+  again.then = [&, manager = asked.get()] { EXPECT_TRUE(manager->CollectAsync(m_input, &again, nullptr)); };
+  ASSERT_TRUE(asked->CollectAsync(m_input, &again, nullptr));
+  asked.reset();
+  EXPECT_EQ(again.calls, 2);
+  EXPECT_EQ(again.outputs.back().first.outputs.size(), 2U);
 
   Told none;
   PipelineCollectManager manager(m_managerConfig);

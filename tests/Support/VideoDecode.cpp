@@ -38,6 +38,7 @@ void DecodeStream(AVFormatContext* format, AVStream* stream, DecodedVideo& resul
   for (bool more = true; more; av_packet_unref(packet)) {
     more = av_read_frame(format, packet) == 0;
     if (more && packet->stream_index != stream->index) continue;
+    if (more) result.packets.emplace_back(reinterpret_cast<const char*>(packet->data), packet->size);
     // At the end the decoder is asked for what it still holds.
     int state = avcodec_send_packet(decoder, more ? packet : nullptr);
     while (state >= 0 && (state = avcodec_receive_frame(decoder, frame)) >= 0) {

@@ -18,6 +18,8 @@ struct DecodedVideo {
   /// False when the file could not be opened or has no video.
   bool opened = false;
   std::vector<DecodedFrame> frames;
+  /// The frames as they were encoded.
+  std::vector<std::string> packets;
   int decodeErrors = 0;
   int width = 0;
   int height = 0;
