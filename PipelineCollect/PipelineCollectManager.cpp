@@ -131,6 +131,8 @@ PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& con
 }
 
 PipelineCollectManager::~PipelineCollectManager() {
+  // Its callback may still ask for an event, and look at this pointer.
+  if (m_muxThread) m_muxThread->Wait();
   m_muxThread.reset();
 }
 
