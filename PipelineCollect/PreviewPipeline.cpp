@@ -59,6 +59,16 @@ __attribute__((no_sanitize("thread"))) void SetTime(GstBuffer* buffer, GstClockT
   GST_BUFFER_DURATION(buffer) = end - begin;
 }
 
+/// A sink that is stopped before the end of its stream may drop what it has buffered.
+void WriteAtOnce(GstBin* bin) {
+  GstIterator* sinks = gst_bin_iterate_all_by_element_factory_name(bin, "filesink");
+  const auto setMode = [](const GValue* sink, gpointer) {
+    gst_util_set_object_arg(G_OBJECT(g_value_get_object(sink)), "buffer-mode", "unbuffered");
+  };
+  gst_iterator_foreach(sinks, setMode, nullptr);
+  gst_iterator_free(sinks);
+}
+
 void LogError(const std::string& path, GstMessage* message) {
   GError* error = nullptr;
   gchar* debug = nullptr;
@@ -101,6 +111,7 @@ bool PreviewCollect::Build() {
     return false;
   }
   GstBin* bin = GST_BIN(m_pipeline.Get());
+  WriteAtOnce(bin);
   const auto encoder = GstRef<GstElement>::Adopt(gst_bin_get_by_name(bin, "enc"));
   g_object_set(encoder.Get(), "bitrate", m_bitrate, "idr-interval", KeyInterval, "gop-size", KeyInterval, nullptr);
   for (std::size_t camera = 0; camera < Cameras; ++camera) {

@@ -21,9 +21,9 @@ TEST_F(AudioEncoder, ATickIsHeardWhenItWasRecorded) {
     std::vector<std::size_t> sizes;
     GstRun run(
         "audiotestsrc wave=ticks samplesperbuffer=441 num-buffers=450 timestamp-offset=250000000 ! "
-        "audio/x-raw,channels=2 ! tee name=t ! queue ! wavenc ! filesink location=" +
+        "audio/x-raw,channels=2 ! tee name=t ! queue ! wavenc ! filesink buffer-mode=unbuffered location=" +
         m_dir + "in.wav t. ! queue ! imxmp3audioenc name=enc bitrate=" + std::to_string(kilobits) +
-        " ! filesink location=" + m_dir + "out.mp3");
+        " ! filesink buffer-mode=unbuffered location=" + m_dir + "out.mp3");
     run.OnBuffer("enc", [&](GstPad*, GstBuffer* buffer) {
       stamps.push_back(static_cast<double>(GST_BUFFER_PTS(buffer)) / GST_SECOND);
       sizes.push_back(gst_buffer_get_size(buffer));
