@@ -1,0 +1,78 @@
+// An event's description as JSON text.
+#include "EventStore/EventDescription.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "EventStore/EventName.h"
+
+namespace Tavi::EventStore {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// JSON has no NaN and no infinity: where a number is required, 0 stands for them.
+double Finite(double value) {
+  return std::isfinite(value) ? value : 0.0;
+}
+
+/// The serializer writes NaN as null, which is what is meant.
+template <typename T>
+Json OrNull(const std::optional<T>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+Json ToJson(const std::optional<Position>& position) {
+  if (!position) return nullptr;
+  return {{"latitude", Finite(position->latitude)},
+          {"longitude", Finite(position->longitude)},
+          {"speedKnots", Finite(position->speedKnots)},
+          {"fixTime", position->fixTime}};
+}
+
+Json ToJson(const StreamWindow& stream) {
+  return {{"type", stream.type},
+          {"entries", stream.entries},
+          {"rate", Finite(stream.rate)},
+          {"fromSeconds", Finite(stream.fromSeconds)},
+          {"toSeconds", Finite(stream.toSeconds)},
+          {"firstTimestampNs", OrNull(stream.firstTimestampNs)},
+          {"lastTimestampNs", OrNull(stream.lastTimestampNs)}};
+}
+
+Json ToJson(const EventFile& file) {
+  return {{"type", file.type}, {"name", file.name}, {"bytes", file.bytes}, {"sha256", file.sha256}};
+}
+
+template <typename T>
+Json ToList(const std::vector<T>& values) {
+  Json list = Json::array();
+  for (const T& value : values) list.push_back(ToJson(value));
+  return list;
+}
+
+}  // namespace
+
+std::string FormatEvent(const EventDescription& event) {
+  Json json;
+  json["schema"] = 1;
+  json["id"] = event.id;
+  json["software"] = event.software;
+  json["label"] = event.label;
+  json["trigger"] = event.trigger;
+  json["time"] = FormatTime(event.timeMs);
+  json["request"] = {
+      {"startSeconds", event.startSeconds}, {"durationSeconds", event.durationSeconds}, {"preview", event.withPreview}};
+  json["manager"] = event.manager;
+  json["queuedSeconds"] = Finite(event.queuedSeconds);
+  json["interrupted"] = event.interrupted;
+  json["maxSpeedKnots"] = OrNull(event.maxSpeedKnots);
+  json["maxG"] = OrNull(event.maxG);
+  json["position"] = ToJson(event.position);
+  json["previewSeconds"] = event.previewSeconds;
+  json["streams"] = ToList(event.streams);
+  json["files"] = ToList(event.files);
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace Tavi::EventStore

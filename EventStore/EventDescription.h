@@ -1,0 +1,93 @@
+// What is known of one event: the content of its event.json.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tavi::EventStore {
+
+/// One product.
+struct EventFile {
+  /// What it holds: "VideoCamera1", "VideoCamera0", "Audio", "Gps", "Acc", "Other", "ThumbnailCamera1",
+  /// "ThumbnailCamera0", "Preview" or "PreviewStill".
+  std::string type;
+  /// Name within the event's directory.
+  std::string name;
+  std::uint64_t bytes = 0;
+  /// 64 lower-case hex digits (FIPS 180-4).
+  std::string sha256;
+};
+
+/// What one stream delivered.
+struct StreamWindow {
+  /// As in EventFile.
+  std::string type;
+  std::uint64_t entries = 0;
+  /// Entries a second.
+  double rate = 0.0;
+  /// First and last entry in seconds relative to the event, negative before it.
+  double fromSeconds = 0.0;
+  double toSeconds = 0.0;
+  /// Time stamps of the same entries by the source's own clock, empty when it has none.
+  std::optional<std::int64_t> firstTimestampNs;
+  std::optional<std::int64_t> lastTimestampNs;
+};
+
+/// Decimal degrees, north and east positive; knots.
+struct Position {
+  double latitude = 0.0;
+  double longitude = 0.0;
+  double speedKnots = 0.0;
+  /// UTC, as "2026-11-21T13:40:05Z".
+  std::string fixTime;
+};
+
+struct EventDescription {
+  /// 8 lower-case hex digits.
+  std::string id;
+  /// Name and version of the recording program.
+  std::string software;
+  /// The requester's own words.
+  std::string label;
+  /// "request", "acceleration" or "recovery".
+  std::string trigger = "request";
+  /// The moment of the event: Unix time in milliseconds, UTC.
+  std::int64_t timeMs = 0;
+  /// The window asked for: its start relative to the event, and its length.
+  int startSeconds = -15;
+  int durationSeconds = 30;
+  bool withPreview = false;
+  /// "first" or "second", empty for a recovered event.
+  std::string manager;
+  /// How long the request waited for a free manager.
+  double queuedSeconds = 0.0;
+  /// Ended early (stop, power), or recovered.
+  bool interrupted = false;
+  /// Empty without a valid fix.
+  std::optional<double> maxSpeedKnots;
+  /// Empty without an accelerometer.
+  std::optional<double> maxG;
+  std::optional<Position> position;
+  int previewSeconds = 0;
+  /// One for each stream that delivered.
+  std::vector<StreamWindow> streams;
+  std::vector<EventFile> files;
+};
+
+inline constexpr const char* EventJsonName = "event.json";
+
+/// The text of event.json, indented by two spaces, with a line end. Every key is there; what is not known is null.
+/// Bytes that are no UTF-8 are replaced, and a required number that is none (NaN) is 0. Reentrant.
+std::string FormatEvent(const EventDescription& event);
+
+/// Reads `eventDir`/event.json. Empty, with one sentence in `problem` that names the file and what is wrong with it, on
+/// anything but a complete description: it may come from a damaged disk or from a hand. Unknown keys are passed over.
+/// The files themselves are not looked at; their names are proved to stay within the directory. Reentrant.
+std::optional<EventDescription> ReadEvent(const std::string& eventDir, std::string& problem);
+
+/// "20261121T134005Z_9f3ca1b2": sorted by name is sorted by time.
+std::string BuildEventDirName(const EventDescription& event);
+
+}  // namespace Tavi::EventStore

@@ -1,0 +1,203 @@
+// Reading an event's description, whatever the file holds.
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "EventStore/EventDescription.h"
+#include "EventStore/EventName.h"
+#include "EventStore/Storage.h"
+
+namespace Tavi::EventStore {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr int Schema = 1;
+/// A description takes some 4 KB.
+constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
+constexpr std::size_t Sha256Digits = 64;
+
+bool Assign(const Json& json, std::string& value) {
+  if (json.is_string()) value = json.get<std::string>();
+  return json.is_string();
+}
+bool Assign(const Json& json, bool& value) {
+  if (json.is_boolean()) value = json.get<bool>();
+  return json.is_boolean();
+}
+bool Assign(const Json& json, double& value) {
+  if (json.is_number()) value = json.get<double>();
+  return json.is_number();
+}
+bool Assign(const Json& json, std::uint64_t& value) {
+  if (json.is_number_unsigned()) value = json.get<std::uint64_t>();
+  return json.is_number_unsigned();
+}
+bool Assign(const Json& json, std::int64_t& value) {
+  constexpr auto Highest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  if (!json.is_number_integer() || (json.is_number_unsigned() && json.get<std::uint64_t>() > Highest)) return false;
+  value = json.get<std::int64_t>();
+  return true;
+}
+bool Assign(const Json& json, int& value) {
+  std::int64_t wide = 0;
+  if (!Assign(json, wide) || !std::in_range<int>(wide)) return false;
+  value = static_cast<int>(wide);
+  return true;
+}
+
+template <typename T>
+bool Assign(const Json& json, std::optional<T>& value) {
+  value.reset();
+  return json.is_null() || Assign(json, value.emplace());
+}
+
+/// The members of one object. What is wrong first stays in `fault`; everything after it does nothing.
+class Fields {
+ public:
+  Fields(const Json& object, std::string path, std::string& fault)
+      : m_object(object), m_path(std::move(path)), m_fault(fault) {}
+
+  template <typename T>
+  void Take(const char* key, T& value) {
+    const Json* member = Find(key);
+    if (member != nullptr && !Assign(*member, value)) Fail(key, "is not of the right type");
+  }
+
+  /// `take(Fields, value)` for the object under `key`.
+  template <typename T, typename TakeMembers>
+  void TakeObject(const char* key, T& value, TakeMembers take) {
+    const Json* member = Find(key);
+    if (member == nullptr) return;
+    if (!member->is_object()) return Fail(key, "is no object");
+    take(Fields(*member, m_path + key + ".", m_fault), value);
+  }
+
+  /// `take(Fields, value)` for each object of the array under `key`.
+  template <typename T, typename TakeMembers>
+  void TakeList(const char* key, std::vector<T>& values, TakeMembers take) {
+    const Json* list = Find(key);
+    if (list == nullptr) return;
+    if (!list->is_array()) return Fail(key, "is no array");
+    for (std::size_t i = 0; i < list->size() && m_fault.empty(); ++i) {
+      const std::string item = fmt::format("{}[{}]", key, i);
+      if (!(*list)[i].is_object()) return Fail(item.c_str(), "is no object");
+      take(Fields((*list)[i], m_path + item + ".", m_fault), values.emplace_back());
+    }
+  }
+
+  [[nodiscard]] bool IsNull(const char* key) const {
+    const auto found = m_object.find(key);
+    return found != m_object.end() && found->is_null();
+  }
+  /// Demands something more of the value under `key`.
+  void Check(bool holds, const char* key, const char* otherwise) {
+    if (!holds) Fail(key, otherwise);
+  }
+
+ private:
+  const Json* Find(const char* key) {
+    const auto found = m_object.find(key);
+    if (found != m_object.end()) return m_fault.empty() ? &*found : nullptr;
+    Fail(key, "is missing");
+    return nullptr;
+  }
+  void Fail(const char* key, const char* reason) {
+    if (m_fault.empty()) m_fault = fmt::format("\"{}{}\" {}", m_path, key, reason);
+  }
+
+  const Json& m_object;
+  const std::string m_path;
+  std::string& m_fault;
+};
+
+void TakeRequest(Fields fields, EventDescription& event) {
+  fields.Take("startSeconds", event.startSeconds);
+  fields.Take("durationSeconds", event.durationSeconds);
+  fields.Take("preview", event.withPreview);
+}
+
+void TakePosition(Fields fields, std::optional<Position>& position) {
+  Position& taken = position.emplace();
+  fields.Take("latitude", taken.latitude);
+  fields.Take("longitude", taken.longitude);
+  fields.Take("speedKnots", taken.speedKnots);
+  fields.Take("fixTime", taken.fixTime);
+}
+
+void TakeStream(Fields fields, StreamWindow& stream) {
+  fields.Take("type", stream.type);
+  fields.Take("entries", stream.entries);
+  fields.Take("rate", stream.rate);
+  fields.Take("fromSeconds", stream.fromSeconds);
+  fields.Take("toSeconds", stream.toSeconds);
+  fields.Take("firstTimestampNs", stream.firstTimestampNs);
+  fields.Take("lastTimestampNs", stream.lastTimestampNs);
+}
+
+void TakeFile(Fields fields, EventFile& file) {
+  fields.Take("type", file.type);
+  fields.Take("name", file.name);
+  fields.Check(IsProductName(file.name), "name", "is not the name of a file in the event's directory");
+  fields.Take("bytes", file.bytes);
+  fields.Take("sha256", file.sha256);
+  const bool isHash =
+      file.sha256.size() == Sha256Digits && file.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
+  fields.Check(isHash, "sha256", "is not 64 lower-case hex digits");
+}
+
+void TakeEvent(Fields fields, EventDescription& event) {
+  int schema = 0;
+  fields.Take("schema", schema);
+  fields.Check(schema == Schema, "schema", "is not one that this program knows");
+  fields.Take("id", event.id);
+  fields.Check(IsEventId(event.id), "id", "is not 8 lower-case hex digits");
+  fields.Take("software", event.software);
+  fields.Take("label", event.label);
+  fields.Take("trigger", event.trigger);
+  std::string time;
+  fields.Take("time", time);
+  const auto timeMs = ParseTime(time);
+  fields.Check(timeMs.has_value(), "time", "is not a time like 2026-11-21T13:40:05.123Z");
+  event.timeMs = timeMs.value_or(0);
+  fields.TakeObject("request", event, TakeRequest);
+  fields.Take("manager", event.manager);
+  fields.Take("queuedSeconds", event.queuedSeconds);
+  fields.Take("interrupted", event.interrupted);
+  fields.Take("maxSpeedKnots", event.maxSpeedKnots);
+  fields.Take("maxG", event.maxG);
+  if (!fields.IsNull("position")) fields.TakeObject("position", event.position, TakePosition);
+  fields.Take("previewSeconds", event.previewSeconds);
+  fields.TakeList("streams", event.streams, TakeStream);
+  fields.TakeList("files", event.files, TakeFile);
+}
+
+/// What is wrong with `text`, empty when `event` holds all of it.
+std::string ParseText(const std::string& text, EventDescription& event) {
+  const Json json = Json::parse(text, nullptr, false);
+  if (json.is_discarded()) return "is no JSON text";
+  if (!json.is_object()) return "holds no JSON object";
+  std::string fault;
+  TakeEvent(Fields(json, "", fault), event);
+  return fault.empty() ? "" : "is no event's description: " + fault;
+}
+
+}  // namespace
+
+std::optional<EventDescription> ReadEvent(const std::string& eventDir, std::string& problem) {
+  const std::string path = eventDir + "/" + EventJsonName;
+  std::string text;
+  problem.clear();
+  if (!ReadSmallFile(path, MaxTextBytes, text, problem)) return std::nullopt;
+  EventDescription event;
+  const std::string fault = ParseText(text, event);
+  if (fault.empty()) return event;
+  problem = path + " " + fault;
+  return std::nullopt;
+}
+
+}  // namespace Tavi::EventStore

@@ -1,0 +1,32 @@
+// The events that are there.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Tavi::EventStore {
+
+/// The file that keeps an event from retention.
+inline constexpr const char* ProtectedMarker = "protected";
+
+struct EventEntry {
+  /// Of the directory.
+  std::string name;
+  std::string id;
+  /// Of all files in it.
+  std::uint64_t bytes = 0;
+  bool isProtected = false;
+};
+
+/// Complete events, the oldest first; nothing else that is in `eventsDir`. Empty also when there is no such directory;
+/// one that cannot be read is logged. Reentrant, also beside a commit and beside retention, in whichever process.
+std::vector<EventEntry> ListEvents(const std::string& eventsDir);
+
+/// Makes or removes the marker, synced; true also when nothing was to be done. False, with one sentence in `problem`,
+/// when there is no such event (any more) or the disk refuses. True for a protection means that the event is there and
+/// stays, even when retention was about to remove it. Reentrant as ListEvents is.
+[[nodiscard]] bool SetProtected(const std::string& eventsDir, const std::string& id, bool isProtected,
+                                std::string& problem);
+
+}  // namespace Tavi::EventStore

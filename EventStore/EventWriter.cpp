@@ -1,0 +1,204 @@
+// Makes event directories: complete under their final name, or not there.
+#include "EventStore/EventWriter.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "EventStore/EventList.h"
+#include "EventStore/EventName.h"
+#include "EventStore/Storage.h"
+
+namespace Tavi::EventStore {
+
+using Ksystem::FileUtils::UniqueFd;
+
+namespace {
+
+constexpr mode_t DirectoryMode = 0755;
+
+/// The order in which files are listed.
+constexpr std::array<std::string_view, 10> FileTypes{
+    "VideoCamera1",     "VideoCamera0",     "Audio",   "Gps",         "Acc", "Other",
+    "ThumbnailCamera1", "ThumbnailCamera0", "Preview", "PreviewStill"};
+
+std::ptrdiff_t GetRank(const EventFile& file) {
+  return std::find(FileTypes.begin(), FileTypes.end(), file.type) - FileTypes.begin();
+}
+
+bool CheckSources(const std::vector<SourceFile>& sources, std::string& problem) {
+  std::set<std::string> names;
+  for (const SourceFile& source : sources) {
+    const std::string name = GetFileName(source.path);
+    if (!IsProductName(name)) {
+      problem = fmt::format("cannot store {}: an event's file cannot have this name", source.path);
+    } else if (!names.insert(name).second) {
+      problem = fmt::format("cannot store {}: the event has another file of this name", source.path);
+    } else {
+      continue;
+    }
+    return false;
+  }
+  return true;
+}
+
+bool CreateEventsDir(const std::string& eventsDir, std::string& problem) {
+  std::error_code error;
+  if (!std::filesystem::create_directories(eventsDir, error) && !error) return true;
+  const std::string parent = std::filesystem::path(eventsDir).parent_path().string();
+  if (!error) return SyncDirectory(parent.empty() ? "." : parent, problem);
+  problem = fmt::format("cannot create the directory {}: {}", eventsDir, error.message());
+  return false;
+}
+
+/// One commit under way.
+class CommitRun {
+ public:
+  CommitRun(const std::string& eventsDir, EventDescription& event, const std::vector<SourceFile>& sources)
+      : m_eventsDir(eventsDir), m_event(event), m_sources(sources) {}
+  /// What is not an event by now never will be.
+  ~CommitRun() { Undo(); }
+  CommitRun(const CommitRun&) = delete;
+  CommitRun& operator=(const CommitRun&) = delete;
+
+  bool MakeDirectory(std::string& problem) {
+    if (!CheckSources(m_sources, problem) || !CreateEventsDir(m_eventsDir, problem)) return false;
+    const std::vector<std::string> names = ListNames(m_eventsDir);
+    const auto isTaken = [&names](const std::string& id) {
+      return std::any_of(names.begin(), names.end(), [&id](const auto& name) { return name.ends_with("_" + id); });
+    };
+    while (!IsEventId(m_event.id) || isTaken(m_event.id)) m_event.id = NewEventId();
+    const std::string name = BuildEventDirName(m_event);
+    m_finalDir = m_eventsDir + "/" + name;
+    const std::string newDir = m_eventsDir + "/" + std::string(NewPrefix) + name;
+    if (::mkdir(newDir.c_str(), DirectoryMode) != 0) return Fail("create the directory", newDir, problem);
+    m_newDir = newDir;
+    return true;
+  }
+
+  bool TakeFiles(std::string& problem) {
+    if (!TransferFiles(m_sources, m_newDir, m_event.files, problem)) return false;
+    std::stable_sort(m_event.files.begin(), m_event.files.end(),
+                     [](const auto& a, const auto& b) { return GetRank(a) < GetRank(b); });
+    return true;
+  }
+
+  bool Describe(std::string& problem) {
+    return WriteSynced(m_newDir + "/" + EventJsonName, FormatEvent(m_event), problem) &&
+           SyncDirectory(m_newDir, problem);
+  }
+
+  bool GiveName(std::string& problem) {
+    if (!Rename(m_newDir, m_finalDir, problem)) return false;
+    m_isNamed = true;
+    if (!SyncDirectory(m_eventsDir, problem)) return false;
+    Release();
+    return true;
+  }
+
+  bool RemoveSources(std::string&) {
+    for (const SourceFile& source : m_sources) {
+      std::string problem;
+      if (::unlink(source.path.c_str()) == 0 || Fail("remove", source.path, problem)) continue;
+      LogWarning(problem + "; the event has it");
+    }
+    return true;
+  }
+
+  void Release() { m_newDir.clear(); }
+  [[nodiscard]] const std::string& GetFinalDir() const { return m_finalDir; }
+
+ private:
+  void Undo() {
+    if (m_newDir.empty()) return;
+    std::string problem;
+    if (m_isNamed && !Rename(m_finalDir, m_newDir, problem)) return LogWarning(problem);
+    if (!RemoveTree(m_newDir, problem)) LogWarning(problem);
+  }
+
+  const std::string& m_eventsDir;
+  EventDescription& m_event;
+  const std::vector<SourceFile>& m_sources;
+  /// Empty before there is one and when it is not ours to remove any more.
+  std::string m_newDir;
+  std::string m_finalDir;
+  bool m_isNamed = false;
+};
+
+using CommitStep = bool (CommitRun::*)(std::string&);
+constexpr std::array<CommitStep, 5> CommitSteps{&CommitRun::MakeDirectory, &CommitRun::TakeFiles, &CommitRun::Describe,
+                                                &CommitRun::GiveName, &CommitRun::RemoveSources};
+
+/// Removes one leftover. A directory that was marked as protected in the instant of its removal is an event again.
+bool RemoveLeftover(const std::string& eventsDir, const std::string& name, std::string& problem) {
+  const std::string path = eventsDir + "/" + name;
+  if (name.starts_with(OldPrefix) && Exists(path + "/" + ProtectedMarker)) {
+    return Rename(path, eventsDir + "/" + name.substr(OldPrefix.size()), problem);
+  }
+  return RemoveTree(path, problem);
+}
+
+bool IsLeftover(const std::string& name) {
+  return (name.starts_with(NewPrefix) || name.starts_with(OldPrefix)) &&
+         IsEventDirName(std::string_view(name).substr(NewPrefix.size()));
+}
+
+}  // namespace
+
+EventWriter::EventWriter(std::string eventsDir) : m_eventsDir(std::move(eventsDir)) {}
+
+bool EventWriter::Lock(std::string& problem) {
+  if (!CreateEventsDir(m_eventsDir, problem)) return false;
+  const std::string path = m_eventsDir + "/.lock";
+  UniqueFd lock = UniqueFd::Open(path, O_RDWR | O_CREAT | O_NOFOLLOW);
+  if (!lock.IsValid()) return Fail("open", path, problem);
+  if (::flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) {
+    m_lock = std::move(lock);
+    return true;
+  }
+  if (errno != EWOULDBLOCK) return Fail("lock", path, problem);
+  problem = fmt::format("the events directory {} is in use by another process", m_eventsDir);
+  return false;
+}
+
+int EventWriter::CleanUp() {
+  int count = 0;
+  for (const std::string& name : ListNames(m_eventsDir)) {
+    if (!IsLeftover(name)) continue;
+    std::string problem;
+    const bool removed = RemoveLeftover(m_eventsDir, name, problem);
+    if (!removed) LogWarning(problem);
+    count += removed ? 1 : 0;
+  }
+  if (count > 0) LogInfo(fmt::format("{} interrupted event directories cleaned up in {}", count, m_eventsDir));
+  return count;
+}
+
+bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>& sources, std::string& eventDir,
+                         std::string& problem) {
+  eventDir.clear();
+  problem.clear();
+  CommitRun run(m_eventsDir, event, sources);
+  int number = 0;
+  for (const CommitStep step : CommitSteps) {
+    if (!(run.*step)(problem)) return false;
+    if (!m_goesOn || m_goesOn(++number)) continue;
+    run.Release();
+    return false;
+  }
+  eventDir = run.GetFinalDir();
+  return true;
+}
+
+}  // namespace Tavi::EventStore

@@ -1,0 +1,44 @@
+// Makes event directories: complete under their final name, or not there.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "EventStore/EventDescription.h"
+#include "EventStore/FileTransfer.h"
+#include "Ksystem/FileUtils/UniqueFd.h"
+
+namespace Tavi::EventStore {
+
+/// Writes into one events directory, which it creates when it is missing. Owns the lock on it. Thread-bound; readers of
+/// the directory need no lock, they see whole events only.
+class EventWriter {
+ public:
+  explicit EventWriter(std::string eventsDir);
+
+  /// Keeps other processes from writing here until this object ends, or the process does. False, with one sentence in
+  /// `problem`, when another one holds it.
+  [[nodiscard]] bool Lock(std::string& problem);
+
+  /// Removes what a process that was interrupted has left half made or half removed. Call it at the start, with the
+  /// lock held and no commit under way. Returns how many directories that were.
+  int CleanUp();
+
+  /// Moves `sources` and the description into a new event directory and puts its path into `eventDir`. Blocks until all
+  /// of it is on the disk, then the sources are removed; a source that cannot be removed is logged and no failure.
+  /// `event.files` becomes what was written, ordered by type, and `event.id` a new one when it was empty, none or
+  /// taken. False, with one sentence in `problem`: there is no such event, and the sources are where they were.
+  [[nodiscard]] bool Commit(EventDescription& event, const std::vector<SourceFile>& sources, std::string& eventDir,
+                            std::string& problem);
+
+  /// For tests: called after each step with its number from 1; on false Commit leaves all as it is, like a power cut.
+  void SetStepObserver(std::function<bool(int)> goesOn) { m_goesOn = std::move(goesOn); }
+
+ private:
+  const std::string m_eventsDir;
+  Ksystem::FileUtils::UniqueFd m_lock;
+  std::function<bool(int)> m_goesOn;
+};
+
+}  // namespace Tavi::EventStore

@@ -1,0 +1,96 @@
+// Keeps the events within the space that they may take.
+#include "EventStore/Retention.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "EventStore/EventList.h"
+#include "EventStore/EventName.h"
+#include "EventStore/Storage.h"
+#include "Ksystem/DiskUtils/DiskBase.h"
+
+namespace Tavi::EventStore {
+namespace {
+
+constexpr double BytesPerMB = 1024.0 * 1024.0;
+
+std::optional<std::uint64_t> AskSystem(const std::string& path) {
+  Ksystem::DiskUtils::DiskBase disk(path);
+  if (!disk.LoadDiskInfo()) return std::nullopt;
+  return static_cast<std::uint64_t>(disk.GetFreeMB() * BytesPerMB);
+}
+
+void Take(const EventEntry& entry, RetentionResult& result) {
+  result.bytesUsed -= entry.bytes;
+  --result.events;
+}
+
+bool Holds(const RetentionLimits& limits, std::uint64_t bytesNeeded, const RetentionResult& state) {
+  const std::uint32_t added = bytesNeeded > 0 ? 1 : 0;
+  return (limits.maxBytes == 0 || state.bytesUsed + bytesNeeded <= limits.maxBytes) &&
+         (limits.maxEvents == 0 || state.events + added <= limits.maxEvents) && state.freeBytes >= bytesNeeded &&
+         state.freeBytes - bytesNeeded >= limits.minFreeBytes;
+}
+
+/// What would be left if every event went that may go.
+RetentionResult ForeseeLeast(const std::vector<EventEntry>& entries, RetentionResult state) {
+  for (const EventEntry& entry : entries) {
+    if (entry.isProtected) continue;
+    Take(entry, state);
+    state.freeBytes += entry.bytes;
+  }
+  return state;
+}
+
+bool ReportFull(const std::string& eventsDir, RetentionResult& result) {
+  result.isFull = true;
+  result.problem =
+      fmt::format("there is no room in {}: {} events with {} bytes, {} bytes free, and nothing that may go", eventsDir,
+                  result.events, result.bytesUsed, result.freeBytes);
+  return false;
+}
+
+}  // namespace
+
+Retention::Retention(std::string eventsDir, FreeSpace freeSpace)
+    : m_eventsDir(std::move(eventsDir)), m_freeSpace(freeSpace ? std::move(freeSpace) : AskSystem) {}
+
+bool Retention::MeasureFree(RetentionResult& result) {
+  const auto free = m_freeSpace(m_eventsDir);
+  result.freeBytes = free.value_or(0);
+  // Not knowing is no reason to remove anything.
+  if (!free) result.problem = fmt::format("cannot tell the free space of {}", m_eventsDir);
+  return free.has_value();
+}
+
+bool Retention::RemoveEvent(const std::string& name, bool& isKept, std::string& problem) {
+  const std::string path = m_eventsDir + "/" + name;
+  const std::string oldPath = m_eventsDir + "/" + std::string(OldPrefix) + name;
+  if (!Rename(path, oldPath, problem)) return false;
+  isKept = Exists(oldPath + "/" + ProtectedMarker);
+  if (isKept) return Rename(oldPath, path, problem);
+  // Else a power cut could bring back the name, and not the files.
+  return SyncDirectory(m_eventsDir, problem) && RemoveTree(oldPath, problem);
+}
+
+bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, RetentionResult& result) {
+  result = {};
+  const std::vector<EventEntry> entries = ListEvents(m_eventsDir);
+  result.events = static_cast<std::uint32_t>(entries.size());
+  for (const EventEntry& entry : entries) result.bytesUsed += entry.bytes;
+  if (!MeasureFree(result)) return false;
+  if (!Holds(limits, bytesNeeded, ForeseeLeast(entries, result))) return ReportFull(m_eventsDir, result);
+  for (const EventEntry& entry : entries) {
+    if (Holds(limits, bytesNeeded, result)) return true;
+    bool isKept = entry.isProtected;
+    if (!isKept && !RemoveEvent(entry.name, isKept, result.problem)) return false;
+    if (isKept) continue;
+    Take(entry, result);
+    result.removed.push_back(entry.name);
+    if (!MeasureFree(result)) return false;
+  }
+  return Holds(limits, bytesNeeded, result) || ReportFull(m_eventsDir, result);
+}
+
+}  // namespace Tavi::EventStore

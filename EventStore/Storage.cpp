@@ -1,0 +1,134 @@
+// Small operations on files and directories that say what went wrong instead of logging it.
+#include "EventStore/Storage.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "Kbase/Klog/Logger.h"
+
+namespace Tavi::EventStore {
+
+using Ksystem::FileUtils::UniqueFd;
+
+namespace {
+
+constexpr std::string_view Tag = "EventStore";
+
+bool GetAttributes(const std::string& path, struct stat& attributes) {
+  return ::lstat(path.c_str(), &attributes) == 0;
+}
+
+}  // namespace
+
+bool Fail(std::string_view action, std::string_view path, std::string& problem) {
+  problem = fmt::format("cannot {} {}: {}", action, path, std::strerror(errno));
+  return false;
+}
+
+UniqueFd OpenRegularFile(const std::string& path, std::string& problem) {
+  UniqueFd file = UniqueFd::Open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+  struct stat attributes {};
+  if (!file.IsValid() || ::fstat(file.Get(), &attributes) != 0) {
+    Fail("read", path, problem);
+    return {};
+  }
+  if (S_ISREG(attributes.st_mode)) return file;
+  problem = fmt::format("cannot read {}: it is no regular file", path);
+  return {};
+}
+
+bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& text, std::string& problem) {
+  const UniqueFd file = OpenRegularFile(path, problem);
+  if (!file.IsValid()) return false;
+  // One byte more than allowed tells that there is more.
+  text.resize(maxBytes + 1);
+  std::size_t size = 0;
+  while (size < text.size()) {
+    const ssize_t got = ::read(file.Get(), text.data() + size, text.size() - size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return Fail("read", path, problem);
+    if (got == 0) break;
+    size += static_cast<std::size_t>(got);
+  }
+  text.resize(size);
+  if (size <= maxBytes) return true;
+  problem = fmt::format("cannot read {}: it is larger than {} bytes", path, maxBytes);
+  return false;
+}
+
+bool WriteAll(int fd, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = ::write(fd, data, size);
+    if (written < 0 && errno != EINTR) return false;
+    if (written < 0) continue;
+    data += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+bool WriteSynced(const std::string& path, std::string_view text, std::string& problem) {
+  UniqueFd file = UniqueFd::Open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  const bool written = file.IsValid() && WriteAll(file.Get(), text.data(), text.size()) && ::fsync(file.Get()) == 0;
+  return (written && file.Close()) || Fail("write", path, problem);
+}
+
+bool SyncDirectory(const std::string& path, std::string& problem) {
+  const UniqueFd directory = UniqueFd::Open(path, O_RDONLY | O_DIRECTORY);
+  return (directory.IsValid() && ::fsync(directory.Get()) == 0) || Fail("sync", path, problem);
+}
+
+bool Rename(const std::string& from, const std::string& to, std::string& problem) {
+  return std::rename(from.c_str(), to.c_str()) == 0 || Fail("rename " + from + " to", to, problem);
+}
+
+bool RemoveTree(const std::string& path, std::string& problem) {
+  std::error_code error;
+  std::filesystem::remove_all(path, error);
+  if (!error) return true;
+  problem = fmt::format("cannot remove {}: {}", path, error.message());
+  return false;
+}
+
+bool Exists(const std::string& path) {
+  struct stat attributes {};
+  return GetAttributes(path, attributes);
+}
+
+bool IsDirectory(const std::string& path) {
+  struct stat attributes {};
+  return GetAttributes(path, attributes) && S_ISDIR(attributes.st_mode);
+}
+
+std::vector<std::string> ListNames(const std::string& dir) {
+  std::vector<std::string> names;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(dir, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    names.push_back(entry->path().filename().string());
+  }
+  if (error && error != std::errc::no_such_file_or_directory) {
+    LogWarning(fmt::format("cannot list {}: {}", dir, error.message()));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void LogWarning(std::string_view message) {
+  Kbase::Klog::Logger::GetInstance().Warning(Tag, message);
+}
+
+void LogInfo(std::string_view message) {
+  Kbase::Klog::Logger::GetInstance().Info(Tag, message);
+}
+
+}  // namespace Tavi::EventStore

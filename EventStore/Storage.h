@@ -1,0 +1,40 @@
+// Small operations on files and directories that say what went wrong instead of logging it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Ksystem/FileUtils/UniqueFd.h"
+
+namespace Tavi::EventStore {
+
+/// Puts "cannot <action> <path>: <errno text>" into `problem`; false.
+bool Fail(std::string_view action, std::string_view path, std::string& problem);
+
+/// Opens a regular file for reading, and nothing else: neither a link, which may lead anywhere, nor a FIFO, whose open
+/// may wait for ever. Invalid, with `problem`, on failure.
+Ksystem::FileUtils::UniqueFd OpenRegularFile(const std::string& path, std::string& problem);
+/// The whole content of a file of at most `maxBytes`.
+[[nodiscard]] bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& text,
+                                 std::string& problem);
+
+/// All bytes; false with errno set.
+[[nodiscard]] bool WriteAll(int fd, const char* data, std::size_t size);
+/// Writes a file of that content, synced; its name is not, see SyncDirectory.
+[[nodiscard]] bool WriteSynced(const std::string& path, std::string_view text, std::string& problem);
+[[nodiscard]] bool SyncDirectory(const std::string& path, std::string& problem);
+[[nodiscard]] bool Rename(const std::string& from, const std::string& to, std::string& problem);
+/// Removes a directory with all that is in it; a missing one is no error.
+[[nodiscard]] bool RemoveTree(const std::string& path, std::string& problem);
+
+bool Exists(const std::string& path);
+bool IsDirectory(const std::string& path);
+/// Names of what is in the directory, sorted. What cannot be read is left out, with one line in the log.
+std::vector<std::string> ListNames(const std::string& dir);
+
+void LogWarning(std::string_view message);
+void LogInfo(std::string_view message);
+
+}  // namespace Tavi::EventStore
