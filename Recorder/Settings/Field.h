@@ -1,0 +1,83 @@
+// One field of the settings: its name, where its value is, what it may be.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "PipelineCollect/CameraType.h"
+#include "Recorder/Settings/Limits.h"
+
+namespace Tavi::Recorder {
+
+/// Keeps the order in which fields are written.
+using Json = nlohmann::ordered_json;
+
+/// What a value may be: numbers by value, texts by their length in bytes, true and false without further rules.
+struct Allowed {
+  Allowed() = default;
+  template <class T>
+  Allowed(Limits::Range<T> range) : low(static_cast<double>(range.low)), high(static_cast<double>(range.high)) {}
+  template <std::size_t Count>
+  Allowed(const std::array<int, Count>& values) : choices(values) {}
+
+  template <class T>
+  static Allowed Even(Limits::Range<T> range) {
+    Allowed allowed(range);
+    allowed.even = true;
+    return allowed;
+  }
+  /// A path that gets a "/" at its end.
+  static Allowed Directory() {
+    Allowed allowed(Limits::PathBytes);
+    allowed.directory = true;
+    return allowed;
+  }
+
+  double low = 0.0;
+  double high = 0.0;
+  /// Instead of the range, when there are any; of static life.
+  std::span<const int> choices;
+  bool even = false;
+  bool directory = false;
+};
+
+/// Borrows the record that it is a field of. Thread-bound.
+class Field {
+ public:
+  using Target = std::variant<bool*, std::int32_t*, std::uint64_t*, float*, double*, std::string*, CameraType*>;
+
+  /// `name`: from the outermost record, with dots. `unit`: empty for none.
+  Field(std::string name, Target target, Allowed allowed, std::string_view unit, std::string_view meaning);
+
+  [[nodiscard]] const std::string& GetName() const { return m_name; }
+  [[nodiscard]] std::string_view GetUnit() const { return m_unit; }
+  [[nodiscard]] std::string_view GetMeaning() const { return m_meaning; }
+
+  [[nodiscard]] Json GetValue() const;
+  /// Takes a value in which FindProblem found nothing.
+  void SetValue(const Json& value) const;
+  /// What is wrong with a value and what would be right, without the field's name; empty when it is right.
+  [[nodiscard]] std::string FindProblem(const Json& value) const;
+  /// What would be right, such as "1 to 60".
+  [[nodiscard]] std::string DescribeAllowed() const;
+
+ private:
+  [[nodiscard]] std::string FindNumberProblem(double value) const;
+  [[nodiscard]] std::string FindTextProblem(const std::string& text) const;
+
+  std::string m_name;
+  Target m_target;
+  Allowed m_allowed;
+  std::string_view m_unit;
+  std::string_view m_meaning;
+};
+
+/// A value in a message: on one line whatever is in it, shortened, objects and arrays by their kind only.
+std::string Show(const Json& value);
+
+}  // namespace Tavi::Recorder

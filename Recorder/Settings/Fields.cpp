@@ -1,0 +1,118 @@
+// The description of all settings, which reading, writing, checking and the documentation go by.
+#include "Recorder/Settings/Fields.h"
+
+#include <tuple>
+
+namespace Tavi::Recorder {
+namespace {
+
+using Fields = std::vector<Field>;
+
+void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::VideoConfig& camera, int type) {
+  const auto add = [&](const char* member, Field::Target target, Allowed allowed, const char* unit,
+                       const char* meaning) {
+    fields.emplace_back(name + "." + member, target, allowed, unit, meaning);
+  };
+  fields.emplace_back(name + "Enabled", &enabled, Allowed(), "", "record this camera");
+  add("cameraType", &camera.cameraType, Limits::Range<int>{type, type}, "",
+      "which camera the record is about; nothing to choose");
+  add("device", &camera.device, Limits::PathBytes, "", "V4L2 capture device");
+  add("width", &camera.width, Allowed::Even(Limits::Width), "pixels",
+      "width of the frames that the device delivers; it does not change them");
+  add("height", &camera.height, Allowed::Even(Limits::Height), "pixels", "their height");
+  add("fps", &camera.fps, Limits::Fps, "frames/s", "frame rate, and frames from one key frame to the next");
+  add("bitrate", &camera.bitrate, Limits::VideoBitrateKbit, "kbit/s", "H.264 bit rate");
+  add("streamEnabled", &camera.streamEnabled, {}, "",
+      "serve the camera live on every interface, without any authentication");
+  add("streamPort", &camera.streamPort, Limits::Port, "", "TCP port of the live stream");
+  add("previewEnabled", &camera.previewEnabled, {}, "", "keep small frames for the preview clip");
+  add("previewWidth", &camera.previewWidth, Allowed::Even(Limits::Width), "pixels",
+      "width of the small frames; 320 while they are kept");
+  add("previewHeight", &camera.previewHeight, Allowed::Even(Limits::Height), "pixels",
+      "their height; 176 while they are kept");
+  add("previewFps", &camera.previewFps, Limits::PreviewFps, "frames/s", "how many of them; exact where it divides fps");
+  add("previewSeconds", &camera.previewSeconds, Limits::PreviewSeconds, "s", "how long they are kept");
+  add("cropEnabled", &camera.cropEnabled, {}, "", "cut the border of the picture away");
+}
+
+void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {
+  const auto& [audio, gps] = std::tie(pipeline.audio, pipeline.gps);
+  fields.insert(fields.end(),
+                {{"pipeline.audioEnabled", &pipeline.audioEnabled, {}, "", "record the microphone"},
+                 {"pipeline.audio.bitrate", &audio.bitrate, Limits::Mp3BitratesKbit, "kbit/s", "MP3 bit rate"},
+                 {"pipeline.audio.frameRate", &audio.frameRate, Limits::Mp3FrameRate, "frames/s",
+                  "MP3 frames a second; 38.3 stands for the 44.1 kHz of the software encoder"},
+                 {"pipeline.audio.gainLevel", &audio.gainLevel, Limits::Gain, "",
+                  "capture gain in the sound card's own scale; -1 leaves its mixer untouched"},
+                 {"pipeline.gpsEnabled", &pipeline.gpsEnabled, {}, "", "record the GPS receiver"},
+                 {"pipeline.gps.rate", &gps.rate, Limits::GpsRate, "fixes/s", "what the receiver sends"},
+                 {"pipeline.gps.path", &gps.path, Limits::OptionalPathBytes, "",
+                  "a serial port, a FIFO, or a log to be replayed; empty for /dev/gps0"},
+                 {"pipeline.gps.baud", &gps.baud, Limits::GpsBauds, "bit/s", "speed of a serial port"},
+                 {"pipeline.accEnabled", &pipeline.accEnabled, {}, "", "record the accelerometer"},
+                 {"pipeline.acc.rate", &pipeline.acc.rate, Limits::AccRate, "blocks/s",
+                  "what its driver delivers: 10 blocks of 10 samples"},
+                 {"pipeline.otherEnabled", &pipeline.otherEnabled, {}, "", "record processor load and temperature"},
+                 {"pipeline.other.rate", &pipeline.other.rate, Limits::OtherRate, "samples/s",
+                  "what is stated of them; they are taken once a second"}});
+}
+
+void AddEvents(Fields& fields, EventSettings& events) {
+  fields.insert(fields.end(), {{"events.startSeconds", &events.startSeconds, Limits::StartSeconds, "s",
+                                "start of an event's window, relative to the event"},
+                               {"events.durationSeconds", &events.durationSeconds, Limits::DurationSeconds, "s",
+                                "length of the window"},
+                               {"events.withPreview", &events.withPreview, {}, "", "make a preview clip and stills"},
+                               {"events.queueLength", &events.queueLength, Limits::QueueLength, "events",
+                                "requests that may wait while two events are collected"}});
+}
+
+void AddStorage(Fields& fields, StorageSettings& storage) {
+  fields.insert(
+      fields.end(),
+      {{"storage.eventsDir", &storage.eventsDir, Allowed::Directory(), "", "finished events, a directory each"},
+       {"storage.workDir", &storage.workDir, Allowed::Directory(), "", "files of events that are being collected"},
+       {"storage.backupDir", &storage.backupDir, Allowed::Directory(), "", "what is saved when power fails"},
+       {"storage.restoreDir", &storage.restoreDir, Allowed::Directory(), "",
+        "where the next start finishes what was saved"},
+       {"storage.maxBytes", &storage.maxBytes, Limits::StorageBytes, "bytes",
+        "what all events may take together before the oldest go; 0 for no limit"},
+       {"storage.maxEvents", &storage.maxEvents, Limits::MaxEvents, "events",
+        "how many events are kept; 0 for no limit"},
+       {"storage.minFreeBytes", &storage.minFreeBytes, Limits::StorageBytes, "bytes",
+        "what events leave free on their file system"}});
+}
+
+void AddTriggers(Fields& fields, TriggerSettings& triggers) {
+  auto& [acceleration, lowSpeed] = triggers;
+  fields.insert(
+      fields.end(),
+      {{"triggers.acceleration.enabled", &acceleration.enabled, {}, "", "a hit makes an event"},
+       {"triggers.acceleration.thresholdG", &acceleration.thresholdG, Limits::ThresholdG, "g", "how hard"},
+       {"triggers.acceleration.holdMs", &acceleration.holdMs, Limits::HoldMs, "ms", "for how long"},
+       {"triggers.acceleration.rearmSeconds", &acceleration.rearmSeconds, Limits::RearmSeconds, "s",
+        "from one such event to the next"},
+       {"triggers.lowSpeed.enabled", &lowSpeed.enabled, {}, "", "no such event in a vehicle that hardly moves"},
+       {"triggers.lowSpeed.minSpeedKnots", &lowSpeed.minSpeedKnots, Limits::SpeedKnots, "knots", "below this speed"}});
+}
+
+}  // namespace
+
+std::vector<Field> DescribeFields(Settings& settings) {
+  Fields fields;
+  auto& pipeline = settings.pipeline;
+  AddCamera(fields, "pipeline.camera0", pipeline.camera0Enabled, pipeline.camera0, 0);
+  AddCamera(fields, "pipeline.camera1", pipeline.camera1Enabled, pipeline.camera1, 1);
+  AddSensors(fields, pipeline);
+  AddEvents(fields, settings.events);
+  AddStorage(fields, settings.storage);
+  AddTriggers(fields, settings.triggers);
+  fields.emplace_back("control.socket", &settings.control.socket, Limits::SocketPathBytes, "",
+                      "path of the Unix socket that takes commands");
+  fields.emplace_back("simulate", &settings.simulate, Allowed(), "", "a simulated car in place of the devices");
+  fields.emplace_back("logFile", &settings.logFile, Limits::OptionalPathBytes, "",
+                      "append the log to this file, too; empty for none");
+  return fields;
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,67 @@
+// What the recorder's settings may be, in the file and on the command line.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace Tavi::Recorder::Limits {
+
+/// Both ends are allowed.
+template <class T>
+struct Range {
+  T low;
+  T high;
+};
+
+/// The software encoder's smallest picture to the largest that the unit's video unit encodes (1080p in whole
+/// macroblocks).
+inline constexpr Range<int> Width{16, 1920};
+inline constexpr Range<int> Height{16, 1088};
+inline constexpr Range<int> Fps{1, 60};
+inline constexpr Range<int> VideoBitrateKbit{64, 50000};
+inline constexpr Range<int> Port{1, 65535};
+inline constexpr Range<int> PreviewFps{1, 30};
+/// 30 s of 30 small frames of 84 kB are 76 MB a camera.
+inline constexpr Range<int> PreviewSeconds{1, 30};
+
+/// The bit rates of MPEG-1 audio, layer III, in kbit/s (ISO/IEC 11172-3).
+inline constexpr std::array<int, 14> Mp3BitratesKbit{32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+/// Its sampling rates, 32 to 48 kHz, over 1,152 samples a frame.
+inline constexpr Range<double> Mp3FrameRate{27.7, 41.7};
+/// -1 leaves the mixer untouched.
+inline constexpr Range<int> Gain{-1, 1000000};
+
+inline constexpr Range<int> GpsRate{1, 10};
+inline constexpr std::array<int, 6> GpsBauds{4800, 9600, 19200, 38400, 57600, 115200};
+inline constexpr Range<int> AccRate{1, 100};
+inline constexpr Range<int> OtherRate{1, 10};
+
+/// What the rings hold, less the second in which the window's first key frame is looked for.
+inline constexpr Range<int> StartSeconds{-31, 0};
+/// A collect is aborted after 120 s; a window must end well before.
+inline constexpr Range<int> DurationSeconds{0, 110};
+inline constexpr Range<int> QueueLength{1, 1000};
+
+/// 1 PiB: more than any medium has, and exact in every number format.
+inline constexpr Range<std::int64_t> StorageBytes{0, std::int64_t{1} << 50};
+inline constexpr Range<int> MaxEvents{0, 1000000};
+
+/// The accelerometer measures up to 4 g; below a twentieth the road alone would be an event.
+inline constexpr Range<double> ThresholdG{0.05, 4.0};
+inline constexpr Range<int> HoldMs{0, 10000};
+inline constexpr Range<int> RearmSeconds{0, 3600};
+inline constexpr Range<double> SpeedKnots{0.0, 200.0};
+
+/// PATH_MAX and the size of sun_path, without the NUL (limits.h, unix(7)).
+inline constexpr Range<int> PathBytes{1, 4095};
+inline constexpr Range<int> OptionalPathBytes{0, 4095};
+inline constexpr Range<int> SocketPathBytes{1, 107};
+
+/// The preview clip is composed of pictures of this size.
+inline constexpr int PreviewWidth = 320;
+inline constexpr int PreviewHeight = 176;
+/// The picture that is left after cropping.
+inline constexpr int CroppedWidth = 1280;
+inline constexpr int CroppedHeight = 720;
+
+}  // namespace Tavi::Recorder::Limits

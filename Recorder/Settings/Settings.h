@@ -1,0 +1,92 @@
+// The recorder's settings: what can be chosen, reading it from a file, writing it down, checking it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "Pipeline/PipelineConfig.h"
+
+namespace Tavi::Recorder {
+
+/// What an event is when its request says nothing else.
+struct EventSettings {
+  /// Start of the window in seconds relative to the event, negative or 0, and its length in seconds.
+  int startSeconds = -15;
+  int durationSeconds = 30;
+  bool withPreview = true;
+  /// Requests that may wait for a free collect manager.
+  int queueLength = 8;
+};
+
+/// Where files go. Directories end with "/"; LoadSettings appends it.
+struct StorageSettings {
+  /// One directory an event.
+  std::string eventsDir = "/var/lib/tavi/events/";
+  /// Files of an event that is being collected.
+  std::string workDir = "/mnt/ramdisk/";
+  /// Where the files of a running event are saved when power fails, and where the next start finishes them.
+  std::string backupDir = "/root/power_failure/";
+  std::string restoreDir = "/root/power_restore/";
+  /// The oldest events make room above these; 0 sets no limit.
+  std::uint64_t maxBytes = 0;
+  int maxEvents = 0;
+  /// Free bytes that are left to the rest of the file system.
+  std::uint64_t minFreeBytes = std::uint64_t{256} << 20;
+};
+
+/// An event of its own when the vehicle is hit.
+struct AccelerationTrigger {
+  bool enabled = false;
+  double thresholdG = 0.5;
+  /// How long the threshold has to be exceeded, in milliseconds.
+  int holdMs = 100;
+  /// Seconds from one such event to the next.
+  int rearmSeconds = 30;
+};
+
+/// No acceleration event below a speed.
+struct LowSpeedGuard {
+  bool enabled = false;
+  double minSpeedKnots = 3.0;
+};
+
+struct TriggerSettings {
+  AccelerationTrigger acceleration;
+  LowSpeedGuard lowSpeed;
+};
+
+struct ControlSettings {
+  /// Path of the Unix socket that takes commands.
+  std::string socket = "/run/tavi/control.sock";
+};
+
+/// Plain values, copied by whoever receives them. docs/settings.md tells of each field.
+struct Settings {
+  Pipeline::PipelineConfig pipeline;
+  EventSettings events;
+  StorageSettings storage;
+  TriggerSettings triggers;
+  ControlSettings control;
+  /// A simulated car in place of the devices.
+  bool simulate = false;
+  /// Also append the log to this file; empty for none.
+  std::string logFile;
+};
+
+/// Reads a JSON file of at most 1 MiB. What it does not name has its default, whatever `settings` held before. False
+/// when anything in it is wrong: `problem` is then one line with file, line and field, and `settings` is untouched.
+/// Each field is checked for itself; how they fit together is CheckSettings' matter, since the command line may still
+/// change some. Reentrant, as everything here.
+[[nodiscard]] bool LoadSettings(const std::string& path, Settings& settings, std::string& problem);
+
+/// All fields as a file that LoadSettings reads back to the same settings.
+std::string FormatSettings(const Settings& settings);
+
+/// The first field that is out of its range, or does not fit the others, in one line; empty when all is well. Looks at
+/// values only, at no device or directory.
+std::string CheckSettings(const Settings& settings);
+
+/// The table of docs/settings.md: a Markdown row for each field with unit, default, range and meaning.
+std::string FormatFieldTable();
+
+}  // namespace Tavi::Recorder
