@@ -1,0 +1,31 @@
+// The answer to one request, given at once or later, from any thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace Tavi::Recorder {
+
+class ReplyMailbox;
+
+/// Copies stand for the same answer: the first call counts, later ones do nothing. When the last copy goes without a
+/// call the client is told that its request was dropped, so that nobody waits for ever. Thread-safe, never blocks, and
+/// harmless after the client has left or the server is gone.
+class Reply {
+ public:
+  /// `id`: echoed unless null.
+  Reply(std::shared_ptr<ReplyMailbox> mailbox, std::uint64_t connection, nlohmann::ordered_json id);
+
+  /// Answers with the members of `fields`, an object; null has none. "ok" is true unless `fields` says otherwise.
+  void operator()(const nlohmann::ordered_json& fields) const;
+  /// Answers {"ok":false,"error":sentence}.
+  void Refuse(const std::string& sentence) const;
+
+ private:
+  struct State;
+  std::shared_ptr<State> m_state;
+};
+
+}  // namespace Tavi::Recorder
