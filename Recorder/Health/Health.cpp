@@ -1,0 +1,41 @@
+// The health of all sources.
+#include "Recorder/Health/Health.h"
+
+#include <optional>
+#include <utility>
+
+#include "Pipeline/Log.h"
+
+namespace Tavi::Recorder {
+
+Health::Health(GetRing getRing, Kbase::Util::IClock& clock)
+    : m_getRing(std::move(getRing)), m_clock(clock), m_sources(AllSources.begin(), AllSources.end()) {}
+
+void Health::Sample() {
+  for (SourceWatch& source : m_sources) SampleSource(source);
+}
+
+void Health::SampleSource(SourceWatch& source) {
+  const Ring ring = m_getRing(source.GetHealth().type);
+  const auto newest = ring ? ring->RetrieveCurrent() : nullptr;
+  const double rate = ring ? static_cast<double>(ring->GetFps()) : 0.0;
+  const auto now = m_clock.Now();
+  std::optional<SourceWatch::Notice> notice;
+  {
+    const std::lock_guard lock(m_mutex);
+    notice = source.Observe(ring, newest, rate, now);
+  }
+  if (notice) Kbase::Klog::Logger::GetInstance().Log(notice->level, Log::Tag, notice->text);
+}
+
+std::vector<SourceHealth> Health::Read() const {
+  std::vector<SourceHealth> all;
+  const std::lock_guard lock(m_mutex);
+  all.reserve(m_sources.size());
+  for (const SourceWatch& source : m_sources) {
+    if (source.WasThere()) all.push_back(source.GetHealth());
+  }
+  return all;
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,81 @@
+// The sources' health as others read it.
+#include "Recorder/Health/HealthReport.h"
+
+#include <array>
+#include <cmath>
+#include <optional>
+
+namespace Tavi::Recorder {
+namespace {
+
+using Type = PrometheusText::Type;
+
+struct Metric {
+  const char* name;
+  Type type;
+  const char* help;
+  std::optional<double> (*get)(const SourceHealth&);
+};
+
+std::optional<double> GetAgeSeconds(const SourceHealth& source) {
+  if (!source.newestAge) return std::nullopt;
+  return std::chrono::duration<double>(*source.newestAge).count();
+}
+
+using Value = std::optional<double>;
+
+constexpr std::array<Metric, 7> Metrics{{
+    {"tavi_source_entries_total", Type::Counter, "Entries that the source has delivered.",
+     [](const SourceHealth& s) { return Value(static_cast<double>(s.entries)); }},
+    {"tavi_source_rate_hertz", Type::Gauge, "Entries per second over the last five seconds.",
+     [](const SourceHealth& s) { return Value(s.rate); }},
+    {"tavi_source_configured_rate_hertz", Type::Gauge, "Entries per second that the source is configured for.",
+     [](const SourceHealth& s) { return Value(s.configuredRate); }},
+    {"tavi_source_newest_entry_age_seconds", Type::Gauge, "Age of the newest entry.", GetAgeSeconds},
+    {"tavi_source_missed_entries_total", Type::Counter,
+     "Periods of the configured rate without an entry while the source delivered before and after.",
+     [](const SourceHealth& s) { return Value(static_cast<double>(s.missed)); }},
+    {"tavi_source_restarts_total", Type::Counter, "How often the source began anew.",
+     [](const SourceHealth& s) { return Value(static_cast<double>(s.restarts)); }},
+    {"tavi_source_silent", Type::Gauge, "1 while the source should deliver, has delivered and does not any more.",
+     [](const SourceHealth& s) { return Value(s.state == SourceState::Silent ? 1.0 : 0.0); }},
+}};
+
+double RoundRate(double rate) {
+  return std::round(rate * 100.0) / 100.0;
+}
+
+}  // namespace
+
+nlohmann::ordered_json ToJson(const std::vector<SourceHealth>& sources) {
+  auto all = nlohmann::ordered_json::object();
+  for (const SourceHealth& source : sources) {
+    auto& json = all[GetSourceName(source.type)];
+    json["state"] = GetStateName(source.state);
+    json["entries"] = source.entries;
+    json["rate"] = RoundRate(source.rate);
+    json["configuredRate"] = RoundRate(source.configuredRate);
+    json["newestEntryAgeMs"] = nullptr;
+    if (source.newestAge) json["newestEntryAgeMs"] = source.newestAge->count();
+    json["missed"] = source.missed;
+    json["restarts"] = source.restarts;
+  }
+  return all;
+}
+
+void WritePrometheus(const std::vector<SourceHealth>& sources, PrometheusText& text) {
+  for (const Metric& metric : Metrics) {
+    text.Describe(metric.name, metric.type, metric.help);
+    for (const SourceHealth& source : sources) {
+      if (const auto value = metric.get(source)) text.Add(*value, {{"source", GetSourceName(source.type)}});
+    }
+  }
+}
+
+std::string ToPrometheus(const std::vector<SourceHealth>& sources) {
+  PrometheusText text;
+  WritePrometheus(sources, text);
+  return text.GetText();
+}
+
+}  // namespace Tavi::Recorder
