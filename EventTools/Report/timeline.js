@@ -1,0 +1,29 @@
+// The event, what its files hold, and the time line of all of it, in seconds relative to the event.
+const { event, gps, acc, other, problems } = JSON.parse(document.getElementById("data").textContent);
+const KmhPerKnot = 1.852;
+const byId = (id) => document.getElementById(id);
+const clamp = (value, low, high) => Math.min(Math.max(value, low), high);
+const streamOf = (type) => event.streams.find((stream) => stream.type === type);
+
+function make(parent, tag, attributes = {}, text) {
+  const isSvg = tag === "svg" || parent instanceof SVGElement;
+  const element = isSvg ? document.createElementNS("http://www.w3.org/2000/svg", tag) : document.createElement(tag);
+  for (const [name, value] of Object.entries(attributes)) element.setAttribute(name, value);
+  if (text !== undefined) element.textContent = text;
+  parent.append(element);
+  return element;
+}
+const formatSeconds = (seconds, digits = 1) =>
+  (seconds < 0 ? "−" : "+") + Math.abs(seconds).toFixed(digits) + " s";
+
+// From the first to the last that any stream has.
+const windows = event.streams.map((stream) => [stream.fromSeconds, stream.toSeconds]);
+for (const { records } of [gps, acc, other]) {
+  if (records.length > 0) windows.push([records[0][0], records[records.length - 1][0]]);
+}
+if (windows.length === 0) {
+  const start = event.request.startSeconds;
+  windows.push([start, start + event.request.durationSeconds]);
+}
+const first = Math.min(...windows.map(([from]) => from));
+const last = Math.max(first + 0.1, ...windows.map(([, to]) => to));

@@ -1,0 +1,64 @@
+// The sensor files of an event, read back into records along the event's time line.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tavi::EventTools {
+
+/// Where a stream lies on the time line: its entry n is at fromSeconds + n / rate.
+struct TimeBase {
+  /// Of the first entry, in seconds relative to the event.
+  double fromSeconds = 0.0;
+  /// Entries a second, above 0.
+  double rate = 1.0;
+};
+
+/// One entry of the receiver. Without a valid position everything but `secondsFromEvent` is unset.
+struct Fix {
+  double secondsFromEvent = 0.0;
+  bool isValid = false;
+  /// The receiver's own time of the fix, Unix time in milliseconds.
+  std::int64_t utcMs = 0;
+  /// Decimal degrees, north and east positive.
+  double latitude = 0.0;
+  double longitude = 0.0;
+  double speedKnots = 0.0;
+  /// Over ground, clockwise from north.
+  double courseDegrees = 0.0;
+};
+
+/// One sample of the three axes in g. Gravity is taken off the first one, so that all are 0 at rest in the unit's
+/// mounting.
+struct AccSample {
+  double secondsFromEvent = 0.0;
+  std::array<double, 3> g{};
+};
+
+/// One sample of the machine's state; empty where the file has no usable number.
+struct MetricSample {
+  double secondsFromEvent = 0.0;
+  std::optional<int> cpuPercent;
+  /// Empty also for 0, which stands for "not known".
+  std::optional<int> temperatureCelsius;
+};
+
+/// What could be read, and what was wrong with the rest: empty when the file is whole.
+template <typename Record>
+struct SensorRecords {
+  std::vector<Record> records;
+  std::string problem;
+};
+
+/// Each takes a file's whole content, gives the whole entries up to the first damage, and says in `problem` what that
+/// is. Whatever the bytes are, nothing is thrown but std::bad_alloc. Reentrant.
+SensorRecords<Fix> ParseGps(std::string_view bytes, const TimeBase& base);
+/// Blocks of ten samples: `base.rate` counts blocks, each sample has its own tenth of a block's time.
+SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base);
+SensorRecords<MetricSample> ParseOther(std::string_view bytes, const TimeBase& base);
+
+}  // namespace Tavi::EventTools
