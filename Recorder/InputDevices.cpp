@@ -31,7 +31,7 @@ std::string DescribeProblem(const std::string& device) {
 }
 
 /// One sentence about the cameras; empty when all are there.
-std::string DescribeMissingCameras(const Pipeline::PipelineConfig& config) {
+std::string DescribeMissingCameras(const Pipeline::PipelineConfig& config, const DeviceHints& hints) {
   std::vector<std::string> problems;
   const auto check = [&problems](bool enabled, const char* camera, const std::string& device) {
     const std::string problem = enabled ? DescribeProblem(device) : std::string();
@@ -40,23 +40,24 @@ std::string DescribeMissingCameras(const Pipeline::PipelineConfig& config) {
   check(config.camera0Enabled, "camera0", config.camera0.device);
   check(config.camera1Enabled, "camera1", config.camera1.device);
   if (problems.empty()) return {};
-  return fmt::format("the video device {}: connect it, choose another with --device0 / --device1, or use --simulate",
-                     fmt::join(problems, ", and "));
+  return fmt::format("the video device {}: connect it, choose another with {}, or use --simulate",
+                     fmt::join(problems, ", and "), hints.camera);
 }
 
 /// The same about the receiver, whose silence would restart the unit.
-std::string DescribeMissingReceiver(const Pipeline::PipelineConfig& config) {
+std::string DescribeMissingReceiver(const Pipeline::PipelineConfig& config, const DeviceHints& hints) {
   const std::string path = config.gps.path.empty() ? Kdevice::GpsDevice::GpsDevice::DefaultPath : config.gps.path;
   if (!config.gpsEnabled || access(path.c_str(), R_OK) == 0) return {};
-  return fmt::format("the GPS receiver {} {}: connect it, choose another with --gps, or leave it out with --no-gps",
-                     path, errno == ENOENT ? "is missing" : fmt::format("cannot be read ({})", std::strerror(errno)));
+  return fmt::format("the GPS receiver {} {}: connect it, choose another with {}, or leave it out with {}", path,
+                     errno == ENOENT ? "is missing" : fmt::format("cannot be read ({})", std::strerror(errno)),
+                     hints.receiver, hints.noReceiver);
 }
 
 }  // namespace
 
-std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated) {
-  const std::string cameras = simulated ? std::string() : DescribeMissingCameras(config);
-  return !cameras.empty() ? cameras : DescribeMissingReceiver(config);
+std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated, const DeviceHints& hints) {
+  const std::string cameras = simulated ? std::string() : DescribeMissingCameras(config, hints);
+  return !cameras.empty() ? cameras : DescribeMissingReceiver(config, hints);
 }
 
 }  // namespace Tavi::Recorder

@@ -7,9 +7,19 @@
 
 namespace Tavi::Recorder {
 
+/// How the user chooses a device or leaves it out, for the sentence.
+struct DeviceHints {
+  const char* camera;
+  const char* receiver;
+  const char* noReceiver;
+};
+inline constexpr DeviceHints OptionHints{"--device0 / --device1", "--gps", "--no-gps"};
+inline constexpr DeviceHints SettingHints{"pipeline.camera0.device / pipeline.camera1.device", "pipeline.gps.path",
+                                          "pipeline.gpsEnabled"};
+
 /// One sentence that names every configured camera whose device is missing or is no video capture device, or else the
 /// GPS receiver whose device is; empty when all are there. `simulated` cameras need no device. A microphone and an
 /// accelerometer that are missing do without: the rest records all the same.
-std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated);
+std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated, const DeviceHints& hints);
 
 }  // namespace Tavi::Recorder

@@ -15,6 +15,8 @@
 #include "Recorder/Options.h"
 #include "Recorder/PluginPath.h"
 #include "Recorder/Recorder.h"
+#include "Recorder/Service/Service.h"
+#include "Recorder/ServiceOptions.h"
 #include "Recorder/SignalThread.h"
 #include "Recorder/Simulation.h"
 
@@ -30,6 +32,34 @@ int Complain(int exitStatus, const std::string& sentence) {
   return exitStatus;
 }
 
+/// Hands signals on to what runs, while it does.
+template <class Running>
+class Signalled {
+ public:
+  Signalled(void (Running::*end)(), void (Running::*powerFail)())
+      : m_signals([this, end, powerFail](int signal) {
+          const std::lock_guard lock(m_mutex);
+          if (m_running != nullptr) (m_running->*(signal == SIGPWR ? powerFail : end))();
+        }) {}
+
+  int Run(Running& running) {
+    Set(&running);
+    const int status = running.Run();
+    Set(nullptr);
+    return status;
+  }
+
+ private:
+  void Set(Running* running) {
+    const std::lock_guard lock(m_mutex);
+    m_running = running;
+  }
+
+  std::mutex m_mutex;
+  Running* m_running = nullptr;
+  const SignalThread m_signals;
+};
+
 /// Keeps standard output for the reports: what the media framework prints there goes to standard error.
 int ReserveStandardOutput() {
   const int reportFd = dup(STDOUT_FILENO);
@@ -38,33 +68,43 @@ int ReserveStandardOutput() {
 }
 
 int Record(Options options, int reportFd) {
-  std::mutex mutex;
-  Recorder* recorder = nullptr;
-  const SignalThread signals([&](int signal) {
-    const std::lock_guard lock(mutex);
-    if (recorder == nullptr) return;
-    signal == SIGPWR ? recorder->PowerFail() : recorder->Interrupt();
-  });
-  const auto setRecorder = [&](Recorder* which) {
-    const std::lock_guard lock(mutex);
-    recorder = which;
-  };
+  Signalled<Recorder> signalled(&Recorder::Interrupt, &Recorder::PowerFail);
   // Threads from here on leave the signals to that one.
   const auto car = options.simulate ? BoardSimulatedCar(options.pipeline) : nullptr;
   if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
-  const std::string missing = DescribeMissingDevices(options.pipeline, options.simulate);
+  const std::string missing = DescribeMissingDevices(options.pipeline, options.simulate, OptionHints);
   if (!missing.empty()) return Complain(FailureExitStatus, missing);
   Kbase::Util::TemperatureMonitor::GetInstance().Start();
-  const auto owned = std::make_unique<Recorder>(options, reportFd);
-  setRecorder(owned.get());
-  const int status = owned->Run();
-  setRecorder(nullptr);
-  return status;
+  const auto recorder = std::make_unique<Recorder>(options, reportFd);
+  return signalled.Run(*recorder);
 }
 
-}  // namespace
+int Serve(Settings settings) {
+  Signalled<Service> signalled(&Service::Stop, &Service::PowerFail);
+  const auto car = settings.simulate ? BoardSimulatedCar(settings.pipeline) : nullptr;
+  if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
+  const std::string missing = DescribeMissingDevices(settings.pipeline, settings.simulate, SettingHints);
+  if (!missing.empty()) return Complain(FailureExitStatus, missing);
+  Kbase::Util::TemperatureMonitor::GetInstance().Start();
+  Service service(settings);
+  std::string problem;
+  return service.Open(problem) ? signalled.Run(service) : Complain(FailureExitStatus, problem);
+}
 
-int main(int argc, char** argv) {
+bool OpenLog(const std::string& file) {
+  return file.empty() || Kbase::Klog::Logger::GetInstance().SetFile(file);
+}
+
+int RunService(int argc, char** argv) {
+  Settings settings;
+  if (const auto status = ParseServiceOptions(argc, argv, settings, std::cout, std::cerr)) return *status;
+  if (!OpenLog(settings.logFile)) {
+    return Complain(UsageExitStatus, "logFile: \"" + settings.logFile + "\" cannot be written; give another file");
+  }
+  return Serve(settings);
+}
+
+int RunOnce(int argc, char** argv) {
   Options options;
   if (const auto status = ParseOptions(argc, argv, options, std::cout, std::cerr)) return *status;
   std::error_code error;
@@ -73,14 +113,21 @@ int main(int argc, char** argv) {
     return Complain(UsageExitStatus, "--output: nothing can be written into \"" + options.outputDir +
                                          "\"; give a directory that can be created or written to");
   }
-  if (!options.logFile.empty() && !Kbase::Klog::Logger::GetInstance().SetFile(options.logFile)) {
+  if (!OpenLog(options.logFile)) {
     return Complain(UsageExitStatus, "--log: \"" + options.logFile + "\" cannot be written; give another file");
   }
-  std::signal(SIGPIPE, SIG_IGN);
-  AddPluginPath();
   const int reportFd = ReserveStandardOutput();
   if (reportFd < 0) return Complain(FailureExitStatus, std::string("standard output: ") + std::strerror(errno));
-  const int status = Record(options, reportFd);
+  return Record(options, reportFd);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  AddPluginPath();
+  const bool asService = argc > 1 && std::strcmp(argv[1], "run") == 0;
+  const int status = asService ? RunService(argc - 1, argv + 1) : RunOnce(argc, argv);
   Kbase::Klog::Logger::GetInstance().Flush();
   return status;
 }

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <utility>
 
+#include "Pipeline/Log.h"
+
 namespace Tavi::Recorder {
 namespace {
 
@@ -17,6 +19,7 @@ SignalThread::SignalThread(std::function<void(int)> handler) : IThread("SIGNALS"
   sigaddset(&m_signals, SIGINT);
   sigaddset(&m_signals, SIGTERM);
   sigaddset(&m_signals, SIGPWR);
+  sigaddset(&m_signals, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
   Start();
 }
@@ -27,7 +30,11 @@ SignalThread::~SignalThread() {
 
 void SignalThread::Run() {
   const int signal = sigtimedwait(&m_signals, nullptr, &PollPeriod);
-  if (signal > 0 && m_pending != SIGPWR) m_pending = signal;
+  if (signal == SIGHUP) {
+    Log::Warning("SIGHUP is ignored: new settings need a restart");
+  } else if (signal > 0 && m_pending != SIGPWR) {
+    m_pending = signal;
+  }
   if (m_pending != 0) m_handler(m_pending);
 }
 

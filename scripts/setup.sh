@@ -8,9 +8,10 @@ packages=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
   gstreamer1.0-alsa libasound2-dev
+  libsystemd-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
   libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev chromium chromium-driver python3
 )
 
 missing=()

@@ -1,0 +1,196 @@
+// The way of an event from the working disk to its directory.
+#include "Recorder/Service/EventArchive.h"
+
+#include <sys/stat.h>
+
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "EventStore/EventName.h"
+#include "Kbase/Util/Naming.h"
+#include "Ksystem/FileUtils/Kdir.h"
+#include "Ksystem/FileUtils/Kfile.h"
+#include "Pipeline/Log.h"
+#include "PipelineCollect/CollectBase.h"
+#include "Recorder/Service/EventRecord.h"
+#include "RecoveryCollect/RecoveryCollectManager.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+using EventStore::SaveResult;
+using PipelineCollect::CollectBase;
+using PipelineCollect::PipelineCollectType;
+namespace fs = std::filesystem;
+
+/// What fits beside a running event on a unit's RAM disk.
+constexpr std::size_t MaxWaiting = 4;
+/// Products of recovered events until they are events; hidden from whoever lists these.
+constexpr const char* RecoveredDir = ".recovered/";
+
+void RemoveTree(const fs::path& path) {
+  std::error_code error;
+  fs::remove_all(path, error);
+  if (error) Log::Warning("cannot remove " + path.string() + ": " + error.message());
+}
+
+std::time_t GetTime(const fs::path& path) {
+  struct stat attributes {};
+  return ::stat(path.c_str(), &attributes) == 0 ? attributes.st_mtime : 0;
+}
+
+/// The name under which a collector's file would be saved in a power failure; empty for what would not.
+std::string GetBackupName(const std::string& fileName, const std::string& event) {
+  const std::string extension = fs::path(fileName).extension();
+  for (int value = 0; value < static_cast<int>(PipelineCollectType::Preview); ++value) {
+    std::string prefix;
+    std::string expected;
+    CollectBase::GetPipelineCollectPrefixAndExtension(static_cast<PipelineCollectType>(value), prefix, expected);
+    const bool isMuxed = expected == ".h264" && extension == ".mp4";
+    if (fileName.starts_with(prefix) && (extension == expected || isMuxed)) return prefix + event + extension;
+  }
+  return {};
+}
+
+}  // namespace
+
+EventArchive::EventArchive(const StorageSettings& settings)
+    : m_settings(settings),
+      m_store(fs::path(settings.eventsDir).parent_path().string(),
+              {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}) {}
+
+bool EventArchive::Open(std::string& problem) {
+  if (!m_store.Open(problem)) return false;
+  if (!Ksystem::FileUtils::Kdir(m_settings.workDir).Create()) {
+    problem = "storage.workDir: nothing can be written into \"" + m_settings.workDir +
+              "\"; give a directory that can be created or written to";
+    return false;
+  }
+  SaveLeftovers();
+  Maintain();
+  return true;
+}
+
+/// A process that died has left its events here, and the machine has not: they are saved as if power had failed.
+void EventArchive::SaveLeftovers() const {
+  std::error_code error;
+  std::vector<fs::path> left;
+  for (const auto& entry : fs::directory_iterator(m_settings.workDir, error)) {
+    if (EventStore::IsEventId(entry.path().filename().string())) left.push_back(entry.path());
+  }
+  if (!left.empty()) Ksystem::FileUtils::Kdir(m_settings.backupDir).Create();
+  for (const auto& dir : left) {
+    Log::Warning("the event in " + dir.string() + " was not finished: what there is of it is recovered");
+    const auto name = Kbase::Util::BuildEventFileName("crash-" + dir.filename().string(), GetTime(dir)) + "_0";
+    bool isSaved = true;
+    for (const auto& file : fs::directory_iterator(dir, error)) {
+      const std::string saved = GetBackupName(file.path().filename().string(), name);
+      isSaved = (saved.empty() || Ksystem::FileUtils::Kfile(file.path()).CopyTo(m_settings.backupDir + saved, false)) &&
+                isSaved;
+    }
+    if (isSaved) RemoveTree(dir);
+  }
+}
+
+void EventArchive::Recover(float camera0Fps, float camera1Fps) {
+  RecoveryCollect::RecoveryCollectInput input{m_settings.restoreDir, m_settings.eventsDir + RecoveredDir, camera0Fps,
+                                              camera1Fps};
+  RecoveryCollect::RecoveryCollectOutput output;
+  RecoveryCollect::RecoveryCollectManager::MoveBackup(m_settings.backupDir, m_settings.restoreDir);
+  RecoveryCollect::RecoveryCollectManager::Collect(input, output);
+  for (const auto& recovered : output.events) {
+    auto event = DescribeEvent(recovered);
+    std::string directory;
+    std::string problem;
+    if (m_store.Save(event, ListSources(recovered.output), directory, problem) == SaveResult::Saved) {
+      ++m_saved;
+      Log::Info("the interrupted event " + recovered.name + " is in " + directory);
+    } else {
+      Log::Error("the interrupted event " + recovered.name + " stays in " + input.outputDir +
+                 " until the next start: " + problem);
+    }
+  }
+}
+
+std::string EventArchive::GetWorkDir(const std::string& id) const {
+  return m_settings.workDir + id + "/";
+}
+
+EventResult EventArchive::Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
+                               const std::string& workId, bool keep) {
+  Waiting waiting{std::move(event), sources, workId, keep};
+  EventResult result;
+  if (!TrySave(waiting, result)) KeepForLater(std::move(waiting));
+  return result;
+}
+
+bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
+  result = {};
+  const auto saved = m_store.Save(waiting.event, waiting.sources, result.directory, result.problem);
+  result.id = waiting.event.id;
+  result.isSaved = saved == SaveResult::Saved;
+  result.files = waiting.event.files.size();
+  if (!result.isSaved) return false;
+  ++m_saved;
+  std::string problem;
+  if (waiting.keep && !m_store.SetProtected(result.id, true, problem)) Log::Error(problem);
+  RemoveTree(GetWorkDir(waiting.workId));
+  Log::Info("event " + result.id + " is in " + result.directory);
+  return true;
+}
+
+void EventArchive::KeepForLater(Waiting waiting) {
+  ++m_failed;
+  Log::Error("event " + waiting.event.id + " waits in " + GetWorkDir(waiting.workId) + " until it can be saved");
+  std::optional<Waiting> oldest;
+  {
+    const std::lock_guard lock(m_mutex);
+    m_waiting.push_back(std::move(waiting));
+    if (m_waiting.size() > MaxWaiting) {
+      oldest = std::move(m_waiting.front());
+      m_waiting.pop_front();
+    }
+  }
+  if (oldest) Discard(*oldest);
+}
+
+void EventArchive::Discard(const Waiting& waiting) {
+  Log::Error("event " + waiting.event.id +
+             " is given up: there was no room for it, and newer ones need the working disk");
+  RemoveTree(GetWorkDir(waiting.workId));
+}
+
+void EventArchive::Maintain() {
+  EventStore::RetentionResult state;
+  m_store.Apply(state);
+  std::deque<Waiting> waiting;
+  {
+    const std::lock_guard lock(m_mutex);
+    if (state.isFull && !m_state.isFull) Log::Error("events cannot be saved: " + state.problem);
+    if (!state.isFull && m_state.isFull) Log::Info("there is room for events again");
+    m_state = std::move(state);
+    waiting.swap(m_waiting);
+  }
+  for (EventResult result; !waiting.empty() && TrySave(waiting.front(), result);) waiting.pop_front();
+  const std::lock_guard lock(m_mutex);
+  m_waiting.insert(m_waiting.begin(), std::move_iterator(waiting.begin()), std::move_iterator(waiting.end()));
+}
+
+nlohmann::ordered_json EventArchive::Describe() const {
+  const std::lock_guard lock(m_mutex);
+  nlohmann::ordered_json json;
+  json["eventsDir"] = m_settings.eventsDir;
+  json["events"] = m_state.events;
+  json["bytes"] = m_state.bytesUsed;
+  json["freeBytes"] = m_state.freeBytes;
+  json["full"] = m_state.isFull;
+  json["problem"] = m_state.problem;
+  json["waiting"] = m_waiting.size();
+  json["saved"] = m_saved.load();
+  json["failed"] = m_failed.load();
+  return json;
+}
+
+}  // namespace Tavi::Recorder

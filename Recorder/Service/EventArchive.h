@@ -1,0 +1,64 @@
+// The way of an event from the working disk to its directory.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "EventStore/EventStore.h"
+#include "Recorder/Service/EventOrder.h"
+#include "Recorder/Settings/Settings.h"
+
+namespace Tavi::Recorder {
+
+/// Owns the working directory's content and the events directory. An event for which there is no room waits on the
+/// working disk and is saved as soon as there is; a few of them, then the oldest gives way. Thread-safe, and slow: it
+/// waits for disks.
+class EventArchive {
+ public:
+  explicit EventArchive(const StorageSettings& settings);
+
+  /// Takes both directories for this process. False, with one sentence in `problem`, when one cannot be had.
+  [[nodiscard]] bool Open(std::string& problem);
+  /// Finishes what a power failure has interrupted, and makes events of it. The rates are those of the cameras, in
+  /// frames a second.
+  void Recover(float camera0Fps, float camera1Fps);
+
+  /// Where the files of that event are collected, with a "/" at its end.
+  [[nodiscard]] std::string GetWorkDir(const std::string& id) const;
+  /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone.
+  EventResult Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
+                   const std::string& workId, bool keep);
+  /// Looks how full the disk is, makes room, and saves what waits. To be called every few seconds.
+  void Maintain();
+
+  [[nodiscard]] const EventStore::EventStore& GetStore() const { return m_store; }
+  /// {"eventsDir","bytes","events","freeBytes","full","waiting","saved","failed","problem"}.
+  [[nodiscard]] nlohmann::ordered_json Describe() const;
+
+ private:
+  struct Waiting {
+    EventStore::EventDescription event;
+    std::vector<EventStore::SourceFile> sources;
+    std::string workId;
+    bool keep = false;
+  };
+
+  void SaveLeftovers() const;
+  bool TrySave(Waiting& waiting, EventResult& result);
+  void KeepForLater(Waiting waiting);
+  void Discard(const Waiting& waiting);
+
+  const StorageSettings m_settings;
+  EventStore::EventStore m_store;
+  mutable std::mutex m_mutex;
+  std::deque<Waiting> m_waiting;
+  EventStore::RetentionResult m_state;
+  std::atomic<std::uint64_t> m_saved{0};
+  std::atomic<std::uint64_t> m_failed{0};
+};
+
+}  // namespace Tavi::Recorder

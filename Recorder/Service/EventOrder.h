@@ -1,0 +1,45 @@
+// An event that was asked for, and what became of it.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "EventStore/EventDescription.h"
+
+namespace Tavi::Recorder {
+
+struct EventResult {
+  bool isSaved = false;
+  std::string id;
+  /// Of the complete event; empty unless saved.
+  std::string directory;
+  std::size_t files = 0;
+  /// One sentence unless saved.
+  std::string problem;
+};
+
+struct EventOrder {
+  std::string id;
+  /// As in EventDescription.
+  std::string trigger = "request";
+  std::string label;
+  /// The window, relative to the moment of the order.
+  int beforeSeconds = 15;
+  int durationSeconds = 30;
+  bool withPreview = false;
+  /// Retention leaves it alone.
+  bool keep = false;
+  /// The moment of the event, by the monotonic clock, and as Unix time in milliseconds.
+  std::chrono::steady_clock::time_point moment;
+  std::int64_t timeMs = 0;
+  /// Where the vehicle was then; empty without a valid fix.
+  std::optional<EventStore::Position> position;
+  /// Called exactly once, on whichever thread settles the event; may be empty.
+  std::function<void(const EventResult&)> done;
+};
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,62 @@
+// Events that wait for a free collect manager.
+#include "Recorder/Service/EventQueue.h"
+
+#include <utility>
+
+namespace Tavi::Recorder {
+
+EventQueue::EventQueue(std::size_t capacity) : m_capacity(capacity) {}
+
+bool EventQueue::Push(EventOrder& order) {
+  {
+    const std::lock_guard lock(m_mutex);
+    const bool anyFree = m_running[0].empty() || m_running[1].empty();
+    // One that a free manager is about to take does not wait.
+    if (m_closed || m_orders.size() >= m_capacity + (anyFree ? 1 : 0)) return false;
+    m_orders.push_back(std::move(order));
+  }
+  m_changed.notify_all();
+  return true;
+}
+
+std::optional<EventOrder> EventQueue::Take(bool second) {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait(lock, [&] { return m_closed || (!m_orders.empty() && (!second || !m_running[0].empty())); });
+  if (m_closed) return std::nullopt;
+  EventOrder order = std::move(m_orders.front());
+  m_orders.pop_front();
+  m_running[second ? 1 : 0] = order.id;
+  lock.unlock();
+  m_changed.notify_all();
+  return order;
+}
+
+void EventQueue::Finish(bool second) {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_running[second ? 1 : 0].clear();
+  }
+  m_changed.notify_all();
+}
+
+std::deque<EventOrder> EventQueue::Close() {
+  std::deque<EventOrder> left;
+  {
+    const std::lock_guard lock(m_mutex);
+    m_closed = true;
+    left.swap(m_orders);
+  }
+  m_changed.notify_all();
+  return left;
+}
+
+EventQueue::State EventQueue::Read() const {
+  const std::lock_guard lock(m_mutex);
+  State state{m_orders.size(), {}};
+  for (const auto& id : m_running) {
+    if (!id.empty()) state.running.push_back(id);
+  }
+  return state;
+}
+
+}  // namespace Tavi::Recorder

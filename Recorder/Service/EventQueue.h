@@ -1,0 +1,46 @@
+// Events that wait for a free collect manager.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Recorder/Service/EventOrder.h"
+
+namespace Tavi::Recorder {
+
+/// Bounded. The first manager takes whatever comes; the second, which makes no previews, only what comes while the
+/// first one is busy. Thread-safe.
+class EventQueue {
+ public:
+  explicit EventQueue(std::size_t capacity);
+
+  /// Takes `order` over. False, and `order` untouched, when so many wait already or the queue is closed.
+  [[nodiscard]] bool Push(EventOrder& order);
+  /// Blocks until there is an order for that manager, which is busy with it until Finish. Empty once closed.
+  std::optional<EventOrder> Take(bool second);
+  void Finish(bool second);
+  /// Nothing is taken any more; what still waits is the caller's to refuse.
+  std::deque<EventOrder> Close();
+
+  struct State {
+    std::size_t waiting = 0;
+    /// Ids of the events that are being collected or saved.
+    std::vector<std::string> running;
+  };
+  [[nodiscard]] State Read() const;
+
+ private:
+  const std::size_t m_capacity;
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::deque<EventOrder> m_orders;
+  /// Id of the event that each manager is busy with, empty when it is free.
+  std::string m_running[2];
+  bool m_closed = false;
+};
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,96 @@
+// What the recorder writes down of an event.
+#include "Recorder/Service/EventRecord.h"
+
+#include <chrono>
+#include <memory>
+
+#include "EventStore/EventName.h"
+#include "GPS/GpsData.h"
+#include "Pipeline/GstPipelineCbElement.h"
+#include "Recorder/Version.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+using PipelineCollect::GetPipelineCollectTypeName;
+using PipelineCollect::PipelineCollectType;
+
+constexpr std::chrono::seconds FreshFix{5};
+
+EventStore::StreamWindow DescribeWindow(PipelineCollectType type, const PipelineCollect::CollectedWindow& window,
+                                        double waitedSeconds) {
+  EventStore::StreamWindow stream;
+  stream.type = GetPipelineCollectTypeName(type);
+  stream.entries = window.entries;
+  stream.rate = static_cast<double>(window.fps);
+  stream.fromSeconds = window.fromSeconds + waitedSeconds;
+  stream.toSeconds = window.toSeconds + waitedSeconds;
+  if (window.firstTimestampNs) stream.firstTimestampNs = static_cast<std::int64_t>(*window.firstTimestampNs);
+  if (window.lastTimestampNs) stream.lastTimestampNs = static_cast<std::int64_t>(*window.lastTimestampNs);
+  return stream;
+}
+
+}  // namespace
+
+EventStore::EventDescription DescribeEvent(const EventOrder& order,
+                                           const PipelineCollect::PipelineCollectOutput& output, bool second,
+                                           double waitedSeconds) {
+  EventStore::EventDescription event;
+  event.id = order.id;
+  event.software = Version;
+  event.label = order.label;
+  event.trigger = order.trigger;
+  event.timeMs = order.timeMs;
+  event.startSeconds = -order.beforeSeconds;
+  event.durationSeconds = order.durationSeconds;
+  event.withPreview = order.withPreview;
+  event.manager = second ? "second" : "first";
+  event.queuedSeconds = waitedSeconds;
+  if (output.maxSpeed >= 0.0) event.maxSpeedKnots = output.maxSpeed;
+  if (output.outputs.contains(PipelineCollectType::Acc)) event.maxG = output.maxG;
+  event.position = order.position;
+  if (output.outputs.contains(PipelineCollectType::Preview)) event.previewSeconds = output.previewSeconds;
+  for (const auto& [type, window] : output.windows) {
+    event.streams.push_back(DescribeWindow(type, window, waitedSeconds));
+  }
+  return event;
+}
+
+EventStore::EventDescription DescribeEvent(const RecoveryCollect::RecoveredEvent& recovered) {
+  EventStore::EventDescription event;
+  event.id = EventStore::NewEventId();
+  event.software = Version;
+  event.label = recovered.name;
+  event.trigger = "recovery";
+  event.timeMs = recovered.output.eventTime * 1000;
+  // The failure is the moment that is known; what was recorded lies before it.
+  event.startSeconds = -static_cast<int>(recovered.seconds);
+  event.durationSeconds = static_cast<int>(recovered.seconds);
+  event.interrupted = true;
+  return event;
+}
+
+std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output) {
+  std::vector<EventStore::SourceFile> sources;
+  for (const auto& [type, path] : output.outputs) sources.push_back({GetPipelineCollectTypeName(type), path});
+  if (!output.previewStill.empty()) sources.push_back({"PreviewStill", output.previewStill});
+  return sources;
+}
+
+std::optional<EventStore::Position> ReadPosition(const Pipeline::PipelineManager& pipeline) {
+  const auto ring = pipeline.ShareElement(Pipeline::PipelineType::Gps);
+  const auto entry = ring ? std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(ring->RetrieveCurrent()) : nullptr;
+  if (!entry || !GstUtil::IsUsable(entry->buffer) || entry->GetAge() > FreshFix) return std::nullopt;
+  Gps::GpsData fix{};
+  if (gst_buffer_extract(entry->buffer, 0, &fix, sizeof(fix)) != sizeof(fix) || fix.isValidPackage != 1) {
+    return std::nullopt;
+  }
+  EventStore::Position position{fix.latitude, fix.longitude, fix.speed, {}};
+  if (fix.record_u_time >= 0) {
+    const std::string time = EventStore::FormatTime(std::int64_t{fix.record_u_time} * 1000);
+    position.fixTime = time.substr(0, time.find('.')) + "Z";
+  }
+  return position;
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,28 @@
+// What the recorder writes down of an event.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "EventStore/EventDescription.h"
+#include "EventStore/FileTransfer.h"
+#include "Pipeline/PipelineManager.h"
+#include "PipelineCollect/PipelineCollectTypes.h"
+#include "Recorder/Service/EventOrder.h"
+#include "RecoveryCollect/RecoveryCollectTypes.h"
+
+namespace Tavi::Recorder {
+
+/// `waitedSeconds`: from the event's moment to the start of its collect.
+EventStore::EventDescription DescribeEvent(const EventOrder& order,
+                                           const PipelineCollect::PipelineCollectOutput& output, bool second,
+                                           double waitedSeconds);
+EventStore::EventDescription DescribeEvent(const RecoveryCollect::RecoveredEvent& event);
+
+/// Every file of the event, the preview's still included.
+std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output);
+
+/// The newest fix; empty when it is not valid or older than five seconds. Thread-safe.
+std::optional<EventStore::Position> ReadPosition(const Pipeline::PipelineManager& pipeline);
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,38 @@
+// Takes events from the queue, one after another, with one collect manager.
+#pragma once
+
+#include <functional>
+
+#include "Kbase/Interfaces/IThread.h"
+#include "PipelineCollect/PipelineCollectManager.h"
+#include "Recorder/Service/EventArchive.h"
+#include "Recorder/Service/EventQueue.h"
+
+namespace Tavi::Recorder {
+
+/// Owns the manager and the thread "EVENT", "EVENT-CR" with the second one, which collects an event and puts it into
+/// the archive. Ends when the queue is closed; its destructor waits for that. Borrows the rest.
+class EventTaker final : public Kbase::Interfaces::IThread {
+ public:
+  /// `isEnding` tells whether an event that just ended was cut short from outside. Thread-safe.
+  EventTaker(PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue, EventArchive& archive,
+             std::function<bool()> isEnding);
+  ~EventTaker() override;
+
+  /// See PipelineCollectManager. Thread-safe.
+  void PowerFailure() { m_manager.PowerFailure(); }
+
+ protected:
+  void Run() override;
+
+ private:
+  EventResult TakeEvent(const EventOrder& order);
+
+  const bool m_second;
+  PipelineCollect::PipelineCollectManager m_manager;
+  EventQueue& m_queue;
+  EventArchive& m_archive;
+  const std::function<bool()> m_isEnding;
+};
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,184 @@
+// The recorder as a service: its life from start to end.
+#include "Recorder/Service/Service.h"
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "EventStore/EventName.h"
+#include "Pipeline/Log.h"
+#include "Recorder/Service/EventRecord.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds MaintainPeriod{10};
+constexpr std::chrono::milliseconds LongestNap{1000};
+constexpr std::chrono::milliseconds EndPoll{10};
+
+std::unique_ptr<EventTaker> MakeTaker(const Settings& settings, Pipeline::PipelineManager& pipeline, bool second,
+                                      EventQueue& queue, EventArchive& archive, std::function<bool()> isEnding) {
+  PipelineCollect::PipelineCollectManagerConfig config;
+  config.pipelineManager = &pipeline;
+  config.cr = second;
+  config.workDir = settings.storage.workDir;
+  config.backupDir = settings.storage.backupDir;
+  return std::make_unique<EventTaker>(config, queue, archive, std::move(isEnding));
+}
+
+Triggers::TriggerWatch::Settings BuildTriggers(const TriggerSettings& settings) {
+  const auto& acceleration = settings.acceleration;
+  return {{acceleration.thresholdG, acceleration.holdMs, acceleration.rearmSeconds},
+          settings.lowSpeed.enabled ? settings.lowSpeed.minSpeedKnots : 0.0};
+}
+
+}  // namespace
+
+Service::Service(const Settings& settings)
+    : m_settings(settings),
+      m_archive(settings.storage),
+      m_queue(static_cast<std::size_t>(settings.events.queueLength)) {}
+
+Service::~Service() = default;
+
+bool Service::Open(std::string& problem) {
+  if (!m_archive.Open(problem)) return false;
+  m_pipeline = std::make_unique<Pipeline::PipelineManager>(m_settings.pipeline);
+  const auto getRing = [this](Pipeline::PipelineType type) { return m_pipeline->ShareElement(type); };
+  m_health = std::make_unique<HealthThread>(getRing);
+  const auto isEnding = [this] { return IsEnding(); };
+  m_first = MakeTaker(m_settings, *m_pipeline, false, m_queue, m_archive, isEnding);
+  m_second = MakeTaker(m_settings, *m_pipeline, true, m_queue, m_archive, isEnding);
+  m_control = std::make_unique<ControlServer>(*this);
+  return m_control->Open(m_settings.control.socket, problem);
+}
+
+int Service::Run() {
+  const auto& config = m_settings.pipeline;
+  m_archive.Recover(static_cast<float>(config.camera0.fps), static_cast<float>(config.camera1.fps));
+  m_health->Start();
+  m_first->Start();
+  m_second->Start();
+  m_ignition = true;
+  if (!IsEnding()) m_pipeline->RunIgnitionStart();
+  m_serviceManager.TellReady();
+  TellState("recording");
+  if (m_settings.triggers.acceleration.enabled) {
+    m_triggers = std::make_unique<Triggers::TriggerWatch>(
+        BuildTriggers(m_settings.triggers),
+        [this](Pipeline::PipelineType type) { return m_pipeline->ShareElement(type); },
+        [this](const std::string& reason) { OrderByTrigger(reason); });
+    m_triggers->Start();
+  }
+  auto maintained = Clock::now();
+  while (!IsEnding()) {
+    RunTasks();
+    if (m_health->IsAlive()) m_serviceManager.Pet();
+    if (Clock::now() - maintained < MaintainPeriod) continue;
+    m_archive.Maintain();
+    maintained = Clock::now();
+  }
+  End();
+  return 0;
+}
+
+void Service::Stop() {
+  m_stopped = true;
+  if (m_pipeline) m_pipeline->EndSupervision();
+  m_wake.notify_all();
+}
+
+void Service::PowerFail() {
+  if (!m_powerFailed.exchange(true)) Log::Warning("power fails: running events are saved, then recording ends");
+  if (m_pipeline) m_pipeline->EndSupervision();
+  if (m_first) m_first->PowerFailure();
+  if (m_second) m_second->PowerFailure();
+  m_wake.notify_all();
+}
+
+void Service::Post(Task task) {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_tasks.push_back(std::move(task));
+  }
+  m_wake.notify_all();
+}
+
+/// Waits for tasks, not for long, and runs them.
+void Service::RunTasks() {
+  std::deque<Task> tasks;
+  {
+    std::unique_lock lock(m_mutex);
+    auto nap = LongestNap;
+    const auto watchdog = std::chrono::duration_cast<std::chrono::milliseconds>(m_serviceManager.GetWatchdogPeriod());
+    if (watchdog.count() > 0) nap = std::min(nap, watchdog);
+    m_wake.wait_for(lock, nap, [this] { return IsEnding() || !m_tasks.empty(); });
+    tasks.swap(m_tasks);
+  }
+  for (const auto& task : tasks) task();
+}
+
+void Service::TellState(const char* state) {
+  m_state = state;
+  m_serviceManager.TellStatus(state);
+}
+
+/// What fails in between, while this waits for a disk, fails when nothing is collected any more.
+void Service::End() {
+  m_serviceManager.TellStopping();
+  TellState("stopping");
+  m_triggers.reset();
+  for (const auto& order : m_queue.Close()) {
+    if (order.done) order.done({false, order.id, {}, 0, "the recorder ends"});
+  }
+  m_pipeline->RunIgnitionOff();
+  // A running event gets what the rings hold when they are taken away; power that fails is told to it first.
+  while (m_powerFailed && (m_first->IsRunning() || m_second->IsRunning())) {
+    m_first->PowerFailure();
+    m_second->PowerFailure();
+    std::this_thread::sleep_for(EndPoll);
+  }
+  m_pipeline->RunSigInt();
+  m_first->Wait();
+  m_second->Wait();
+  m_control.reset();
+  m_health->Stop();
+  Log::Info("the recorder has ended");
+}
+
+/// An event of now, as the settings have it.
+EventOrder Service::MakeOrder() const {
+  using std::chrono::milliseconds;
+  EventOrder order;
+  order.id = EventStore::NewEventId();
+  order.beforeSeconds = -m_settings.events.startSeconds;
+  order.durationSeconds = m_settings.events.durationSeconds;
+  order.withPreview = m_settings.events.withPreview;
+  order.moment = Clock::now();
+  order.timeMs = std::chrono::duration_cast<milliseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+  order.position = ReadPosition(*m_pipeline);
+  return order;
+}
+
+std::string Service::Order(EventOrder order) {
+  const std::string what = "event " + order.id + " (" + order.trigger + ")";
+  if (IsEnding()) return "the recorder is ending";
+  if (!m_queue.Push(order)) {
+    ++m_refused;
+    Log::Error(what + " is refused: both collect managers are busy, and as many events wait as may");
+    return "too many events wait already: try again when one is complete";
+  }
+  Log::Info(what + " is ordered");
+  return {};
+}
+
+void Service::OrderByTrigger(const std::string& reason) {
+  EventOrder order = MakeOrder();
+  order.trigger = "acceleration";
+  order.label = reason;
+  Order(std::move(order));
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,87 @@
+// The recorder as a service: acquisition, control socket, triggers, events to persistent storage.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Pipeline/PipelineManager.h"
+#include "Recorder/Control/ControlHandler.h"
+#include "Recorder/Control/ControlServer.h"
+#include "Recorder/Control/Protocol.h"
+#include "Recorder/Health/Health.h"
+#include "Recorder/Service/EventArchive.h"
+#include "Recorder/Service/EventQueue.h"
+#include "Recorder/Service/EventTaker.h"
+#include "Recorder/Service/HealthThread.h"
+#include "Recorder/Service/ServiceManager.h"
+#include "Recorder/Settings/Settings.h"
+#include "Recorder/Triggers/TriggerWatch.h"
+
+namespace Tavi::Recorder {
+
+/// Runs on the thread that calls Run, which drives the ignition and does what waits for disks. Stop and PowerFail may
+/// be called from any other thread, as often as they like.
+class Service final : public ControlHandler {
+ public:
+  explicit Service(const Settings& settings);
+  ~Service() override;
+
+  /// Takes directories and socket. False, with one sentence in `problem`, when one cannot be had: nothing has started.
+  [[nodiscard]] bool Open(std::string& problem);
+  /// Records until Stop or PowerFail. Exit status.
+  int Run();
+  /// The interrupt: events under way end with what the rings hold, and are saved.
+  void Stop();
+  /// Power goes: events under way are saved for the next start.
+  void PowerFail();
+
+ private:
+  using Task = std::function<void()>;
+
+  void Handle(const nlohmann::json& request, Reply reply) override;
+  void HandleEvent(const nlohmann::json& request, const Reply& reply);
+  void HandleIgnition(const nlohmann::json& request, const Reply& reply);
+  void HandleProtect(const nlohmann::json& request, const Reply& reply);
+  void ListEvents(const Reply& reply) const;
+  [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;
+  [[nodiscard]] std::string WriteMetrics() const;
+
+  /// Puts the event in the queue. Empty, or one sentence why not; `done` is then not called.
+  std::string Order(EventOrder order);
+  [[nodiscard]] EventOrder MakeOrder() const;
+  void OrderByTrigger(const std::string& reason);
+  void Post(Task task);
+  void RunTasks();
+  void TellState(const char* state);
+  void End();
+  [[nodiscard]] bool IsEnding() const { return m_stopped || m_powerFailed; }
+
+  const Settings m_settings;
+  const ServiceManager m_serviceManager;
+  const std::chrono::steady_clock::time_point m_startedAt = std::chrono::steady_clock::now();
+  std::atomic<bool> m_stopped{false};
+  std::atomic<bool> m_powerFailed{false};
+  std::atomic<bool> m_ignition{false};
+  std::atomic<const char*> m_state{"starting"};
+  std::atomic<std::uint64_t> m_refused{0};
+  EventArchive m_archive;
+  EventQueue m_queue;
+  std::unique_ptr<Pipeline::PipelineManager> m_pipeline;
+  std::unique_ptr<HealthThread> m_health;
+  std::unique_ptr<EventTaker> m_first;
+  std::unique_ptr<EventTaker> m_second;
+  std::unique_ptr<Triggers::TriggerWatch> m_triggers;
+  std::unique_ptr<ControlServer> m_control;
+  std::mutex m_mutex;
+  std::condition_variable m_wake;
+  std::deque<Task> m_tasks;
+};
+
+}  // namespace Tavi::Recorder

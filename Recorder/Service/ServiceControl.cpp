@@ -1,0 +1,174 @@
+// The recorder as a service: what it answers on the control socket.
+#include <map>
+
+#include "EventStore/EventName.h"
+#include "Pipeline/Log.h"
+#include "Recorder/Health/HealthReport.h"
+#include "Recorder/Service/Service.h"
+#include "Recorder/Version.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+using nlohmann::json;
+using nlohmann::ordered_json;
+
+/// What one reply has room for; the newest are the ones that are looked for.
+constexpr std::size_t MaxListed = 2000;
+
+ordered_json Describe(const EventResult& result) {
+  ordered_json fields;
+  fields["ok"] = result.isSaved;
+  fields["event"] = result.id;
+  if (result.isSaved) {
+    fields["directory"] = result.directory;
+    fields["files"] = result.files;
+  } else {
+    fields["error"] = result.problem;
+  }
+  return fields;
+}
+
+}  // namespace
+
+void Service::Handle(const json& request, Reply reply) {
+  const std::string command = request.at("command");
+  if (command == Command::Status) {
+    reply(DescribeStatus());
+  } else if (command == Command::Metrics) {
+    reply({{"text", WriteMetrics()}});
+  } else if (command == Command::Event) {
+    HandleEvent(request, reply);
+  } else if (command == Command::Ignition) {
+    HandleIgnition(request, reply);
+  } else if (command == Command::Protect) {
+    HandleProtect(request, reply);
+  } else if (command == Command::Events) {
+    Post([this, reply] { ListEvents(reply); });
+  } else if (command == Command::PowerFail) {
+    reply(ordered_json::object());
+    PowerFail();
+  } else if (command == Command::Stop) {
+    reply(ordered_json::object());
+    Stop();
+  } else {
+    reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
+                 "metrics or stop");
+  }
+}
+
+void Service::HandleEvent(const json& request, const Reply& reply) {
+  std::string problem;
+  const auto wanted = ParseEventRequest(request, problem);
+  if (!wanted) {
+    reply.Refuse(problem);
+    return;
+  }
+  EventOrder order = MakeOrder();
+  order.label = wanted->label;
+  order.beforeSeconds = wanted->beforeSeconds.value_or(order.beforeSeconds);
+  order.durationSeconds = wanted->durationSeconds.value_or(order.durationSeconds);
+  order.withPreview = wanted->preview.value_or(order.withPreview);
+  order.keep = wanted->keep;
+  if (wanted->wait) order.done = [reply](const EventResult& result) { reply(Describe(result)); };
+  const std::string id = order.id;
+  problem = Order(std::move(order));
+  if (!problem.empty()) {
+    reply.Refuse(problem);
+  } else if (!wanted->wait) {
+    reply({{"event", id}, {"waiting", m_queue.Read().waiting}});
+  }
+}
+
+void Service::HandleIgnition(const json& request, const Reply& reply) {
+  std::string problem;
+  const auto wanted = ParseIgnitionRequest(request, problem);
+  if (!wanted) {
+    reply.Refuse(problem);
+    return;
+  }
+  Post([this, on = wanted->on, reply] {
+    if (on) {
+      m_pipeline->RunIgnitionStart();
+    } else {
+      m_pipeline->RunIgnitionOff();
+    }
+    m_ignition = on;
+    Log::Info(std::string("the ignition is ") + (on ? "on" : "off"));
+    reply({{"ignition", on ? "on" : "off"}});
+  });
+}
+
+void Service::HandleProtect(const json& request, const Reply& reply) {
+  std::string problem;
+  const auto wanted = ParseProtectRequest(request, problem);
+  if (!wanted) {
+    reply.Refuse(problem);
+    return;
+  }
+  Post([this, wanted = *wanted, reply] {
+    std::string why;
+    if (m_archive.GetStore().SetProtected(wanted.event, wanted.isProtected, why)) {
+      reply({{"event", wanted.event}, {"protected", wanted.isProtected}});
+    } else {
+      reply.Refuse(why);
+    }
+  });
+}
+
+void Service::ListEvents(const Reply& reply) const {
+  auto events = m_archive.GetStore().List();
+  const std::size_t total = events.size();
+  if (total > MaxListed) events.erase(events.begin(), events.end() - MaxListed);
+  auto list = ordered_json::array();
+  for (const auto& event : events) {
+    ordered_json entry;
+    entry["event"] = event.id;
+    entry["directory"] = m_settings.storage.eventsDir + event.name;
+    entry["bytes"] = event.bytes;
+    entry["protected"] = event.isProtected;
+    list.push_back(std::move(entry));
+  }
+  reply({{"total", total}, {"events", list}});
+}
+
+ordered_json Service::DescribeStatus() const {
+  const std::chrono::duration<double> uptime = std::chrono::steady_clock::now() - m_startedAt;
+  const auto queue = m_queue.Read();
+  ordered_json status;
+  status["software"] = Version;
+  status["state"] = m_state.load();
+  status["ignition"] = m_ignition ? "on" : "off";
+  status["uptimeSeconds"] = uptime.count();
+  status["running"] = queue.running;
+  status["waiting"] = queue.waiting;
+  status["refused"] = m_refused.load();
+  status["storage"] = m_archive.Describe();
+  status["sources"] = ToJson(m_health->GetHealth().Read());
+  return status;
+}
+
+std::string Service::WriteMetrics() const {
+  PrometheusText text;
+  WritePrometheus(m_health->GetHealth().Read(), text);
+  const auto add = [&text](const char* name, PrometheusText::Type type, const char* help, double value) {
+    text.Describe(name, type, help);
+    text.Add(value);
+  };
+  using Type = PrometheusText::Type;
+  const auto storage = m_archive.Describe();
+  const auto number = [&storage](const char* key) { return storage[key].get<double>(); };
+  add("tavi_events_saved_total", Type::Counter, "Events that are complete.", number("saved"));
+  add("tavi_events_failed_total", Type::Counter, "Events that could not be saved at once.", number("failed"));
+  add("tavi_events_refused_total", Type::Counter, "Requests for which there was no collect manager.",
+      static_cast<double>(m_refused));
+  add("tavi_events_waiting", Type::Gauge, "Requests that wait for a collect manager.",
+      static_cast<double>(m_queue.Read().waiting));
+  add("tavi_storage_events", Type::Gauge, "Events on the disk.", number("events"));
+  add("tavi_storage_bytes", Type::Gauge, "Bytes that they take.", number("bytes"));
+  add("tavi_storage_free_bytes", Type::Gauge, "Bytes free on their disk.", number("freeBytes"));
+  add("tavi_storage_full", Type::Gauge, "1 while no event can be saved.", storage["full"].get<bool>() ? 1.0 : 0.0);
+  return text.GetText();
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,76 @@
+// What `tavi-recorder run` is told on its command line.
+#include "Recorder/ServiceOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <ostream>
+#include <string>
+
+namespace Tavi::Recorder {
+namespace {
+
+constexpr int UsageExitStatus = 2;
+
+struct Words {
+  std::string config;
+  bool simulate = false;
+  std::string output;
+  std::string control;
+  std::string log;
+  bool checkConfig = false;
+  bool printConfig = false;
+};
+
+void AddOptions(CLI::App& app, Words& words) {
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.add_option("--config", words.config, "Settings, a JSON file (docs/settings.md); the options below win over it");
+  app.add_flag("--simulate", words.simulate, "A simulated car in place of the devices");
+  app.add_option("--output", words.output, "One directory for all that the recorder writes: events/ and what it needs");
+  app.add_option("--control", words.control, "Path of the Unix socket that takes commands");
+  app.add_option("--log", words.log, "Append the log to this file, too");
+  app.add_flag("--check-config", words.checkConfig, "Only say whether the settings are right");
+  app.add_flag("--print-config", words.printConfig, "Only print the settings, the defaults among them, as such a file");
+}
+
+void Apply(const Words& words, Settings& settings) {
+  if (words.simulate) settings.simulate = true;
+  if (!words.control.empty()) settings.control.socket = words.control;
+  if (!words.log.empty()) settings.logFile = words.log;
+  if (words.output.empty()) return;
+  const std::string dir = words.output.back() == '/' ? words.output : words.output + "/";
+  settings.storage.eventsDir = dir + "events/";
+  settings.storage.workDir = dir + "work/";
+  settings.storage.backupDir = dir + "power_failure/";
+  settings.storage.restoreDir = dir + "power_restore/";
+}
+
+}  // namespace
+
+std::optional<int> ParseServiceOptions(int argc, const char* const* argv, Settings& settings, std::ostream& out,
+                                       std::ostream& err) {
+  CLI::App app("Records until it is told to end (SIGINT, SIGTERM, tavi-ctl stop), and takes commands on a socket.",
+               "tavi-recorder run");
+  Words words;
+  AddOptions(app, words);
+  std::string problem;
+  try {
+    app.parse(argc, argv);
+    if (words.config.empty() || LoadSettings(words.config, settings, problem)) {
+      Apply(words, settings);
+      problem = CheckSettings(settings);
+    }
+  } catch (const CLI::Success& done) {
+    app.exit(done, out, err);
+    return 0;
+  } catch (const CLI::ParseError& error) {
+    problem = error.what();
+  }
+  if (!problem.empty()) {
+    err << "tavi-recorder: " << problem << "\n";
+    return UsageExitStatus;
+  }
+  if (words.printConfig) out << FormatSettings(settings);
+  if (words.printConfig || words.checkConfig) return 0;
+  return std::nullopt;
+}
+
+}  // namespace Tavi::Recorder

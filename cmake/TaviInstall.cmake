@@ -1,0 +1,30 @@
+# What a machine gets: programs, library, plug-ins, headers, and what other projects find the library by.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(taviLibraries Tavi Kbase Kdevice Ksystem KMedia)
+install(TARGETS ${taviLibraries} EXPORT TaviTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tavi-recorder RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# GStreamer looks there by itself.
+install(TARGETS SoftImx LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
+# The simulated car looks for it at "../lib/alsa-lib" beside the program.
+install(TARGETS AlsaTick LIBRARY DESTINATION lib/alsa-lib)
+# What is beside the libraries is found without the system's help, wherever the tree is put.
+set_target_properties(${taviLibraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
+file(RELATIVE_PATH taviBinToLib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+set_target_properties(tavi-recorder PROPERTIES INSTALL_RPATH "$ORIGIN/${taviBinToLib}")
+
+set(taviHeaders ${CMAKE_INSTALL_INCLUDEDIR}/tavi)
+install(DIRECTORY Pipeline Video Audio GPS Accel Other PipelineCollect RecoveryCollect Testing
+  Platform/Kbase Platform/Kdevice Platform/Ksystem Platform/KMedia
+  DESTINATION ${taviHeaders} FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT TaviTargets NAMESPACE Tavi:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Tavi)
+configure_package_config_file(cmake/TaviConfig.cmake.in ${CMAKE_BINARY_DIR}/TaviConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Tavi)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/TaviConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/TaviConfig.cmake ${CMAKE_BINARY_DIR}/TaviConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Tavi)
+file(RELATIVE_PATH taviPcToPrefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(packaging/tavi.pc.in ${CMAKE_BINARY_DIR}/tavi.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/tavi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
