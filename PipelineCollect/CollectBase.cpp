@@ -83,14 +83,20 @@ void CollectBase::DeletePath() {
   m_collected = false;
 }
 
-bool CollectBase::Backup(const std::string& dir, const std::string& name) const {
-  if (!IsPathAvailable()) return false;
+std::string CollectBase::GetBackupPath(const std::string& dir, const std::string& name) const {
   const std::string separator = !dir.empty() && dir.back() == '/' ? "" : "/";
   // A stream that was muxed already is saved as the MP4 that it is.
-  const std::filesystem::path path(m_path);
-  const std::string file =
-      path.extension() == ".mp4" ? GetPipelineCollectPrefix(m_type) + name + ".mp4" : GetPipelineCollectFileName(name);
-  return Kfile(m_path, true).CopyTo(dir + separator + file, false, true);
+  const bool isMuxed = std::filesystem::path(m_path).extension() == ".mp4";
+  return dir + separator +
+         (isMuxed ? GetPipelineCollectPrefix(m_type) + name + ".mp4" : GetPipelineCollectFileName(name));
+}
+
+bool CollectBase::Backup(const std::string& dir, const std::string& name) const {
+  return IsPathAvailable() && Kfile(m_path, true).CopyTo(GetBackupPath(dir, name), false, true);
+}
+
+bool CollectBase::IsBackedUp(const std::string& dir, const std::string& name) const {
+  return !IsPathAvailable() || IsPathAvailable(GetBackupPath(dir, name));
 }
 
 std::unique_ptr<std::thread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {

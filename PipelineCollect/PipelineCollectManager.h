@@ -105,7 +105,7 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   void RequestSave();
   void SaveAll();
   void EndCollectors();
-  void Backup(const CollectorMap& collectors, const std::string& base) const;
+  bool Backup(const CollectorMap& collectors, const std::string& base) const;
   void LogFreeSpace(const char* when) const;
   PipelineCollect* GetStream(PipelineCollectType type) const;
   void SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1, int seconds);

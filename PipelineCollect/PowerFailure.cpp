@@ -1,4 +1,5 @@
 // What a collect manager does when power fails.
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <memory>
@@ -59,8 +60,10 @@ void PipelineCollectManager::SaveAll() {
   Log::Info("[Power Failure]Stopping the aquisition...");
   m_config.pipelineManager->RunSigInt();
   Log::Info("[Power Failure]Making backup...");
-  Backup(m_collectors, m_config.cr ? "event-cr" : "event");
+  const bool isSaved = Backup(m_collectors, m_config.cr ? "event-cr" : "event");
   Log::Info("[Power Failure]Backup finished");
+  // Should the machine outlive this, the event must not be there twice.
+  if (isSaved) DeleteAll();
 }
 
 /// Nothing may read a ring any more when acquisition stops. Those that hang in their disk are left behind: their files
@@ -74,10 +77,11 @@ void PipelineCollectManager::EndCollectors() {
   }
 }
 
-void PipelineCollectManager::Backup(const CollectorMap& collectors, const std::string& base) const {
+/// False when a file could not be saved whole.
+bool PipelineCollectManager::Backup(const CollectorMap& collectors, const std::string& base) const {
   if (!Ksystem::FileUtils::Kdir(m_config.backupDir).Create()) {
     Log::Error("cannot save the event into " + m_config.backupDir + ": the directory cannot be created");
-    return;
+    return false;
   }
   unsigned int seconds = 0;
   for (const auto type :
@@ -92,6 +96,10 @@ void PipelineCollectManager::Backup(const CollectorMap& collectors, const std::s
     if (collector != nullptr) copies.push_back(collector->BackupAsync(m_config.backupDir, name));
   }
   for (const auto& copy : copies) copy->join();
+  return std::all_of(SavedTypes.begin(), SavedTypes.end(), [&](PipelineCollectType type) {
+    const CollectBase* collector = GetCollectElement(collectors, type);
+    return collector == nullptr || (!collector->IsRunning() && collector->IsBackedUp(m_config.backupDir, name));
+  });
 }
 
 }  // namespace Tavi::PipelineCollect

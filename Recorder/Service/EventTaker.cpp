@@ -1,6 +1,8 @@
 // Takes events from the queue, one after another, with one collect manager.
 #include "Recorder/Service/EventTaker.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -64,6 +66,8 @@ EventResult EventTaker::TakeEvent(const EventOrder& order) {
   PipelineCollect::PipelineCollectOutput output;
   if (!m_manager.Collect(input, output)) return {false, order.id, {}, 0, "it could not be collected: see the log"};
   if (output.outputs.empty()) {
+    // Stays while something is in it.
+    ::rmdir(input.outputDir.c_str());
     return {false,
             order.id,
             {},

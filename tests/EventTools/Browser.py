@@ -55,9 +55,9 @@ class Browser:
         return [entry["message"] for entry in self.call("POST", "/se/log", {"type": "browser"})]
 
     def read_requests(self):
-        """Addresses of all requests since the last call, but for those of the browser's own first page."""
+        """Addresses of all requests of pages from files since the last call: the browser's own first page has some, too."""
         entries = self.call("POST", "/se/log", {"type": "performance"})
         messages = [json.loads(entry["message"])["message"] for entry in entries]
         return [message["params"]["request"]["url"] for message in messages
                 if message["method"] == "Network.requestWillBeSent"
-                and not message["params"]["request"]["url"].startswith("chrome:")]
+                and message["params"]["documentURL"].startswith("file:")]

@@ -1,50 +1,19 @@
 // The program as a user runs it: what it prints where, its exit status, and how a signal ends it.
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 
-#include "Support/Fixtures.h"
+#include "Recorder/Program.h"
 #include "Support/VideoDecode.h"
 
 namespace {
 
-using Tavi::Testing::ReadFile;
+using namespace Tavi::Testing;
 using testing::HasSubstr;
-
-class ProgramTest : public Tavi::Testing::TempDirTest {
- protected:
-  /// Starts the recorder with its standard streams in files of the test's directory.
-  pid_t Spawn(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.begin(), RECORDER_PROGRAM);
-    std::vector<char*> argv;
-    for (auto& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, (m_dir + "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, (m_dir + "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t child = 0;
-    EXPECT_EQ(posix_spawn(&child, RECORDER_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    return child;
-  }
-  static int Wait(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  [[nodiscard]] std::string Out() const { return ReadFile(m_dir + "out"); }
-  [[nodiscard]] std::string Err() const { return ReadFile(m_dir + "err"); }
-};
 
 TEST_F(ProgramTest, PrintsOneObjectAnEventAndNothingElse) {
   const pid_t child = Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "1", "--count", "2",

@@ -1,0 +1,147 @@
+// The recorder as a service, in the simulated car: from a command to an event's directory, and every way to its end.
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "EventStore/EventDescription.h"
+#include "EventStore/EventList.h"
+#include "Recorder/Program.h"
+#include "Support/VideoDecode.h"
+
+namespace {
+
+using namespace Tavi::Testing;
+using namespace Tavi::EventStore;
+using nlohmann::json;
+using testing::HasSubstr;
+
+class ServiceTest : public ProgramTest {
+ protected:
+  void SetUp() override {
+    ProgramTest::SetUp();
+    WriteSettings(json::object());
+  }
+  void TearDown() override {
+    if (m_child > 0) kill(m_child, SIGKILL), Wait(m_child);
+    ProgramTest::TearDown();
+  }
+  void WriteSettings(const json& events) const {
+    std::ofstream(m_dir + "settings.json") << json::object({{"events", events}});
+  }
+  void StartService() {
+    m_child = Spawn({"run", "--simulate", "--config", m_dir + "settings.json", "--output", m_dir + "tavi", "--control",
+                     m_dir + "ctl/socket"});
+    ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["state"] == "recording"; })) << Err();
+  }
+  int EndService(int signal) {
+    kill(m_child, signal);
+    return Wait(std::exchange(m_child, 0));
+  }
+  /// The recorder's reply.
+  json Ctl(const std::string& words) const {
+    const std::string line = std::string(CTL_PROGRAM) + " --json --control " + m_dir + "ctl/socket " + words + " 2>&1";
+    std::string reply;
+    FILE* pipe = popen(line.c_str(), "r");
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) reply += static_cast<char>(c);
+    pclose(pipe);
+    return json::accept(reply) ? json::parse(reply) : json{{"error", reply}};
+  }
+  std::vector<EventDescription> ReadEvents() const {
+    std::vector<EventDescription> events;
+    for (const auto& entry : ListEvents(m_dir + "tavi/events")) {
+      std::string problem;
+      const auto event = ReadEvent(m_dir + "tavi/events/" + entry.name, problem);
+      EXPECT_TRUE(event) << problem;
+      if (event) events.push_back(*event);
+    }
+    return events;
+  }
+  std::size_t CountFrames(const EventDescription& event, const std::string& type) const {
+    for (const auto& file : event.files) {
+      const std::string path = m_dir + "tavi/events/" + BuildEventDirName(event) + "/" + file.name;
+      if (file.type == type) return DecodeVideo(path).frames.size();
+    }
+    return 0;
+  }
+
+  pid_t m_child = 0;
+};
+
+// Catches a window that is counted from another moment than that of the request, and requests that are lost or
+// forgotten.
+TEST_F(ServiceTest, ARequestBecomesADirectoryAndMoreThanTwoWaitTheirTurn) {
+  WriteSettings({{"queueLength", 1}, {"withPreview", false}});
+  StartService();
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera0"]["entries"] > 60; }));
+  const std::string words = "event --before 2 --duration 4 --label 'a \"b\"' ";
+  const std::string kept = Ctl(words + "--keep")["event"];
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 1; }));
+  EXPECT_EQ(Ctl(words)["ok"], true);
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 2; }));
+  EXPECT_EQ(Ctl(words)["waiting"], 1);
+  EXPECT_THAT(Ctl(words)["error"], HasSubstr("too many events"));
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 3; }));
+  EXPECT_EQ(EndService(SIGTERM), 0) << Err();
+  EXPECT_FALSE(std::filesystem::exists(m_dir + "ctl/socket"));
+  EXPECT_TRUE(std::filesystem::is_empty(m_dir + "tavi/work"));
+  for (const auto& entry : ListEvents(m_dir + "tavi/events")) EXPECT_EQ(entry.isProtected, entry.id == kept);
+  const auto events = ReadEvents();
+  ASSERT_EQ(events.size(), 3U);
+  int second = 0;
+  for (const auto& event : events) {
+    EXPECT_EQ(event.label, "a \"b\"");
+    EXPECT_TRUE(event.position && event.maxSpeedKnots && event.maxG);
+    ASSERT_EQ(event.streams.size(), 6U);
+    EXPECT_EQ(event.streams[1].type, "VideoCamera0");
+    EXPECT_LE(event.streams[1].fromSeconds, -1.9);
+    EXPECT_GE(event.streams[1].fromSeconds, -4.2);
+    EXPECT_GE(event.streams[1].toSeconds, 0.9) << "the moment is in it";
+    EXPECT_EQ(CountFrames(event, "VideoCamera0"), event.streams[1].entries);
+    second += event.manager == "second" ? 1 : 0;
+  }
+  EXPECT_GE(second, 1);
+}
+
+// Catches an event that is lost when the process ends in whichever way.
+TEST_F(ServiceTest, AnEventUnderWayOutlivesTheProcess) {
+  const struct {
+    int signal;
+    const char* trigger;
+  } cases[] = {{SIGINT, "request"}, {SIGPWR, "recovery"}, {SIGKILL, "recovery"}};
+  std::size_t expected = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.signal);
+    StartService();
+    ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera0"]["entries"] > 60; }));
+    EXPECT_EQ(Ctl("event --before 3 --duration 60")["ok"], true);
+    ASSERT_TRUE(WaitUntil([&] { return Err().find("Free space before") != std::string::npos; }));
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_EQ(EndService(c.signal), c.signal == SIGKILL ? -1 : 0) << Err();
+    if (c.signal != SIGINT) {
+      StartService();
+      EXPECT_EQ(EndService(SIGINT), 0);
+    }
+    const auto events = ReadEvents();
+    ASSERT_EQ(events.size(), ++expected) << Err();
+    EXPECT_EQ(events.back().trigger, c.trigger);
+    EXPECT_TRUE(events.back().interrupted);
+    EXPECT_GE(CountFrames(events.back(), "VideoCamera1"), c.signal == SIGKILL ? 15U : 60U);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(m_dir + "tavi/power_failure"));
+}
+
+TEST_F(ServiceTest, AMistakeStartsNothing) {
+  WriteSettings({{"queueLength", 0}});
+  EXPECT_EQ(Wait(Spawn({"run", "--simulate", "--config", m_dir + "settings.json", "--output", m_dir + "tavi"})), 2);
+  EXPECT_THAT(Err(), HasSubstr("settings.json:1: field events.queueLength: 0 "));
+  EXPECT_EQ(Wait(Spawn({"run", "--simulate", "--output", "/proc/none", "--control", m_dir + "ctl/socket"})), 1);
+  EXPECT_EQ(Wait(Spawn({"run", "--print-config"})), 0);
+  EXPECT_TRUE(json::accept(Out()));
+  EXPECT_FALSE(std::filesystem::exists(m_dir + "ctl/socket"));
+}
+
+}  // namespace
