@@ -1,6 +1,8 @@
 // The elements of one camera's branch, made, set, added and linked.
 #include "Video/CameraBranch.h"
 
+#include <chrono>
+
 #include "Pipeline/BranchParts.h"
 
 namespace Tavi::Video {
@@ -19,6 +21,7 @@ constexpr int CropHeight = 664;
 constexpr int CroppedFrameWidth = 1280;
 constexpr int CroppedFrameHeight = 720;
 constexpr int PreviewMaxRate = 30;
+constexpr std::chrono::seconds ViewerPatience{10};
 
 void SetRawCaps(GstElement* filter, int width, int height) {
   GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, width,
@@ -96,7 +99,10 @@ class Builder {
       SetRawCaps(m_cropCaps, CroppedFrameWidth, CroppedFrameHeight);
     }
     if (m_config.streamEnabled) {
-      g_object_set(m_server, "host", "0.0.0.0", "port", m_config.streamPort, nullptr);
+      // A viewer that does not read is let go before it costs memory: its frames are in the ring anyway.
+      g_object_set(m_server, "host", "0.0.0.0", "port", m_config.streamPort, "units-max",
+                   gint64{m_config.fps} * ViewerPatience.count(), "timeout",
+                   guint64{std::chrono::nanoseconds(ViewerPatience).count()}, nullptr);
     }
     // One IDR frame a second, on which the collectors' start positions rely.
     g_object_set(m_encoder, "bitrate", m_config.bitrate, "idr-interval", m_config.fps, "gop-size", m_config.fps,

@@ -4,7 +4,8 @@ include(CMakePackageConfigHelpers)
 
 set(taviLibraries Tavi Kbase Kdevice Ksystem KMedia)
 install(TARGETS ${taviLibraries} EXPORT TaviTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS tavi-recorder RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export)
+install(TARGETS ${taviPrograms} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # GStreamer looks there by itself.
 install(TARGETS SoftImx LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
 # The simulated car looks for it at "../lib/alsa-lib" beside the program.
@@ -12,7 +13,7 @@ install(TARGETS AlsaTick LIBRARY DESTINATION lib/alsa-lib)
 # What is beside the libraries is found without the system's help, wherever the tree is put.
 set_target_properties(${taviLibraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 file(RELATIVE_PATH taviBinToLib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_target_properties(tavi-recorder PROPERTIES INSTALL_RPATH "$ORIGIN/${taviBinToLib}")
+set_target_properties(${taviPrograms} PROPERTIES INSTALL_RPATH "$ORIGIN/${taviBinToLib}")
 
 set(taviHeaders ${CMAKE_INSTALL_INCLUDEDIR}/tavi)
 install(DIRECTORY Pipeline Video Audio GPS Accel Other PipelineCollect RecoveryCollect Testing

@@ -1,4 +1,4 @@
-# The Debian package: cpack --preset deb, or scripts/package.sh.
+# The Debian package: scripts/package.sh.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tavi)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -14,11 +14,12 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
   "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly, gstreamer1.0-alsa")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pkg-config, libgstreamer1.0-dev, libgstreamer-plugins-base1.0-dev, nlohmann-json3-dev")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/conffiles;${CMAKE_CURRENT_LIST_DIR}/postinst;${CMAKE_CURRENT_LIST_DIR}/prerm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/postinst;${CMAKE_CURRENT_LIST_DIR}/prerm;${CMAKE_CURRENT_LIST_DIR}/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/package)
 
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/recorder.json DESTINATION /etc/tavi)
+# postinst puts it into /etc, where there is none yet.
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/recorder.json DESTINATION ${CMAKE_INSTALL_DATADIR}/tavi)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/tavi-recorder.service DESTINATION lib/systemd/system)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/man/tavi-recorder.1 ${CMAKE_CURRENT_LIST_DIR}/man/tavi-ctl.1
   ${CMAKE_CURRENT_LIST_DIR}/man/tavi-report.1 ${CMAKE_CURRENT_LIST_DIR}/man/tavi-export.1

@@ -29,8 +29,8 @@ class ServiceTest : public ProgramTest {
     if (m_child > 0) kill(m_child, SIGKILL), Wait(m_child);
     ProgramTest::TearDown();
   }
-  void WriteSettings(const json& events) const {
-    std::ofstream(m_dir + "settings.json") << json::object({{"events", events}});
+  void WriteSettings(const json& events, const json& pipeline = json::object()) const {
+    std::ofstream(m_dir + "settings.json") << json::object({{"events", events}, {"pipeline", pipeline}});
   }
   void StartService() {
     m_child = Spawn({"run", "--simulate", "--config", m_dir + "settings.json", "--output", m_dir + "tavi", "--control",
@@ -132,6 +132,44 @@ TEST_F(ServiceTest, AnEventUnderWayOutlivesTheProcess) {
     EXPECT_GE(CountFrames(events.back(), "VideoCamera1"), c.signal == SIGKILL ? 15U : 60U);
   }
   EXPECT_TRUE(std::filesystem::is_empty(m_dir + "tavi/power_failure"));
+}
+
+/// The line of docs/platform.md, without a screen: ends after so many decoded frames.
+pid_t View(int port, int frames) {
+  std::string line =
+      "exec gst-launch-1.0 -q tcpclientsrc host=127.0.0.1 port=" + std::to_string(port) +
+      " ! gdpdepay ! h264parse ! openh264dec ! videoconvert ! fakesink num-buffers=" + std::to_string(frames) +
+      " >/dev/null";
+  std::string shell = "sh";
+  std::string option = "-c";
+  char* arguments[] = {shell.data(), option.data(), line.data(), nullptr};
+  pid_t viewer = 0;
+  EXPECT_EQ(posix_spawnp(&viewer, "sh", nullptr, nullptr, arguments, environ), 0);
+  return viewer;
+}
+
+// Catches viewers that are not served, and frames that are lost because one of them is slow, leaves or dies.
+TEST_F(ServiceTest, LiveViewersComeAndGoAndTheRecordingLosesNothing) {
+  const int port = 19000 + getpid() % 10000;
+  WriteSettings({{"withPreview", false}}, {{"camera1", {{"streamEnabled", true}, {"streamPort", port}}}});
+  StartService();
+  EXPECT_EQ(Ctl("event --before 0 --duration 9")["ok"], true);
+  EXPECT_EQ(Wait(View(port, 100)), 0);
+  const pid_t killed = View(port, 10000);
+  const pid_t others[] = {View(port, 60), View(port, 60)};
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  kill(killed, SIGKILL);
+  EXPECT_EQ(Wait(killed), -1);
+  for (const pid_t viewer : others) EXPECT_EQ(Wait(viewer), 0);
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 1; }));
+  EXPECT_EQ(EndService(SIGTERM), 0);
+  const auto events = ReadEvents();
+  ASSERT_EQ(events.size(), 1U);
+  for (const auto& stream : events[0].streams) {
+    if (!stream.type.starts_with("Video")) continue;
+    const double seconds = static_cast<double>(*stream.lastTimestampNs - *stream.firstTimestampNs) / 1e9;
+    EXPECT_NEAR(seconds, static_cast<double>(stream.entries - 1) / stream.rate, 0.02) << stream.type;
+  }
 }
 
 TEST_F(ServiceTest, AMistakeStartsNothing) {
