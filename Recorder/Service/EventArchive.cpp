@@ -1,7 +1,9 @@
 // The way of an event from the working disk to its directory.
 #include "Recorder/Service/EventArchive.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <ctime>
 #include <filesystem>
@@ -10,6 +12,7 @@
 
 #include "EventStore/EventName.h"
 #include "Kbase/Util/Naming.h"
+#include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Pipeline/Log.h"
@@ -63,7 +66,8 @@ EventArchive::EventArchive(const StorageSettings& settings)
 
 bool EventArchive::Open(std::string& problem) {
   if (!m_store.Open(problem)) return false;
-  if (!Ksystem::FileUtils::Kdir(m_settings.workDir).Create()) {
+  const bool isThere = Ksystem::FileUtils::Kdir(m_settings.workDir).Create();
+  if (!isThere || ::access(m_settings.workDir.c_str(), W_OK | X_OK) != 0) {
     problem = "storage.workDir: nothing can be written into \"" + m_settings.workDir +
               "\"; give a directory that can be created or written to";
     return false;
@@ -128,6 +132,7 @@ EventResult EventArchive::Save(EventStore::EventDescription& event, const std::v
 
 bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
   result = {};
+  const Kbase::Util::TimeMonitor sinceStart;
   const auto saved = m_store.Save(waiting.event, waiting.sources, result.directory, result.problem);
   result.id = waiting.event.id;
   result.isSaved = saved == SaveResult::Saved;
@@ -137,7 +142,8 @@ bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
   std::string problem;
   if (waiting.keep && !m_store.SetProtected(result.id, true, problem)) Log::Error(problem);
   RemoveTree(GetWorkDir(waiting.workId));
-  Log::Info("event " + result.id + " is in " + result.directory);
+  Log::Info(fmt::format("event {} is in {}, complete within {} ms", result.id, result.directory,
+                        sinceStart.Elapsed().count()));
   return true;
 }
 

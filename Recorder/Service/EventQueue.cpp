@@ -1,6 +1,7 @@
 // Events that wait for a free collect manager.
 #include "Recorder/Service/EventQueue.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Tavi::Recorder {
@@ -10,9 +11,9 @@ EventQueue::EventQueue(std::size_t capacity) : m_capacity(capacity) {}
 bool EventQueue::Push(EventOrder& order) {
   {
     const std::lock_guard lock(m_mutex);
-    const bool anyFree = m_running[0].empty() || m_running[1].empty();
-    // One that a free manager is about to take does not wait.
-    if (m_closed || m_orders.size() >= m_capacity + (anyFree ? 1 : 0)) return false;
+    // Those that a free manager is about to take do not wait.
+    const auto free = static_cast<std::size_t>(std::count(m_running.begin(), m_running.end(), std::string()));
+    if (m_closed || m_orders.size() >= m_capacity + free) return false;
     m_orders.push_back(std::move(order));
   }
   m_changed.notify_all();

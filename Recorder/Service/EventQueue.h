@@ -1,6 +1,7 @@
 // Events that wait for a free collect manager.
 #pragma once
 
+#include <array>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -39,7 +40,7 @@ class EventQueue {
   std::condition_variable m_changed;
   std::deque<EventOrder> m_orders;
   /// Id of the event that each manager is busy with, empty when it is free.
-  std::string m_running[2];
+  std::array<std::string, 2> m_running;
   bool m_closed = false;
 };
 
