@@ -6,27 +6,25 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <ostream>
+#include <set>
 
+#include "Recorder/Settings/Limits.h"
 #include "Recorder/Version.h"
 
 namespace Tavi::Recorder {
 namespace {
 
 constexpr int UsageExitStatus = 2;
-/// What the rings hold, less the second in which the window's first key frame is looked for.
-constexpr int LongestLookBackSeconds = 31;
-/// A collect is aborted after 120 s; a window must end well before.
-constexpr int LongestWindowSeconds = 110;
 
-/// Accepts whole numbers from `low` to `high`; anything else is answered with what would be right.
-CLI::Validator WholeNumber(int low, int high) {
+/// Accepts whole numbers within `range`; anything else is answered with what would be right.
+CLI::Validator WholeNumber(Limits::Range<int> range) {
   return CLI::Validator(
-      [low, high](std::string& text) -> std::string {
+      [low = range.low, high = range.high](std::string& text) -> std::string {
         int value = 0;
         if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high) return {};
         return fmt::format("\"{}\" is no whole number from {} to {}", text, low, high);
       },
-      fmt::format("{}..{}", low, high));
+      fmt::format("{}..{}", range.low, range.high));
 }
 
 CLI::Validator Seconds(double low, double high) {
@@ -43,11 +41,11 @@ void AddCameraOptions(CLI::App& app, const std::string& number, Video::VideoConf
   const std::string group = "Camera " + number;
   const auto inGroup = [&group](CLI::Option* option) { return option->group(group)->capture_default_str(); };
   inGroup(app.add_option("--device" + number, camera.device, "V4L2 capture device"));
-  inGroup(app.add_option("--fps" + number, camera.fps, "Frames a second"))->check(WholeNumber(1, 60));
+  inGroup(app.add_option("--fps" + number, camera.fps, "Frames a second"))->check(WholeNumber(Limits::Fps));
   inGroup(app.add_option("--bitrate" + number, camera.bitrate, "H.264 bit rate in kbit/s"))
-      ->check(WholeNumber(64, 50000));
+      ->check(WholeNumber(Limits::VideoBitrateKbit));
   inGroup(app.add_option("--port" + number, camera.streamPort, "TCP port of the live stream"))
-      ->check(WholeNumber(1, 65535));
+      ->check(WholeNumber(Limits::Port));
   app.add_flag("--stream" + number, camera.streamEnabled,
                "Serve the stream live on every interface, without any authentication")
       ->group(group);
@@ -59,15 +57,15 @@ void AddCameraOptions(CLI::App& app, const std::string& number, Video::VideoConf
 void AddSensorOptions(CLI::App& app, Pipeline::PipelineConfig& pipeline) {
   const auto inGroup = [](CLI::Option* option) { return option->group("Sound and sensors")->capture_default_str(); };
   inGroup(app.add_option("--audio-bitrate", pipeline.audio.bitrate, "MP3 bit rate in kbit/s"))
-      ->check(CLI::IsMember({32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}));
+      ->check(CLI::IsMember(std::set<int>(Limits::Mp3BitratesKbit.begin(), Limits::Mp3BitratesKbit.end())));
   inGroup(app.add_option("--gain", pipeline.audio.gainLevel,
                          "Capture gain in the sound card's own scale; -1 leaves the card's mixer untouched"))
-      ->check(WholeNumber(-1, 1000000));
+      ->check(WholeNumber(Limits::Gain));
   inGroup(app.add_option("--gps", pipeline.gps.path, "GPS receiver: a serial port, a FIFO, or a log to be replayed"));
   inGroup(app.add_option("--gps-rate", pipeline.gps.rate, "Fixes a second that the receiver sends"))
-      ->check(WholeNumber(1, 10));
+      ->check(WholeNumber(Limits::GpsRate));
   inGroup(app.add_option("--gps-baud", pipeline.gps.baud, "Bits per second of the receiver's port"))
-      ->check(CLI::IsMember({4800, 9600, 19200, 38400, 57600, 115200}));
+      ->check(CLI::IsMember(std::set<int>(Limits::GpsBauds.begin(), Limits::GpsBauds.end())));
   inGroup(app.add_flag("!--no-audio", pipeline.audioEnabled, "Leave the microphone out"));
   inGroup(app.add_flag("!--no-gps", pipeline.gpsEnabled, "Leave the GPS receiver out"));
   inGroup(app.add_flag("!--no-acc", pipeline.accEnabled, "Leave the accelerometer out"));
@@ -83,13 +81,13 @@ void AddOptions(CLI::App& app, Options& options) {
       ->check(Seconds(0, 86400))
       ->capture_default_str();
   app.add_option("--start", options.startSeconds, "Start of the window in seconds relative to the event")
-      ->check(WholeNumber(-LongestLookBackSeconds, 0))
+      ->check(WholeNumber(Limits::StartSeconds))
       ->capture_default_str();
   app.add_option("--duration", options.durationSeconds, "Length of the window in seconds")
-      ->check(WholeNumber(0, LongestWindowSeconds))
+      ->check(WholeNumber(Limits::DurationSeconds))
       ->capture_default_str();
   app.add_option("--count", options.eventCount, "Number of events")
-      ->check(WholeNumber(1, 1000000))
+      ->check(WholeNumber({1, 1000000}))
       ->capture_default_str();
   app.add_flag("--async", options.async, "Mux an event while the next one is waited for or collected");
   app.add_flag("--preview", options.withPreview, "Make the small clip of both cameras side by side, and its still");

@@ -126,7 +126,7 @@ EventResult EventArchive::Save(EventStore::EventDescription& event, const std::v
                                const std::string& workId, bool keep) {
   Waiting waiting{std::move(event), sources, workId, keep};
   EventResult result;
-  if (!TrySave(waiting, result)) KeepForLater(std::move(waiting));
+  if (!TrySave(waiting, result)) KeepForLater(std::move(waiting), result.problem);
   return result;
 }
 
@@ -147,13 +147,15 @@ bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
   return true;
 }
 
-void EventArchive::KeepForLater(Waiting waiting) {
+void EventArchive::KeepForLater(Waiting waiting, const std::string& problem) {
   ++m_failed;
-  Log::Error("event " + waiting.event.id + " waits in " + GetWorkDir(waiting.workId) + " until it can be saved");
+  Log::Error("event " + waiting.event.id + " waits in " + GetWorkDir(waiting.workId) +
+             " until it can be saved: " + problem);
   std::optional<Waiting> oldest;
   {
     const std::lock_guard lock(m_mutex);
     m_waiting.push_back(std::move(waiting));
+    m_waitingFor = problem;
     if (m_waiting.size() > MaxWaiting) {
       oldest = std::move(m_waiting.front());
       m_waiting.pop_front();
@@ -191,8 +193,8 @@ nlohmann::ordered_json EventArchive::Describe() const {
   json["events"] = m_state.events;
   json["bytes"] = m_state.bytesUsed;
   json["freeBytes"] = m_state.freeBytes;
-  json["full"] = m_state.isFull;
-  json["problem"] = m_state.problem;
+  json["full"] = m_state.isFull || !m_waiting.empty();
+  json["problem"] = m_waiting.empty() ? m_state.problem : m_waitingFor;
   json["waiting"] = m_waiting.size();
   json["saved"] = m_saved.load();
   json["failed"] = m_failed.load();

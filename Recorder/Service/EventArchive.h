@@ -49,13 +49,15 @@ class EventArchive {
 
   void SaveLeftovers() const;
   bool TrySave(Waiting& waiting, EventResult& result);
-  void KeepForLater(Waiting waiting);
+  void KeepForLater(Waiting waiting, const std::string& problem);
   void Discard(const Waiting& waiting);
 
   const StorageSettings m_settings;
   EventStore::EventStore m_store;
   mutable std::mutex m_mutex;
   std::deque<Waiting> m_waiting;
+  /// Why the last of them could not be saved.
+  std::string m_waitingFor;
   EventStore::RetentionResult m_state;
   std::atomic<std::uint64_t> m_saved{0};
   std::atomic<std::uint64_t> m_failed{0};
