@@ -4,14 +4,18 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <linux/videodev2.h>
+#include <netinet/in.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "Kdevice/GpsDevice/GpsDevice.h"
+#include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace Tavi::Recorder {
 namespace {
@@ -53,11 +57,38 @@ std::string DescribeMissingReceiver(const Pipeline::PipelineConfig& config, cons
                      hints.receiver, hints.noReceiver);
 }
 
+/// Why nobody could listen there; empty when one could.
+std::string DescribePort(std::int32_t port) {
+  const Ksystem::FileUtils::UniqueFd probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int reuse = 1;
+  setsockopt(probe.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  const bool isFree = bind(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+                      listen(probe.Get(), 1) == 0;
+  return isFree ? std::string() : std::strerror(errno);
+}
+
+/// One sentence about the live streams, whose failure would take all of the acquisition along.
+std::string DescribeBusyPorts(const Pipeline::PipelineConfig& config, const DeviceHints& hints) {
+  for (const auto& [isEnabled, camera] :
+       {std::pair(config.camera0Enabled, &config.camera0), {config.camera1Enabled, &config.camera1}}) {
+    const std::string problem = isEnabled && camera->streamEnabled ? DescribePort(camera->streamPort) : std::string();
+    if (problem.empty()) continue;
+    return fmt::format("the port {} of a live stream cannot be had ({}): choose another with {}", camera->streamPort,
+                       problem, hints.port);
+  }
+  return {};
+}
+
 }  // namespace
 
 std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated, const DeviceHints& hints) {
   const std::string cameras = simulated ? std::string() : DescribeMissingCameras(config, hints);
-  return !cameras.empty() ? cameras : DescribeMissingReceiver(config, hints);
+  if (!cameras.empty()) return cameras;
+  const std::string receiver = DescribeMissingReceiver(config, hints);
+  return !receiver.empty() ? receiver : DescribeBusyPorts(config, hints);
 }
 
 }  // namespace Tavi::Recorder

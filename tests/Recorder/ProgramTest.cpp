@@ -1,5 +1,7 @@
 // The program as a user runs it: what it prints where, its exit status, and how a signal ends it.
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -114,6 +116,15 @@ TEST_F(ProgramTest, AMistakeStartsNothing) {
   EXPECT_EQ(Err(),
             "tavi-recorder: the GPS receiver /dev/none is missing: connect it, choose another with --gps, or leave it "
             "out with --no-gps\n");
+  const int taken = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  socklen_t size = sizeof(address);
+  address.sin_family = AF_INET;
+  ASSERT_TRUE(listen(taken, 1) == 0 && getsockname(taken, reinterpret_cast<sockaddr*>(&address), &size) == 0);
+  const std::string port = std::to_string(ntohs(address.sin_port));
+  EXPECT_EQ(Wait(Spawn({"--simulate", "--stream0", "--port0", port, "--output", m_dir + "events"})), 1);
+  EXPECT_THAT(Err(), HasSubstr("the port " + port + " of a live stream cannot be had"));
+  close(taken);
   EXPECT_EQ(Out(), "");
 }
 
