@@ -29,7 +29,7 @@ report 0
 for ((event = 1; event <= events; ++event)); do
   preview=()
   ((event % 20 == 1)) && preview=(--preview)
-  ctl event --before 5 --duration 6 --wait "${preview[@]}" > /dev/null
+  ctl event --before 5 --duration 1 --wait "${preview[@]}" > /dev/null
   if ((event == 1 || event % 20 == 0)); then report "$event"; fi
 done
 printf 'complete within: '
