@@ -1,10 +1,16 @@
 // What a collect manager does when power fails.
+#include "PipelineCollect/PipelineCollectManager.h"
+
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 #include <mutex>
+#include <numeric>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -15,7 +21,6 @@
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Pipeline/Log.h"
 #include "Pipeline/PipelineManager.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 
 namespace Tavi::PipelineCollect {
 namespace {
@@ -34,6 +39,37 @@ constexpr std::array<PipelineCollectType, 7> SavedTypes{PipelineCollectType::Vid
                                                         PipelineCollectType::Acc,
                                                         PipelineCollectType::ThumbnailCamera0,
                                                         PipelineCollectType::ThumbnailCamera1};
+
+std::uintmax_t SizeOf(const CollectBase* collector) {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(collector->GetPath(), error);
+  return error ? 0 : size;
+}
+
+bool DoAllFit(const std::vector<CollectBase*>& collectors, const std::string& dir) {
+  std::error_code error;
+  const auto available = std::filesystem::space(dir, error).available;
+  const auto add = [](std::uintmax_t sum, const CollectBase* collector) { return sum + SizeOf(collector); };
+  return error || std::accumulate(collectors.begin(), collectors.end(), std::uintmax_t{0}, add) < available;
+}
+
+/// Copies all files side by side; where there is no room for all of them the small ones come first, one by one, or the
+/// cameras would leave nothing to the rest.
+void CopyAll(std::vector<CollectBase*> collectors, const std::string& dir, const std::string& name) {
+  std::vector<std::unique_ptr<std::thread>> copies;
+  const bool allFit = DoAllFit(collectors, dir);
+  if (!allFit) {
+    Log::Error("there is no room for the whole event in " + dir + ": its small files are saved first");
+    std::ranges::sort(collectors, {}, SizeOf);
+  }
+  for (const CollectBase* collector : collectors) {
+    copies.push_back(collector->BackupAsync(dir, name));
+    if (!allFit) copies.back()->join();
+  }
+  for (const auto& copy : copies) {
+    if (copy->joinable()) copy->join();
+  }
+}
 
 }  // namespace
 
@@ -90,15 +126,14 @@ bool PipelineCollectManager::Backup(const CollectorMap& collectors, const std::s
     if (collector != nullptr) seconds = std::max(seconds, collector->GetTotalSecondsCollected());
   }
   const std::string name = fmt::format("{}_{}", Kbase::Util::BuildEventFileName(base, std::time(nullptr)), seconds);
-  std::vector<std::unique_ptr<std::thread>> copies;
+  std::vector<CollectBase*> saved;
   for (const auto type : SavedTypes) {
     CollectBase* collector = GetCollectElement(collectors, type);
-    if (collector != nullptr) copies.push_back(collector->BackupAsync(m_config.backupDir, name));
+    if (collector != nullptr) saved.push_back(collector);
   }
-  for (const auto& copy : copies) copy->join();
-  return std::all_of(SavedTypes.begin(), SavedTypes.end(), [&](PipelineCollectType type) {
-    const CollectBase* collector = GetCollectElement(collectors, type);
-    return collector == nullptr || (!collector->IsRunning() && collector->IsBackedUp(m_config.backupDir, name));
+  CopyAll(saved, m_config.backupDir, name);
+  return std::ranges::all_of(saved, [&](const CollectBase* collector) {
+    return !collector->IsRunning() && collector->IsBackedUp(m_config.backupDir, name);
   });
 }
 

@@ -1,10 +1,9 @@
 // The recorder as a service: what it answers on the control socket.
-#include <map>
+#include "Recorder/Service/Service.h"
 
 #include "EventStore/EventName.h"
 #include "Pipeline/Log.h"
 #include "Recorder/Health/HealthReport.h"
-#include "Recorder/Service/Service.h"
 #include "Recorder/Version.h"
 
 namespace Tavi::Recorder {

@@ -1,5 +1,7 @@
 // Power that fails: what is saved, whether anything hangs, and what is possible afterwards.
 
+#include <sys/mount.h>
+
 #include "PipelineCollect/ManagerFixture.h"
 
 namespace {
@@ -74,6 +76,28 @@ TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
     EXPECT_EQ(std::filesystem::path(name).extension(), ".mp4");
     EXPECT_GT(DecodeVideo(m_managerConfig.backupDir + name).frames.size(), 10U);
   }
+}
+
+// Catches a stream that leaves nothing to the others, and the beginning of one that is thrown away.
+TEST_F(PowerFailureTest, WhereNotAllFitsTheSmallFilesComeFirstAndTheRestIsKeptAsFarAsItFits) {
+  std::filesystem::create_directory(m_managerConfig.backupDir);
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  m_input.startSeconds = -5;
+  m_input.durationSeconds = 30;
+  // One stream has some 270 kB, the other twice that.
+  if (mount("tmpfs", m_managerConfig.backupDir.c_str(), "tmpfs", 0, "size=400k") != 0) {
+    GTEST_SKIP() << "mounting needs root";
+  }
+  auto collect = CollectInBackground(manager);
+  manager.PowerFailure();
+  EXPECT_TRUE(collect.get());
+  const auto saved = Saved();
+  umount(m_managerConfig.backupDir.c_str());
+  ASSERT_EQ(saved.size(), 2U) << GetLog();
+  EXPECT_TRUE(saved.begin()->starts_with("video0_") && saved.begin()->ends_with(".part")) << *saved.begin();
+  EXPECT_TRUE(saved.rbegin()->starts_with("video1_") && saved.rbegin()->ends_with(".h264")) << *saved.rbegin();
+  EXPECT_EQ(CountLogged("there is no room for the whole event"), 1);
 }
 
 TEST_F(PowerFailureTest, ABackupThatCannotBeMadeIsSaidAndHoldsNobody) {
