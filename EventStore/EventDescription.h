@@ -87,7 +87,7 @@ std::string FormatEvent(const EventDescription& event);
 /// The files themselves are not looked at; their names are proved to stay within the directory. Reentrant.
 std::optional<EventDescription> ReadEvent(const std::string& eventDir, std::string& problem);
 
-/// "20261121T134005Z_9f3ca1b2": sorted by name is sorted by time.
+/// "20261121T134005Z_9f3ca1b2": sorted by name is sorted by the events' own times.
 std::string BuildEventDirName(const EventDescription& event);
 
 }  // namespace Tavi::EventStore

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <optional>
 
+#include "EventStore/EventDescription.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
 
@@ -21,13 +22,13 @@ bool IsEvent(const std::string& eventsDir, const std::string& name) {
 
 /// Products lie flat in their directory.
 EventEntry LookAt(const std::string& eventsDir, const std::string& name) {
-  EventEntry entry{name, GetEventId(name), 0, false};
+  EventEntry entry{name, GetEventId(name)};
   const std::string dir = eventsDir + "/" + name + "/";
   for (const std::string& file : ListNames(dir)) {
     struct stat attributes {};
     if (::lstat((dir + file).c_str(), &attributes) != 0) continue;
     entry.bytes += static_cast<std::uint64_t>(attributes.st_size);
-    entry.isProtected |= file == ProtectedMarker;
+    if (file == EventJsonName) entry.savedNs = ToNs(attributes.st_mtim);
   }
   return entry;
 }
@@ -46,10 +47,24 @@ bool RemoveMarker(const std::string& dir, const std::string& marker, std::string
 }  // namespace
 
 std::vector<EventEntry> ListEvents(const std::string& eventsDir) {
+  return EventLister(eventsDir).List();
+}
+
+std::vector<EventEntry> EventLister::List() {
+  std::map<std::string, EventEntry, std::less<>> found;
   std::vector<EventEntry> entries;
-  for (const std::string& name : ListNames(eventsDir)) {
-    if (IsEvent(eventsDir, name)) entries.push_back(LookAt(eventsDir, name));
+  for (const std::string& name : ListNames(m_eventsDir)) {
+    if (!IsEventDirName(name)) continue;
+    const auto known = m_known.find(name);
+    if (known == m_known.end() && !IsDirectory(m_eventsDir + "/" + name)) continue;
+    EventEntry entry = known == m_known.end() ? LookAt(m_eventsDir, name) : std::move(known->second);
+    entry.isProtected = Exists(m_eventsDir + "/" + name + "/" + ProtectedMarker);
+    entries.push_back(entry);
+    found.emplace_hint(found.end(), name, std::move(entry));
   }
+  m_known.swap(found);
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const EventEntry& a, const EventEntry& b) { return a.savedNs < b.savedNs; });
   return entries;
 }
 

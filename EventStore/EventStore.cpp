@@ -38,14 +38,17 @@ bool EventStore::Open(std::string& problem) {
   return true;
 }
 
-SaveResult EventStore::Save(EventDescription& event, const std::vector<SourceFile>& sources, std::string& eventDir,
-                            std::string& problem) {
+SaveResult EventStore::Save(EventDescription& event, const std::vector<SourceFile>& sources, bool isProtected,
+                            std::string& eventDir, std::string& problem) {
   const std::uint64_t bytesNeeded = GetBytesNeeded(sources);
   const std::lock_guard lock(m_mutex);
   RetentionResult result;
   const bool hasRoom = m_retention.Apply(m_limits, bytesNeeded, result);
   LogRemoved(result);
-  if (hasRoom) return m_writer.Commit(event, sources, eventDir, problem) ? SaveResult::Saved : SaveResult::Failed;
+  if (hasRoom) {
+    const bool isSaved = m_writer.Commit(event, sources, isProtected, eventDir, problem);
+    return isSaved ? SaveResult::Saved : SaveResult::Failed;
+  }
   problem = result.problem;
   return result.isFull ? SaveResult::Full : SaveResult::Failed;
 }

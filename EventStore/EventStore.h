@@ -31,8 +31,8 @@ class EventStore {
   [[nodiscard]] bool Open(std::string& problem);
 
   /// Makes room, then EventWriter::Commit. Unless Saved the sources are where they were, and `problem` says why.
-  [[nodiscard]] SaveResult Save(EventDescription& event, const std::vector<SourceFile>& sources, std::string& eventDir,
-                                std::string& problem);
+  [[nodiscard]] SaveResult Save(EventDescription& event, const std::vector<SourceFile>& sources, bool isProtected,
+                                std::string& eventDir, std::string& problem);
 
   /// Retention without a new event: after a start, or to see how full it is.
   bool Apply(RetentionResult& result);

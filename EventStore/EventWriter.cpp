@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ctime>
 #include <filesystem>
 #include <set>
 #include <string_view>
@@ -27,6 +28,8 @@ using Ksystem::FileUtils::UniqueFd;
 namespace {
 
 constexpr mode_t DirectoryMode = 0755;
+/// The resolution of a FAT file system's times, the coarsest of all.
+constexpr std::int64_t StepNs = 2'000'000'000;
 
 /// The order in which files are listed.
 constexpr std::array<std::string_view, 10> FileTypes{
@@ -65,8 +68,9 @@ bool CreateEventsDir(const std::string& eventsDir, std::string& problem) {
 /// One commit under way.
 class CommitRun {
  public:
-  CommitRun(const std::string& eventsDir, EventDescription& event, const std::vector<SourceFile>& sources)
-      : m_eventsDir(eventsDir), m_event(event), m_sources(sources) {}
+  CommitRun(const std::string& eventsDir, EventDescription& event, const std::vector<SourceFile>& sources,
+            bool isProtected, std::int64_t savedNs)
+      : m_eventsDir(eventsDir), m_event(event), m_sources(sources), m_isProtected(isProtected), m_savedNs(savedNs) {}
   /// What is not an event by now never will be.
   ~CommitRun() { Undo(); }
   CommitRun(const CommitRun&) = delete;
@@ -95,7 +99,8 @@ class CommitRun {
   }
 
   bool Describe(std::string& problem) {
-    return WriteSynced(m_newDir + "/" + EventJsonName, FormatEvent(m_event), problem) &&
+    return WriteSynced(m_newDir + "/" + EventJsonName, FormatEvent(m_event), problem, m_savedNs) &&
+           (!m_isProtected || WriteSynced(m_newDir + "/" + ProtectedMarker, "", problem)) &&
            SyncDirectory(m_newDir, problem);
   }
 
@@ -130,6 +135,8 @@ class CommitRun {
   const std::string& m_eventsDir;
   EventDescription& m_event;
   const std::vector<SourceFile>& m_sources;
+  const bool m_isProtected;
+  const std::int64_t m_savedNs;
   /// Empty before there is one and when it is not ours to remove any more.
   std::string m_newDir;
   std::string m_finalDir;
@@ -181,15 +188,31 @@ int EventWriter::CleanUp() {
     if (!removed) LogWarning(problem);
     count += removed ? 1 : 0;
   }
+  FindNewest();
   if (count > 0) LogInfo(fmt::format("{} interrupted event directories cleaned up in {}", count, m_eventsDir));
   return count;
 }
 
-bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>& sources, std::string& eventDir,
-                         std::string& problem) {
+void EventWriter::FindNewest() {
+  const auto events = ListEvents(m_eventsDir);
+  m_newestNs = events.empty() ? 0 : events.back().savedNs;
+}
+
+/// Now, or behind the newest event where the clock was set back: a unit without a clock battery is in 1970 until its
+/// first fix, and what it saves then must not be the first to go.
+std::int64_t EventWriter::ChooseSavedNs() {
+  if (!m_newestNs) FindNewest();
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  return ToNs(now) > *m_newestNs ? ToNs(now) : *m_newestNs + StepNs;
+}
+
+bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>& sources, bool isProtected,
+                         std::string& eventDir, std::string& problem) {
   eventDir.clear();
   problem.clear();
-  CommitRun run(m_eventsDir, event, sources);
+  const std::int64_t savedNs = ChooseSavedNs();
+  CommitRun run(m_eventsDir, event, sources, isProtected, savedNs);
   int number = 0;
   for (const CommitStep step : CommitSteps) {
     if (!(run.*step)(problem)) return false;
@@ -197,6 +220,7 @@ bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>&
     run.Release();
     return false;
   }
+  m_newestNs = savedNs;
   eventDir = run.GetFinalDir();
   return true;
 }

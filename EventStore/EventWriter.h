@@ -1,7 +1,9 @@
 // Makes event directories: complete under their final name, or not there.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,18 +27,24 @@ class EventWriter {
   /// lock held and no commit under way. Returns how many directories that were.
   int CleanUp();
 
-  /// Moves `sources` and the description into a new event directory and puts its path into `eventDir`. Blocks until all
-  /// of it is on the disk, then the sources are removed; a source that cannot be removed is logged and no failure.
-  /// `event.files` becomes what was written, ordered by type, and `event.id` a new one when it was empty, none or
-  /// taken. False, with one sentence in `problem`: there is no such event, and the sources are where they were.
-  [[nodiscard]] bool Commit(EventDescription& event, const std::vector<SourceFile>& sources, std::string& eventDir,
-                            std::string& problem);
+  /// Moves `sources` and the description into a new event directory, protected from the first if `isProtected`, and
+  /// puts its path into `eventDir`. Blocks until all of it is on the disk, then the sources are removed; a source that
+  /// cannot be removed is logged and no failure. `event.files` becomes what was written, ordered by type, and
+  /// `event.id` a new one when it was empty, none or taken. False, with one sentence in `problem`: there is no such
+  /// event, and the sources are where they were.
+  [[nodiscard]] bool Commit(EventDescription& event, const std::vector<SourceFile>& sources, bool isProtected,
+                            std::string& eventDir, std::string& problem);
 
   /// For tests: called after each step with its number from 1; on false Commit leaves all as it is, like a power cut.
   void SetStepObserver(std::function<bool(int)> goesOn) { m_goesOn = std::move(goesOn); }
 
  private:
+  void FindNewest();
+  [[nodiscard]] std::int64_t ChooseSavedNs();
+
   const std::string m_eventsDir;
+  /// EventEntry::savedNs of the newest event; empty before the first commit.
+  std::optional<std::int64_t> m_newestNs;
   Ksystem::FileUtils::UniqueFd m_lock;
   std::function<bool(int)> m_goesOn;
 };

@@ -5,7 +5,6 @@
 
 #include <utility>
 
-#include "EventStore/EventList.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
 #include "Ksystem/DiskUtils/DiskBase.h"
@@ -54,7 +53,9 @@ bool ReportFull(const std::string& eventsDir, RetentionResult& result) {
 }  // namespace
 
 Retention::Retention(std::string eventsDir, FreeSpace freeSpace)
-    : m_eventsDir(std::move(eventsDir)), m_freeSpace(freeSpace ? std::move(freeSpace) : AskSystem) {}
+    : m_eventsDir(std::move(eventsDir)),
+      m_lister(m_eventsDir),
+      m_freeSpace(freeSpace ? std::move(freeSpace) : AskSystem) {}
 
 bool Retention::MeasureFree(RetentionResult& result) {
   const auto free = m_freeSpace(m_eventsDir);
@@ -76,7 +77,7 @@ bool Retention::RemoveEvent(const std::string& name, bool& isKept, std::string& 
 
 bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, RetentionResult& result) {
   result = {};
-  const std::vector<EventEntry> entries = ListEvents(m_eventsDir);
+  const std::vector<EventEntry> entries = m_lister.List();
   result.events = static_cast<std::uint32_t>(entries.size());
   for (const EventEntry& entry : entries) result.bytesUsed += entry.bytes;
   if (!MeasureFree(result)) return false;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "EventStore/EventList.h"
+
 namespace Tavi::EventStore {
 
 /// All of them hold at the same time.
@@ -51,6 +53,7 @@ class Retention {
   bool RemoveEvent(const std::string& name, bool& isKept, std::string& problem);
 
   const std::string m_eventsDir;
+  EventLister m_lister;
   const FreeSpace m_freeSpace;
 };
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -22,9 +23,16 @@ using Ksystem::FileUtils::UniqueFd;
 namespace {
 
 constexpr std::string_view Tag = "EventStore";
+constexpr std::int64_t NsPerSecond = 1'000'000'000;
 
 bool GetAttributes(const std::string& path, struct stat& attributes) {
   return ::lstat(path.c_str(), &attributes) == 0;
+}
+
+bool SetModified(int file, std::int64_t ns) {
+  const timespec time{static_cast<std::time_t>(ns / NsPerSecond), static_cast<long>(ns % NsPerSecond)};
+  const std::array<timespec, 2> times{time, time};
+  return ::futimens(file, times.data()) == 0;
 }
 
 }  // namespace
@@ -76,9 +84,11 @@ bool WriteAll(int fd, const char* data, std::size_t size) {
   return true;
 }
 
-bool WriteSynced(const std::string& path, std::string_view text, std::string& problem) {
+bool WriteSynced(const std::string& path, std::string_view text, std::string& problem,
+                 std::optional<std::int64_t> modifiedNs) {
   UniqueFd file = UniqueFd::Open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
-  const bool written = file.IsValid() && WriteAll(file.Get(), text.data(), text.size()) && ::fsync(file.Get()) == 0;
+  const bool written = file.IsValid() && WriteAll(file.Get(), text.data(), text.size()) &&
+                       (!modifiedNs || SetModified(file.Get(), *modifiedNs)) && ::fsync(file.Get()) == 0;
   return (written && file.Close()) || Fail("write", path, problem);
 }
 
@@ -97,6 +107,10 @@ bool RemoveTree(const std::string& path, std::string& problem) {
   if (!error) return true;
   problem = fmt::format("cannot remove {}: {}", path, error.message());
   return false;
+}
+
+std::int64_t ToNs(const timespec& time) {
+  return time.tv_sec * NsPerSecond + time.tv_nsec;
 }
 
 bool Exists(const std::string& path) {

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,13 +25,17 @@ Ksystem::FileUtils::UniqueFd OpenRegularFile(const std::string& path, std::strin
 
 /// All bytes; false with errno set.
 [[nodiscard]] bool WriteAll(int fd, const char* data, std::size_t size);
-/// Writes a file of that content, synced; its name is not, see SyncDirectory.
-[[nodiscard]] bool WriteSynced(const std::string& path, std::string_view text, std::string& problem);
+/// Writes a file of that content, synced; its name is not, see SyncDirectory. `modifiedNs`: its modification time,
+/// Unix time in nanoseconds; now without one.
+[[nodiscard]] bool WriteSynced(const std::string& path, std::string_view text, std::string& problem,
+                               std::optional<std::int64_t> modifiedNs = std::nullopt);
 [[nodiscard]] bool SyncDirectory(const std::string& path, std::string& problem);
 [[nodiscard]] bool Rename(const std::string& from, const std::string& to, std::string& problem);
 /// Removes a directory with all that is in it; a missing one is no error.
 [[nodiscard]] bool RemoveTree(const std::string& path, std::string& problem);
 
+/// Unix time in nanoseconds.
+std::int64_t ToNs(const timespec& time);
 bool Exists(const std::string& path);
 bool IsDirectory(const std::string& path);
 /// Names of what is in the directory, sorted. What cannot be read is left out, with one line in the log.

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t LengthBytes = 4;
 constexpr std::size_t Axes = 3;
-constexpr std::size_t SamplesOfBlock = Accel::AccDataPak::BlockBytes / Axes;
+static_assert(SamplesOfBlock == Accel::AccDataPak::BlockBytes / Axes);
 /// The unit's accelerometer measures +-4 g; the file does not say so.
 constexpr unsigned char FullScaleG = 4;
 /// What the upright axis reads in the file at rest.

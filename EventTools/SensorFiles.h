@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -53,6 +54,9 @@ struct SensorRecords {
   std::vector<Record> records;
   std::string problem;
 };
+
+/// In a block of the accelerometer's file.
+inline constexpr std::size_t SamplesOfBlock = 10;
 
 /// Each takes a file's whole content, gives the whole entries up to the first damage, and says in `problem` what that
 /// is. Whatever the bytes are, nothing is thrown but std::bad_alloc. Reentrant.

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "Recorder/MediaDuration.h"
+#include "Recorder/MediaLength.h"
 
 namespace Tavi::Recorder {
 
@@ -21,8 +21,8 @@ std::string FormatDuration(PipelineCollectType type, const std::string& path) {
   const bool isMedia = type == PipelineCollectType::VideoCamera1 || type == PipelineCollectType::VideoCamera0 ||
                        type == PipelineCollectType::Audio || type == PipelineCollectType::Preview;
   if (!isMedia) return "-";
-  const auto seconds = ReadMediaDuration(path);
-  return seconds ? fmt::format("{:.2f} s", *seconds) : "-";
+  const auto length = ReadMediaLength(path);
+  return length ? fmt::format("{:.2f} s", length->seconds) : "-";
 }
 
 std::string FormatSize(const std::string& path) {

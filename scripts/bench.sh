@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Takes the measurements of docs/benchmarks.md: about a quarter of an hour on an idle machine.
+# Takes the measurements of docs/benchmarks.md: about twenty minutes on an idle machine.
 source "$(dirname "$0")/common.sh"
 
 scripts/build.sh
@@ -9,3 +9,4 @@ build/release/bin/tavi-bench-acquisition cpu 16 8
 build/release/bin/tavi-bench-acquisition memory 200
 build/release/bin/tavi-bench-acquisition sensors 60
 build/release/bin/tavi-bench-acquisition holdup 5
+scripts/bench-events.sh

@@ -18,6 +18,7 @@
 #include "Pipeline/Log.h"
 #include "PipelineCollect/CollectBase.h"
 #include "Recorder/Service/EventRecord.h"
+#include "Recorder/Service/RecoveredEvent.h"
 #include "RecoveryCollect/RecoveryCollectManager.h"
 
 namespace Tavi::Recorder {
@@ -62,7 +63,8 @@ std::string GetBackupName(const std::string& fileName, const std::string& event)
 EventArchive::EventArchive(const StorageSettings& settings)
     : m_settings(settings),
       m_store(fs::path(settings.eventsDir).parent_path().string(),
-              {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}) {}
+              {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}),
+      m_notes(fs::path(settings.eventsDir).parent_path().string()) {}
 
 bool EventArchive::Open(std::string& problem) {
   if (!m_store.Open(problem)) return false;
@@ -87,7 +89,7 @@ void EventArchive::SaveLeftovers() const {
   if (!left.empty()) Ksystem::FileUtils::Kdir(m_settings.backupDir).Create();
   for (const auto& dir : left) {
     Log::Warning("the event in " + dir.string() + " was not finished: what there is of it is recovered");
-    const auto name = Kbase::Util::BuildEventFileName("crash-" + dir.filename().string(), GetTime(dir)) + "_0";
+    const auto name = Kbase::Util::BuildEventFileName(BuildCrashName(dir.filename().string()), GetTime(dir)) + "_0";
     bool isSaved = true;
     for (const auto& file : fs::directory_iterator(dir, error)) {
       const std::string saved = GetBackupName(file.path().filename().string(), name);
@@ -98,24 +100,43 @@ void EventArchive::SaveLeftovers() const {
   }
 }
 
-void EventArchive::Recover(float camera0Fps, float camera1Fps) {
-  RecoveryCollect::RecoveryCollectInput input{m_settings.restoreDir, m_settings.eventsDir + RecoveredDir, camera0Fps,
-                                              camera1Fps};
+void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
+  RecoveryCollect::RecoveryCollectInput input{m_settings.restoreDir, m_settings.eventsDir + RecoveredDir,
+                                              static_cast<float>(config.camera0.fps),
+                                              static_cast<float>(config.camera1.fps)};
   RecoveryCollect::RecoveryCollectOutput output;
   RecoveryCollect::RecoveryCollectManager::MoveBackup(m_settings.backupDir, m_settings.restoreDir);
   RecoveryCollect::RecoveryCollectManager::Collect(input, output);
-  for (const auto& recovered : output.events) {
-    auto event = DescribeEvent(recovered);
-    std::string directory;
-    std::string problem;
-    if (m_store.Save(event, ListSources(recovered.output), directory, problem) == SaveResult::Saved) {
-      ++m_saved;
-      Log::Info("the interrupted event " + recovered.name + " is in " + directory);
-    } else {
-      Log::Error("the interrupted event " + recovered.name + " stays in " + input.outputDir +
-                 " until the next start: " + problem);
-    }
+  auto notes = m_notes.Read();
+  for (const auto& recovered : output.events) SaveRecovered(recovered, config, notes);
+  for (const auto& note : notes) {
+    const auto& request = note.request;
+    std::error_code error;
+    // What could not be recovered for want of room may be at the next start.
+    if (fs::exists(GetWorkDir(request.id), error)) continue;
+    Log::Error(fmt::format(
+        "nothing is there of the event {} of {} ({}{}{}): it was interrupted before anything was saved", request.id,
+        EventStore::FormatTime(request.timeMs), request.trigger, request.label.empty() ? "" : ", ", request.label));
+    m_notes.Remove(request.id);
   }
+}
+
+void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered,
+                                 const Pipeline::PipelineConfig& config, std::vector<EventStore::RequestNote>& notes) {
+  const auto note = TakeNote(recovered, notes);
+  auto event = DescribeRecovered(recovered, note, config);
+  const std::string id = event.id;
+  std::string directory;
+  std::string problem;
+  const bool keep = note && note->isProtected;
+  if (m_store.Save(event, ListSources(recovered.output), keep, directory, problem) != SaveResult::Saved) {
+    Log::Error("the interrupted event " + recovered.name + " stays in " + m_settings.eventsDir + RecoveredDir +
+               " until the next start: " + problem);
+    return;
+  }
+  ++m_saved;
+  m_notes.Remove(id);
+  Log::Info("the interrupted event " + recovered.name + " is in " + directory);
 }
 
 std::string EventArchive::GetWorkDir(const std::string& id) const {
@@ -133,14 +154,13 @@ EventResult EventArchive::Save(EventStore::EventDescription& event, const std::v
 bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
   result = {};
   const Kbase::Util::TimeMonitor sinceStart;
-  const auto saved = m_store.Save(waiting.event, waiting.sources, result.directory, result.problem);
+  const auto saved = m_store.Save(waiting.event, waiting.sources, waiting.keep, result.directory, result.problem);
   result.id = waiting.event.id;
   result.isSaved = saved == SaveResult::Saved;
   result.files = waiting.event.files.size();
   if (!result.isSaved) return false;
   ++m_saved;
-  std::string problem;
-  if (waiting.keep && !m_store.SetProtected(result.id, true, problem)) Log::Error(problem);
+  m_notes.Remove(waiting.workId);
   RemoveTree(GetWorkDir(waiting.workId));
   Log::Info(fmt::format("event {} is in {}, complete within {} ms", result.id, result.directory,
                         sinceStart.Elapsed().count()));
@@ -167,6 +187,7 @@ void EventArchive::KeepForLater(Waiting waiting, const std::string& problem) {
 void EventArchive::Discard(const Waiting& waiting) {
   Log::Error("event " + waiting.event.id +
              " is given up: there was no room for it, and newer ones need the working disk");
+  m_notes.Remove(waiting.workId);
   RemoveTree(GetWorkDir(waiting.workId));
 }
 

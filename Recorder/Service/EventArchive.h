@@ -9,8 +9,11 @@
 #include <vector>
 
 #include "EventStore/EventStore.h"
+#include "EventStore/RequestNotes.h"
+#include "Pipeline/PipelineConfig.h"
 #include "Recorder/Service/EventOrder.h"
 #include "Recorder/Settings/Settings.h"
+#include "RecoveryCollect/RecoveryCollectTypes.h"
 
 namespace Tavi::Recorder {
 
@@ -23,9 +26,14 @@ class EventArchive {
 
   /// Takes both directories for this process. False, with one sentence in `problem`, when one cannot be had.
   [[nodiscard]] bool Open(std::string& problem);
-  /// Finishes what a power failure has interrupted, and makes events of it. The rates are those of the cameras, in
-  /// frames a second.
-  void Recover(float camera0Fps, float camera1Fps);
+  /// Finishes what a power failure has interrupted, and makes events of it. Call it before the first Announce.
+  void Recover(const Pipeline::PipelineConfig& config);
+
+  /// Notes down what will be an event, for Recover after the next start. To be called for each order, on any thread,
+  /// and to be followed by Save or Withdraw; in between, or before it, makes no difference.
+  void Announce(const EventStore::EventDescription& request, bool keep) { m_notes.Add({request, keep}); }
+  /// There will be no event of that id.
+  void Withdraw(const std::string& id) { m_notes.Remove(id); }
 
   /// Where the files of that event are collected, with a "/" at its end.
   [[nodiscard]] std::string GetWorkDir(const std::string& id) const;
@@ -48,12 +56,15 @@ class EventArchive {
   };
 
   void SaveLeftovers() const;
+  void SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered, const Pipeline::PipelineConfig& config,
+                     std::vector<EventStore::RequestNote>& notes);
   bool TrySave(Waiting& waiting, EventResult& result);
   void KeepForLater(Waiting waiting, const std::string& problem);
   void Discard(const Waiting& waiting);
 
   const StorageSettings m_settings;
   EventStore::EventStore m_store;
+  EventStore::RequestNotes m_notes;
   mutable std::mutex m_mutex;
   std::deque<Waiting> m_waiting;
   /// Why the last of them could not be saved.

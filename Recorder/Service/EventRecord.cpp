@@ -32,9 +32,7 @@ EventStore::StreamWindow DescribeWindow(PipelineCollectType type, const Pipeline
 
 }  // namespace
 
-EventStore::EventDescription DescribeEvent(const EventOrder& order,
-                                           const PipelineCollect::PipelineCollectOutput& output, bool second,
-                                           double waitedSeconds) {
+EventStore::EventDescription DescribeRequest(const EventOrder& order) {
   EventStore::EventDescription event;
   event.id = order.id;
   event.software = Version;
@@ -44,29 +42,22 @@ EventStore::EventDescription DescribeEvent(const EventOrder& order,
   event.startSeconds = -order.beforeSeconds;
   event.durationSeconds = order.durationSeconds;
   event.withPreview = order.withPreview;
+  event.position = order.position;
+  return event;
+}
+
+EventStore::EventDescription DescribeEvent(const EventOrder& order,
+                                           const PipelineCollect::PipelineCollectOutput& output, bool second,
+                                           double waitedSeconds) {
+  EventStore::EventDescription event = DescribeRequest(order);
   event.manager = second ? "second" : "first";
   event.queuedSeconds = waitedSeconds;
   if (output.maxSpeed >= 0.0) event.maxSpeedKnots = output.maxSpeed;
   if (output.outputs.contains(PipelineCollectType::Acc)) event.maxG = output.maxG;
-  event.position = order.position;
   if (output.outputs.contains(PipelineCollectType::Preview)) event.previewSeconds = output.previewSeconds;
   for (const auto& [type, window] : output.windows) {
     event.streams.push_back(DescribeWindow(type, window, waitedSeconds));
   }
-  return event;
-}
-
-EventStore::EventDescription DescribeEvent(const RecoveryCollect::RecoveredEvent& recovered) {
-  EventStore::EventDescription event;
-  event.id = EventStore::NewEventId();
-  event.software = Version;
-  event.label = recovered.name;
-  event.trigger = "recovery";
-  event.timeMs = recovered.output.eventTime * 1000;
-  // The failure is the moment that is known; what was recorded lies before it.
-  event.startSeconds = -static_cast<int>(recovered.seconds);
-  event.durationSeconds = static_cast<int>(recovered.seconds);
-  event.interrupted = true;
   return event;
 }
 

@@ -9,15 +9,15 @@
 #include "Pipeline/PipelineManager.h"
 #include "PipelineCollect/PipelineCollectTypes.h"
 #include "Recorder/Service/EventOrder.h"
-#include "RecoveryCollect/RecoveryCollectTypes.h"
 
 namespace Tavi::Recorder {
 
+/// What is known of an event before it is collected.
+EventStore::EventDescription DescribeRequest(const EventOrder& order);
 /// `waitedSeconds`: from the event's moment to the start of its collect.
 EventStore::EventDescription DescribeEvent(const EventOrder& order,
                                            const PipelineCollect::PipelineCollectOutput& output, bool second,
                                            double waitedSeconds);
-EventStore::EventDescription DescribeEvent(const RecoveryCollect::RecoveredEvent& event);
 
 /// Every file of the event, the preview's still included.
 std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output);

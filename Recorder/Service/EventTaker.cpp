@@ -64,10 +64,15 @@ EventResult EventTaker::TakeEvent(const EventOrder& order) {
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - order.moment;
   auto input = BuildInput(order, waited.count(), m_archive.GetWorkDir(order.id));
   PipelineCollect::PipelineCollectOutput output;
-  if (!m_manager.Collect(input, output)) return {false, order.id, {}, 0, "it could not be collected: see the log"};
+  if (!m_manager.Collect(input, output)) {
+    m_archive.Withdraw(order.id);
+    return {false, order.id, {}, 0, "it could not be collected: see the log"};
+  }
   if (output.outputs.empty()) {
     // Stays while something is in it.
     ::rmdir(input.outputDir.c_str());
+    // What power interrupts is finished at the next start, which goes by the note.
+    if (!m_isEnding()) m_archive.Withdraw(order.id);
     return {false,
             order.id,
             {},

@@ -56,8 +56,7 @@ bool Service::Open(std::string& problem) {
 }
 
 int Service::Run() {
-  const auto& config = m_settings.pipeline;
-  m_archive.Recover(static_cast<float>(config.camera0.fps), static_cast<float>(config.camera1.fps));
+  m_archive.Recover(m_settings.pipeline);
   m_health->Start();
   m_first->Start();
   m_second->Start();
@@ -131,6 +130,7 @@ void Service::End() {
   TellState("stopping");
   m_triggers.reset();
   for (const auto& order : m_queue.Close()) {
+    if (!m_powerFailed) m_archive.Withdraw(order.id);
     if (order.done) order.done({false, order.id, {}, 0, "the recorder ends"});
   }
   m_pipeline->RunIgnitionOff();
@@ -165,12 +165,15 @@ EventOrder Service::MakeOrder() const {
 std::string Service::Order(EventOrder order) {
   const std::string what = "event " + order.id + " (" + order.trigger + ")";
   if (IsEnding()) return "the recorder is ending";
+  const auto request = DescribeRequest(order);
+  const bool keep = order.keep;
   if (!m_queue.Push(order)) {
     ++m_refused;
     Log::Error(what + " is refused: both collect managers are busy, and as many events wait as may");
     return "too many events wait already: try again when one is complete";
   }
   Log::Info(what + " is ordered");
+  Post([this, request, keep] { m_archive.Announce(request, keep); });
   return {};
 }
 

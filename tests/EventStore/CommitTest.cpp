@@ -18,7 +18,7 @@ class CommitTest : public StoreTest {
   }
   bool Commit(EventWriter& writer, const std::vector<SourceFile>& sources, const std::string& id = "9f3ca1b2") {
     m_event = MakeEvent(id);
-    return writer.Commit(m_event, sources, m_eventDir, m_problem);
+    return writer.Commit(m_event, sources, false, m_eventDir, m_problem);
   }
   void ExpectWholeEvent(const std::string& dir) {
     const auto read = ReadEvent(dir, m_problem);

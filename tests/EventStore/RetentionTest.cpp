@@ -6,10 +6,10 @@ namespace {
 
 class RetentionTest : public StoreTest {
  protected:
-  /// Four events of about 100 kB; the second oldest is protected. The newest is written first.
+  /// Four events of about 100 kB; the second oldest is protected. The clock is set back before each.
   void SetUp() override {
     StoreTest::SetUp();
-    for (int i = 4; i >= 1; --i) AddEvent("0000000" + std::to_string(i), i, 100'000);
+    for (int i = 1; i <= 4; ++i) AddEvent("0000000" + std::to_string(i), 5 - i, 100'000);
     EXPECT_TRUE(SetProtected(m_events, "00000002", true, m_problem)) << m_problem;
   }
   /// The last digits of the ids of the events that are there.
@@ -31,7 +31,8 @@ class RetentionTest : public StoreTest {
   RetentionResult m_result;
 };
 
-// The newest or a protected one goes first; one too many or too few; an event that is being written, or no event, goes.
+// The newest, one with an early name or a protected one goes first; one too many or too few; an event that is being
+// written, or no event, goes.
 TEST_F(RetentionTest, TheOldestUnprotectedGoUntilTheLimitsHold) {
   const std::string writing = ".new_20261121T134000Z_00000000";
   for (const auto& dir : {writing, std::string("20261121_photos")})
@@ -54,8 +55,8 @@ TEST_F(RetentionTest, TheOldestUnprotectedGoUntilTheLimitsHold) {
     EXPECT_EQ(m_result.bytesUsed, GetUsed());
     EXPECT_EQ(m_result.events, GetIds().size());
   }
-  EXPECT_EQ(m_result.removed, (std::vector<std::string>{"20261121T134004Z_00000004"}));
-  EXPECT_EQ(List(m_events), writing + " 20261121T134000Z_00000009 20261121T134002Z_00000002 20261121_photos ");
+  EXPECT_EQ(m_result.removed, (std::vector<std::string>{"20261121T134001Z_00000004"}));
+  EXPECT_EQ(List(m_events), writing + " 20261121T134000Z_00000009 20261121T134003Z_00000002 20261121_photos ");
 }
 
 // Events that go for a room that cannot be made; all of them because a disk does not answer.
@@ -85,6 +86,18 @@ TEST_F(RetentionTest, ProtectionComesInTimeUntilTheNameIsGone) {
   EXPECT_EQ(GetIds(), "124");
 }
 
+// An event that was saved while the clock was in the wrong year becomes the first to go; the clock's own order is lost.
+TEST_F(RetentionTest, TheOrderIsThatOfSavingWhateverTheClockSays) {
+  const auto inTenYears = std::filesystem::file_time_type::clock::now() + std::chrono::hours(24 * 3650);
+  std::filesystem::last_write_time(m_events + "/20261121T134002Z_00000003/event.json", inTenYears);
+  EXPECT_EQ(GetIds(), "1243");
+  AddEvent("00000005", 0, 1);
+  AddEvent("00000006", -5, 1);
+  EXPECT_EQ(GetIds(), "124356");
+  EXPECT_TRUE(Retention(m_events).Apply({0, 2, 0}, 0, m_result)) << m_result.problem;
+  EXPECT_EQ(GetIds(), "26");
+}
+
 // A full store that refuses for ever, or that loses the sources of what it refuses.
 TEST_F(RetentionTest, SavingResumesWhenThereIsRoom) {
   EventStore store(m_events, {400'000, 0, 0}, MakeDisk());
@@ -92,12 +105,13 @@ TEST_F(RetentionTest, SavingResumesWhenThereIsRoom) {
   for (const char* id : {"00000001", "00000003", "00000004"}) EXPECT_TRUE(store.SetProtected(id, true, m_problem));
   EventDescription event = MakeEvent("00000005", 1);
   const SourceFile source = MakeSource("Gps", "gps.dat", "abc");
-  EXPECT_EQ(store.Save(event, {source}, m_eventDir, m_problem), SaveResult::Full);
+  EXPECT_EQ(store.Save(event, {source}, false, m_eventDir, m_problem), SaveResult::Full);
   EXPECT_TRUE(std::filesystem::exists(source.path));
   EXPECT_TRUE(store.SetProtected("00000003", false, m_problem)) << m_problem;
-  EXPECT_EQ(store.Save(event, {source}, m_eventDir, m_problem), SaveResult::Saved) << m_problem;
-  EXPECT_EQ(GetIds(), "1524");
-  EXPECT_EQ(store.Save(event, {source}, m_eventDir, m_problem), SaveResult::Failed) << "the source is gone";
+  EXPECT_EQ(store.Save(event, {source}, true, m_eventDir, m_problem), SaveResult::Saved) << m_problem;
+  EXPECT_TRUE(store.List().back().isProtected);
+  EXPECT_EQ(GetIds(), "1245");
+  EXPECT_EQ(store.Save(event, {source}, false, m_eventDir, m_problem), SaveResult::Failed) << "the source is gone";
 }
 
 }  // namespace

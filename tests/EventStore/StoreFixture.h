@@ -32,7 +32,7 @@ class StoreTest : public Testing::TempDirTest {
   void AddEvent(const std::string& id, int second, std::size_t bytes) {
     EventDescription event = MakeEvent(id, second);
     const SourceFile source = MakeSource("Gps", "gps.dat", std::string(bytes, 'g'));
-    EXPECT_TRUE(EventWriter(m_events).Commit(event, {source}, m_eventDir, m_problem)) << m_problem;
+    EXPECT_TRUE(EventWriter(m_events).Commit(event, {source}, false, m_eventDir, m_problem)) << m_problem;
   }
   /// Names in a directory, hidden ones included, one behind the other.
   static std::string List(const std::string& dir) {

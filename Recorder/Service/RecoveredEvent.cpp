@@ -1,0 +1,183 @@
+// What is written down of an event that was interrupted.
+#include "Recorder/Service/RecoveredEvent.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+#include "EventStore/EventName.h"
+#include "EventStore/Storage.h"
+#include "EventTools/SensorFiles.h"
+#include "Recorder/MediaLength.h"
+#include "Recorder/Service/EventRecord.h"
+#include "Recorder/Version.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+using EventStore::EventDescription;
+using EventStore::RequestNote;
+using EventStore::StreamWindow;
+using PipelineCollect::PipelineCollectType;
+using RecoveryCollect::RecoveredEvent;
+
+constexpr std::string_view CrashPrefix = "crash-";
+constexpr std::size_t IdDigits = 8;
+/// Names tell whole seconds, and a window begins with a key frame.
+constexpr double Inexact = 2.0;
+/// So much later the recorded time begins where the rings were still empty.
+constexpr double LongestRing = 32.0;
+/// Far more than the longest window's.
+constexpr std::size_t MaxSensorBytes = 4'000'000;
+
+/// When what was recorded of the event begins, Unix time in seconds.
+double GetRecordedFrom(const RecoveredEvent& recovered) {
+  return static_cast<double>(recovered.output.eventTime) - recovered.seconds;
+}
+
+/// How much later that is than what `request` has asked for; infinite when they do not belong together.
+double MeasureDelay(const RecoveredEvent& recovered, const EventDescription& request) {
+  const double moment = static_cast<double>(request.timeMs) / 1000.0;
+  const double delay = GetRecordedFrom(recovered) - (moment + request.startSeconds);
+  const bool isPossible = recovered.seconds > 0 && delay >= -Inexact && delay <= LongestRing &&
+                          moment <= static_cast<double>(recovered.output.eventTime) + Inexact;
+  return isPossible ? std::fabs(delay) : INFINITY;
+}
+
+/// Where the streams begin on the event's time line; empty when that is not known.
+std::optional<double> FindFrom(const RecoveredEvent& recovered, const std::optional<RequestNote>& note) {
+  if (!note) return recovered.seconds > 0 ? std::optional(-static_cast<double>(recovered.seconds)) : std::nullopt;
+  const double asked = note->request.startSeconds;
+  const double delay = MeasureDelay(recovered, note->request);
+  return std::isfinite(delay) && delay > Inexact ? asked + std::round(delay * 1000.0) / 1000.0 : asked;
+}
+
+/// Fills in what the files of an event tell.
+class FileReader {
+ public:
+  FileReader(EventDescription& event, const Pipeline::PipelineConfig& config) : m_event(event), m_config(config) {}
+
+  void Read(PipelineCollectType type, const std::string& path) {
+    switch (type) {
+      case PipelineCollectType::VideoCamera0:
+      case PipelineCollectType::VideoCamera1:
+      case PipelineCollectType::Audio:
+        if (const auto length = ReadMediaLength(path)) AddMedia(type, *length);
+        break;
+      case PipelineCollectType::Gps:
+        ReadGps(path);
+        break;
+      case PipelineCollectType::Acc:
+        ReadAcc(path);
+        break;
+      case PipelineCollectType::Other:
+        AddStream(type, EventTools::ParseOther(ReadFile(path), {}).records.size(), m_config.other.rate);
+        break;
+      default:
+        break;
+    }
+  }
+
+ private:
+  static std::string ReadFile(const std::string& path) {
+    std::string content;
+    std::string problem;
+    if (!EventStore::ReadSmallFile(path, MaxSensorBytes, content, problem)) EventStore::LogWarning(problem);
+    return content;
+  }
+
+  void AddMedia(PipelineCollectType type, const MediaLength& length) {
+    if (length.seconds > 0.0) AddStream(type, length.frames, static_cast<double>(length.frames) / length.seconds);
+  }
+
+  void ReadGps(const std::string& path) {
+    const auto gps = EventTools::ParseGps(ReadFile(path), {});
+    AddStream(PipelineCollectType::Gps, gps.records.size(), m_config.gps.rate);
+    for (const auto& fix : gps.records) {
+      if (fix.isValid) m_event.maxSpeedKnots = std::max(m_event.maxSpeedKnots.value_or(0.0), fix.speedKnots);
+    }
+  }
+
+  void ReadAcc(const std::string& path) {
+    const auto acc = EventTools::ParseAcc(ReadFile(path), {});
+    AddStream(PipelineCollectType::Acc, acc.records.size() / EventTools::SamplesOfBlock, m_config.acc.rate);
+    for (const auto& sample : acc.records) {
+      for (const double g : sample.g) m_event.maxG = std::max(m_event.maxG.value_or(0.0), std::fabs(g));
+    }
+  }
+
+  /// From 0 on; Place moves it.
+  void AddStream(PipelineCollectType type, std::uint64_t entries, double rate) {
+    if (entries == 0 || !(rate > 0.0)) return;
+    StreamWindow stream;
+    stream.type = GetPipelineCollectTypeName(type);
+    stream.entries = entries;
+    stream.rate = rate;
+    stream.toSeconds = static_cast<double>(entries - 1) / rate;
+    m_event.streams.push_back(std::move(stream));
+  }
+
+  EventDescription& m_event;
+  const Pipeline::PipelineConfig& m_config;
+};
+
+/// Moves the streams to where they begin; `from` empty: so that the longest ends with the event's moment.
+void Place(std::vector<StreamWindow>& streams, std::optional<double> from) {
+  double longest = 0.0;
+  for (const auto& stream : streams) longest = std::max(longest, stream.toSeconds);
+  for (auto& stream : streams) {
+    stream.fromSeconds = from.value_or(-longest);
+    stream.toSeconds += stream.fromSeconds;
+  }
+}
+
+}  // namespace
+
+std::string BuildCrashName(const std::string& id) {
+  return std::string(CrashPrefix) + id;
+}
+
+std::string GetCrashedId(const std::string& name) {
+  const bool isCrash = name.starts_with(CrashPrefix);
+  const std::string id = isCrash ? name.substr(CrashPrefix.size(), IdDigits) : "";
+  return EventStore::IsEventId(id) ? id : "";
+}
+
+std::optional<RequestNote> TakeNote(const RecoveredEvent& recovered, std::vector<RequestNote>& notes) {
+  const std::string id = GetCrashedId(recovered.name);
+  const auto measure = [&](const RequestNote& note) {
+    if (id.empty()) return MeasureDelay(recovered, note.request);
+    return note.request.id == id ? 0.0 : INFINITY;
+  };
+  const auto nearest = std::min_element(notes.begin(), notes.end(),
+                                        [&](const auto& a, const auto& b) { return measure(a) < measure(b); });
+  if (nearest == notes.end() || !std::isfinite(measure(*nearest))) return std::nullopt;
+  RequestNote note = std::move(*nearest);
+  notes.erase(nearest);
+  return note;
+}
+
+EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::optional<RequestNote>& note,
+                                   const Pipeline::PipelineConfig& config) {
+  EventDescription event;
+  if (note) {
+    event = note->request;
+  } else {
+    event.id = EventStore::NewEventId();
+    event.label = recovered.name;
+    event.trigger = "recovery";
+    event.timeMs = recovered.output.eventTime * 1000;
+    // The failure is the moment that is known; what was recorded lies before it.
+    event.startSeconds = -static_cast<int>(recovered.seconds);
+    event.durationSeconds = static_cast<int>(recovered.seconds);
+  }
+  event.software = Version;
+  event.interrupted = true;
+  FileReader reader(event, config);
+  for (const auto& [type, path] : recovered.output.outputs) reader.Read(type, path);
+  Place(event.streams, FindFrom(recovered, note));
+  return event;
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,29 @@
+// What is written down of an event that was interrupted.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "EventStore/RequestNotes.h"
+#include "Pipeline/PipelineConfig.h"
+#include "RecoveryCollect/RecoveryCollectTypes.h"
+
+namespace Tavi::Recorder {
+
+/// The name of what a process that died has left of the event `id`, and the id in such a name, empty in any other.
+std::string BuildCrashName(const std::string& id);
+std::string GetCrashedId(const std::string& name);
+
+/// Takes the note of the request that `recovered` was to answer out of `notes`: by its id where that is known, else by
+/// where the recorded time begins. Empty when there is none.
+std::optional<EventStore::RequestNote> TakeNote(const RecoveryCollect::RecoveredEvent& recovered,
+                                                std::vector<EventStore::RequestNote>& notes);
+
+/// The event as far as its files and its request, which may be unknown, tell. The streams' places on the time line are
+/// right to about a second: what is saved in a power failure has no time stamps. Reads the files.
+EventStore::EventDescription DescribeRecovered(const RecoveryCollect::RecoveredEvent& recovered,
+                                               const std::optional<EventStore::RequestNote>& note,
+                                               const Pipeline::PipelineConfig& config);
+
+}  // namespace Tavi::Recorder
