@@ -50,6 +50,21 @@ TEST(ExportTest, GpxIsBrokenAtGapsAndEscapesTheLabel) {
 )");
 }
 
+using ExportFileTest = Tavi::Testing::TempDirTest;
+
+// What only those programs refuse that go by the schema.
+TEST_F(ExportFileTest, GpxIsValidByItsSchema) {
+  if (!std::filesystem::exists(GPX_SCHEMA)) GTEST_SKIP() << "scripts/setup.sh could not get " GPX_SCHEMA;
+  EventData nothing = MakeEvent();
+  nothing.description.position.reset();
+  nothing.gps.records.clear();
+  for (const auto& [gpx, status] : {std::pair(FormatGpx(MakeEvent()), 0), {FormatGpx(nothing), 0}, {"<gpx/>", 3}}) {
+    std::ofstream(m_dir + "event.gpx") << gpx;
+    const std::string line = "xmllint --noout --schema " GPX_SCHEMA " " + m_dir + "event.gpx >/dev/null 2>&1";
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), status) << gpx;
+  }
+}
+
 TEST(ExportTest, CsvMergesTheStreamsByTime) {
   const std::string csv = FormatCsv(MakeEvent());
   EXPECT_THAT(csv, testing::StartsWith("stream,time_from_event_s,time_utc,latitude_deg,longitude_deg,speed_knots,"));

@@ -41,6 +41,30 @@ TEST_F(ProgramTest, PrintsOneObjectAnEventAndNothingElse) {
   EXPECT_EQ(Err().find('\r'), std::string::npos) << "no progress bar where there is no terminal";
 }
 
+// Catches a wait that passes the preloaded clock by: hours that were run with it would not have been hours.
+TEST_F(ProgramTest, WithAFasterClockAnEventTakesAsLongByThatClock) {
+#ifndef FAST_CLOCK
+  GTEST_SKIP() << "the sanitizers define the functions of the preloaded clock themselves";
+#else
+  setenv("LD_PRELOAD", FAST_CLOCK, 1);
+  setenv("TAVI_CLOCK_SPEED", "8", 1);
+  const auto start = std::chrono::steady_clock::now();
+  const pid_t child = Spawn({"--simulate", "--no-camera0", "--no-camera1", "--collect-after", "16", "--start", "-15",
+                             "--duration", "30", "--json", "--output", m_dir + "events"});
+  unsetenv("LD_PRELOAD");
+  unsetenv("TAVI_CLOCK_SPEED");
+  ASSERT_EQ(Wait(child), 0) << Err();
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  const auto event = nlohmann::json::parse(Out());
+  EXPECT_NEAR(event["collectSeconds"], 30.0, 2.0);
+  EXPECT_LT(elapsed.count(), 12.0) << "46 s by the program's clock";
+  EXPECT_EQ(event["files"].size(), 4U);
+  // MP3 at 64 kbit/s, to a twentieth: sound that was captured at another speed has another length.
+  EXPECT_NEAR(static_cast<double>(std::filesystem::file_size(event["files"]["Audio"].get<std::string>())), 240'000.0,
+              12'000.0);
+#endif
+}
+
 TEST_F(ProgramTest, PrintsATableForPeople) {
   const pid_t child =
       Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "1", "--output", m_dir + "events"});
