@@ -1,37 +1,40 @@
 // Looks at the sources once a second.
 #pragma once
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "Kbase/Interfaces/IThread.h"
 #include "Recorder/Health/Health.h"
+#include "Recorder/Service/ServiceManager.h"
 
 namespace Tavi::Recorder {
 
-/// The thread "HEALTH". Ends with the object.
+/// The thread "HEALTH", which also tells the service manager that the process is alive: it waits for no disk, and a
+/// disk that does not answer must not end the recording. Ends with the object; borrows `serviceManager`.
 class HealthThread final : public Kbase::Interfaces::IThread {
  public:
-  explicit HealthThread(Health::GetRing getRing) : IThread("HEALTH"), m_health(std::move(getRing)) {}
+  HealthThread(Health::GetRing getRing, const ServiceManager& serviceManager)
+      : IThread("HEALTH"), m_health(std::move(getRing)), m_serviceManager(serviceManager) {}
   ~HealthThread() override { Stop(); }
 
   /// Thread-safe.
   [[nodiscard]] const Health& GetHealth() const { return m_health; }
-  /// False when the thread has stood still for a while: the process is not what it should be. Thread-safe.
-  [[nodiscard]] bool IsAlive() const { return Now() - m_lastLook.load() < std::chrono::seconds(10); }
 
  protected:
   void Run() override {
     m_health.Sample();
-    m_lastLook = Now();
-    WaitForCancel(std::chrono::seconds(1));
+    m_serviceManager.Pet();
+    const auto watchdog = std::chrono::duration_cast<Milliseconds>(m_serviceManager.GetWatchdogPeriod());
+    WaitForCancel(watchdog.count() > 0 ? std::min(LookPeriod, watchdog) : LookPeriod);
   }
 
  private:
-  static std::chrono::steady_clock::duration Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
+  static constexpr Milliseconds LookPeriod{1000};
 
   Health m_health;
-  std::atomic<std::chrono::steady_clock::duration> m_lastLook{Now()};
+  const ServiceManager& m_serviceManager;
 };
 
 }  // namespace Tavi::Recorder

@@ -1,7 +1,6 @@
 // The recorder as a service: its life from start to end.
 #include "Recorder/Service/Service.h"
 
-#include <algorithm>
 #include <thread>
 #include <utility>
 
@@ -47,7 +46,7 @@ bool Service::Open(std::string& problem) {
   if (!m_archive.Open(problem)) return false;
   m_pipeline = std::make_unique<Pipeline::PipelineManager>(m_settings.pipeline);
   const auto getRing = [this](Pipeline::PipelineType type) { return m_pipeline->ShareElement(type); };
-  m_health = std::make_unique<HealthThread>(getRing);
+  m_health = std::make_unique<HealthThread>(getRing, m_serviceManager);
   const auto isEnding = [this] { return IsEnding(); };
   m_first = MakeTaker(m_settings, *m_pipeline, false, m_queue, m_archive, isEnding);
   m_second = MakeTaker(m_settings, *m_pipeline, true, m_queue, m_archive, isEnding);
@@ -74,7 +73,6 @@ int Service::Run() {
   auto maintained = Clock::now();
   while (!IsEnding()) {
     RunTasks();
-    if (m_health->IsAlive()) m_serviceManager.Pet();
     if (Clock::now() - maintained < MaintainPeriod) continue;
     m_archive.Maintain();
     maintained = Clock::now();
@@ -110,10 +108,7 @@ void Service::RunTasks() {
   std::deque<Task> tasks;
   {
     std::unique_lock lock(m_mutex);
-    auto nap = LongestNap;
-    const auto watchdog = std::chrono::duration_cast<std::chrono::milliseconds>(m_serviceManager.GetWatchdogPeriod());
-    if (watchdog.count() > 0) nap = std::min(nap, watchdog);
-    m_wake.wait_for(lock, nap, [this] { return IsEnding() || !m_tasks.empty(); });
+    m_wake.wait_for(lock, LongestNap, [this] { return IsEnding() || !m_tasks.empty(); });
     tasks.swap(m_tasks);
   }
   for (const auto& task : tasks) task();

@@ -7,7 +7,7 @@
 namespace Tavi::Recorder {
 
 /// Tells systemd how the service is doing, by the protocol of sd_notify(3). Without a service manager nothing happens.
-/// Thread-bound.
+/// Thread-safe.
 class ServiceManager {
  public:
   ServiceManager();

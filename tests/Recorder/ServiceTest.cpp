@@ -1,5 +1,7 @@
 // The recorder as a service, in the simulated car: from a command to an event's directory, and every way to its end.
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <csignal>
 #include <cstdio>
@@ -136,6 +138,38 @@ TEST_F(ServiceTest, AnEventUnderWayOutlivesTheProcess) {
     EXPECT_FALSE(entry.path().filename().string().starts_with(".request-")) << entry;
   }
   EXPECT_TRUE(std::filesystem::is_empty(m_dir + "tavi/power_failure"));
+}
+
+// Catches a service manager that is told too early, or that ends a healthy recorder because nobody feeds its watchdog.
+TEST_F(ServiceTest, TheServiceManagerHearsOfReadinessAndFeeding) {
+  const std::string path = m_dir + "notify";
+  const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  sockaddr_un address{AF_UNIX, {}};
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  ASSERT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  setenv("WATCHDOG_USEC", "1000000", 1);
+  StartService();
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
+  std::string told;
+  const auto listen = [&] {
+    char text[256];
+    for (ssize_t size; (size = recv(socket, text, sizeof(text), 0)) > 0;) told.append(text, size).append("\n");
+  };
+  EXPECT_GT(Ctl("status")["sources"]["camera0"]["entries"], 0) << "ready before it records";
+  listen();
+  EXPECT_THAT(told, HasSubstr("READY=1"));
+  told.clear();
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  listen();
+  std::size_t feedings = 0;
+  for (auto at = told.find("WATCHDOG=1"); at != std::string::npos; at = told.find("WATCHDOG=1", at + 1)) ++feedings;
+  EXPECT_GE(feedings, 4U) << told;
+  EXPECT_EQ(EndService(SIGTERM), 0);
+  listen();
+  EXPECT_THAT(told, HasSubstr("STOPPING=1"));
+  close(socket);
 }
 
 // Catches windows, silences and queues that are counted by the wall clock, which the first fix sets by decades, and an
