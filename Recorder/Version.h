@@ -3,6 +3,6 @@
 
 namespace Tavi::Recorder {
 
-inline constexpr const char* Version = "tavi-recorder 0.1.0";
+inline constexpr const char* Version = "tavi-recorder " TAVI_VERSION;
 
 }  // namespace Tavi::Recorder

@@ -1,5 +1,6 @@
 # What every target of the tree is built with.
 add_library(TaviBuild INTERFACE)
+target_compile_definitions(TaviBuild INTERFACE TAVI_VERSION="${PROJECT_VERSION}")
 target_compile_options(TaviBuild INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
 if(TAVI_WERROR)
   target_compile_options(TaviBuild INTERFACE -Werror)

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "Recorder/Settings/Limits.h"
+
 namespace Tavi::Recorder {
 
 inline constexpr const char* DefaultControlSocket = "/run/tavi/control.sock";
@@ -16,10 +18,8 @@ inline constexpr std::size_t MaxRequestBytes = 64 * 1024;
 /// A reply with its line end.
 inline constexpr std::size_t MaxReplyBytes = 1024 * 1024;
 
-/// What the rings hold, less the second in which the window's first key frame is looked for.
-inline constexpr int LongestBeforeSeconds = 31;
-/// A collect is aborted after 120 s; a window must end well before.
-inline constexpr int LongestDurationSeconds = 110;
+inline constexpr int LongestBeforeSeconds = -Limits::StartSeconds.low;
+inline constexpr int LongestDurationSeconds = Limits::DurationSeconds.high;
 inline constexpr std::size_t MaxLabelCharacters = 200;
 
 /// The values of a request's field "command".
