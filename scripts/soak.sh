@@ -65,7 +65,7 @@ else
   ctl status
 fi
 printf 'complete within: '
-grep -o 'complete within [0-9]* ms' "$dir/log" | awk '{print $3}' | sort -n |
+grep -o 'complete within [0-9]* ms' "$dir/log" | awk -v speed="$speed" '{print $3 / speed}' | sort -n |
   awk '{v[NR] = $1} END {printf "median %d ms, longest %d ms of %d events\n", v[int((NR + 1) / 2)], v[NR], NR}'
 printf 'errors: '
 grep -c ERROR "$dir/log" || true
