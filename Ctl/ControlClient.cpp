@@ -22,13 +22,16 @@ using Clock = std::chrono::steady_clock;
 using Ksystem::FileUtils::UniqueFd;
 using std::chrono::milliseconds;
 
+using OnWait = std::function<void(std::chrono::seconds)>;
+
+constexpr int TellEveryMs = 1000;
 /// How often connecting is tried again while the recorder's backlog is full.
 constexpr int RetryMs = 20;
 
 /// One conversation; every operation gives an empty text or the reason for which it failed.
 class Conversation {
  public:
-  explicit Conversation(std::optional<milliseconds> timeout) {
+  Conversation(std::optional<milliseconds> timeout, const OnWait& onWait) : m_onWait(onWait) {
     if (timeout) m_deadline = Clock::now() + *timeout;
   }
 
@@ -90,16 +93,27 @@ class Conversation {
     return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
   }
 
+  /// As long, but no longer than until somebody is to be told that this waits.
+  [[nodiscard]] int GetNapMs() const {
+    const int remaining = GetRemainingMs();
+    const bool isLonger = remaining < 0 || remaining > TellEveryMs;
+    return m_onWait && isLonger ? TellEveryMs : remaining;
+  }
+
   /// False when the time is over.
   [[nodiscard]] bool WaitFor(short events) const {
     pollfd waiting{m_socket.Get(), events, 0};
-    int ready = 0;
-    do {
-      ready = ::poll(&waiting, 1, GetRemainingMs());
-    } while (ready < 0 && errno == EINTR);
-    return ready != 0;
+    while (true) {
+      const int nap = GetNapMs();
+      const int ready = ::poll(&waiting, 1, nap);
+      if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+      if (GetRemainingMs() == 0) return false;
+      if (m_onWait && ready == 0) m_onWait(std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_start));
+    }
   }
 
+  const OnWait& m_onWait;
+  const Clock::time_point m_start = Clock::now();
   UniqueFd m_socket;
   std::optional<Clock::time_point> m_deadline;
 };
@@ -107,10 +121,10 @@ class Conversation {
 }  // namespace
 
 std::optional<std::string> Exchange(const std::string& socketPath, const std::string& line,
-                                    std::optional<milliseconds> timeout, std::string& problem) {
+                                    std::optional<milliseconds> timeout, const OnWait& onWait, std::string& problem) {
   const auto address = Recorder::BuildSocketAddress(socketPath, problem);
   if (!address) return std::nullopt;
-  Conversation conversation(timeout);
+  Conversation conversation(timeout, onWait);
   std::string reply;
   std::string reason = conversation.Connect(*address);
   if (reason.empty()) reason = conversation.Send(line);

@@ -1,8 +1,11 @@
 // tavi-ctl: asks and steers a running recorder.
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <iostream>
 
 #include "Ctl/ControlClient.h"
@@ -31,10 +34,32 @@ std::optional<std::chrono::milliseconds> GetTimeout(const CtlOptions& options) {
   return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(*options.timeoutSeconds));
 }
 
+/// What takes long is seen to go on, on a terminal only; it is gone when the reply is there.
+class WaitingLine {
+ public:
+  ~WaitingLine() {
+    if (m_isShown) std::cerr << "\r\033[K" << std::flush;
+  }
+  void Show(std::chrono::seconds waited) {
+    m_isShown = true;
+    std::cerr << "\rwaiting for the recorder: " << waited.count() << " s" << std::flush;
+  }
+
+ private:
+  bool m_isShown = false;
+};
+
+std::optional<std::string> Wait(const CtlOptions& options, std::string& problem) {
+  WaitingLine waiting;
+  std::function<void(std::chrono::seconds)> onWait;
+  if (isatty(STDERR_FILENO) != 0) onWait = [&waiting](std::chrono::seconds waited) { waiting.Show(waited); };
+  const std::string line = Tavi::Recorder::BuildLine(options.request);
+  return Exchange(options.socketPath, line, GetTimeout(options), onWait, problem);
+}
+
 int Ask(const CtlOptions& options) {
   std::string problem;
-  const auto line =
-      Exchange(options.socketPath, Tavi::Recorder::BuildLine(options.request), GetTimeout(options), problem);
+  const auto line = Wait(options, problem);
   if (!line) return Complain(NoRecorderExitStatus, problem);
   const Json reply = Json::parse(*line, nullptr, false);
   if (!reply.is_object() || !reply.contains("ok") || !reply["ok"].is_boolean()) {

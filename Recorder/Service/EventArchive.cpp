@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <system_error>
@@ -108,6 +109,7 @@ void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
   RecoveryCollect::RecoveryCollectManager::MoveBackup(m_settings.backupDir, m_settings.restoreDir);
   RecoveryCollect::RecoveryCollectManager::Collect(input, output);
   auto notes = m_notes.Read();
+  ForgetSettled(notes);
   for (const auto& recovered : output.events) SaveRecovered(recovered, config, notes);
   for (const auto& note : notes) {
     const auto& request = note.request;
@@ -119,6 +121,18 @@ void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
         EventStore::FormatTime(request.timeMs), request.trigger, request.label.empty() ? "" : ", ", request.label));
     m_notes.Remove(request.id);
   }
+}
+
+/// A process may have died between an event and the end of its note.
+void EventArchive::ForgetSettled(std::vector<EventStore::RequestNote>& notes) {
+  const auto events = m_store.List();
+  std::erase_if(notes, [&](const EventStore::RequestNote& note) {
+    const std::string& id = note.request.id;
+    const bool isSettled =
+        std::any_of(events.begin(), events.end(), [&id](const auto& event) { return event.id == id; });
+    if (isSettled) m_notes.Remove(id);
+    return isSettled;
+  });
 }
 
 void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered,

@@ -56,6 +56,7 @@ class EventArchive {
   };
 
   void SaveLeftovers() const;
+  void ForgetSettled(std::vector<EventStore::RequestNote>& notes);
   void SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered, const Pipeline::PipelineConfig& config,
                      std::vector<EventStore::RequestNote>& notes);
   bool TrySave(Waiting& waiting, EventResult& result);

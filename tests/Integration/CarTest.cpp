@@ -72,7 +72,14 @@ class CarTest : public MediaTest {
     const auto common = std::distance(from, earlier.end());
     EXPECT_GE(common, 2 * 15);
     ASSERT_LE(common, std::ssize(later));
-    EXPECT_TRUE(std::equal(from, earlier.end(), later.begin()));
+    for (std::ptrdiff_t i = 0; i < common; ++i) {
+      const std::string& mine = *(from + i);
+      const std::string& other = later[static_cast<std::size_t>(i)];
+      if (mine == other) continue;
+      ADD_FAILURE() << "common frame " << i << " of " << common << " has " << mine.size() << " and " << other.size()
+                    << " bytes, the same up to "
+                    << std::mismatch(mine.begin(), mine.end(), other.begin(), other.end()).first - mine.begin();
+    }
   }
 
   const Tavi::Simulator::SimulatedCar m_car;

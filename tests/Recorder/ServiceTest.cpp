@@ -121,6 +121,7 @@ TEST_F(ServiceTest, AnEventUnderWayOutlivesTheProcess) {
     EXPECT_EQ(EndService(signal), signal == SIGKILL ? -1 : 0) << Err();
     if (signal != SIGINT) {
       StartService();
+      EXPECT_EQ(Err().find("nothing is there of the event"), std::string::npos) << Err();
       EXPECT_EQ(EndService(SIGINT), 0);
     }
     const auto events = ReadEvents();
@@ -133,7 +134,13 @@ TEST_F(ServiceTest, AnEventUnderWayOutlivesTheProcess) {
     ASSERT_FALSE(event.streams.empty());
     EXPECT_EQ(event.streams[0].entries, CountFrames(event, event.streams[0].type));
     EXPECT_NEAR(event.streams[0].fromSeconds, -3.0, 1.2);
+    // As if the process had died behind the event, before its note was gone.
+    std::filesystem::create_directory(m_dir + "tavi/events/.request-" + id);
+    std::ofstream(m_dir + "tavi/events/.request-" + id + "/event.json") << FormatEvent(event);
   }
+  StartService();
+  EXPECT_EQ(EndService(SIGINT), 0);
+  EXPECT_EQ(Err().find("nothing is there of the event"), std::string::npos) << Err();
   for (const auto& entry : std::filesystem::directory_iterator(m_dir + "tavi/events")) {
     EXPECT_FALSE(entry.path().filename().string().starts_with(".request-")) << entry;
   }
