@@ -68,7 +68,9 @@ class CarTest : public MediaTest {
 
   /// The frames that both have are the same to the byte, without a gap.
   static void ExpectOneOverlap(const std::vector<std::string>& earlier, const std::vector<std::string>& later) {
-    const auto from = std::find(earlier.begin(), earlier.end(), later.front());
+    // Not by the first frame alone: where key frames fall on the flashes, all of them are the same white picture.
+    ASSERT_GE(later.size(), 3U);
+    const auto from = std::search(earlier.begin(), earlier.end(), later.begin(), later.begin() + 3);
     const auto common = std::distance(from, earlier.end());
     EXPECT_GE(common, 2 * 15);
     ASSERT_LE(common, std::ssize(later));
@@ -107,6 +109,7 @@ TEST_F(CarTest, FlashAndTickFallTogetherInBothClipsAndEverySourceHasItsWindow) {
   for (const auto type : {PipelineCollectType::VideoCamera0, PipelineCollectType::VideoCamera1}) {
     SCOPED_TRACE(GetPipelineCollectTypeName(type));
     const auto video = DecodeVideo(output.GetOutputPath(type));
+    EXPECT_EQ(video.decodeErrors, 0);
     const auto flashes = FindFlashes(video);
     ExpectOneOverlap(video.packets, DecodeVideo(second.GetOutputPath(type)).packets);
     const auto sound = DecodeSound(output.GetOutputPath(type));
