@@ -82,7 +82,7 @@ class TimeScale {
     return static_cast<std::int64_t>(static_cast<double>(durationNs) * m_speed);
   }
   [[nodiscard]] timespec Shorten(const timespec& duration) const { return ToTimespec(Shorten(ToNs(duration))); }
-  /// Rounds up: a time-out of one millisecond must not become a loop without a pause. 0 and "for ever" stay.
+  /// Never to 0: a time-out of one millisecond must not become a loop without a pause. 0 and "for ever" stay.
   [[nodiscard]] int ShortenMs(int durationMs) const {
     return durationMs <= 0 ? durationMs : std::max(1, static_cast<int>(std::lround(durationMs / m_speed)));
   }
