@@ -5,6 +5,7 @@ import shutil
 import subprocess
 import tempfile
 import time
+import urllib.error
 import urllib.request
 
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # the key of an element's reference, as the standard has it
@@ -19,14 +20,22 @@ class Browser:
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
         found = (re.search(r"successfully on port (\d+)", line) for line in self.driver.stdout)
         self.base = f"http://127.0.0.1:{next(filter(None, found))[1]}"
-        session = self.call("POST", "/session", {"capabilities": {"alwaysMatch": {
-            "goog:chromeOptions": {"binary": shutil.which("chromium"),
-                                   "args": ARGUMENTS + ["--user-data-dir=" + self.profile.name]},
-            "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"}}}})
+        try:
+            session = self.call("POST", "/session", {"capabilities": {"alwaysMatch": {
+                "goog:chromeOptions": {"binary": shutil.which("chromium"),
+                                       "args": ARGUMENTS + ["--user-data-dir=" + self.profile.name]},
+                "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"}}}})
+        except urllib.error.HTTPError as error:
+            # A driver that outlives the test keeps its output open, and whoever reads that waits for ever.
+            self.end()
+            raise RuntimeError(json.load(error)["value"]["message"]) from None
         self.base += "/session/" + session["sessionId"]
 
     def close(self):
         self.call("DELETE", "")
+        self.end()
+
+    def end(self):
         self.driver.terminate()
         self.driver.communicate()
         self.profile.cleanup()
