@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "PipelineCollect/PipelineCollectTypes.h"
-#include "RecoveryCollect/RecoveryCollectTypes.h"
+#include "Tavi/PipelineCollect/PipelineCollectTypes.h"
+#include "Tavi/RecoveryCollect/RecoveryCollectTypes.h"
 
 namespace Tavi::Recorder {
 

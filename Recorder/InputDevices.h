@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Pipeline/PipelineConfig.h"
+#include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Recorder {
 

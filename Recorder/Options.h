@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "Pipeline/PipelineConfig.h"
+#include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Recorder {
 

@@ -13,8 +13,8 @@
 
 #include "Kbase/Util/Clock.h"
 #include "Kbase/Util/TimeMonitor.h"
-#include "Pipeline/Log.h"
-#include "RecoveryCollect/RecoveryCollectManager.h"
+#include "Tavi/GstUtil/Log.h"
+#include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
 namespace Tavi::Recorder {
 namespace {

@@ -7,11 +7,11 @@
 #include <mutex>
 #include <string>
 
-#include "Pipeline/PipelineManager.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 #include "Recorder/Console.h"
 #include "Recorder/EventReport.h"
 #include "Recorder/Options.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 namespace Tavi::Recorder {
 

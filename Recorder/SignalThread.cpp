@@ -4,7 +4,7 @@
 #include <ctime>
 #include <utility>
 
-#include "Pipeline/Log.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "Pipeline/PipelineConfig.h"
 #include "Simulator/SimulatedCar.h"
+#include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Recorder {
 

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "Pipeline/GstRef.h"
+#include "Tavi/GstUtil/GstRef.h"
 
 namespace Tavi::Simulator {
 namespace {

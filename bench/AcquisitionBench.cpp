@@ -23,11 +23,11 @@
 
 #include "HoldUpBench.h"
 #include "Kbase/Klog/Logger.h"
-#include "Pipeline/GstPipelineCbElement.h"
-#include "Pipeline/PipelineManager.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 #include "Recorder/PluginPath.h"
 #include "Recorder/Simulation.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
+#include "Tavi/GstUtil/GstPipelineCbElement.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include <vector>
 
 #include "Kbase/Klog/Logger.h"
-#include "Pipeline/PipelineManager.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 #include "Recorder/Simulation.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "GPS/GPSDataPackage.h"
+#include "Tavi/Gps/GPSDataPackage.h"
 
 namespace {
 

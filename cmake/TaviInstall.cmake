@@ -16,8 +16,7 @@ file(RELATIVE_PATH taviBinToLib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR
 set_target_properties(${taviPrograms} PROPERTIES INSTALL_RPATH "$ORIGIN/${taviBinToLib}")
 
 set(taviHeaders ${CMAKE_INSTALL_INCLUDEDIR}/tavi)
-install(DIRECTORY Pipeline Video Audio GPS Accel Other PipelineCollect RecoveryCollect Testing
-  Platform/Kbase Platform/Kdevice Platform/Ksystem Platform/KMedia
+install(DIRECTORY Tavi Platform/Kbase Platform/Kdevice Platform/Ksystem Platform/KMedia
   DESTINATION ${taviHeaders} FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT TaviTargets NAMESPACE Tavi:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Tavi)

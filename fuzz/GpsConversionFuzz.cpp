@@ -2,8 +2,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "GPS/GPSDataPackage.h"
 #include "Support/Nmea.h"
+#include "Tavi/Gps/GPSDataPackage.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return setenv("TZ", "UTC", 1);

@@ -1,8 +1,8 @@
 // Any text as a sentence, its checksum against scanf's reading and its fields against a splitter that takes its time.
 #include <sstream>
 
-#include "GPS/GPSLine.h"
 #include "Support/Nmea.h"
+#include "Tavi/Gps/GPSLine.h"
 
 static bool IsSummedUp(const std::string& text) {
   const std::size_t start = text.find('$'), star = text.find('*');

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "GPS/GPSDataPackage.h"
 #include "Support/Nmea.h"
+#include "Tavi/Gps/GPSDataPackage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::istringstream text(std::string(reinterpret_cast<const char*>(data), size));

@@ -9,8 +9,8 @@
 
 #include "Kbase/Pipeline/IPipelineElement.h"
 #include "Kbase/Util/Clock.h"
-#include "Pipeline/PipelineType.h"
 #include "Recorder/Health/SourceWatch.h"
+#include "Tavi/Pipeline/PipelineType.h"
 
 namespace Tavi::Recorder {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "Pipeline/PipelineType.h"
+#include "Tavi/Pipeline/PipelineType.h"
 
 namespace Tavi::Recorder {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Pipeline/GstPipelineCbElement.h"
+#include "Tavi/GstUtil/GstPipelineCbElement.h"
 
 namespace Tavi::Recorder {
 

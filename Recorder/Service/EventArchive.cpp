@@ -16,11 +16,11 @@
 #include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
-#include "Pipeline/Log.h"
-#include "PipelineCollect/CollectBase.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/RecoveredEvent.h"
-#include "RecoveryCollect/RecoveryCollectManager.h"
+#include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
 namespace Tavi::Recorder {
 namespace {

@@ -10,10 +10,10 @@
 
 #include "EventStore/EventStore.h"
 #include "EventStore/RequestNotes.h"
-#include "Pipeline/PipelineConfig.h"
 #include "Recorder/Service/EventOrder.h"
 #include "Recorder/Settings/Settings.h"
-#include "RecoveryCollect/RecoveryCollectTypes.h"
+#include "Tavi/Pipeline/PipelineConfig.h"
+#include "Tavi/RecoveryCollect/RecoveryCollectTypes.h"
 
 namespace Tavi::Recorder {
 

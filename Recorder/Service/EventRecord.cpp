@@ -5,9 +5,9 @@
 #include <memory>
 
 #include "EventStore/EventName.h"
-#include "GPS/GpsData.h"
-#include "Pipeline/GstPipelineCbElement.h"
 #include "Recorder/Version.h"
+#include "Tavi/Gps/GpsData.h"
+#include "Tavi/GstUtil/GstPipelineCbElement.h"
 
 namespace Tavi::Recorder {
 namespace {

@@ -6,9 +6,9 @@
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/FileTransfer.h"
-#include "Pipeline/PipelineManager.h"
-#include "PipelineCollect/PipelineCollectTypes.h"
 #include "Recorder/Service/EventOrder.h"
+#include "Tavi/Pipeline/PipelineManager.h"
+#include "Tavi/PipelineCollect/PipelineCollectTypes.h"
 
 namespace Tavi::Recorder {
 

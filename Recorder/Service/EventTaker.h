@@ -4,9 +4,9 @@
 #include <functional>
 
 #include "Kbase/Interfaces/IThread.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 #include "Recorder/Service/EventArchive.h"
 #include "Recorder/Service/EventQueue.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
 
 namespace Tavi::Recorder {
 

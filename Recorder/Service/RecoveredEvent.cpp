@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "EventStore/EventName.h"
+#include "EventStore/SensorFiles.h"
 #include "EventStore/Storage.h"
-#include "EventTools/SensorFiles.h"
 #include "Recorder/MediaLength.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Version.h"

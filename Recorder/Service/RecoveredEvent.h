@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "EventStore/RequestNotes.h"
-#include "Pipeline/PipelineConfig.h"
-#include "RecoveryCollect/RecoveryCollectTypes.h"
+#include "Tavi/Pipeline/PipelineConfig.h"
+#include "Tavi/RecoveryCollect/RecoveryCollectTypes.h"
 
 namespace Tavi::Recorder {
 

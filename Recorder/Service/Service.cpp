@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "EventStore/EventName.h"
-#include "Pipeline/Log.h"
 #include "Recorder/Service/EventRecord.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
 namespace {

@@ -11,10 +11,9 @@
 #include <mutex>
 #include <string>
 
-#include "Pipeline/PipelineManager.h"
-#include "Recorder/Control/ControlHandler.h"
-#include "Recorder/Control/ControlServer.h"
-#include "Recorder/Control/Protocol.h"
+#include "Control/ControlHandler.h"
+#include "Control/ControlServer.h"
+#include "Control/Protocol.h"
 #include "Recorder/Health/Health.h"
 #include "Recorder/Service/EventArchive.h"
 #include "Recorder/Service/EventQueue.h"
@@ -23,6 +22,7 @@
 #include "Recorder/Service/ServiceManager.h"
 #include "Recorder/Settings/Settings.h"
 #include "Recorder/Triggers/TriggerWatch.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 namespace Tavi::Recorder {
 

@@ -2,9 +2,9 @@
 #include "Recorder/Service/Service.h"
 
 #include "EventStore/EventName.h"
-#include "Pipeline/Log.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Version.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
 namespace {

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <variant>
 
-#include "PipelineCollect/CameraType.h"
 #include "Recorder/Settings/Limits.h"
+#include "Tavi/PipelineCollect/CameraType.h"
 
 namespace Tavi::Recorder {
 

@@ -4,14 +4,9 @@
 #include <array>
 #include <cstdint>
 
-namespace Tavi::Recorder::Limits {
+#include "Control/RequestLimits.h"
 
-/// Both ends are allowed.
-template <class T>
-struct Range {
-  T low;
-  T high;
-};
+namespace Tavi::Recorder::Limits {
 
 /// The software encoder's smallest picture to the largest that the unit's video unit encodes (1080p in whole
 /// macroblocks).
@@ -36,10 +31,6 @@ inline constexpr std::array<int, 6> GpsBauds{4800, 9600, 19200, 38400, 57600, 11
 inline constexpr Range<int> AccRate{1, 100};
 inline constexpr Range<int> OtherRate{1, 10};
 
-/// What the rings hold, less the second in which the window's first key frame is looked for.
-inline constexpr Range<int> StartSeconds{-31, 0};
-/// A collect is aborted after 120 s; a window must end well before.
-inline constexpr Range<int> DurationSeconds{0, 110};
 inline constexpr Range<int> QueueLength{1, 1000};
 
 /// 1 PiB: more than any medium has, and exact in every number format.

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Pipeline/PipelineConfig.h"
+#include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Recorder {
 

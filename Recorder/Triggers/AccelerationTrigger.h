@@ -4,7 +4,7 @@
 #include <array>
 #include <functional>
 
-#include "Accel/AccDataPak.h"
+#include "Tavi/Accel/AccDataPak.h"
 
 namespace Tavi::Recorder::Triggers {
 

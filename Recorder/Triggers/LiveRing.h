@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
-#include "PipelineCollect/RingReader.h"
+#include "Tavi/PipelineCollect/RingReader.h"
 
 namespace Tavi::Recorder::Triggers {
 

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <deque>
 
-#include "GPS/GpsData.h"
+#include "Tavi/Gps/GpsData.h"
 
 namespace Tavi::Recorder::Triggers {
 

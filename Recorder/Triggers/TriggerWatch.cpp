@@ -6,8 +6,8 @@
 #include <chrono>
 #include <utility>
 
-#include "Pipeline/BufferMap.h"
-#include "Pipeline/Log.h"
+#include "Tavi/GstUtil/BufferMap.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder::Triggers {
 

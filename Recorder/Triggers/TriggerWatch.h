@@ -7,10 +7,10 @@
 
 #include "Kbase/Interfaces/IThread.h"
 #include "Kbase/Util/Clock.h"
-#include "Pipeline/PipelineType.h"
 #include "Recorder/Triggers/AccelerationTrigger.h"
 #include "Recorder/Triggers/LiveRing.h"
 #include "Recorder/Triggers/LowSpeedGuard.h"
+#include "Tavi/Pipeline/PipelineType.h"
 
 namespace Tavi::Recorder::Triggers {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <thread>
 
-#include "Pipeline/PipelineManager.h"
-#include "PipelineCollect/PipelineCollectManager.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) {

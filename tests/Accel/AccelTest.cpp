@@ -3,11 +3,11 @@
 
 #include <cmath>
 
-#include "Accel/AccPipelineCbElement.h"
-#include "Accel/AccPipelineCollect.h"
-#include "Accel/AccPipelineElement.h"
 #include "Kbase/UtilAcc/UtilAcc.h"
 #include "Support/Media.h"
+#include "Tavi/Accel/AccPipelineCbElement.h"
+#include "Tavi/Accel/AccPipelineCollect.h"
+#include "Tavi/Accel/AccPipelineElement.h"
 
 namespace {
 

@@ -4,14 +4,14 @@
 
 #include <fstream>
 
-#include "Audio/AudioPipelineCbElement.h"
-#include "Audio/AudioPipelineCollect.h"
-#include "Audio/AudioPipelineElement.h"
 #include "KMedia/Alsa/AudioGain.h"
 #include "KMedia/Mp3/Mp3Frames.h"
-#include "Pipeline/BufferMap.h"
 #include "Simulator/SimulatedCar.h"
 #include "Support/Media.h"
+#include "Tavi/Audio/AudioPipelineCbElement.h"
+#include "Tavi/Audio/AudioPipelineCollect.h"
+#include "Tavi/Audio/AudioPipelineElement.h"
+#include "Tavi/GstUtil/BufferMap.h"
 
 namespace {
 

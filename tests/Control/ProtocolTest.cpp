@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Recorder/Control/Protocol.h"
+#include "Control/Protocol.h"
 
 namespace {
 

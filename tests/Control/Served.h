@@ -8,9 +8,9 @@
 #include <map>
 #include <mutex>
 
+#include "Control/ControlServer.h"
+#include "Control/SocketAddress.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
-#include "Recorder/Control/ControlServer.h"
-#include "Recorder/Control/SocketAddress.h"
 #include "Support/Fixtures.h"
 
 namespace Tavi::Testing {

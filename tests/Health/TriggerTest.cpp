@@ -3,11 +3,11 @@
 
 #include <cmath>
 
-#include "Pipeline/PipelineManager.h"
 #include "Recorder/Health/Health.h"
 #include "Recorder/Triggers/TriggerWatch.h"
 #include "Simulator/SimulatedCar.h"
 #include "Support/Media.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 namespace Tavi::Recorder::Triggers {
 namespace {

@@ -8,12 +8,12 @@
 #include <future>
 #include <memory>
 
-#include "Pipeline/PipelineManager.h"
 #include "Support/Media.h"
-#include "Video/GstIpuFrame.h"
-#include "Video/PreviewPipelineElement.h"
-#include "Video/VideoPipelineCbElement.h"
-#include "Video/VideoPipelineElement.h"
+#include "Tavi/Pipeline/PipelineManager.h"
+#include "Tavi/Video/GstIpuFrame.h"
+#include "Tavi/Video/PreviewPipelineElement.h"
+#include "Tavi/Video/VideoPipelineCbElement.h"
+#include "Tavi/Video/VideoPipelineElement.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 #include <nlohmann/json.hpp>
 
 #include "Integration/Waiting.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 #include "Simulator/SimulatedCar.h"
 #include "Support/Media.h"
 #include "Support/SoundDecode.h"
 #include "Support/VideoDecode.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
 
 namespace {
 

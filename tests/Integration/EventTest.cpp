@@ -5,9 +5,9 @@
 #include <cmath>
 
 #include "Integration/Waiting.h"
-#include "PipelineCollect/PipelineCollectManager.h"
 #include "Support/Media.h"
 #include "Support/VideoDecode.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Waiting for an acquisition's rings to fill.
 #pragma once
 
-#include "Pipeline/PipelineManager.h"
 #include "Support/Fixtures.h"
+#include "Tavi/Pipeline/PipelineManager.h"
 
 namespace Tavi::Testing {
 

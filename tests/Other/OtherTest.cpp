@@ -6,10 +6,10 @@
 
 #include "Kbase/Util/CpuMonitor.h"
 #include "Kbase/Util/Timer.h"
-#include "Other/OtherPipelineCbElement.h"
-#include "Other/OtherPipelineCollect.h"
-#include "Other/OtherPipelineElement.h"
 #include "Support/Media.h"
+#include "Tavi/Other/OtherPipelineCbElement.h"
+#include "Tavi/Other/OtherPipelineCollect.h"
+#include "Tavi/Other/OtherPipelineElement.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "Ksystem/System/Reboot.h"
-#include "Pipeline/GstPipelineManager.h"
 #include "Support/Media.h"
+#include "Tavi/Pipeline/GstPipelineManager.h"
 
 namespace {
 

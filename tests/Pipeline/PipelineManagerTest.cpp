@@ -5,10 +5,10 @@
 #include <fstream>
 
 #include "Ksystem/System/Reboot.h"
-#include "Pipeline/PipelineManager.h"
 #include "Support/Media.h"
-#include "Testing/TestGstApi.h"
-#include "Video/VideoPipelineElement.h"
+#include "Tavi/Pipeline/PipelineManager.h"
+#include "Tavi/Testing/TestGstApi.h"
+#include "Tavi/Video/VideoPipelineElement.h"
 
 namespace {
 

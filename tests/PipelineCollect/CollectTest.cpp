@@ -5,8 +5,8 @@
 #include <atomic>
 #include <csignal>
 
-#include "PipelineCollect/PipelineCollect.h"
 #include "Support/Media.h"
+#include "Tavi/PipelineCollect/PipelineCollect.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // File names of an event and the record that ties them together.
 #include <gtest/gtest.h>
 
-#include "PipelineCollect/PipelineCollect.h"
+#include "Tavi/PipelineCollect/PipelineCollect.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Finding the same moment in another ring, and the key frame next to it: every search ends, on the nearest entry.
 #include <gtest/gtest.h>
 
-#include "PipelineCollect/KeyFrameGrid.h"
-#include "PipelineCollect/PipelineCollect.h"
 #include "Support/Media.h"
+#include "Tavi/PipelineCollect/KeyFrameGrid.h"
+#include "Tavi/PipelineCollect/PipelineCollect.h"
 
 namespace {
 

@@ -7,12 +7,12 @@
 
 #include <random>
 
-#include "PipelineCollect/CollectBase.h"
-#include "RecoveryCollect/EventFileName.h"
-#include "RecoveryCollect/RecoveryCollectManager.h"
 #include "Simulator/EncodedMaterial.h"
 #include "Support/Fixtures.h"
 #include "Support/VideoDecode.h"
+#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/RecoveryCollect/EventFileName.h"
+#include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
 namespace {
 

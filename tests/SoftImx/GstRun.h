@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "Pipeline/GstRef.h"
 #include "Support/Fixtures.h"
+#include "Tavi/GstUtil/GstRef.h"
 
 namespace SoftImx::Test {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Pipeline/GstRef.h"
+#include "Tavi/GstUtil/GstRef.h"
 
 namespace SoftImx::Test {
 namespace {

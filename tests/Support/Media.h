@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "Pipeline/GstPipelineCbElement.h"
 #include "Support/Fixtures.h"
 #include "Support/TestRing.h"
+#include "Tavi/GstUtil/GstPipelineCbElement.h"
 
 namespace Tavi::Testing {
 

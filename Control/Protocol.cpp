@@ -1,0 +1,214 @@
+// The requests of the control socket.
+#include "Control/Protocol.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <initializer_list>
+#include <string_view>
+
+namespace Tavi::Recorder {
+namespace {
+
+using nlohmann::json;
+
+/// Requests are flat. Copying and writing a JSON value recurses, so depth is what a line of 64 KiB could do harm with.
+constexpr int MaxDepth = 8;
+constexpr std::size_t MaxQuotedBytes = 60;
+constexpr std::size_t EventIdDigits = 8;
+
+/// The value as it came, in printable characters and cut to what one line can bear.
+std::string Quote(const json& value) {
+  if (value.is_structured()) return value.is_array() ? "an array" : "an object";
+  std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
+  if (text.size() > MaxQuotedBytes) text = text.substr(0, MaxQuotedBytes) + "...";
+  return text;
+}
+
+bool IsUtf8(const std::string& text) {
+  try {
+    static_cast<void>(json(text).dump());
+    return true;
+  } catch (const json::type_error&) {
+    return false;
+  }
+}
+
+bool HasControlCharacters(std::string_view utf8) {
+  unsigned char before = 0;
+  for (const char c : utf8) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool isC1 = before == 0xC2 && byte < 0xA0;  // U+0080 to U+009F
+    if (byte < 0x20 || byte == 0x7F || isC1) return true;
+    before = byte;
+  }
+  return false;
+}
+
+/// Takes the fields of one request one after another and remembers the first thing that is wrong.
+class FieldReader {
+ public:
+  FieldReader(const json& request, std::string& problem) : m_request(request), m_problem(problem) { problem.clear(); }
+
+  void ReadWholeNumber(const char* name, int highest, std::optional<int>& target) {
+    const json* value = Find(name);
+    if (!value) return;
+    const auto number = value->is_number_integer() ? value->get<std::int64_t>() : -1;
+    if (number < 0 || number > highest) {
+      Complain(fmt::format("{}: {} is no whole number from 0 to {}", name, Quote(*value), highest));
+    } else {
+      target = static_cast<int>(number);
+    }
+  }
+  template <class Flag>
+  void ReadBool(const char* name, Flag& target) {
+    const json* value = Find(name);
+    if (!value) return;
+    if (value->is_boolean()) {
+      target = value->get<bool>();
+    } else {
+      Complain(fmt::format("{}: {} is neither true nor false", name, Quote(*value)));
+    }
+  }
+  void ReadLabel(const char* name, std::string& target) {
+    const json* value = Find(name);
+    if (!value) return;
+    const std::string reason = value->is_string() ? CheckLabel(value->get<std::string>()) : "it is no text";
+    if (reason.empty()) {
+      target = value->get<std::string>();
+    } else {
+      Complain(fmt::format("{}: {}: {}", name, Quote(*value), reason));
+    }
+  }
+  void ReadEventId(const char* name, std::string& target) {
+    const json* value = Find(name);
+    if (!value) return;
+    if (value->is_string() && IsEventId(value->get<std::string>())) {
+      target = value->get<std::string>();
+    } else {
+      Complain(fmt::format("{}: {} is no event's id; give its {} hexadecimal digits in lower case", name, Quote(*value),
+                           EventIdDigits));
+    }
+  }
+  void Demand(const char* name, const char* right) {
+    if (!m_request.contains(name)) Complain(fmt::format("{}: it is missing; give {}", name, right));
+  }
+  /// Call it last. A misspelt field must not be taken for one that was left out.
+  [[nodiscard]] bool Finish() {
+    m_known.insert(m_known.end(), {"command", "id"});
+    for (const auto& [name, value] : m_request.items()) {
+      if (std::find(m_known.begin(), m_known.end(), name) != m_known.end()) continue;
+      Complain(fmt::format("{}: {}: there is no such field; there are {}", Quote(name), Quote(value),
+                           fmt::join(m_known, ", ")));
+    }
+    return m_problem.empty();
+  }
+
+ private:
+  const json* Find(const char* name) {
+    m_known.emplace_back(name);
+    const auto found = m_request.find(name);
+    return found == m_request.end() ? nullptr : &*found;
+  }
+  void Complain(std::string sentence) {
+    if (m_problem.empty()) m_problem = std::move(sentence);
+  }
+
+  const json& m_request;
+  std::string& m_problem;
+  std::vector<std::string_view> m_known;
+};
+
+}  // namespace
+
+std::optional<json> ParseRequest(const std::string& line, std::string& problem) {
+  bool tooDeep = false;
+  const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, json&) {
+    tooDeep = tooDeep || depth > MaxDepth;
+    return !tooDeep;
+  };
+  json request = json::parse(line, watchDepth, false);
+  if (tooDeep || !request.is_object() || !request.contains("command") || !request["command"].is_string()) {
+    problem = R"(the line is no request; give one JSON object with a "command", such as {"command":"status"})";
+    return std::nullopt;
+  }
+  if (request.contains("id") && !request["id"].is_string() && !request["id"].is_number_integer()) {
+    problem = fmt::format("id: {} is neither text nor a whole number", Quote(request["id"]));
+    return std::nullopt;
+  }
+  return request;
+}
+
+std::optional<EventRequest> ParseEventRequest(const json& request, std::string& problem) {
+  EventRequest event;
+  FieldReader reader(request, problem);
+  reader.ReadWholeNumber("beforeSeconds", LongestBeforeSeconds, event.beforeSeconds);
+  reader.ReadWholeNumber("durationSeconds", LongestDurationSeconds, event.durationSeconds);
+  reader.ReadBool("preview", event.preview);
+  reader.ReadLabel("label", event.label);
+  reader.ReadBool("keep", event.keep);
+  reader.ReadBool("wait", event.wait);
+  return reader.Finish() ? std::make_optional(event) : std::nullopt;
+}
+
+std::optional<IgnitionRequest> ParseIgnitionRequest(const json& request, std::string& problem) {
+  IgnitionRequest ignition;
+  FieldReader reader(request, problem);
+  reader.Demand("on", "true or false");
+  reader.ReadBool("on", ignition.on);
+  return reader.Finish() ? std::make_optional(ignition) : std::nullopt;
+}
+
+std::optional<ProtectRequest> ParseProtectRequest(const json& request, std::string& problem) {
+  ProtectRequest protect;
+  FieldReader reader(request, problem);
+  reader.Demand("event", "an event's id");
+  reader.ReadEventId("event", protect.event);
+  reader.ReadBool("protected", protect.isProtected);
+  return reader.Finish() ? std::make_optional(protect) : std::nullopt;
+}
+
+nlohmann::ordered_json BuildRequest(const EventRequest& request) {
+  nlohmann::ordered_json json{{"command", Command::Event}};
+  if (request.beforeSeconds) json["beforeSeconds"] = *request.beforeSeconds;
+  if (request.durationSeconds) json["durationSeconds"] = *request.durationSeconds;
+  if (request.preview) json["preview"] = *request.preview;
+  json.update({{"label", request.label}, {"keep", request.keep}, {"wait", request.wait}});
+  return json;
+}
+
+nlohmann::ordered_json BuildRequest(const IgnitionRequest& request) {
+  return {{"command", Command::Ignition}, {"on", request.on}};
+}
+
+nlohmann::ordered_json BuildRequest(const ProtectRequest& request) {
+  return {{"command", Command::Protect}, {"event", request.event}, {"protected", request.isProtected}};
+}
+
+std::size_t CountCharacters(std::string_view utf8) {
+  return static_cast<std::size_t>(
+      std::count_if(utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+std::string CheckLabel(const std::string& label) {
+  if (!IsUtf8(label)) return "it is no UTF-8";
+  if (HasControlCharacters(label)) return "it has control characters; leave them out";
+  const std::size_t characters = CountCharacters(label);
+  if (characters <= MaxLabelCharacters) return {};
+  return fmt::format("it has {} characters; give at most {}", characters, MaxLabelCharacters);
+}
+
+bool IsEventId(const std::string& text) {
+  return text.size() == EventIdDigits && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+nlohmann::ordered_json BuildError(const std::string& sentence) {
+  return {{"ok", false}, {"error", sentence}};
+}
+
+std::string BuildLine(const nlohmann::ordered_json& object) {
+  return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace Tavi::Recorder

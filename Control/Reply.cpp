@@ -1,0 +1,57 @@
+// The answer to one request.
+#include "Control/Reply.h"
+
+#include <atomic>
+#include <cassert>
+#include <utility>
+
+#include "Control/Protocol.h"
+#include "Control/ReplyMailbox.h"
+
+namespace Tavi::Recorder {
+
+using Json = nlohmann::ordered_json;
+
+struct Reply::State {
+  State(std::shared_ptr<ReplyMailbox> mailboxOfServer, std::uint64_t connectionNumber, Json requestId)
+      : mailbox(std::move(mailboxOfServer)), connection(connectionNumber), id(std::move(requestId)) {}
+  ~State() { Answer(BuildError("the request was dropped without an answer")); }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  void Answer(const Json& fields) {
+    if (answered.exchange(true)) return;
+    std::string line = Format(fields);
+    if (line.size() > MaxReplyBytes) line = Format(BuildError("the answer is longer than a reply may be"));
+    mailbox->Post({connection, std::move(line)});
+  }
+
+  [[nodiscard]] std::string Format(const Json& fields) const {
+    Json reply = Json::object();
+    if (!id.is_null()) reply["id"] = id;
+    reply["ok"] = true;
+    for (const auto& [name, value] : fields.items()) {
+      if (name != "id") reply[name] = value;
+    }
+    return BuildLine(reply);
+  }
+
+  const std::shared_ptr<ReplyMailbox> mailbox;
+  const std::uint64_t connection;
+  const Json id;
+  std::atomic<bool> answered{false};
+};
+
+Reply::Reply(std::shared_ptr<ReplyMailbox> mailbox, std::uint64_t connection, Json id)
+    : m_state(std::make_shared<State>(std::move(mailbox), connection, std::move(id))) {}
+
+void Reply::operator()(const Json& fields) const {
+  assert(fields.is_object() || fields.is_null());
+  m_state->Answer(fields);
+}
+
+void Reply::Refuse(const std::string& sentence) const {
+  m_state->Answer(BuildError(sentence));
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,110 @@
+// The accelerometer as a source of media buffers.
+#include "Tavi/Accel/GstAccPipelineElement.h"
+
+#include <algorithm>
+#include <new>
+
+#include "Kbase/UtilAcc/UtilAcc.h"
+#include "Tavi/GstUtil/Log.h"
+
+namespace Tavi::Accel {
+
+using Kdevice::ACC::GForceScale;
+using Kdevice::ACC::OutputDataRate;
+using Kdevice::ACC::SampleBlock;
+
+namespace {
+
+/// Where the unit's accelerometer is.
+constexpr int Bus = 1;
+constexpr std::uint8_t Address = 0x1C;
+
+/// Values that each axis is averaged over: 0.61 s.
+constexpr std::int32_t Window = 61;
+
+constexpr int NsPerSecond = 1000000000;
+
+}  // namespace
+
+GstAccPipelineElement::GstAccPipelineElement(const AccConfig& config)
+    : m_device(Bus, Address, GForceScale::G4, OutputDataRate::Hz100),
+      m_axisAverage1(Window),
+      m_axisAverage2(Window),
+      m_axisAverage3(Window),
+      m_rate(config.rate) {
+  IThreadDelegate* self = this;
+  m_device.Prepare(self);
+}
+
+GstAccPipelineElement::~GstAccPipelineElement() {
+  GstAccPipelineElement::Stop();
+}
+
+void GstAccPipelineElement::Start() {
+  if (m_device.IsRunning()) return;
+  m_timestamp = 0;
+  m_running = m_device.Start();
+}
+
+void GstAccPipelineElement::Stop() {
+  m_running = false;
+  m_device.Stop();
+  // No block came any more that a requested reset would have followed.
+  if (m_resetPending.exchange(false)) ClearAverages();
+}
+
+void GstAccPipelineElement::Invoke(Kbase::Interfaces::IThread* /*thread*/, void* data) {
+  if (data == nullptr) return;
+  try {
+    SetFrame(BuildGstBuffer(BuildRecord(*static_cast<const SampleBlock*>(data)).release()));
+  } catch (const std::bad_alloc&) {
+    Log::Error("no memory for a block of the accelerometer");
+  }
+  if (m_resetPending.exchange(false)) ClearAverages();
+}
+
+std::unique_ptr<AccDataPak> GstAccPipelineElement::BuildRecord(const SampleBlock& block) {
+  auto record = std::make_unique<AccDataPak>();
+  const std::size_t count = block.native == nullptr ? 0 : std::min<std::uint64_t>(block.count, AccDataPak::BlockBytes);
+  std::copy_n(block.native, count, record->native.begin());
+  const std::array averages{&m_axisAverage3, &m_axisAverage2, &m_axisAverage1};
+  const unsigned char scale = m_device.GetScale();
+  for (std::size_t i = 0; i < count; ++i) {
+    record->g[i] = averages[i % averages.size()]->Add(Kbase::UtilAcc::AccNativeToFloat(record->native[i], scale));
+  }
+  record->scale = scale;
+  return record;
+}
+
+GstBuffer* GstAccPipelineElement::BuildGstBuffer(AccDataPak* record) {
+  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, record, sizeof(AccDataPak), 0,
+                                                  sizeof(AccDataPak), record, GstBufferDestroyedNotify);
+  if (buffer == nullptr) {
+    GstBufferDestroyedNotify(record);
+    return nullptr;
+  }
+  GST_BUFFER_PTS(buffer) = m_timestamp;
+  GST_BUFFER_DURATION(buffer) = gst_util_uint64_scale_int(1, NsPerSecond, std::max(m_rate, 1));
+  m_timestamp += GST_BUFFER_DURATION(buffer);
+  return buffer;
+}
+
+void GstAccPipelineElement::GstBufferDestroyedNotify(void* data) noexcept {
+  delete static_cast<AccDataPak*>(data);
+}
+
+void GstAccPipelineElement::ResetAverageBuffers() {
+  if (m_running) {
+    m_resetPending = true;
+  } else {
+    ClearAverages();
+  }
+}
+
+void GstAccPipelineElement::ClearAverages() {
+  m_axisAverage1.Clear();
+  m_axisAverage2.Clear();
+  m_axisAverage3.Clear();
+}
+
+}  // namespace Tavi::Accel

@@ -1,0 +1,61 @@
+// The GStreamer branch of the microphone: capture and MP3 encoding.
+#pragma once
+
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+
+#include <atomic>
+
+#include "Tavi/Audio/AudioConfig.h"
+#include "Tavi/GstUtil/GstRef.h"
+
+namespace Tavi::Audio {
+
+/// Builds the branch in a pipeline and receives its MP3 frames.
+///
+/// SetFrame is called on GStreamer's streaming thread. The pipeline's state is its owner's business, who takes it to
+/// NULL before deleting the element; a subclass calls Detach in its destructor, after which nothing of GStreamer calls
+/// it any more. Sound leaves the source only between start and stop.
+///
+/// A sound card that is missing when the branch is built is an error on the pipeline's bus; the branch is then left out
+/// of the pipeline's state changes, so that the cameras of the same pipeline run without it.
+class GstAudioPipelineElement {
+ public:
+  /// Builds the branch in a pipeline of its own, "audio-pipeline", owned here and taken to NULL at destruction.
+  explicit GstAudioPipelineElement(const AudioConfig& config);
+  /// Builds the branch in `pipeline`, which stays the caller's. Null: nothing is built.
+  GstAudioPipelineElement(GstElement* pipeline, const AudioConfig& config);
+  virtual ~GstAudioPipelineElement();
+
+  /// Receives one MP3 frame with one reference; null is ignored.
+  virtual void SetFrame(GstBuffer* buffer) = 0;
+
+  static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element);
+  static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element);
+
+  GstAudioPipelineElement(const GstAudioPipelineElement&) = delete;
+  GstAudioPipelineElement& operator=(const GstAudioPipelineElement&) = delete;
+
+ protected:
+  void SetRunning(bool running) { m_running.store(running, std::memory_order_release); }
+  /// Takes probe and callback off the branch and waits for those under way.
+  void Detach();
+
+  [[nodiscard]] const AudioConfig& GetConfig() const { return m_config; }
+
+ private:
+  void Init(GstElement* pipeline, const AudioConfig& config);
+  void Connect(GstElement* source, GstElement* sink);
+
+  /// What the probe on the source lets through; the streaming thread also reads it first, which orders it after the
+  /// thread that built the element.
+  std::atomic<bool> m_running{false};
+  GstUtil::GstRef<GstElement> m_sink;
+  GstElement* m_pipeline = nullptr;
+  AudioConfig m_config;
+  GstUtil::GstRef<GstPad> m_sourcePad;
+  gulong m_probe = 0;
+  GstUtil::GstRef<GstElement> m_ownPipeline;
+};
+
+}  // namespace Tavi::Audio

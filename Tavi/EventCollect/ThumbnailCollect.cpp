@@ -1,0 +1,70 @@
+// The collector of a camera's still.
+#include "Tavi/EventCollect/ThumbnailCollect.h"
+
+#include <memory>
+#include <string>
+
+#include "KMedia/ImgUtils/Thumbnail.h"
+#include "Tavi/GstUtil/GstPipelineCbElement.h"
+#include "Tavi/GstUtil/Log.h"
+#include "Tavi/Video/GstIpuFrame.h"
+#include "Tavi/Video/VideoPipelineElement.h"
+
+namespace Tavi::PipelineCollect {
+
+using Kbase::Pipeline::IPipelineElement;
+using Video::GstIpuFrame;
+using Video::VideoPipelineElement;
+
+namespace {
+
+constexpr unsigned int Width = 280;
+constexpr unsigned int Height = 160;
+
+std::string BuildThreadName(CameraType camera, bool cr) {
+  return std::string(camera == CameraType::Camera0 ? "COLLECT-THUMB1" : "COLLECT-THUMB0") + (cr ? "-CR" : "");
+}
+
+/// The raw frame that such a camera still holds is as old as its silence.
+bool HasFallenSilent(const IPipelineElement& ring) {
+  const auto newest = std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(ring.RetrieveCurrent());
+  return newest && newest->GetAge() > PipelineCollect::SilenceLimit;
+}
+
+}  // namespace
+
+ThumbnailCollect::ThumbnailCollect(IPipelineElement* element, CameraType camera, bool cr)
+    : PipelineCollect(element, GetThumbnailPipelineCollectType(camera), BuildThreadName(camera, cr)) {}
+
+ThumbnailCollect::~ThumbnailCollect() {
+  Stop();
+}
+
+PipelineCollectType ThumbnailCollect::GetThumbnailPipelineCollectType(CameraType camera) {
+  return camera == CameraType::Camera0 ? PipelineCollectType::ThumbnailCamera1 : PipelineCollectType::ThumbnailCamera0;
+}
+
+bool ThumbnailCollect::Write(FILE* /*file*/, Kbase::Pipeline::IPipelineCbElement* /*entry*/) {
+  return true;
+}
+
+void ThumbnailCollect::Collect() {
+  m_collected = false;
+  // The share keeps the camera while its frame is waited for.
+  const auto camera = std::dynamic_pointer_cast<VideoPipelineElement>(GetRing());
+  if (!camera) return;
+  const auto deadline = std::chrono::steady_clock::now() + SilenceLimit;
+  const auto giveUp = [&] { return ShouldStop() || std::chrono::steady_clock::now() >= deadline; };
+  const std::unique_ptr<GstIpuFrame> frame(HasFallenSilent(*camera) ? nullptr : camera->GetIpuFrame(giveUp));
+  auto* raw = frame ? frame->GetRawFrame() : nullptr;
+  if (raw == nullptr) {
+    if (!ShouldStop()) Log::Warning(m_path + ": its camera delivers no frame; there is no thumbnail");
+    return;
+  }
+  KMedia::ImgUtils::CreateThumbnail(raw, m_path.c_str(), Width, Height);
+  frame->ClearRawFrame();
+  // What counts is a picture that is there, not that one was tried.
+  m_collected = IsPathAvailable();
+}
+
+}  // namespace Tavi::PipelineCollect

@@ -1,0 +1,51 @@
+// Turns each epoch of the receiver's text into a buffer with its fix.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "Kdevice/GpsDevice/GpsDevice.h"
+#include "Tavi/Gps/GPSDataPackage.h"
+#include "Tavi/Gps/GpsConfig.h"
+
+namespace Tavi::Gps {
+
+/// Owns the receiver device and is its delegate. Start and Stop belong to the controlling thread; Invoke and SetFrame
+/// run on the device's. A subclass calls Stop in its destructor.
+class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate {
+ public:
+  explicit GstGpsPipelineElement(const GpsConfig& config);
+  ~GstGpsPipelineElement() override;
+
+  /// Starts the device; time stamps begin at 0 again.
+  void Start();
+  void Stop();
+  /// One epoch: `data` is its NUL-terminated text, borrowed. Always makes one buffer, valid fix or not.
+  void Invoke(Kbase::Interfaces::IThread* thread, void* data) override;
+  /// Receives one fix with one reference; null is ignored.
+  virtual void SetFrame(GstBuffer* buffer) = 0;
+
+  /// Wraps the package's record, which passes to the buffer, and stamps it: time stamps advance by one second over the
+  /// rate. Null when the package has no record any more.
+  GstBuffer* BuildGstBuffer(GPSDataPackage& package);
+  static void GstBufferDestroyedNotify(void* record);
+
+  GstGpsPipelineElement(const GstGpsPipelineElement&) = delete;
+  GstGpsPipelineElement& operator=(const GstGpsPipelineElement&) = delete;
+
+ protected:
+  [[nodiscard]] std::int32_t GetRate() const { return m_rate; }
+
+ private:
+  Kdevice::GpsDevice::GpsDevice m_device;
+  std::atomic<bool> m_running{false};
+  /// Presentation time of the next fix in nanoseconds.
+  std::atomic<std::uint64_t> m_timestamp{0};
+  std::int32_t m_rate = 1;
+  std::string m_path;
+};
+
+}  // namespace Tavi::Gps

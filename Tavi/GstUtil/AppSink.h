@@ -1,0 +1,20 @@
+// What the branches' appsinks have in common: pulling, and callbacks that can be taken off again.
+#pragma once
+
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+
+#include "Tavi/GstUtil/GstRef.h"
+
+namespace Tavi::GstUtil {
+
+/// The buffer of the sink's next sample with a reference for the caller; null when the sink has none to give any more.
+[[nodiscard]] GstBuffer* PullBuffer(GstAppSink* sink);
+
+/// `newSample` is called on the sink's streaming thread; signals are off.
+void SetSampleCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element);
+
+/// Takes the callback off and waits for the one under way. A null sink is ignored.
+void ClearSampleCallback(const GstRef<GstElement>& sink);
+
+}  // namespace Tavi::GstUtil

@@ -1,0 +1,116 @@
+// The GStreamer side of the acquisition.
+#include "Tavi/Pipeline/GstPipelineManager.h"
+
+#include <iostream>
+
+#include "Ksystem/System/Reboot.h"
+#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/MainLoopThread.h"
+
+namespace Tavi::Pipeline {
+namespace {
+
+constexpr const char* TurnOffMessage = "turn_off";
+
+}  // namespace
+
+GstPipelineManager::GstPipelineManager(const PipelineConfig& config) : m_config(config) {}
+
+GstPipelineManager::~GstPipelineManager() = default;
+
+void GstPipelineManager::Init() {
+  if (m_initialized || m_started) return;
+  m_initialized = true;
+  gst_init(nullptr, nullptr);
+  m_loop = g_main_loop_new(nullptr, FALSE);
+  if (m_config.camera0Enabled || m_config.camera1Enabled || m_config.audioEnabled) {
+    m_pipelines[GstPipelineType::Camera01Audio] = CreateGstPipeline("Camera01Audio");
+  }
+}
+
+void GstPipelineManager::Start() {
+  if (!m_initialized || m_started) return;
+  m_started = true;
+  for (const auto& [type, pipeline] : m_pipelines) gst_element_set_state(pipeline, GST_STATE_PLAYING);
+  m_loopThread = MainLoopThread::Run(m_loop);
+}
+
+void GstPipelineManager::Stop() {
+  StopMainLoop();
+  for (const auto& [type, pipeline] : m_pipelines) {
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    GstBus* bus = gst_element_get_bus(pipeline);
+    gst_bus_remove_watch(bus);
+    gst_object_unref(bus);
+    gst_object_unref(pipeline);
+  }
+  if (m_loop != nullptr) g_main_loop_unref(m_loop);
+  m_pipelines.clear();
+  m_loop = nullptr;
+  m_initialized = false;
+  m_started = false;
+  m_rebootOnError = false;
+}
+
+void GstPipelineManager::StopMainLoop() {
+  if (m_loopThread) m_loopThread->Quit();
+  m_loopThread.reset();
+}
+
+GstElement* GstPipelineManager::GetGstPipeline(GstPipelineType type) const {
+  const auto found = m_pipelines.find(type);
+  return found == m_pipelines.end() ? nullptr : found->second;
+}
+
+GstElement* GstPipelineManager::CreateGstPipeline(const std::string& name) {
+  GstElement* pipeline = gst_pipeline_new(name.c_str());
+  GstBus* bus = gst_element_get_bus(pipeline);
+  gst_bus_add_watch(bus, BusCall, this);
+  gst_object_unref(bus);
+  return pipeline;
+}
+
+gboolean GstPipelineManager::BusCall(GstBus* /*bus*/, GstMessage* message, gpointer manager) {
+  auto* self = static_cast<GstPipelineManager*>(manager);
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ERROR:
+      self->HandleError(message);
+      break;
+    case GST_MESSAGE_ELEMENT:
+      self->HandleElementMessage(message);
+      break;
+    case GST_MESSAGE_EOS:
+      std::cout << "GST_MESSAGE_EOS REACHED !!!\n" << std::flush;
+      g_main_loop_quit(self->m_loop);
+      break;
+    default:
+      break;
+  }
+  return TRUE;
+}
+
+void GstPipelineManager::HandleError(GstMessage* message) {
+  GError* error = nullptr;
+  gst_message_parse_error(message, &error, nullptr);
+  if (error->message != nullptr) {
+    std::cout << "ERROR:" << error->message << "\n" << std::flush;
+  } else {
+    std::cout.setstate(std::ios::badbit);
+  }
+  g_error_free(error);
+  g_main_loop_quit(m_loop);
+  if (m_rebootOnError) {
+    Log::Error("Fatal gstreamer error");
+    Log::Info("Rebooting...");
+    Ksystem::System::Reboot();
+  }
+}
+
+void GstPipelineManager::HandleElementMessage(GstMessage* message) {
+  const GstStructure* structure = gst_message_get_structure(message);
+  // The address, not the name: what reads this output counts messages and tells them apart by it.
+  std::cout << "MSG: " << static_cast<const void*>(structure) << "\n" << std::flush;
+  if (gst_structure_has_name(structure, TurnOffMessage)) g_main_loop_quit(m_loop);
+}
+
+}  // namespace Tavi::Pipeline

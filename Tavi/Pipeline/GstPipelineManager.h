@@ -1,0 +1,71 @@
+// The GStreamer side of the acquisition: the shared pipeline, its main loop and its bus.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Tavi/Pipeline/PipelineConfig.h"
+
+namespace Tavi::Pipeline {
+
+class MainLoopThread;
+
+/// Owns the media pipeline and the main loop on the thread "PIPELINE".
+///
+/// Init, Start and Stop are called from one controlling thread; BusCall runs on "PIPELINE". Stop takes the pipelines to
+/// NULL, removes the bus watch and waits for "PIPELINE" to end, so nothing of a stopped manager is called any more. A
+/// subclass stops in its own destructor.
+class GstPipelineManager {
+ public:
+  enum class GstPipelineType : std::int32_t {
+    /// Shared by both cameras and the microphone.
+    Camera01Audio = 0,
+  };
+
+  /// Copies the configuration; GStreamer is not touched.
+  explicit GstPipelineManager(const PipelineConfig& config);
+  virtual ~GstPipelineManager();
+
+  /// Initialises GStreamer, creates the main loop and, when a camera or audio is enabled, the shared pipeline. Does
+  /// nothing when already initialised.
+  virtual void Init();
+  /// Sets the pipelines to PLAYING (not waited for) and starts the main loop. Does nothing before Init or a second
+  /// time.
+  virtual void Start();
+  /// Back to the state after construction.
+  virtual void Stop();
+
+  /// The pipeline of that kind, borrowed until Stop; null when none was created.
+  GstElement* GetGstPipeline(GstPipelineType type) const;
+  /// A new pipeline whose bus calls BusCall on this manager; the caller has the reference.
+  GstElement* CreateGstPipeline(const std::string& name);
+  /// The bus watch: an error, the end of the stream and the element message "turn_off" end the main loop, and an error
+  /// restarts the unit when that is armed. Always true: the watch stays.
+  static gboolean BusCall(GstBus* bus, GstMessage* message, gpointer manager);
+
+  GstPipelineManager(const GstPipelineManager&) = delete;
+  GstPipelineManager& operator=(const GstPipelineManager&) = delete;
+
+ protected:
+  void HandleError(GstMessage* message);
+  void HandleElementMessage(GstMessage* message);
+  void StopMainLoop();
+
+  GMainLoop* m_loop = nullptr;
+  std::map<GstPipelineType, GstElement*> m_pipelines;
+  const PipelineConfig m_config;
+  bool m_initialized = false;
+  bool m_started = false;
+  /// A GStreamer error restarts the unit. Read on "PIPELINE", hence atomic.
+  std::atomic<bool> m_rebootOnError{false};
+
+ private:
+  std::shared_ptr<MainLoopThread> m_loopThread;
+};
+
+}  // namespace Tavi::Pipeline

@@ -1,0 +1,32 @@
+// Everything the acquisition needs to know before it starts.
+#pragma once
+
+#include "Tavi/Accel/AccConfig.h"
+#include "Tavi/Audio/AudioConfig.h"
+#include "Tavi/Gps/GpsConfig.h"
+#include "Tavi/Other/OtherConfig.h"
+#include "Tavi/Video/VideoConfig.h"
+
+namespace Tavi::Pipeline {
+
+/// One record per source, each behind a flag; a source whose flag is false is not created at all. Plain values, copied
+/// by whoever receives them.
+struct PipelineConfig {
+  /// The member defaults, with each camera's own device, rate and port. Camera 0 is wired to the second video device.
+  PipelineConfig();
+
+  bool camera0Enabled = true;
+  Video::VideoConfig camera0;
+  bool camera1Enabled = true;
+  Video::VideoConfig camera1;
+  bool audioEnabled = true;
+  Audio::AudioConfig audio;
+  bool gpsEnabled = true;
+  Gps::GpsConfig gps;
+  bool accEnabled = true;
+  Accel::AccConfig acc;
+  bool otherEnabled = true;
+  Other::OtherConfig other;
+};
+
+}  // namespace Tavi::Pipeline

@@ -1,0 +1,81 @@
+// The acquisition's entry object: all sources of one configuration, driven by ignition and signals.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "Kbase/Interfaces/ISignInt.h"
+#include "Kbase/Interfaces/IgnitionOffMode.h"
+#include "Kbase/Interfaces/IgnitionStartMode.h"
+#include "Kbase/Pipeline/IPipelineElement.h"
+#include "Kbase/Util/Clock.h"
+#include "Tavi/Pipeline/GstPipelineManager.h"
+#include "Tavi/Pipeline/PipelineType.h"
+
+namespace Tavi::Video {
+class VideoPipelineElement;
+}
+
+namespace Tavi::Pipeline {
+
+/// Creates every enabled source, starts and stops them with the GStreamer pipeline, and checks that data really comes.
+///
+/// All operations belong to one controlling thread, except where it says thread-safe. Collectors call RunSigInt when
+/// power fails, from whichever thread collects.
+/// Destroying it stops it. Whoever collects from it must be destroyed before it.
+class PipelineManager : public GstPipelineManager,
+                        public Kbase::Interfaces::IgnitionStartMode,
+                        public Kbase::Interfaces::IgnitionOffMode,
+                        public Kbase::Interfaces::ISignInt {
+ public:
+  using Element = std::shared_ptr<Kbase::Pipeline::IPipelineElement>;
+
+  /// Calls Init: a constructed manager has its elements, nothing plays yet. `clock` (borrowed) paces the supervision.
+  explicit PipelineManager(const PipelineConfig& config, Kbase::Util::IClock& clock = Kbase::Util::IClock::Steady());
+  ~PipelineManager() override;
+
+  /// The element under that key, null when it was not created. Valid until Stop. Thread-safe.
+  Kbase::Pipeline::IPipelineElement* GetPipelineElement(PipelineType type) const;
+  /// The same with a share in its life: a reader that keeps only a weak one notices when Stop has taken the element
+  /// away. Thread-safe.
+  Element ShareElement(PipelineType type) const;
+
+  void Init() override;
+  void Start() override;
+  /// Stops and deletes all elements. Does nothing unless started; Init may follow.
+  void Stop() override;
+
+  /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the
+  /// GPS receiver stays silent; otherwise a GStreamer error restarts it from now on.
+  void RunIgnitionStart() override;
+  /// Ends the waiting of a RunIgnitionStart that runs or comes later: it returns without a restart, and errors restart
+  /// nothing. For whoever wants to stop. Thread-safe.
+  void EndSupervision() { m_supervisionEnded = true; }
+  /// Ignition off: errors restart the unit no more. Acquisition goes on.
+  void RunIgnitionOff() override;
+  /// Interrupt: Stop. Thread-safe against itself and Stop.
+  void RunSigInt() override;
+
+ private:
+  using VideoElement = std::shared_ptr<Video::VideoPipelineElement>;
+
+  VideoElement CreateCamera(PipelineType type, const Video::VideoConfig& config);
+  void CreatePreview(PipelineType type, const Video::VideoConfig& config, const VideoElement& camera);
+  void CreateAudioAndSensors();
+  void AddElement(PipelineType type, Element element);
+  /// Takes everything down, whether started or only initialised.
+  void TearDown();
+  [[nodiscard]] bool RunProperly() const;
+
+  Kbase::Util::IClock& m_clock;
+  std::atomic<bool> m_supervisionEnded{false};
+  /// Held while elements are started or taken down: two collect managers may both find that power fails.
+  std::mutex m_lifecycleMutex;
+  /// Guards the map, never held while an element is started, stopped or destroyed.
+  mutable std::mutex m_elementsMutex;
+  std::map<PipelineType, Element> m_elements;
+};
+
+}  // namespace Tavi::Pipeline

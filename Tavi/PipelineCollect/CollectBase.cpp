@@ -1,0 +1,132 @@
+// The base of every collector.
+#include "Tavi/PipelineCollect/CollectBase.h"
+
+#include <array>
+#include <filesystem>
+#include <utility>
+
+#include "Kbase/Util/Naming.h"
+#include "Ksystem/FileUtils/Kfile.h"
+
+namespace Tavi::PipelineCollect {
+namespace {
+
+using Ksystem::FileUtils::Kfile;
+
+struct FileNaming {
+  const char* prefix;
+  const char* extension;
+};
+
+/// By value of PipelineCollectType.
+constexpr std::array<FileNaming, 9> FileNamings{{
+    {"video1_", ".h264"},
+    {"video0_", ".h264"},
+    {"audio_", ".mp3"},
+    {"gps_", ".dat"},
+    {"acc_", ".dat"},
+    {"other_", ".dat"},
+    {"thumbnail1_", ".jpg"},
+    {"thumbnail0_", ".jpg"},
+    {"preview_", ".h264"},
+}};
+
+}  // namespace
+
+CollectBase::CollectBase(PipelineCollectType type, std::string threadName)
+    : IThread(std::move(threadName)), m_type(type) {}
+
+CollectBase::~CollectBase() = default;
+
+void CollectBase::Init(PipelineCollectConfig& config) {
+  m_collected = false;
+  m_path = config.outputDir + GetPipelineCollectFileName(Kbase::Util::NewUid());
+  m_armed = true;
+  m_stop = false;
+  m_syncToDisk = false;
+  m_config = config;
+}
+
+void CollectBase::Run() {
+  if (m_armed) Collect();
+  Cancel();
+}
+
+void CollectBase::Reset() {
+  m_path.clear();
+  m_armed = false;
+  m_collected = false;
+}
+
+void CollectBase::CopyTo(CollectBase* other) {
+  other->m_path = m_path;
+  other->m_collected = m_collected.load();
+  other->m_type = m_type;
+  other->m_stop = m_stop.load();
+  other->m_syncToDisk = m_syncToDisk.load();
+  other->m_config = m_config;
+  other->m_armed = m_armed;
+}
+
+void CollectBase::RequestStop() {
+  m_stop = true;
+  Wake();
+}
+
+bool CollectBase::IsPathAvailable(const std::string& path) {
+  Kfile file(path, true);
+  return file.Stat() && file.GetSize() != 0;
+}
+
+void CollectBase::DeletePath() {
+  if (!m_path.empty()) Kfile(m_path, true).Remove();
+  m_collected = false;
+}
+
+std::string CollectBase::GetBackupPath(const std::string& dir, const std::string& name) const {
+  const std::string separator = !dir.empty() && dir.back() == '/' ? "" : "/";
+  // A stream that was muxed already is saved as the MP4 that it is.
+  const bool isMuxed = std::filesystem::path(m_path).extension() == ".mp4";
+  return dir + separator +
+         (isMuxed ? GetPipelineCollectPrefix(m_type) + name + ".mp4" : GetPipelineCollectFileName(name));
+}
+
+bool CollectBase::Backup(const std::string& dir, const std::string& name) const {
+  return IsPathAvailable() && Kfile(m_path, true).CopyTo(GetBackupPath(dir, name), false, true);
+}
+
+bool CollectBase::IsBackedUp(const std::string& dir, const std::string& name) const {
+  return !IsPathAvailable() || IsPathAvailable(GetBackupPath(dir, name));
+}
+
+std::unique_ptr<std::thread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {
+  return std::make_unique<std::thread>([this, dir, name] { Backup(dir, name); });
+}
+
+void CollectBase::GetPipelineCollectPrefixAndExtension(PipelineCollectType type, std::string& prefix,
+                                                       std::string& extension) {
+  const auto index = static_cast<std::size_t>(type);
+  const FileNaming naming = index < FileNamings.size() ? FileNamings[index] : FileNaming{"", ""};
+  prefix = naming.prefix;
+  extension = naming.extension;
+}
+
+void CollectBase::GetPipelineCollectPrefixAndExtension(std::string& prefix, std::string& extension) const {
+  GetPipelineCollectPrefixAndExtension(m_type, prefix, extension);
+}
+
+std::string CollectBase::GetPipelineCollectPrefix(PipelineCollectType type) {
+  std::string prefix;
+  std::string extension;
+  GetPipelineCollectPrefixAndExtension(type, prefix, extension);
+  return prefix;
+}
+
+std::string CollectBase::GetPipelineCollectFileName(const std::string& name) const {
+  std::string prefix;
+  std::string extension;
+  GetPipelineCollectPrefixAndExtension(prefix, extension);
+  return prefix + name + extension;
+}
+
+}  // namespace Tavi::PipelineCollect

@@ -1,0 +1,89 @@
+// Where a product is made before it gets its name.
+#include "Tavi/RecoveryCollect/WorkDirectory.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <system_error>
+
+#include "Ksystem/FileUtils/Failure.h"
+#include "Ksystem/FileUtils/Kdir.h"
+#include "Ksystem/FileUtils/Kfile.h"
+
+namespace Tavi::RecoveryCollect {
+namespace {
+
+using Ksystem::FileUtils::Kfile;
+using Ksystem::FileUtils::UniqueFd;
+
+constexpr const char* DirectoryName = ".recovery";
+constexpr const char* Video = "video.h264";
+constexpr const char* Audio = "audio.mp3";
+constexpr const char* Aside = "moved";
+/// All that is ever made here, by this program's hand.
+constexpr std::array Names{Video, "video.h264.part", "video.mp4", "video.mp4.part",
+                           Audio, "audio.mp3.part",  Aside,       "moved.part"};
+
+bool Link(const std::string& source, const std::string& alias) {
+  std::error_code error;
+  const auto target = std::filesystem::absolute(source, error);
+  if (!Kfile(alias).Remove()) return false;
+  if (!error && ::symlink(target.c_str(), alias.c_str()) == 0) return true;
+  return Kfile(source).CopyTo(alias, false);
+}
+
+}  // namespace
+
+WorkDirectory::WorkDirectory(const std::string& outputDir) : m_path(outputDir + DirectoryName) {
+  if (!Ksystem::FileUtils::Kdir(m_path).Create()) return;
+  m_directory = UniqueFd::Open(m_path, O_RDONLY | O_DIRECTORY);
+  if (!m_directory.IsValid()) {
+    Ksystem::FileUtils::LogFailure("open the directory", m_path);
+  } else if (!Clear()) {
+    m_directory.Close();
+  }
+}
+
+WorkDirectory::~WorkDirectory() {
+  // Something of somebody else's in it keeps it: no failure.
+  if (IsValid() && Clear()) ::rmdir(m_path.c_str());
+}
+
+bool WorkDirectory::IsLeftIn(const std::string& outputDir) {
+  return ::access((outputDir + DirectoryName).c_str(), F_OK) == 0;
+}
+
+bool WorkDirectory::Clear() const {
+  bool cleared = true;
+  for (const char* name : Names) cleared = Kfile(GetPath(name)).Remove() && cleared;
+  return cleared;
+}
+
+bool WorkDirectory::LinkVideo(const std::string& source) const {
+  return Link(source, GetVideoPath());
+}
+
+bool WorkDirectory::LinkAudio(const std::string& source) const {
+  return Link(source, GetAudioPath());
+}
+
+std::string WorkDirectory::GetVideoPath() const {
+  return GetPath(Video);
+}
+
+std::string WorkDirectory::GetAudioPath() const {
+  return GetPath(Audio);
+}
+
+std::string WorkDirectory::GetAsidePath() const {
+  return GetPath(Aside);
+}
+
+std::string WorkDirectory::GetPath(const char* name) const {
+  // proc(5): the kernel's own name of an open directory.
+  return "/proc/self/fd/" + std::to_string(m_directory.Get()) + "/" + name;
+}
+
+}  // namespace Tavi::RecoveryCollect

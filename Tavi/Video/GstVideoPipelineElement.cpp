@@ -1,0 +1,178 @@
+// The GStreamer branch of one camera.
+#include "Tavi/Video/GstVideoPipelineElement.h"
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+
+#include "Tavi/GstUtil/AppSink.h"
+#include "Tavi/Video/CameraBranch.h"
+#include "Tavi/Video/GstIpuFrame.h"
+#include "Tavi/Video/VideoPipelineCbElement.h"
+
+namespace Tavi::Video {
+
+using GstUtil::ClearSampleCallback;
+using GstUtil::GstRef;
+using GstUtil::PullBuffer;
+using GstUtil::SetSampleCallback;
+
+namespace {
+
+/// How often one who waits for a raw frame is asked whether to go on.
+constexpr std::chrono::milliseconds PullSlice{50};
+
+/// The sink's next buffer with a reference for the caller. Null when the sink has stopped, its stream has ended, or
+/// `giveUp` says so.
+GstBuffer* PullUnless(const std::function<bool()>& giveUp, GstAppSink* sink) {
+  constexpr GstClockTime SliceNs = std::chrono::nanoseconds(PullSlice).count();
+  while (!giveUp()) {
+    const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_try_pull_sample(sink, SliceNs));
+    GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
+    if (buffer != nullptr) return gst_buffer_ref(buffer);
+    // True also for a sink that has stopped.
+    if (gst_app_sink_is_eos(sink)) return nullptr;
+  }
+  return nullptr;
+}
+
+struct PictureSize {
+  int width = 0;
+  int height = 0;
+};
+
+/// What the frames in the sink really measure: a cropped picture, or a camera that has no other size, may differ from
+/// what is configured.
+PictureSize GetSize(GstElement* sink, PictureSize configured) {
+  const auto pad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(sink, "sink"));
+  GstCaps* caps = gst_pad_get_current_caps(pad.Get());
+  if (caps == nullptr) return configured;
+  const GstStructure* format = gst_caps_get_structure(caps, 0);
+  PictureSize size;
+  const bool known =
+      gst_structure_get_int(format, "width", &size.width) && gst_structure_get_int(format, "height", &size.height);
+  gst_caps_unref(caps);
+  return known ? size : configured;
+}
+
+void KeepNewestOnly(GstElement* sink) {
+  g_object_set(sink, "max-buffers", 1U, "drop", TRUE, "emit-signals", FALSE, nullptr);
+}
+
+}  // namespace
+
+GstVideoPipelineElement::GstVideoPipelineElement(const VideoConfig& config) {
+  const std::string camera = GetCameraName(config.cameraType);
+  if (camera.empty()) return;
+  m_ownPipeline = GstRef<GstElement>::Sink(gst_pipeline_new((camera + "-pipeline").c_str()));
+  if (m_ownPipeline) Init(m_ownPipeline.Get(), config);
+}
+
+GstVideoPipelineElement::GstVideoPipelineElement(GstElement* pipeline, const VideoConfig& config) {
+  if (pipeline != nullptr) Init(pipeline, config);
+}
+
+GstVideoPipelineElement::~GstVideoPipelineElement() = default;
+
+void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& config) {
+  const CameraBranch branch = CameraBranch::Build(GST_BIN(pipeline), config);
+  m_pipeline = pipeline;
+  m_config = config;
+  if (branch.source == nullptr) return;
+  ConnectSource(branch.source);
+  ConnectSinks(branch.rawSink, branch.encodedSink, branch.previewSink);
+}
+
+void GstVideoPipelineElement::ConnectSource(GstElement* source) {
+  m_sourcePad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(source, "src"));
+  m_probe = gst_pad_add_probe(m_sourcePad.Get(), GST_PAD_PROBE_TYPE_BUFFER, RunningCallback, this, nullptr);
+}
+
+void GstVideoPipelineElement::ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview) {
+  m_rawSink = GstRef<GstElement>::Share(raw);
+  KeepNewestOnly(raw);
+  m_encodedSink = GstRef<GstElement>::Share(encoded);
+  SetSampleCallback(encoded, SetEncodedFrameCallback, this);
+  if (preview == nullptr) return;
+  m_previewSink = GstRef<GstElement>::Share(preview);
+  KeepNewestOnly(preview);
+  SetSampleCallback(preview, SetPreviewFrameCallback, this);
+}
+
+void GstVideoPipelineElement::Detach() {
+  SetRunning(false);
+  if (m_ownPipeline) gst_element_set_state(m_ownPipeline.Get(), GST_STATE_NULL);
+  if (m_probe != 0) gst_pad_remove_probe(m_sourcePad.Get(), m_probe);
+  m_probe = 0;
+  ClearSampleCallback(m_encodedSink);
+  ClearSampleCallback(m_previewSink);
+  std::unique_lock lock(m_rawFrameMutex);
+  m_pullEnded.wait(lock, [this] { return !m_pulling; });
+}
+
+GstPadProbeReturn GstVideoPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, void* element) {
+  const auto* self = static_cast<const GstVideoPipelineElement*>(element);
+  return self->m_running.load(std::memory_order_acquire) ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
+}
+
+GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) {
+  auto* self = static_cast<GstVideoPipelineElement*>(element);
+  (void)self->m_running.load(std::memory_order_acquire);
+  if (GstBuffer* buffer = PullBuffer(sink)) self->SetEncodedFrame(buffer);
+  return GST_FLOW_OK;
+}
+
+GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) {
+  auto* self = static_cast<GstVideoPipelineElement*>(element);
+  (void)self->m_running.load(std::memory_order_acquire);
+  const std::uint64_t number = self->m_previewCounter++;
+  const std::int32_t previewFps = self->m_config.previewFps;
+  if (previewFps <= 0) return GST_FLOW_OK;
+  // A preview that is asked to be faster than its camera gets every frame.
+  const auto divisor = static_cast<std::uint64_t>(std::max(self->m_config.fps / previewFps, 1));
+  if (number % divisor != 0) return GST_FLOW_OK;
+  if (GstBuffer* buffer = PullBuffer(sink)) self->SetPreviewFrame(buffer);
+  return GST_FLOW_OK;
+}
+
+bool GstVideoPipelineElement::BeginPull() {
+  std::unique_lock lock(m_rawFrameMutex);
+  if (!m_pullEnded.wait_for(lock, PullSlice, [this] { return !m_pulling; })) return false;
+  m_pulling = true;
+  return true;
+}
+
+void GstVideoPipelineElement::EndPull() {
+  // Notified under the lock: once it is released the element may be gone.
+  const std::lock_guard lock(m_rawFrameMutex);
+  m_pulling = false;
+  m_pullEnded.notify_all();
+}
+
+GstBuffer* GstVideoPipelineElement::GetRawFrame() {
+  return GetRawFrame([] { return false; });
+}
+
+GstBuffer* GstVideoPipelineElement::GetRawFrame(const std::function<bool()>& giveUp) {
+  if (!m_rawSink) return nullptr;
+  // One at a time: a sink that stops wakes only one who waits in it.
+  while (!BeginPull()) {
+    if (giveUp()) return nullptr;
+  }
+  GstBuffer* buffer = PullUnless(giveUp, GST_APP_SINK(m_rawSink.Get()));
+  EndPull();
+  return buffer;
+}
+
+GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {
+  return GetIpuFrame([] { return false; });
+}
+
+GstIpuFrame* GstVideoPipelineElement::GetIpuFrame(const std::function<bool()>& giveUp) {
+  GstBuffer* buffer = GetRawFrame(giveUp);
+  if (buffer == nullptr) return nullptr;
+  const PictureSize size = GetSize(m_rawSink.Get(), {m_config.width, m_config.height});
+  return GstIpuFrame::Create(buffer, size.width, size.height);
+}
+
+}  // namespace Tavi::Video

@@ -1,0 +1,88 @@
+// The GStreamer branch of one camera: capture, crop, H.264 encoding, live stream, preview.
+#pragma once
+
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+
+#include "Tavi/GstUtil/GstRef.h"
+#include "Tavi/Video/VideoConfig.h"
+
+namespace Tavi::Video {
+
+class GstIpuFrame;
+
+/// Builds the branch in a pipeline and receives its output.
+///
+/// SetEncodedFrame and SetPreviewFrame are called on GStreamer's streaming threads, one at a time each. The pipeline's
+/// state is its owner's business, who takes it to NULL before deleting the element; a subclass calls Detach in its
+/// destructor, after which nothing of GStreamer calls it any more. Frames leave the source only between start and stop.
+class GstVideoPipelineElement {
+ public:
+  /// Builds the branch in a pipeline of its own ("camera1-pipeline" for value 0, "camera0-pipeline" for 1), owned here
+  /// and taken to NULL at destruction. With any other camera type nothing is built.
+  explicit GstVideoPipelineElement(const VideoConfig& config);
+  /// Builds the branch in `pipeline`, which stays the caller's.
+  GstVideoPipelineElement(GstElement* pipeline, const VideoConfig& config);
+  virtual ~GstVideoPipelineElement();
+
+  /// Receives one encoded access unit with one reference; null is ignored.
+  virtual void SetEncodedFrame(GstBuffer* buffer) = 0;
+  /// Receives one scaled I420 frame with one reference.
+  virtual void SetPreviewFrame(GstBuffer* buffer) = 0;
+
+  /// The newest raw I420 frame with a reference for the caller. Blocks until a frame is there; null once the pipeline
+  /// does not run, or its stream has ended. Thread-safe.
+  GstBuffer* GetRawFrame();
+  /// The same, and null also once `giveUp` says so: it is asked on the caller's thread every 50 ms while no frame is
+  /// there, and before the first look.
+  GstBuffer* GetRawFrame(const std::function<bool()>& giveUp);
+  /// The same as a frame of the media library, owned by the caller; null when there is none.
+  GstIpuFrame* GetIpuFrame();
+  GstIpuFrame* GetIpuFrame(const std::function<bool()>& giveUp);
+
+  static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element);
+  static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element);
+  static GstFlowReturn SetPreviewFrameCallback(GstAppSink* sink, void* element);
+
+  GstVideoPipelineElement(const GstVideoPipelineElement&) = delete;
+  GstVideoPipelineElement& operator=(const GstVideoPipelineElement&) = delete;
+
+ protected:
+  void SetRunning(bool running) { m_running.store(running, std::memory_order_release); }
+  /// Takes probe and callbacks off the branch and waits for those under way, raw-frame pulls included.
+  void Detach();
+
+  [[nodiscard]] const VideoConfig& GetConfig() const { return m_config; }
+
+ private:
+  void Init(GstElement* pipeline, const VideoConfig& config);
+  void ConnectSource(GstElement* source);
+  void ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview);
+  bool BeginPull();
+  void EndPull();
+
+  /// What the probe on the source lets through; the streaming threads also read it first, which orders them after the
+  /// thread that built the element.
+  std::atomic<bool> m_running{false};
+  GstElement* m_pipeline = nullptr;
+  GstUtil::GstRef<GstElement> m_rawSink;
+  GstUtil::GstRef<GstElement> m_encodedSink;
+  GstUtil::GstRef<GstElement> m_previewSink;
+  VideoConfig m_config;
+  std::uint64_t m_previewCounter = 0;
+  /// Guards the turn; not held while the one whose turn it is waits for a frame.
+  std::mutex m_rawFrameMutex;
+  std::condition_variable m_pullEnded;
+  bool m_pulling = false;
+  GstUtil::GstRef<GstPad> m_sourcePad;
+  gulong m_probe = 0;
+  GstUtil::GstRef<GstElement> m_ownPipeline;
+};
+
+}  // namespace Tavi::Video

@@ -1,0 +1,26 @@
+// An event's measurements in formats that other programs read.
+#pragma once
+
+#include <string>
+
+#include "Tools/EventData.h"
+
+namespace Tavi::EventTools {
+
+/// GPX 1.1: the fixes as a track that is broken where there was no valid one, each with its own time and its speed in
+/// knots as an extension, and the event's position as a way point.
+std::string FormatGpx(const EventData& data);
+
+/// GeoJSON (RFC 7946): the track as lines, each valid fix as a point with time and speed, and the event's position.
+std::string FormatGeoJson(const EventData& data);
+
+/// One table of all sensors, ordered by time; a row is one record of one stream and leaves the others' columns empty.
+/// The first line has the names with their units.
+std::string FormatCsv(const EventData& data);
+
+enum class SubtitleForm { WebVtt, Srt };
+
+/// Speed, time and position of each fix for a clip whose first picture is at `clipFromSeconds` relative to the event.
+std::string FormatSubtitles(const EventData& data, double clipFromSeconds, SubtitleForm form);
+
+}  // namespace Tavi::EventTools

@@ -1,0 +1,78 @@
+// The fixes of an event as GeoJSON.
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "EventStore/EventName.h"
+#include "Tools/Export/Formats.h"
+
+namespace Tavi::EventTools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// To a centimetre, which is more than a receiver knows.
+double RoundDegrees(double degrees) {
+  return std::round(degrees * 1e7) / 1e7;
+}
+
+Json MakeCoordinates(double latitude, double longitude) {
+  return Json::array({RoundDegrees(longitude), RoundDegrees(latitude)});
+}
+
+Json MakeFeature(const char* geometry, Json coordinates, Json properties) {
+  return {{"type", "Feature"},
+          {"geometry", {{"type", geometry}, {"coordinates", std::move(coordinates)}}},
+          {"properties", std::move(properties)}};
+}
+
+/// A line for each run of valid fixes; one alone makes none.
+Json MakeLines(const EventData& data) {
+  Json lines = Json::array();
+  Json line = Json::array();
+  const auto close = [&] {
+    if (line.size() > 1) lines.push_back(line);
+    line = Json::array();
+  };
+  for (const Fix& fix : data.gps.records) {
+    if (fix.isValid)
+      line.push_back(MakeCoordinates(fix.latitude, fix.longitude));
+    else
+      close();
+  }
+  close();
+  return lines;
+}
+
+Json MakeProperties(const Fix& fix) {
+  return {{"kind", "fix"},
+          {"time", EventStore::FormatTime(fix.utcMs)},
+          {"secondsFromEvent", std::round(fix.secondsFromEvent * 1000.0) / 1000.0},
+          {"speedKnots", fix.speedKnots},
+          {"courseDegrees", fix.courseDegrees}};
+}
+
+}  // namespace
+
+std::string FormatGeoJson(const EventData& data) {
+  const auto& description = data.description;
+  Json features = Json::array();
+  if (Json lines = MakeLines(data); !lines.empty()) {
+    features.push_back(MakeFeature("MultiLineString", std::move(lines), {{"kind", "track"}}));
+  }
+  for (const Fix& fix : data.gps.records) {
+    if (!fix.isValid) continue;
+    features.push_back(MakeFeature("Point", MakeCoordinates(fix.latitude, fix.longitude), MakeProperties(fix)));
+  }
+  if (description.position) {
+    features.push_back(MakeFeature("Point",
+                                   MakeCoordinates(description.position->latitude, description.position->longitude),
+                                   {{"kind", "event"},
+                                    {"id", description.id},
+                                    {"label", description.label},
+                                    {"time", EventStore::FormatTime(description.timeMs)}}));
+  }
+  const Json collection = {{"type", "FeatureCollection"}, {"features", std::move(features)}};
+  return collection.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace Tavi::EventTools

@@ -1,0 +1,58 @@
+// The fixes of an event as GPX 1.1.
+#include <fmt/format.h>
+
+#include <cmath>
+#include <iterator>
+
+#include "EventStore/EventName.h"
+#include "Tools/Export/Formats.h"
+#include "Tools/Markup.h"
+
+namespace Tavi::EventTools {
+namespace {
+
+/// The format knows longitudes below 180 degrees only, as they are written; that meridian is also the one of -180.
+double WrapLongitude(double longitude) {
+  return longitude > 180.0 - 5e-8 ? -180.0 : longitude;
+}
+
+void AddEventPoint(std::string& gpx, const EventData& data) {
+  const auto& position = data.description.position;
+  if (!position || std::fabs(position->latitude) > 90.0 || std::fabs(position->longitude) > 180.0) return;
+  fmt::format_to(std::back_inserter(gpx),
+                 "  <wpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time><name>Event {}</name></wpt>\n",
+                 position->latitude, WrapLongitude(position->longitude),
+                 EventStore::FormatTime(data.description.timeMs), data.description.id);
+}
+
+void AddSegments(std::string& gpx, const EventData& data) {
+  bool isOpen = false;
+  for (const Fix& fix : data.gps.records) {
+    if (fix.isValid != isOpen) gpx += fix.isValid ? "    <trkseg>\n" : "    </trkseg>\n";
+    isOpen = fix.isValid;
+    if (!fix.isValid) continue;
+    fmt::format_to(std::back_inserter(gpx),
+                   "      <trkpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time>"
+                   "<extensions><tavi:speedKnots>{:.2f}</tavi:speedKnots></extensions></trkpt>\n",
+                   fix.latitude, WrapLongitude(fix.longitude), EventStore::FormatTime(fix.utcMs), fix.speedKnots);
+  }
+  if (isOpen) gpx += "    </trkseg>\n";
+}
+
+}  // namespace
+
+std::string FormatGpx(const EventData& data) {
+  const std::string title = EscapeMarkup(GetTitle(data.description));
+  std::string gpx = fmt::format(
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<gpx version=\"1.1\" creator=\"tavi-export\" xmlns=\"http://www.topografix.com/GPX/1/1\" "
+      "xmlns:tavi=\"urn:tavi:event\">\n"
+      "  <metadata><name>{}</name><time>{}</time></metadata>\n",
+      title, EventStore::FormatTime(data.description.timeMs));
+  AddEventPoint(gpx, data);
+  gpx += "  <trk><name>" + title + "</name>\n";
+  AddSegments(gpx, data);
+  return gpx + "  </trk>\n</gpx>\n";
+}
+
+}  // namespace Tavi::EventTools

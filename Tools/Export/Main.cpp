@@ -1,0 +1,66 @@
+// tavi-export: an event's measurements in formats that other programs read.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "Tools/Export/Formats.h"
+#include "Tools/Tool.h"
+
+namespace {
+
+using namespace Tavi::EventTools;
+
+struct ExportOptions {
+  ToolOptions tool;
+  bool gpx = false;
+  bool csv = false;
+  bool geoJson = false;
+  bool subtitles = false;
+  /// The camera whose clip the subtitles are for; -1 for the first that there is.
+  int camera = -1;
+};
+
+void AddOptions(CLI::App& app, ExportOptions& options) {
+  app.add_flag("--gpx", options.gpx, "The track as GPX 1.1");
+  app.add_flag("--csv", options.csv, "Position, acceleration and machine state as one table");
+  app.add_flag("--geojson", options.geoJson, "The track as GeoJSON");
+  app.add_flag("--subtitles", options.subtitles,
+               "Speed and position as WebVTT subtitles; as SRT when the output's name ends in .srt");
+  app.add_option("--camera", options.camera, "Camera whose clip the subtitles are for (1 unless there is none of it)")
+      ->check(CLI::IsMember({0, 1}));
+}
+
+std::string Check(const ExportOptions& options) {
+  const int formats = int{options.gpx} + int{options.csv} + int{options.geoJson} + int{options.subtitles};
+  if (formats != 1) return "give one of --gpx, --csv, --geojson and --subtitles";
+  if (options.camera >= 0 && !options.subtitles) return "--camera: it goes with --subtitles only";
+  return {};
+}
+
+/// Where the clip begins that the subtitles go with.
+double GetClipStart(const EventData& data, int camera) {
+  const auto* first = FindStream(data.description, camera == 0 ? "VideoCamera0" : "VideoCamera1");
+  const auto* second = FindStream(data.description, camera < 0 ? "VideoCamera0" : "");
+  if (first != nullptr) return first->fromSeconds;
+  return second != nullptr ? second->fromSeconds : data.description.startSeconds;
+}
+
+std::string Render(const EventData& data, const ExportOptions& options) {
+  if (options.gpx) return FormatGpx(data);
+  if (options.csv) return FormatCsv(data);
+  if (options.geoJson) return FormatGeoJson(data);
+  const auto form = options.tool.outputFile.ends_with(".srt") ? SubtitleForm::Srt : SubtitleForm::WebVtt;
+  return FormatSubtitles(data, GetClipStart(data, options.camera), form);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Writes an event's measurements in formats that other programs read.", "tavi-export");
+  ExportOptions options;
+  AddOptions(app, options);
+  const auto status = ParseToolOptions(app, argc, argv, options.tool, [&] { return Check(options); });
+  if (status) return *status;
+  return RunTool(options.tool, [&](EventData& data) { return Render(data, options); });
+}

@@ -1,0 +1,15 @@
+// tavi-report: a page that shows an event.
+#include <CLI/CLI.hpp>
+
+#include "Tools/Report/ReportHtml.h"
+#include "Tools/Tool.h"
+
+int main(int argc, char** argv) {
+  using namespace Tavi::EventTools;
+  CLI::App app("Writes one page that shows an event in any browser: its clips in step, track and measurements.",
+               "tavi-report");
+  ToolOptions options;
+  options.outputFile = "report.html";
+  if (const auto status = ParseToolOptions(app, argc, argv, options, [] { return std::string(); })) return *status;
+  return RunTool(options, BuildReport);
+}

@@ -1,0 +1,40 @@
+// What the programs that look at an event have in common: their command line, their output, their exit status.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "Tools/EventData.h"
+
+namespace CLI {
+class App;
+}
+
+namespace Tavi::EventTools {
+
+struct ToolOptions {
+  std::string program;
+  std::string eventDir;
+  /// Empty or "-" for standard output.
+  std::string outputFile;
+};
+
+/// Exit statuses.
+inline constexpr int DoneStatus = 0;
+/// The event is damaged (what is whole of it was written), or the output could not be written to its end.
+inline constexpr int FailureStatus = 1;
+/// The command line is wrong; nothing was written.
+inline constexpr int UsageStatus = 2;
+
+/// Adds EVENT_DIR, --output and --version to `app` and parses the command line. `check` looks at the options together
+/// and gives a sentence about what is wrong, or none. Empty when the program is to run, otherwise its exit status: what
+/// there is to say has been said.
+std::optional<int> ParseToolOptions(CLI::App& app, int argc, const char* const* argv, ToolOptions& options,
+                                    const std::function<std::string()>& check);
+
+/// Loads the event, has it rendered and writes the result, to a file aside that then takes the output's name. What is
+/// wrong goes to standard error in one line. Returns the exit status.
+int RunTool(const ToolOptions& options, const std::function<std::string(EventData&)>& render);
+
+}  // namespace Tavi::EventTools

@@ -1,0 +1,113 @@
+// Power that fails: what is saved, whether anything hangs, and what is possible afterwards.
+
+#include <sys/mount.h>
+
+#include "EventCollect/ManagerFixture.h"
+
+namespace {
+
+using namespace Tavi::Testing;
+
+class PowerFailureTest : public CollectManagerTest {
+ protected:
+  /// Names in the backup directory.
+  std::set<std::string> Saved() const {
+    std::set<std::string> names;
+    for (const auto& file : std::filesystem::directory_iterator(m_managerConfig.backupDir)) {
+      names.insert(file.path().filename());
+    }
+    return names;
+  }
+};
+
+// Catches a backup that ends where the disk was, not where the power went, and elements read after they were deleted.
+TEST_F(PowerFailureTest, EveryStreamIsSavedUpToTheMomentOfTheFailure) {
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  m_pipeline->Start();
+  m_input.startSeconds = -4;
+  m_input.durationSeconds = 30;
+  manager.PowerFailure();  // without an event there is nothing to save
+  auto collect = CollectInBackground(manager);
+  manager.PowerFailure();
+  manager.PowerFailure();
+  ASSERT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  EXPECT_TRUE(collect.get());
+  EXPECT_TRUE(m_output.outputs.empty());
+  EXPECT_EQ(CountLogged("[Power Failure]Backup finished"), 1);
+  const auto saved = Saved();
+  ASSERT_EQ(saved.size(), 2U);
+  const std::string first = *saved.begin();
+  const std::string second = *saved.rbegin();
+  EXPECT_EQ(first.substr(0, 13), "video0_event_");
+  EXPECT_EQ(second.substr(0, 13), "video1_event_");
+  EXPECT_EQ(first.substr(7), second.substr(7)) << "one event, one name";
+  for (const auto& [name, fps] : {std::pair(first, Fps1), {second, Fps0}}) {
+    const auto video = DecodeVideo(m_managerConfig.backupDir + name);
+    EXPECT_GE(video.frames.size(), 4.3 * fps) << "the four seconds before the event and what came since";
+    EXPECT_EQ(video.decodeErrors, 0);
+  }
+  PipelineCollectOutput later;
+  EXPECT_FALSE(manager.Collect(m_input, later)) << "until acquisition runs again";
+}
+
+TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
+  class Slow final : public CollectAsyncCallbackInterface {
+   public:
+    void CollectFinished(PipelineCollectOutput&, bool, void*) override { called = true; }
+    std::atomic<bool> called{false};
+  } told;
+  StartFeeding(5);
+  m_input.durationSeconds = 1;
+  PipelineCollectManager manager(m_managerConfig);
+  // The failure comes at some instant between the hand-over and the end of the mux.
+  std::atomic<bool> ended{false};
+  std::thread failing([&] {
+    while (CountThreads("MUX-EVT") == 0 && !ended) std::this_thread::yield();
+    manager.PowerFailure();
+  });
+  ASSERT_TRUE(manager.CollectAsync(m_input, &told, nullptr));
+  ASSERT_TRUE(WaitUntil([&] { return told.called.load(); }));
+  ended = true;
+  failing.join();
+  const auto saved = Saved();
+  ASSERT_EQ(saved.size(), 2U) << GetLog();
+  for (const auto& name : saved) {
+    EXPECT_EQ(std::filesystem::path(name).extension(), ".mp4");
+    EXPECT_GT(DecodeVideo(m_managerConfig.backupDir + name).frames.size(), 10U);
+  }
+}
+
+// Catches a stream that leaves nothing to the others, and the beginning of one that is thrown away.
+TEST_F(PowerFailureTest, WhereNotAllFitsTheSmallFilesComeFirstAndTheRestIsKeptAsFarAsItFits) {
+  std::filesystem::create_directory(m_managerConfig.backupDir);
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  m_input.startSeconds = -5;
+  m_input.durationSeconds = 30;
+  // One stream has some 270 kB, the other twice that.
+  if (mount("tmpfs", m_managerConfig.backupDir.c_str(), "tmpfs", 0, "size=400k") != 0) {
+    GTEST_SKIP() << "mounting needs root";
+  }
+  auto collect = CollectInBackground(manager);
+  manager.PowerFailure();
+  EXPECT_TRUE(collect.get());
+  const auto saved = Saved();
+  umount(m_managerConfig.backupDir.c_str());
+  ASSERT_EQ(saved.size(), 2U) << GetLog();
+  EXPECT_TRUE(saved.begin()->starts_with("video0_") && saved.begin()->ends_with(".part")) << *saved.begin();
+  EXPECT_TRUE(saved.rbegin()->starts_with("video1_") && saved.rbegin()->ends_with(".h264")) << *saved.rbegin();
+  EXPECT_EQ(CountLogged("there is no room for the whole event"), 1);
+}
+
+TEST_F(PowerFailureTest, ABackupThatCannotBeMadeIsSaidAndHoldsNobody) {
+  m_managerConfig.backupDir = "/proc/none/";
+  StartFeeding(5);
+  PipelineCollectManager manager(m_managerConfig);
+  auto collect = CollectInBackground(manager);
+  manager.PowerFailure();
+  ASSERT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  EXPECT_EQ(CountLogged("cannot save the event into /proc/none/"), 1);
+}
+
+}  // namespace

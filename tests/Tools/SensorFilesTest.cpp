@@ -1,0 +1,108 @@
+// The sensor files read back: their values, their times, and what damage leaves of them.
+#include "EventStore/SensorFiles.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+
+#include "Support/Nmea.h"
+
+namespace {
+
+using namespace Tavi::EventTools;
+using namespace std::string_literals;
+
+std::string MakeEntry(const std::string& content) {
+  std::string entry;
+  for (int shift = 0; shift < 32; shift += 8) entry += static_cast<char>(content.size() >> shift & 0xFFU);
+  return entry + content;
+}
+
+std::string MakeRmc(const std::string& fields) {
+  std::string sentence = MakeSentence("GNRMC," + fields);
+  sentence.resize(sentence.size() - 2);
+  return MakeEntry(sentence);
+}
+
+TEST(SensorFilesTest, FixesHaveSignsTimesAndValidity) {
+  setenv("TZ", "Asia/Tokyo", 1);
+  tzset();
+  const auto gps = ParseGps(MakeRmc("134005.25,A,4807.0726,S,01131.0020,W,24.36,12.5,211126,,,A") +
+                                MakeRmc("134006.00,V,,,,,,,211126,,,N") + MakeEntry("") +
+                                MakeRmc("134007.00,A,9907.0726,N,01131.0020,E,1.0,,211126,,,A") +
+                                MakeRmc("134008.00,A,,,,,1.0,,211126,,,A"),
+                            {-2.5, 2.0});
+  unsetenv("TZ");
+  tzset();
+  EXPECT_EQ(gps.problem, "");
+  ASSERT_EQ(gps.records.size(), 5U);
+  const Fix& fix = gps.records[0];
+  ASSERT_TRUE(fix.isValid);
+  EXPECT_EQ(fix.utcMs, 1'795'268'405'250) << "whatever the time zone of the machine";
+  EXPECT_NEAR(fix.latitude, -48.1178767, 1e-7);
+  EXPECT_NEAR(fix.longitude, -11.5167, 1e-7);
+  EXPECT_DOUBLE_EQ(fix.speedKnots, 24.36);
+  for (std::size_t i = 1; i < 5; ++i) {
+    EXPECT_FALSE(gps.records[i].isValid) << "entry " << i;
+    EXPECT_DOUBLE_EQ(gps.records[i].secondsFromEvent, -2.5 + static_cast<double>(i) / 2.0) << "it keeps its place";
+  }
+}
+
+TEST(SensorFilesTest, AccelerationsAreInGWithoutGravityAndATenthOfABlockApart) {
+  std::string block;
+  for (int i = 0; i < 10; ++i) block += "\x20\x10\xF0"s;
+  const auto acc = ParseAcc(MakeEntry(block) + MakeEntry(block), {-1.0, 10.0});
+  ASSERT_EQ(acc.records.size(), 20U);
+  EXPECT_THAT(acc.records[19].g, testing::ElementsAre(0.0, 0.5, -0.5));
+  EXPECT_NEAR(acc.records[19].secondsFromEvent, -0.81, 1e-9);
+}
+
+TEST(SensorFilesTest, UnknownTemperaturesAreEmpty) {
+  const auto other = ParseOther(R"([{"cpu_usage":16,"temperature":0},{"cpu_usage":17,"temperature":47}])", {0.0, 1.0});
+  ASSERT_EQ(other.records.size(), 2U);
+  EXPECT_FALSE(other.records[0].temperatureCelsius);
+  EXPECT_EQ(other.records[1].temperatureCelsius, 47);
+  EXPECT_EQ(other.records[1].cpuPercent, 17);
+}
+
+// Catches reading beyond the end, a length taken on trust, and whole entries lost with a damaged one behind them.
+TEST(SensorFilesTest, DamageLeavesTheWholeEntriesBeforeIt) {
+  const std::string rmc = MakeRmc("134005.00,A,4807.0726,N,01131.0020,E,24.36,0.0,211126,,,A");
+  const std::string block = MakeEntry(std::string(30, '\x20'));
+  const std::string sample = R"({"cpu_usage":16,"temperature":40})";
+  struct Case {
+    char sensor;
+    std::string bytes;
+    std::size_t records;
+    std::string problem;
+  };
+  const Case cases[] = {
+      {'g', "", 0, ""},
+      {'g', rmc + rmc.substr(0, 3), 1, "entry 2 is cut off"},
+      {'g', rmc + rmc.substr(0, rmc.size() - 1), 1, "entry 2 is cut off"},
+      {'g', rmc + "\xFF\xFF\xFF\xFF" + rmc, 1, "entry 2 cannot be 4294967295 bytes long"},
+      {'g', MakeEntry("$GNRMC,1*00") + rmc, 2, "entry 1 is no RMC sentence"},
+      {'g', MakeEntry("\0\0*"s) + MakeEntry(std::string(99, ',')) + rmc, 3, "entry 1 is no RMC sentence"},
+      {'a', block + block.substr(0, 20), 10, "entry 2 is cut off"},
+      {'a', block + MakeEntry(std::string(29, ' ')) + block, 10, "entry 2 cannot be 29 bytes long"},
+      {'a', std::string(1000, '\xAA'), 0, "entry 1 cannot be 2863311530 bytes long"},
+      {'o', "[" + sample + "," + sample.substr(0, 9), 1, "it is cut off or damaged"},
+      {'o', "", 0, "it is cut off or damaged"},
+      {'o', std::string(100'000, '['), 0, "it is cut off or damaged"},
+      {'o', sample, 0, "it is no array of samples"},
+      {'o', "[" + sample + ",7,{\"cpu_usage\":1e99}," + sample + "]", 4, "entry 2 is no sample"},
+  };
+  const auto check = [](const Case& wanted, const auto& got) {
+    EXPECT_EQ(got.records.size(), wanted.records) << wanted.sensor << " " << wanted.problem;
+    EXPECT_EQ(got.problem, wanted.problem) << wanted.sensor;
+  };
+  for (const Case& wanted : cases) {
+    if (wanted.sensor == 'g') check(wanted, ParseGps(wanted.bytes, {}));
+    if (wanted.sensor == 'a') check(wanted, ParseAcc(wanted.bytes, {}));
+    if (wanted.sensor == 'o') check(wanted, ParseOther(wanted.bytes, {}));
+  }
+}
+
+}  // namespace
