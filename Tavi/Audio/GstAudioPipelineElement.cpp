@@ -40,7 +40,6 @@ GstAudioPipelineElement::~GstAudioPipelineElement() = default;
 
 void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& config) {
   if (config.gainLevel != UntouchedGain) KMedia::Alsa::ChangeAudioGainLevel(config.gainLevel);
-  m_pipeline = pipeline;
   m_config = config;
   GstUtil::BranchParts parts;
   GstElement* source = parts.Make("alsasrc");

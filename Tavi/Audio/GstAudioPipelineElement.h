@@ -51,7 +51,6 @@ class GstAudioPipelineElement {
   /// thread that built the element.
   std::atomic<bool> m_running{false};
   GstUtil::GstRef<GstElement> m_sink;
-  GstElement* m_pipeline = nullptr;
   AudioConfig m_config;
   GstUtil::GstRef<GstPad> m_sourcePad;
   gulong m_probe = 0;

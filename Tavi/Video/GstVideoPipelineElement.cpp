@@ -76,7 +76,6 @@ GstVideoPipelineElement::~GstVideoPipelineElement() = default;
 
 void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& config) {
   const CameraBranch branch = CameraBranch::Build(GST_BIN(pipeline), config);
-  m_pipeline = pipeline;
   m_config = config;
   if (branch.source == nullptr) return;
   ConnectSource(branch.source);

@@ -70,7 +70,6 @@ class GstVideoPipelineElement {
   /// What the probe on the source lets through; the streaming threads also read it first, which orders them after the
   /// thread that built the element.
   std::atomic<bool> m_running{false};
-  GstElement* m_pipeline = nullptr;
   GstUtil::GstRef<GstElement> m_rawSink;
   GstUtil::GstRef<GstElement> m_encodedSink;
   GstUtil::GstRef<GstElement> m_previewSink;

@@ -32,13 +32,7 @@ class MovingAverage {
     }
     slot = value;
     m_next = m_next + 1 == m_values.size() ? 0 : m_next + 1;
-    return Mean();
-  }
-
-  /// 0 without values.
-  [[nodiscard]] T GetAverage() const {
-    const std::lock_guard lock(m_mutex);
-    return Mean();
+    return m_sum / static_cast<T>(m_count);
   }
 
   void Clear() {
@@ -49,14 +43,12 @@ class MovingAverage {
   }
 
  private:
-  [[nodiscard]] T Mean() const { return m_count == 0 ? T{} : m_sum / static_cast<T>(m_count); }
-
   const std::int32_t m_size;
   std::int32_t m_count = 0;
   T m_sum{};
   /// A ring; m_next is the slot of the next value, which in a full window is that of the oldest.
   std::vector<T> m_values;
-  mutable std::mutex m_mutex;
+  std::mutex m_mutex;
   std::size_t m_next = 0;
 };
 

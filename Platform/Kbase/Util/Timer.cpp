@@ -6,11 +6,10 @@
 
 namespace Kbase::Util {
 
-Timer::Timer(int periodMs, Callback callback, void* context, int /*stackBytes*/)
+Timer::Timer(int periodMs, Callback callback, void* /*context*/, int /*stackBytes*/)
     : IThread("TIMER"),
       m_period(std::max(periodMs, 1)),
       m_callback(std::move(callback)),
-      m_context(context),
       m_next(Clock::now() + m_period) {
   Start();
 }

@@ -14,14 +14,12 @@ class Timer final : public Interfaces::IThread {
  public:
   using Callback = std::function<void(Timer*)>;
 
-  /// Starts at once. `callback` is called on the timer's thread "TIMER"; `context` is borrowed and handed out by
-  /// GetContext. `stackBytes` is what the callback needs of its thread's stack: the unit's toolkit makes the stack that
-  /// size, while the threads here have the system's default, which is far more.
+  /// Starts at once. `callback` is called on the timer's thread "TIMER". The unit's own library has two more
+  /// parameters, which are taken and not used here: a callback brings its context along, and its thread has the
+  /// system's default stack, far more than anybody asks for.
   Timer(int periodMs, Callback callback, void* context, int stackBytes);
   /// Waits for the call under way.
   ~Timer() override;
-
-  [[nodiscard]] void* GetContext() const { return m_context; }
 
  protected:
   void Run() override;
@@ -31,7 +29,6 @@ class Timer final : public Interfaces::IThread {
 
   const std::chrono::milliseconds m_period;
   const Callback m_callback;
-  void* const m_context;
   Clock::time_point m_next;
 };
 

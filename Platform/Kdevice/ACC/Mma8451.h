@@ -20,8 +20,6 @@ inline constexpr std::uint8_t F_SETUP = 0x09;
 inline constexpr std::uint8_t F_MODE_OFF = 0x00;
 inline constexpr std::uint8_t F_MODE_CIRCULAR = 0x40;
 
-inline constexpr std::uint8_t SYSMOD = 0x0B;
-
 inline constexpr std::uint8_t WHO_AM_I = 0x0D;
 inline constexpr std::uint8_t WHO_AM_I_VALUE = 0x1A;
 
