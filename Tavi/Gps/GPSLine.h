@@ -23,7 +23,7 @@ enum GPSLineType : std::int32_t {
 /// allocation; copies touch only the slots in use.
 class GPSLine {
  public:
-  /// Fields kept of a sentence; the standard's 82 characters allow for no more.
+  /// Fields kept of a sentence, far more than are read: GGA, the longest of those, has 15. Those behind are dropped.
   static constexpr int MaxElements = 30;
 
   GPSLine() = default;

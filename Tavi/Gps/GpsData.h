@@ -7,9 +7,9 @@
 
 namespace Tavi::Gps {
 
-/// One flat block of fixed size: it is wrapped whole in a media buffer, written whole to a file and read back whole.
-/// All texts are NUL-terminated, cut where they are too long. No member has an initialiser, so that `GpsData()` zeroes
-/// the padding too.
+/// One flat block of fixed size, wrapped whole in a media buffer and read back whole from it. Of it, files carry the
+/// RMC sentence alone. All texts are NUL-terminated, cut where they are too long. No member has an initialiser, so that
+/// `GpsData()` zeroes the padding too.
 struct GpsData {
   /// 1 when the RMC sentence gave a usable fix and its dilution of precision was good enough.
   std::uint8_t isValidPackage;
@@ -52,7 +52,7 @@ struct GpsData {
   char gprmc_line[100];
 };
 
-// Files carry the record as it lies in memory, between machines of different word size. A double has to be aligned to
+// The record is laid out on the 32-bit unit as on the 64-bit machines it is tested on. A double has to be aligned to
 // eight bytes for this: the 32-bit ABI of x86 does not, that of ARM does.
 static_assert(sizeof(GpsData) == 264 && alignof(GpsData) == 8);
 static_assert(offsetof(GpsData, speed) == 8 && offsetof(GpsData, altitude) == 48 && offsetof(GpsData, maxSpeed) == 96);

@@ -108,7 +108,7 @@ void GstPipelineManager::HandleError(GstMessage* message) {
 
 void GstPipelineManager::HandleElementMessage(GstMessage* message) {
   const GstStructure* structure = gst_message_get_structure(message);
-  // The address, not the name: what reads this output counts messages and tells them apart by it.
+  // The address, not the name: whoever reads this output counts the lines. A later message may have the same one.
   std::cout << "MSG: " << static_cast<const void*>(structure) << "\n" << std::flush;
   if (gst_structure_has_name(structure, TurnOffMessage)) g_main_loop_quit(m_loop);
 }

@@ -17,9 +17,9 @@ class MainLoopThread;
 
 /// Owns the media pipeline and the main loop on the thread "PIPELINE".
 ///
-/// Init, Start and Stop are called from one controlling thread; BusCall runs on "PIPELINE". Stop takes the pipelines to
-/// NULL, removes the bus watch and waits for "PIPELINE" to end, so nothing of a stopped manager is called any more. A
-/// subclass stops in its own destructor.
+/// Init, Start and Stop are called by one thread at a time, which the subclass sees to; BusCall runs on "PIPELINE".
+/// Stop takes the pipelines to NULL, removes the bus watch and waits for "PIPELINE" to end, so nothing of a stopped
+/// manager is called any more. A subclass stops in its own destructor.
 class GstPipelineManager {
  public:
   enum class GstPipelineType : std::int32_t {

@@ -22,8 +22,8 @@ namespace Tavi::Pipeline {
 
 /// Creates every enabled source, starts and stops them with the GStreamer pipeline, and checks that data really comes.
 ///
-/// All operations belong to one controlling thread, except where it says thread-safe. Collectors call RunSigInt when
-/// power fails, from whichever thread collects.
+/// Construction, Init, Start and the ignition belong to one controlling thread. Everything else is thread-safe: a
+/// collector calls RunSigInt when power fails, on the thread that collects; readers ask for elements at any time.
 /// Destroying it stops it. Whoever collects from it must be destroyed before it.
 class PipelineManager : public GstPipelineManager,
                         public Kbase::Interfaces::IgnitionStartMode,
@@ -44,7 +44,7 @@ class PipelineManager : public GstPipelineManager,
 
   void Init() override;
   void Start() override;
-  /// Stops and deletes all elements. Does nothing unless started; Init may follow.
+  /// Stops and deletes all elements. Does nothing unless started; Init may follow. Thread-safe.
   void Stop() override;
 
   /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the
@@ -55,7 +55,7 @@ class PipelineManager : public GstPipelineManager,
   void EndSupervision() { m_supervisionEnded = true; }
   /// Ignition off: errors restart the unit no more. Acquisition goes on.
   void RunIgnitionOff() override;
-  /// Interrupt: Stop. Thread-safe against itself and Stop.
+  /// Interrupt: Stop. Thread-safe.
   void RunSigInt() override;
 
  private:

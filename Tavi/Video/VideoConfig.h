@@ -12,7 +12,8 @@ struct VideoConfig {
   CameraType cameraType = CameraType::Camera1;
   /// V4L2 capture device.
   std::string device = "/dev/video0";
-  /// Size of a captured frame in pixels.
+  /// Pixels that the device is known to deliver. It is not asked for them: they count only for a raw frame that is
+  /// pulled before the stream has told its own size.
   std::int32_t width = 1280;
   std::int32_t height = 720;
   /// Frames per second; also the number of frames from one IDR frame to the next.

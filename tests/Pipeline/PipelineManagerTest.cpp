@@ -61,7 +61,7 @@ TEST_F(PipelineManagerTest, AnErrorRestartsTheUnitOnlyBetweenIgnitionOnAndOff) {
     config.camera1.device = "sim:camera0";
     CapturedOutput output;
     PipelineManager manager(config);
-    manager.RunIgnitionStart();  // without a GPS receiver there is nothing to wait for
+    manager.RunIgnitionStart();  // with camera 0 switched off nothing is supervised
     if (ignitionOff) manager.RunIgnitionOff();
     GstElement* pipeline = manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio);
     GST_ELEMENT_ERROR(pipeline, RESOURCE, FAILED, ("the camera has died"), (nullptr));

@@ -15,7 +15,8 @@ inline constexpr std::uint8_t FifoSamples = 32;
 /// With the FIFO and F_READ on, a burst from here yields X, Y, Z, X, Y, Z ... , the oldest sample first.
 inline constexpr std::uint8_t OUT_X_MSB = 0x01;
 
-/// To be set in standby. The FIFO is emptied when it is switched off and when the chip leaves standby.
+/// May also be set while the chip samples, but from one mode to another only by way of off. The FIFO is emptied when it
+/// is switched off and when the chip leaves standby.
 inline constexpr std::uint8_t F_SETUP = 0x09;
 inline constexpr std::uint8_t F_MODE_OFF = 0x00;
 inline constexpr std::uint8_t F_MODE_CIRCULAR = 0x40;
