@@ -41,6 +41,11 @@ void AccPipelineCollect::CopyTo(CollectBase* target) {
   if (auto* twin = dynamic_cast<AccPipelineCollect*>(target)) twin->m_maxG = m_maxG.load();
 }
 
+void AccPipelineCollect::Report(Tavi::PipelineCollect::PipelineCollectOutput& output) const {
+  PipelineCollect::Report(output);
+  output.maxG = GetMaxG();
+}
+
 bool AccPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) {
   const GstUtil::BufferMap map(dynamic_cast<const AccPipelineCbElement*>(entry));
   const auto* record = map.GetRecord<AccDataPak>();

@@ -22,6 +22,7 @@ class AccPipelineCollect final : public PipelineCollect::PipelineCollect {
   void Init(Tavi::PipelineCollect::PipelineCollectConfig& config) override;
   void Reset() override;
   void CopyTo(CollectBase* target) override;
+  void Report(Tavi::PipelineCollect::PipelineCollectOutput& output) const override;
   bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override;
 
   /// Highest absolute acceleration in g that was written since Init or Reset, 0 without. Thread-safe.

@@ -1,18 +1,16 @@
 // Muxing an event behind the caller's back: who does it, with what, and who is told.
 #pragma once
 
-#include <map>
-#include <memory>
+#include <string>
+#include <utility>
 
 #include "Kbase/Interfaces/IThread.h"
-#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/EventCollect/CollectorSet.h"
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
 
 namespace Tavi::PipelineCollect {
 
 class PipelineCollectManager;
-
-using CollectorMap = std::map<PipelineCollectType, std::unique_ptr<CollectBase>>;
 
 /// Implemented by whoever asks for an asynchronous collect.
 class CollectAsyncCallbackInterface {
@@ -27,7 +25,7 @@ class CollectAsyncCallbackInterface {
 
 /// What one asynchronous mux needs; all of it borrowed until the thread has ended.
 struct MuxAsyncParams {
-  CollectorMap* collectors = nullptr;
+  const CollectorMap* collectors = nullptr;
   CollectAsyncCallbackInterface* callback = nullptr;
   void* userData = nullptr;
   PipelineCollectManager* manager = nullptr;

@@ -1,13 +1,8 @@
 // Turns a collect request into a finished set of files.
 #include "Tavi/EventCollect/PipelineCollectManager.h"
 
-#include <algorithm>
-#include <array>
 #include <chrono>
-#include <cmath>
-#include <cstdint>
 #include <ctime>
-#include <string>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,53 +11,25 @@
 #include "Ksystem/DiskUtils/DiskBase.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/SysUtil/ClearCache.h"
-#include "Tavi/Accel/AccPipelineCollect.h"
-#include "Tavi/Audio/AudioPipelineCollect.h"
-#include "Tavi/EventCollect/PreviewCollect.h"
-#include "Tavi/EventCollect/ThumbnailCollect.h"
-#include "Tavi/Gps/GpsPipelineCollect.h"
+#include "Tavi/EventCollect/EventProducts.h"
+#include "Tavi/EventCollect/StartSync.h"
 #include "Tavi/GstUtil/Log.h"
-#include "Tavi/Other/OtherPipelineCollect.h"
 #include "Tavi/Pipeline/PipelineManager.h"
-#include "Tavi/PipelineCollect/KeyFrameGrid.h"
-#include "Tavi/Video/PreviewPipelineElement.h"
-#include "Tavi/Video/VideoPipelineCollect.h"
 
 namespace Tavi::PipelineCollect {
 namespace {
 
-using Kbase::Pipeline::IPipelineElement;
-using Pipeline::PipelineType;
 using Milliseconds = Kbase::Util::IClock::Milliseconds;
 
 constexpr Milliseconds PollPeriod{20};
 constexpr Milliseconds AbortGrace{500};
 constexpr std::chrono::seconds CollectLimit{120};
 constexpr std::chrono::seconds CollectLimitCR{180};
-
-struct StreamSource {
-  PipelineCollectType type;
-  PipelineType element;
-};
-
-/// The ring that each collector reads.
-constexpr std::array<StreamSource, 8> StreamSources{{
-    {PipelineCollectType::VideoCamera1, PipelineType::Camera0},
-    {PipelineCollectType::VideoCamera0, PipelineType::Camera1},
-    {PipelineCollectType::Audio, PipelineType::Audio},
-    {PipelineCollectType::Gps, PipelineType::Gps},
-    {PipelineCollectType::Acc, PipelineType::Acc},
-    {PipelineCollectType::Other, PipelineType::Other},
-    {PipelineCollectType::ThumbnailCamera1, PipelineType::Camera0},
-    {PipelineCollectType::ThumbnailCamera0, PipelineType::Camera1},
-}};
-
-/// How much shorter than asked for a stream's window is: the slow sources end a second early, so that the event does
-/// not wait for an entry of theirs that comes up to a second after everybody else's last one.
-int ShortenedBySeconds(PipelineCollectType type, bool cr) {
-  if (type == PipelineCollectType::Gps || type == PipelineCollectType::Other) return 1;
-  return type == PipelineCollectType::Acc && cr ? 3 : 0;
-}
+/// How long an abort waits for the threads.
+constexpr Milliseconds AbortLimit{2000};
+/// How long collectors may take to write and sync their last entries when power fails.
+constexpr Milliseconds SaveLimit{2000};
+constexpr Milliseconds ShortPollPeriod{1};
 
 /// Seconds before the event, from a request whose sign and size are the caller's business.
 int AbsoluteSeconds(std::int32_t seconds) {
@@ -70,34 +37,22 @@ int AbsoluteSeconds(std::int32_t seconds) {
   return static_cast<int>(std::min(std::abs(static_cast<std::int64_t>(seconds)), Longest));
 }
 
-/// How much later in nanoseconds what `second` wrote begins than what `first` wrote; 0 when one of them cannot tell.
-std::int64_t DelayBetween(const PipelineCollect& first, const PipelineCollect& second) {
-  const auto from = first.GetFirstTimestamp();
-  const auto to = second.GetFirstTimestamp();
-  return from && to ? static_cast<std::int64_t>(*to - *from) : 0;
-}
-
-/// The collector as what it is; null when there is none, or its thread hangs in its disk.
-template <class Collector>
-Collector* Finished(CollectBase* collector) {
-  return collector != nullptr && !collector->IsRunning() ? dynamic_cast<Collector*>(collector) : nullptr;
-}
-
 }  // namespace
 
-/// One collect's time: nobody else's meanwhile, and no flag of it is left behind.
+/// One collect's time: nobody else's meanwhile, and nothing that was asked of it is left behind.
 class PipelineCollectManager::Turn {
  public:
   explicit Turn(PipelineCollectManager& manager) : m_manager(manager) {
-    const std::lock_guard lock(manager.m_stateMutex);
-    m_taken = !manager.m_collecting.exchange(true);
+    const std::lock_guard lock(manager.m_mutex);
+    m_taken = !std::exchange(manager.m_state.collecting, true);
+    if (m_taken) ++manager.m_state.turn;
   }
   ~Turn() {
     if (!m_taken) return;
-    const std::lock_guard lock(m_manager.m_stateMutex);
-    m_manager.m_cancelled = false;
-    m_manager.m_powerFailure = false;
-    m_manager.m_collecting = false;
+    const std::lock_guard lock(m_manager.m_mutex);
+    m_manager.m_state.cancelled = false;
+    m_manager.m_state.powerFailure = false;
+    m_manager.m_state.collecting = false;
   }
   [[nodiscard]] bool IsTaken() const { return m_taken; }
 
@@ -110,8 +65,11 @@ class PipelineCollectManager::Turn {
 };
 
 PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& config)
-    : m_config(config), m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()) {
-  if (m_config.pipelineManager != nullptr) CreateCollectors();
+    : m_config(config),
+      m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()),
+      m_collectors(m_config, CollectorSet::Kind::Working),
+      m_muxCollectors(m_config, CollectorSet::Kind::Twins),
+      m_backup(config.backupDir) {
   Ksystem::FileUtils::Kdir(m_config.backupDir).Create();
 }
 
@@ -121,150 +79,50 @@ PipelineCollectManager::~PipelineCollectManager() {
   m_muxThread.reset();
 }
 
-template <class Collector, class... Arguments>
-void PipelineCollectManager::Create(PipelineCollectType type, PipelineType source, Arguments... arguments) {
-  const auto element = m_config.pipelineManager->ShareElement(source);
-  if (!element) return;
-  m_collectors[type] = std::make_unique<Collector>(element.get(), arguments..., m_config.cr);
-  m_muxCollectors[type] = std::make_unique<Collector>(nullptr, arguments..., m_config.cr);
-}
-
-void PipelineCollectManager::CreateCollectors() {
-  // Only camera 0 can be left out: camera 1 is what everything else is aligned to.
-  if (m_config.withCamera0) {
-    Create<Video::VideoPipelineCollect>(PipelineCollectType::VideoCamera1, PipelineType::Camera0, CameraType::Camera0);
-  }
-  Create<Video::VideoPipelineCollect>(PipelineCollectType::VideoCamera0, PipelineType::Camera1, CameraType::Camera1);
-  if (m_config.withAudio) Create<Audio::AudioPipelineCollect>(PipelineCollectType::Audio, PipelineType::Audio);
-  Create<Gps::GpsPipelineCollect>(PipelineCollectType::Gps, PipelineType::Gps);
-  Create<Accel::AccPipelineCollect>(PipelineCollectType::Acc, PipelineType::Acc);
-  Create<Other::OtherPipelineCollect>(PipelineCollectType::Other, PipelineType::Other);
-  if (m_config.withCamera0) {
-    Create<ThumbnailCollect>(PipelineCollectType::ThumbnailCamera1, PipelineType::Camera0, CameraType::Camera0);
-  }
-  Create<ThumbnailCollect>(PipelineCollectType::ThumbnailCamera0, PipelineType::Camera1, CameraType::Camera1);
-  if (!m_config.cr) CreatePreviewCollector();
-}
-
-void PipelineCollectManager::CreatePreviewCollector() {
-  auto* audio = GetStream(PipelineCollectType::Audio);
-  const auto make = [&](Audio::AudioPipelineCollect* sound) {
-    return std::make_unique<PreviewCollect>(nullptr, nullptr, sound, m_config.previewFlag, m_config.previewParam);
-  };
-  m_collectors[PipelineCollectType::Preview] = make(dynamic_cast<Audio::AudioPipelineCollect*>(audio));
-  m_muxCollectors[PipelineCollectType::Preview] = make(nullptr);
-  BindPreview();
-}
-
-void PipelineCollectManager::BindPreview() {
-  auto* preview = dynamic_cast<PreviewCollect*>(GetCollectElement(PipelineCollectType::Preview));
-  if (preview == nullptr) return;
-  const auto camera0 = m_config.withCamera0 ? m_config.pipelineManager->ShareElement(PipelineType::Preview0) : nullptr;
-  preview->Bind(camera0, m_config.pipelineManager->ShareElement(PipelineType::Preview1));
-}
-
-/// Takes the rings as the pipeline manager has them now. False when it has none of them any more.
-bool PipelineCollectManager::BindElements() {
-  bool anyRing = m_collectors.empty();
-  for (const auto& source : StreamSources) {
-    auto* collector = dynamic_cast<PipelineCollect*>(GetCollectElement(source.type));
-    if (collector == nullptr) continue;
-    const auto element = m_config.pipelineManager->ShareElement(source.element);
-    collector->Bind(element);
-    anyRing = anyRing || element;
-  }
-  BindPreview();
-  return anyRing;
+PipelineCollectManager::State PipelineCollectManager::GetState() const {
+  const std::lock_guard lock(m_mutex);
+  return m_state;
 }
 
 void PipelineCollectManager::Init(PipelineCollectInput& input) {
-  for (const auto& [type, collector] : m_collectors) {
-    if (type == PipelineCollectType::Preview && !input.withPreview) continue;
-    const int shorter = std::min(ShortenedBySeconds(type, m_config.cr), AbsoluteSeconds(input.durationSeconds));
-    const int duration = input.durationSeconds < 0 ? input.durationSeconds + shorter : input.durationSeconds - shorter;
-    PipelineCollectConfig config{input.startSeconds, duration, input.outputDir};
-    collector->Init(config);
-  }
-}
-
-PipelineCollect* PipelineCollectManager::GetStream(PipelineCollectType type) const {
-  return dynamic_cast<PipelineCollect*>(GetCollectElement(type));
+  m_collectors.Arm(input);
 }
 
 void PipelineCollectManager::Sync(PipelineCollectInput& input) {
-  const int seconds = AbsoluteSeconds(input.startSeconds);
-  PipelineCollect* camera0 = GetStream(PipelineCollectType::VideoCamera0);
-  PipelineCollect* camera1 = GetStream(PipelineCollectType::VideoCamera1);
-  const auto seekStart = [seconds](PipelineCollect* camera, const char* name) {
-    const auto ring = camera != nullptr ? camera->GetRing() : nullptr;
-    if (!ring) return;
-    Log::Info(fmt::format("Current frame {}: {}", name, ring->GetCurrentFrameId()));
-    const int fps = static_cast<int>(ring->GetFps());
-    camera->SetStartPos(ring->SeekBackKeyframe(fps * seconds, fps));
-  };
-  seekStart(camera0, "camera 0");
-  seekStart(camera1, "camera 1");
-  if (camera0 != nullptr && camera1 != nullptr) SyncCamera0ToCamera1(*camera0, *camera1, seconds);
-  if (camera0 == nullptr && camera1 == nullptr) Log::Info("No video available");
-  SyncSensors(seconds);
-  SyncAudio(camera1 != nullptr ? camera1 : camera0, seconds);
-}
-
-void PipelineCollectManager::SyncSensors(int seconds) {
-  for (const auto type : {PipelineCollectType::Gps, PipelineCollectType::Acc, PipelineCollectType::Other}) {
-    PipelineCollect* sensor = GetStream(type);
-    const auto ring = sensor != nullptr ? sensor->GetRing() : nullptr;
-    if (ring)
-      sensor->SetStartPos(ring->SeekBackKeyframe(static_cast<int>(static_cast<float>(seconds) * ring->GetFps()), 1));
-  }
-}
-
-void PipelineCollectManager::SyncAudio(const PipelineCollect* camera, int seconds) {
-  PipelineCollect* audio = GetStream(PipelineCollectType::Audio);
-  const auto ring = audio != nullptr ? audio->GetRing() : nullptr;
-  const auto reference = camera != nullptr ? camera->GetRing() : nullptr;
-  if (!ring || !reference) return;
-  unsigned int pos = 0;
-  if (audio->SyncWithPipeline(reference.get(), static_cast<int>(camera->GetStartPos()),
-                              static_cast<int>(static_cast<float>(seconds) * ring->GetFps()), pos)) {
-    audio->SetStartPos(pos);
-  }
-}
-
-void PipelineCollectManager::SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1,
-                                                  int seconds) {
-  const auto ring = camera0.GetRing();
-  const auto reference = camera1.GetRing();
-  if (!ring || !reference) return;
-  const auto fps = static_cast<unsigned int>(ring->GetFps());
-  unsigned int pos = 0;
-  if (camera0.SyncWithPipeline(reference.get(), static_cast<int>(camera1.GetStartPos()),
-                               static_cast<int>(fps) * seconds, pos)) {
-    camera0.SetStartPos(AlignToKeyFrame(*ring, pos, fps));
-  }
+  const Rings rings = m_collectors.GetRings();
+  m_collectors.SetStarts(StartSync(rings, AbsoluteSeconds(input.startSeconds)).Find());
 }
 
 void PipelineCollectManager::Start() {
-  for (const auto& [type, collector] : m_collectors) {
-    if (collector->IsArmed()) collector->IThread::Start();
-  }
+  m_collectors.Start();
 }
 
 bool PipelineCollectManager::Running() const {
-  return std::any_of(m_collectors.begin(), m_collectors.end(), [](const auto& c) { return c.second->IsRunning(); });
+  return m_collectors.Running();
 }
 
 void PipelineCollectManager::CancelCollect(bool abort) {
-  if (!m_collecting) return;
-  m_cancelled = true;
-  for (const auto& [type, collector] : m_collectors) {
-    if (abort && collector->IsRunning()) {
-      if (!collector->Abort()) {
-        Log::Error(fmt::format("the collect of {} does not end: its disk does not answer", collector->GetPath()));
-      }
-    } else {
-      collector->RequestStop();
-    }
+  std::uint64_t turn = 0;
+  {
+    const std::lock_guard lock(m_mutex);
+    if (!m_state.collecting) return;
+    m_state.cancelled = true;
+    m_collectors.RequestStop(abort);
+    turn = m_state.turn;
+  }
+  if (abort) AwaitAborted(turn);
+}
+
+/// Waits, within a bound, until the threads of that collect have ended.
+void PipelineCollectManager::AwaitAborted(std::uint64_t turn) const {
+  const auto isPresent = [&] {
+    const State state = GetState();
+    return state.collecting && state.turn == turn;
+  };
+  const Kbase::Util::TimeMonitor monitor;
+  while (isPresent() && Running()) {
+    if (monitor.Elapsed() >= AbortLimit) return m_collectors.LogHanging("cannot be ended");
+    Kbase::Util::IClock::Steady().Sleep(ShortPollPeriod);
   }
 }
 
@@ -273,7 +131,7 @@ bool PipelineCollectManager::Prepare(PipelineCollectInput& input) {
     Log::Error("a collector of an earlier event still waits for its disk: the new request is refused");
     return false;
   }
-  if (m_config.pipelineManager == nullptr || !BindElements()) {
+  if (m_config.pipelineManager == nullptr || !m_collectors.Bind()) {
     Log::Error("there is no acquisition to collect from: the request is refused");
     return false;
   }
@@ -309,12 +167,12 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
     Init(input);
     Sync(input);
     Start();
-    if (m_cancelled) {
+    if (GetState().cancelled) {
       EndCancelledStart();
     } else {
       LogFreeSpace("before");
       WaitForCollectors();
-      if (callback != nullptr && !m_powerFailure && !input.discard && CanMuxAsync()) {
+      if (callback != nullptr && !GetState().powerFailure && !input.discard && CanMuxAsync()) {
         HandOver(callback, userData);
         return true;
       }
@@ -327,14 +185,14 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
 
 /// The end of an event on the collecting thread.
 void PipelineCollectManager::Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output) {
-  if (m_powerFailure) {
+  if (GetState().powerFailure) {
     SaveAll();
   } else if (input.discard) {
     DeleteAll();
   } else {
     Mux();
     // Power may have failed meanwhile: what was muxed is saved as it is.
-    if (m_powerFailure) SaveAll();
+    if (GetState().powerFailure) SaveAll();
     BuildOutput(output);
   }
   Reset();
@@ -343,41 +201,35 @@ void PipelineCollectManager::Deliver(const PipelineCollectInput& input, Pipeline
 }
 
 bool PipelineCollectManager::CanMuxAsync() const {
-  const bool anyHangs = Running();
-  return !anyHangs && m_muxCollectors.size() == m_collectors.size() &&
-         (m_muxThread == nullptr || !m_muxThread->IsRunning());
+  return !Running() && (m_muxThread == nullptr || !m_muxThread->IsRunning());
 }
 
 void PipelineCollectManager::HandOver(CollectAsyncCallbackInterface* callback, void* userData) {
-  for (const auto& [type, collector] : m_collectors) collector->CopyTo(m_muxCollectors.at(type).get());
+  m_collectors.CopyTo(m_muxCollectors);
   m_muxThread.reset();
   {
     // From here on PowerFailure reaches the event through the mux thread.
-    const std::lock_guard lock(m_stateMutex);
-    m_muxing = true;
-    m_muxPowerFailure = m_powerFailure.load();
+    const std::lock_guard lock(m_mutex);
+    m_state.muxing = true;
+    m_state.muxPowerFailure = m_state.powerFailure;
   }
-  m_muxThread = std::make_unique<MuxAsyncThread>(m_config.cr ? "MUX-EVT-CR" : "MUX-EVT",
-                                                 MuxAsyncParams{&m_muxCollectors, callback, userData, this}, *this);
-  if (!m_muxThread->Start()) {
-    MuxAsyncParams params{&m_muxCollectors, callback, userData, this};
-    MuxAsync(params);
-  }
+  MuxAsyncParams params{&m_muxCollectors.GetMap(), callback, userData, this};
+  m_muxThread = std::make_unique<MuxAsyncThread>(m_config.cr ? "MUX-EVT-CR" : "MUX-EVT", params, *this);
+  if (!m_muxThread->Start()) MuxAsync(params);
   Reset();
 }
 
 void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
   ClearCache();
-  const CollectorMap& collectors = *params.collectors;
-  Mux(Finished<Video::VideoPipelineCollect>(GetCollectElement(collectors, PipelineCollectType::VideoCamera1)),
-      Finished<Video::VideoPipelineCollect>(GetCollectElement(collectors, PipelineCollectType::VideoCamera0)),
-      Finished<Audio::AudioPipelineCollect>(GetCollectElement(collectors, PipelineCollectType::Audio)));
+  const EventProducts products(*params.collectors);
+  products.Mux();
   PipelineCollectOutput output;
   output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
-  BuildOutput(collectors, output);
+  products.BuildOutput(output);
   if (IsMuxToBeSaved()) {
     Log::Info("[Power Failure]Making backup...");
-    Backup(collectors, m_config.cr ? "mux-cr" : "mux");
+    // What could not be saved has its line; the files themselves stay with the callback either way.
+    static_cast<void>(m_backup.Save(*params.collectors, m_config.cr ? "mux-cr" : "mux"));
     Log::Info("[Power Failure]Backup finished");
   }
   if (params.callback != nullptr) params.callback->CollectFinished(output, true, params.userData);
@@ -385,9 +237,9 @@ void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
 
 /// Ends the mux thread's turn: what fails from here on finds the event delivered.
 bool PipelineCollectManager::IsMuxToBeSaved() {
-  const std::lock_guard lock(m_stateMutex);
-  m_muxing = false;
-  return m_muxPowerFailure;
+  const std::lock_guard lock(m_mutex);
+  m_state.muxing = false;
+  return m_state.muxPowerFailure;
 }
 
 /// A cancel that came before or while the threads started may have been overwritten by their arming: they are told once
@@ -405,7 +257,7 @@ void PipelineCollectManager::WaitForCollectors() {
   const Kbase::Util::TimeMonitor monitor(m_clock);
   while (Running()) {
     m_clock.Sleep(PollPeriod);
-    if (m_powerFailure) return;
+    if (GetState().powerFailure) return;
     if (monitor.Elapsed() <= limit) continue;
     Log::Error(fmt::format("the collect has not ended within {} s and is aborted",
                            std::chrono::duration<double>(limit).count()));
@@ -422,16 +274,40 @@ void PipelineCollectManager::LogFreeSpace(const char* when) const {
                         m_config.workDir));
 }
 
+void PipelineCollectManager::PowerFailure() {
+  const std::lock_guard lock(m_mutex);
+  if (m_state.muxing) m_state.muxPowerFailure = true;
+  if (!m_state.collecting) return;
+  m_state.powerFailure = true;
+  m_collectors.RequestSave();
+}
+
+void PipelineCollectManager::SaveAll() {
+  EndCollectors();
+  Log::Info("[Power Failure]Stopping the aquisition...");
+  m_config.pipelineManager->RunSigInt();
+  Log::Info("[Power Failure]Making backup...");
+  const bool isSaved = m_backup.Save(m_collectors.GetMap(), m_config.cr ? "event-cr" : "event");
+  Log::Info("[Power Failure]Backup finished");
+  // Should the machine outlive this, the event must not be there twice.
+  if (isSaved) DeleteAll();
+}
+
+/// Nothing may read a ring any more when acquisition stops. Those that hang in their disk are left behind: their files
+/// are saved as they are.
+void PipelineCollectManager::EndCollectors() {
+  m_collectors.RequestSave();
+  const Kbase::Util::TimeMonitor monitor;
+  while (Running() && monitor.Elapsed() < SaveLimit) m_clock.Sleep(ShortPollPeriod);
+  m_collectors.LogHanging("cannot be finished");
+}
+
 void PipelineCollectManager::Reset() {
-  for (const auto& [type, collector] : m_collectors) {
-    if (!collector->IsRunning()) collector->Reset();
-  }
+  m_collectors.Reset();
 }
 
 void PipelineCollectManager::DeleteAll() {
-  for (const auto& [type, collector] : m_collectors) {
-    if (!collector->IsRunning()) collector->DeletePath();
-  }
+  m_collectors.DeleteAll();
 }
 
 void PipelineCollectManager::ClearCache() {
@@ -439,51 +315,28 @@ void PipelineCollectManager::ClearCache() {
 }
 
 void PipelineCollectManager::Mux() {
-  Mux(Finished<Video::VideoPipelineCollect>(GetCollectElement(PipelineCollectType::VideoCamera1)),
-      Finished<Video::VideoPipelineCollect>(GetCollectElement(PipelineCollectType::VideoCamera0)),
-      Finished<Audio::AudioPipelineCollect>(GetCollectElement(PipelineCollectType::Audio)));
+  EventProducts(m_collectors.GetMap()).Mux();
 }
 
 void PipelineCollectManager::Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0,
                                  Audio::AudioPipelineCollect* audio) {
-  const bool withSound = audio != nullptr && audio->IsCollected() && !audio->GetPath().empty();
-  for (Video::VideoPipelineCollect* camera : {camera1, camera0}) {
-    if (camera == nullptr) continue;
-    if (withSound) {
-      camera->Mux(audio->GetPath(), DelayBetween(*camera, *audio));
-    } else {
-      camera->BuildMp4();
-    }
-  }
+  EventProducts::Mux(camera1, camera0, audio);
 }
 
 CollectBase* PipelineCollectManager::GetCollectElement(PipelineCollectType type) const {
-  return GetCollectElement(m_collectors, type);
+  return m_collectors.Get(type);
 }
 
 CollectBase* PipelineCollectManager::GetCollectElement(const CollectorMap& collectors, PipelineCollectType type) {
-  const auto found = collectors.find(type);
-  return found == collectors.end() ? nullptr : found->second.get();
+  return CollectorSet::Get(collectors, type);
 }
 
 void PipelineCollectManager::BuildOutput(PipelineCollectOutput& output) const {
-  BuildOutput(m_collectors, output);
+  BuildOutput(m_collectors.GetMap(), output);
 }
 
 void PipelineCollectManager::BuildOutput(const CollectorMap& collectors, PipelineCollectOutput& output) {
-  for (const auto& [type, collector] : collectors) {
-    if (const auto* gps = Finished<Gps::GpsPipelineCollect>(collector.get())) output.maxSpeed = gps->GetMaxSpeed();
-    if (const auto* acc = Finished<Accel::AccPipelineCollect>(collector.get())) output.maxG = acc->GetMaxG();
-    const bool isThere = collector->IsCollected() && !collector->IsRunning();
-    if (const auto* preview = dynamic_cast<const PreviewCollect*>(collector.get())) {
-      output.previewSeconds = preview->GetLength();
-      if (isThere) output.previewStill = preview->GetThumbnailPath();
-    }
-    if (!isThere) continue;
-    output.AddOutput(type, collector->GetPath());
-    const auto* stream = dynamic_cast<const PipelineCollect*>(collector.get());
-    if (stream != nullptr && stream->GetWindow().entries != 0) output.windows[type] = stream->GetWindow();
-  }
+  EventProducts(collectors).BuildOutput(output);
 }
 
 }  // namespace Tavi::PipelineCollect

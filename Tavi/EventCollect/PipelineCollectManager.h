@@ -1,17 +1,14 @@
 // Turns a collect request into a finished set of files.
 #pragma once
 
-#include <atomic>
-#include <map>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
 
-#include "Kbase/Pipeline/IPipelineElement.h"
+#include "Tavi/EventCollect/CollectorSet.h"
 #include "Tavi/EventCollect/MuxAsync.h"
-#include "Tavi/Pipeline/PipelineType.h"
-#include "Tavi/PipelineCollect/CollectBase.h"
-#include "Tavi/PipelineCollect/PipelineCollect.h"
+#include "Tavi/EventCollect/PowerBackup.h"
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
 
 namespace Tavi::Audio {
@@ -89,42 +86,41 @@ class PipelineCollectManager final : public MuxAsyncInterface {
  private:
   class Turn;
 
-  void CreateCollectors();
-  template <class Collector, class... Arguments>
-  void Create(PipelineCollectType type, Pipeline::PipelineType source, Arguments... arguments);
-  void CreatePreviewCollector();
-  bool BindElements();
-  void BindPreview();
+  /// What the collecting thread, the mux thread and whoever cancels or says that power fails tell each other.
+  struct State {
+    /// Counts the collects, so that who waits for one does not wait for the next.
+    std::uint64_t turn = 0;
+    bool collecting = false;
+    bool cancelled = false;
+    bool powerFailure = false;
+    /// The mux thread works; it is to save its event when it is done.
+    bool muxing = false;
+    bool muxPowerFailure = false;
+  };
+
+  [[nodiscard]] State GetState() const;
   bool Prepare(PipelineCollectInput& input);
   void WaitForCollectors();
+  void AwaitAborted(std::uint64_t turn) const;
   void EndCancelledStart();
   [[nodiscard]] bool CanMuxAsync() const;
   void HandOver(CollectAsyncCallbackInterface* callback, void* userData);
   void Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output);
   [[nodiscard]] bool IsMuxToBeSaved();
-  void RequestSave();
   void SaveAll();
   void EndCollectors();
-  bool Backup(const CollectorMap& collectors, const std::string& base) const;
   void LogFreeSpace(const char* when) const;
-  PipelineCollect* GetStream(PipelineCollectType type) const;
-  void SyncCamera0ToCamera1(PipelineCollect& camera0, const PipelineCollect& camera1, int seconds);
-  void SyncSensors(int seconds);
-  void SyncAudio(const PipelineCollect* camera, int seconds);
 
   const PipelineCollectManagerConfig m_config;
   Kbase::Util::IClock& m_clock;
-  CollectorMap m_collectors;
+  CollectorSet m_collectors;
   /// One twin each, which the mux thread works on while the collectors are armed for the next event.
-  CollectorMap m_muxCollectors;
-  /// Makes taking a turn, ending it and PowerFailure exclude each other; the flags are read without it.
-  std::mutex m_stateMutex;
-  std::atomic<bool> m_collecting{false};
-  std::atomic<bool> m_cancelled{false};
-  std::atomic<bool> m_powerFailure{false};
-  /// The mux thread works; it is to save its event when it is done. Both under the mutex.
-  bool m_muxing = false;
-  bool m_muxPowerFailure = false;
+  CollectorSet m_muxCollectors;
+  const PowerBackup m_backup;
+  /// Guards the state. Held while collectors are asked to end, so that what is meant for one event never reaches the
+  /// next; a collector's own locks come behind it.
+  mutable std::mutex m_mutex;
+  State m_state;
   std::unique_ptr<MuxAsyncThread> m_muxThread;
 };
 

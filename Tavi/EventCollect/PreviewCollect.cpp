@@ -101,6 +101,12 @@ void PreviewCollect::DeletePath() {
   DeleteThumbnailPath();
 }
 
+void PreviewCollect::Report(PipelineCollectOutput& output) const {
+  CollectBase::Report(output);
+  output.previewSeconds = m_length;
+  if (m_collected) output.previewStill = m_thumbnailPath;
+}
+
 int PreviewCollect::GetClipSeconds() const {
   return m_fps > 0 ? static_cast<int>(m_framesPushed) / m_fps : 0;
 }

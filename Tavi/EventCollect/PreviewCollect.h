@@ -55,6 +55,7 @@ class PreviewCollect final : public CollectBase {
   /// Removes clip and still.
   void DeletePath() override;
   void Collect() override;
+  void Report(PipelineCollectOutput& output) const override;
 
   /// Builds, runs and takes down the encoding pipeline for the frames that Collect has found.
   void RunPipeline();

@@ -36,6 +36,11 @@ void GpsPipelineCollect::CopyTo(CollectBase* target) {
   if (auto* twin = dynamic_cast<GpsPipelineCollect*>(target)) twin->m_maxSpeed = m_maxSpeed;
 }
 
+void GpsPipelineCollect::Report(Tavi::PipelineCollect::PipelineCollectOutput& output) const {
+  PipelineCollect::Report(output);
+  output.maxSpeed = GetMaxSpeed();
+}
+
 bool GpsPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) {
   const GstUtil::BufferMap map(dynamic_cast<const GpsPipelineCbElement*>(entry));
   const auto* fix = map.GetRecord<GpsData>();

@@ -15,6 +15,7 @@ class GpsPipelineCollect final : public PipelineCollect::PipelineCollect {
   void Init(Tavi::PipelineCollect::PipelineCollectConfig& config) override;
   void Reset() override;
   void CopyTo(CollectBase* target) override;
+  void Report(Tavi::PipelineCollect::PipelineCollectOutput& output) const override;
   bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override;
 
   /// Highest speed of a valid fix written since Init, in knots; -1 when there was none. Read after the collect.

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "Kbase/Util/Naming.h"
@@ -32,6 +33,23 @@ constexpr std::array<FileNaming, 9> FileNamings{{
 }};
 
 }  // namespace
+
+BackupThread::BackupThread(std::function<bool()> copy) {
+  try {
+    m_thread = std::thread([this, copy] { m_saved = copy(); });
+  } catch (const std::system_error&) {
+    m_saved = copy();
+  }
+}
+
+void BackupThread::join() {
+  if (m_thread.joinable()) m_thread.join();
+}
+
+bool BackupThread::IsSaved() {
+  join();
+  return m_saved;
+}
 
 CollectBase::CollectBase(PipelineCollectType type, std::string threadName)
     : IThread(std::move(threadName)), m_type(type) {}
@@ -68,6 +86,10 @@ void CollectBase::CopyTo(CollectBase* other) {
   other->m_armed = m_armed;
 }
 
+void CollectBase::Report(PipelineCollectOutput& output) const {
+  if (m_collected) output.AddOutput(m_type, m_path);
+}
+
 void CollectBase::RequestStop() {
   m_stop = true;
   Wake();
@@ -95,12 +117,8 @@ bool CollectBase::Backup(const std::string& dir, const std::string& name) const 
   return IsPathAvailable() && Kfile(m_path, true).CopyTo(GetBackupPath(dir, name), false, true);
 }
 
-bool CollectBase::IsBackedUp(const std::string& dir, const std::string& name) const {
-  return !IsPathAvailable() || IsPathAvailable(GetBackupPath(dir, name));
-}
-
-std::unique_ptr<std::thread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {
-  return std::make_unique<std::thread>([this, dir, name] { Backup(dir, name); });
+std::unique_ptr<BackupThread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {
+  return std::make_unique<BackupThread>([this, dir, name] { return Backup(dir, name); });
 }
 
 void CollectBase::GetPipelineCollectPrefixAndExtension(PipelineCollectType type, std::string& prefix,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -10,6 +11,25 @@
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
 
 namespace Tavi::PipelineCollect {
+
+/// One file's copy under way on a thread of its own. Whoever has it joins it.
+class BackupThread {
+ public:
+  /// `copy` runs at once: on a thread of its own, or on the caller's where the system has none to give.
+  explicit BackupThread(std::function<bool()> copy);
+  ~BackupThread() { join(); }
+  BackupThread(const BackupThread&) = delete;
+  BackupThread& operator=(const BackupThread&) = delete;
+
+  /// Waits for the copy's end.
+  void join();
+  /// What the copy has returned. Joins.
+  [[nodiscard]] bool IsSaved();
+
+ private:
+  std::thread m_thread;
+  bool m_saved = false;
+};
 
 /// Armed with Init, run once on its own thread, then read, copied or deleted, and Reset.
 ///
@@ -30,6 +50,9 @@ class CollectBase : public Kbase::Interfaces::IThread {
   virtual void CopyTo(CollectBase* other);
   /// The work itself; runs on the collector's thread.
   virtual void Collect() = 0;
+  /// Puts what the last collect has brought into the event's result: its file when there is one, and what else the
+  /// stream tells. Not while the thread runs.
+  virtual void Report(PipelineCollectOutput& output) const;
 
   /// True when the file exists and is not empty.
   static bool IsPathAvailable(const std::string& path);
@@ -39,10 +62,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
   /// Copies the file to `dir` under prefix + `name` + extension (".mp4" once it was muxed). False when there is nothing
   /// to copy or the copy failed; what fitted then stays, with ".part" behind its name.
   bool Backup(const std::string& dir, const std::string& name) const;
-  /// True when nothing is lost with this file: it was saved whole, or there is nothing in it.
-  bool IsBackedUp(const std::string& dir, const std::string& name) const;
   /// Backup on a thread of its own; the caller joins it.
-  std::unique_ptr<std::thread> BackupAsync(const std::string& dir, const std::string& name) const;
+  std::unique_ptr<BackupThread> BackupAsync(const std::string& dir, const std::string& name) const;
 
   /// File name parts by type; both empty for an unknown type.
   static void GetPipelineCollectPrefixAndExtension(PipelineCollectType type, std::string& prefix,

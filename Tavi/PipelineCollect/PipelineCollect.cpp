@@ -12,6 +12,7 @@
 
 #include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/RingTime.h"
 
 namespace Tavi::PipelineCollect {
 
@@ -34,56 +35,10 @@ std::chrono::milliseconds WakePeriod(float fps) {
   return std::chrono::milliseconds(static_cast<int>(std::min(intervalMs, 60000.0F)) + WakeMarginMs);
 }
 
-/// Empty when there is no entry, no buffer, or no time stamp on it.
-std::optional<std::uint64_t> TimestampOf(const Kbase::Pipeline::IPipelineCbElement* entry) {
-  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
-  if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return {};
-  return GST_BUFFER_PTS(media->buffer);
-}
-
 /// How long ago the entry was made; entries that do not tell are new.
 std::chrono::milliseconds AgeOf(const Kbase::Pipeline::IPipelineCbElement* entry) {
   const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
   return media != nullptr ? media->GetAge() : std::chrono::milliseconds(0);
-}
-
-/// Time stamps in nanoseconds, both included.
-struct Interval {
-  std::uint64_t from = 0;
-  std::uint64_t to = 0;
-
-  /// How far `time` lies outside.
-  [[nodiscard]] std::uint64_t DistanceOf(std::uint64_t time) const {
-    if (time < from) return from - time;
-    return time > to ? time - to : 0;
-  }
-};
-
-/// Walks from the entry `back` places before `present` to the one within `wanted`, or to the nearest one: it never
-/// turns round and never leaves the ring.
-unsigned int FindNearest(const IPipelineElement& ring, int present, int back, Interval wanted) {
-  const int oldest = static_cast<int>(ring.GetRingSize()) - 1;
-  unsigned int pos = ring.SeekRelative(present, back);
-  std::uint64_t time = 0;
-  int direction = 0;
-  while (PipelineCollect::GetPipelineTimestamp(&ring, static_cast<int>(pos), time) && wanted.DistanceOf(time) != 0) {
-    const int step = time < wanted.from ? -1 : 1;
-    if (direction == 0) direction = step;
-    if (direction != step) {
-      // No entry lies within: this one and the one before it are the neighbours on either side.
-      const unsigned int other = ring.SeekRelative(present, back - direction);
-      std::uint64_t otherTime = 0;
-      const bool nearer = PipelineCollect::GetPipelineTimestamp(&ring, static_cast<int>(other), otherTime) &&
-                          wanted.DistanceOf(otherTime) < wanted.DistanceOf(time);
-      return nearer ? other : pos;
-    }
-    const int nextBack = back + direction;
-    const unsigned int next = ring.SeekRelative(present, nextBack);
-    if (nextBack < 0 || nextBack > oldest || !ring.GetElementAt(next)) return pos;
-    back = nextBack;
-    pos = next;
-  }
-  return pos;
 }
 
 }  // namespace
@@ -237,10 +192,15 @@ bool PipelineCollect::WritePending(CollectFile& file, Progress& progress, std::u
   return true;
 }
 
+void PipelineCollect::Report(PipelineCollectOutput& output) const {
+  CollectBase::Report(output);
+  if (m_collected && m_window.entries != 0) output.windows[m_type] = m_window;
+}
+
 void PipelineCollect::Note(const Kbase::Pipeline::IPipelineCbElement* entry) {
   const std::chrono::duration<double> madeAt = std::chrono::steady_clock::now() - m_armedAt - AgeOf(entry);
   m_window.toSeconds = madeAt.count();
-  m_window.lastTimestampNs = TimestampOf(entry);
+  m_window.lastTimestampNs = GetTimestamp(entry);
   if (m_window.entries++ != 0) return;
   m_window.fromSeconds = m_window.toSeconds;
   m_window.firstTimestampNs = m_window.lastTimestampNs;
@@ -254,7 +214,7 @@ void PipelineCollect::Finish(CollectFile& file) {
 
 bool PipelineCollect::GetPipelineTimestamp(const IPipelineElement* element, int pos, std::uint64_t& timestampNs) {
   if (element == nullptr) return false;
-  const auto time = TimestampOf(element->GetElementAt(element->SeekRelative(pos, 0)).get());
+  const auto time = GetTimestamp(element->GetElementAt(element->SeekRelative(pos, 0)).get());
   timestampNs = time.value_or(timestampNs);
   return time.has_value();
 }
@@ -266,19 +226,7 @@ bool PipelineCollect::GetPipelineTimestamp(int pos, std::uint64_t& timestampNs) 
 bool PipelineCollect::SyncWithPipeline(const IPipelineElement* reference, int refPos, int frames, unsigned int& pos) {
   pos = 0;
   const auto ring = GetRing();
-  if (reference == nullptr || !ring) return false;
-  const int back = std::clamp(frames, 0, static_cast<int>(ring->GetRingSize()) - 1);
-  const auto present = static_cast<int>(ring->GetRingPos());
-  pos = ring->SeekRelative(present, back);
-  std::uint64_t time = 0;
-  Interval wanted;
-  if (!GetPipelineTimestamp(ring.get(), static_cast<int>(pos), time)) return false;
-  if (!GetPipelineTimestamp(reference, refPos - 1, wanted.from)) return false;
-  if (!GetPipelineTimestamp(reference, refPos, wanted.to)) return false;
-  // At the seam between the reference's oldest and newest entry the two are not neighbours in time.
-  wanted.from = std::min(wanted.from, wanted.to);
-  pos = FindNearest(*ring, present, back, wanted);
-  return true;
+  return reference != nullptr && ring && FindSameTime(*ring, *reference, refPos, frames, pos);
 }
 
 }  // namespace Tavi::PipelineCollect

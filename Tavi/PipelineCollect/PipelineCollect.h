@@ -33,6 +33,7 @@ class PipelineCollect : public CollectBase {
   unsigned int GetTotalSecondsCollected() override { return m_secondsCollected; }
   void CopyTo(CollectBase* other) override;
   void Collect() override;
+  void Report(PipelineCollectOutput& output) const override;
 
   /// Called once before the first entry; false ends the collect.
   virtual bool WriteHeader(FILE* file);

@@ -1,0 +1,20 @@
+// Entries of rings by their time stamps.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "Kbase/Pipeline/IPipelineElement.h"
+
+namespace Tavi::PipelineCollect {
+
+/// Presentation time stamp in nanoseconds. Empty when there is no entry, no buffer, or no time stamp on it.
+std::optional<std::uint64_t> GetTimestamp(const Kbase::Pipeline::IPipelineCbElement* entry);
+
+/// Finds the entry of `ring` that lies in time between the entries `refPos - 1` and `refPos` of `reference`, searching
+/// from `frames` entries back. Ends within ring-size steps: where no entry lies between the two, or they lie outside
+/// the ring, `pos` is the nearest entry. False without time stamps to compare.
+bool FindSameTime(const Kbase::Pipeline::IPipelineElement& ring, const Kbase::Pipeline::IPipelineElement& reference,
+                  int refPos, int frames, unsigned int& pos);
+
+}  // namespace Tavi::PipelineCollect
