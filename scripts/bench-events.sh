@@ -46,7 +46,7 @@ copy_and_hash() {
   sha256sum "$dir/copy"/*
 }
 completes=$(grep -o 'complete within [0-9]* ms' "$ram/log" | awk '{print $3}')
-copies= reports= peers= bytes=0
+copies='' reports='' peers='' bytes=0
 for event in "$dir"/events/2*; do
   bytes=$(du -sb "$event" | cut -f1)
   cp -r "$event" "$ram/event"

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the scripts share. Sourced, not run.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -6,4 +7,5 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 say() { printf '== %s\n' "$*" >&2; }
 
 # Build jobs: all processors.
+# shellcheck disable=SC2034  # used where this is sourced
 jobs=$(nproc)

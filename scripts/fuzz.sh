@@ -8,9 +8,9 @@ if [ "${1:-}" = --seconds ]; then
   shift 2
 fi
 known=$(sed -n 's/^tavi_fuzz(\([A-Za-z0-9]*\) .*/\1/p' fuzz/CMakeLists.txt)
-targets=${*:-$known}
-for target in $targets; do
-  grep -qx "$target" <<<"$known" || { say "no target $target; there are" $known; exit 2; }
+mapfile -t targets < <(if [ $# -gt 0 ]; then printf '%s\n' "$@"; else printf '%s\n' "$known"; fi)
+for target in "${targets[@]}"; do
+  grep -qx "$target" <<<"$known" || { say "no target $target; there are ${known//$'\n'/ }"; exit 2; }
 done
 
 out=build/fuzz
@@ -19,7 +19,7 @@ mkdir -p "$out/artifacts" "$out/logs"
 (
   flock 9  # several runs may share the folder
   cmake --preset fuzz >"$out/logs/configure.txt"
-  ninja -C "$out" $targets >&2
+  ninja -C "$out" "${targets[@]}" >&2
   # What receivers really sent, as single lines and as whole epochs: further inputs that are only read.
   logs=${TAVI_NMEA_LOGS:-../shared/data/nmea}
   if [ ! -d "$real" ] && compgen -G "$logs/*.log" >/dev/null; then
@@ -49,7 +49,7 @@ run() {
 }
 
 failed=0
-for target in $targets; do
+for target in "${targets[@]}"; do
   if [ "$(jobs -rp | wc -l)" -ge 2 ]; then wait -n || failed=1; fi
   run "$target" &
 done

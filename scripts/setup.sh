@@ -11,7 +11,7 @@ packages=(
   libsystemd-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
   libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
-  clang libclang-rt-14-dev chromium chromium-driver python3 libxml2-utils
+  clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
 )
 
 missing=()

@@ -34,13 +34,14 @@ trap 'kill "$recorder" 2>/dev/null || true; wait "$recorder" || true; rm -rf "$d
 ctl() { build/release/bin/tavi-ctl --json --control "$socket" "$@"; }
 # Waits that many seconds of the recorder's clock.
 pass() { sleep "$(awk "BEGIN {print $1 / $speed}")"; }
+count_events() { find "$dir/events" -mindepth 1 -maxdepth 1 -not -name ".*" | wc -l; }
 report() {
   local memory threads descriptors
   memory=$(awk '/VmRSS/ {printf "%.1f", $2 / 1000}' "/proc/$recorder/status")
-  threads=$(ls "/proc/$recorder/task" | wc -l)
-  descriptors=$(ls "/proc/$recorder/fd" | wc -l)
+  threads=$(find "/proc/$recorder/task" -mindepth 1 -maxdepth 1 | wc -l)
+  descriptors=$(find "/proc/$recorder/fd" -mindepth 1 | wc -l)
   printf 'after %s: %s MB resident, %d threads, %d descriptors, %d working files, %d events kept\n' \
-    "$1" "$memory" "$threads" "$descriptors" "$(find "$dir/work" -type f | wc -l)" "$(ls "$dir/events" | wc -l)"
+    "$1" "$memory" "$threads" "$descriptors" "$(find "$dir/work" -type f | wc -l)" "$(count_events)"
 }
 until ctl status 2>/dev/null | grep -q '"state":"recording"'; do sleep 1; done
 say "waiting until the rings are full"
