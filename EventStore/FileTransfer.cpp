@@ -4,11 +4,9 @@
 #include <fcntl.h>
 #include <glib.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <memory>
@@ -17,6 +15,7 @@
 #include <thread>
 
 #include "EventStore/Storage.h"
+#include "Ksystem/FileUtils/Kfile.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace Tavi::EventStore {
@@ -73,19 +72,11 @@ class HashedCopy {
   const Checksum m_checksum{g_checksum_new(G_CHECKSUM_SHA256), &g_checksum_free};
 };
 
-/// What was recorded an hour ago does not become an hour younger. Failure does no harm.
-void CopyTimes(int from, int to) {
-  struct stat attributes {};
-  if (::fstat(from, &attributes) != 0) return;
-  const std::array<timespec, 2> times{attributes.st_atim, attributes.st_mtim};
-  ::futimens(to, times.data());
-}
-
 bool CopyFile(const SourceFile& source, int from, const std::string& dest, EventFile& file, std::string& problem) {
   UniqueFd to = UniqueFd::Open(dest, O_WRONLY | O_CREAT | O_EXCL);
   if (!to.IsValid()) return Fail("create", dest, problem);
   if (!HashedCopy(source.path, from, dest, to.Get()).Run(file, problem)) return false;
-  CopyTimes(from, to.Get());
+  Ksystem::FileUtils::Kfile(source.path).CopyTimesTo(dest);
   return (::fsync(to.Get()) == 0 && to.Close()) || Fail("write", dest, problem);
 }
 

@@ -6,18 +6,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
 #include "Kbase/Klog/Logger.h"
+#include "Ksystem/FileUtils/Kdir.h"
 
 namespace Tavi::EventStore {
 
+using Ksystem::FileUtils::Kdir;
 using Ksystem::FileUtils::UniqueFd;
 
 namespace {
@@ -73,17 +72,6 @@ bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& t
   return false;
 }
 
-bool WriteAll(int fd, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = ::write(fd, data, size);
-    if (written < 0 && errno != EINTR) return false;
-    if (written < 0) continue;
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
 bool WriteSynced(const std::string& path, std::string_view text, std::string& problem,
                  std::optional<std::int64_t> modifiedNs) {
   UniqueFd file = UniqueFd::Open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
@@ -93,8 +81,7 @@ bool WriteSynced(const std::string& path, std::string_view text, std::string& pr
 }
 
 bool SyncDirectory(const std::string& path, std::string& problem) {
-  const UniqueFd directory = UniqueFd::Open(path, O_RDONLY | O_DIRECTORY);
-  return (directory.IsValid() && ::fsync(directory.Get()) == 0) || Fail("sync", path, problem);
+  return Kdir::TrySync(path) || Fail("sync", path, problem);
 }
 
 bool Rename(const std::string& from, const std::string& to, std::string& problem) {
@@ -102,11 +89,9 @@ bool Rename(const std::string& from, const std::string& to, std::string& problem
 }
 
 bool RemoveTree(const std::string& path, std::string& problem) {
-  std::error_code error;
-  std::filesystem::remove_all(path, error);
-  if (!error) return true;
-  problem = fmt::format("cannot remove {}: {}", path, error.message());
-  return false;
+  const auto error = Kdir(path).RemoveTree();
+  if (error) problem = fmt::format("cannot remove {}: {}", path, error.message());
+  return !error;
 }
 
 std::int64_t ToNs(const timespec& time) {
@@ -125,15 +110,7 @@ bool IsDirectory(const std::string& path) {
 
 std::vector<std::string> ListNames(const std::string& dir) {
   std::vector<std::string> names;
-  std::error_code error;
-  std::filesystem::directory_iterator entry(dir, error);
-  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    names.push_back(entry->path().filename().string());
-  }
-  if (error && error != std::errc::no_such_file_or_directory) {
-    LogWarning(fmt::format("cannot list {}: {}", dir, error.message()));
-  }
-  std::sort(names.begin(), names.end());
+  if (const auto error = Kdir(dir).List(names)) LogWarning(fmt::format("cannot list {}: {}", dir, error.message()));
   return names;
 }
 

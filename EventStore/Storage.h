@@ -13,6 +13,8 @@
 
 namespace Tavi::EventStore {
 
+using Ksystem::FileUtils::WriteAll;
+
 /// Puts "cannot <action> <path>: <errno text>" into `problem`; false.
 bool Fail(std::string_view action, std::string_view path, std::string& problem);
 
@@ -23,8 +25,6 @@ Ksystem::FileUtils::UniqueFd OpenRegularFile(const std::string& path, std::strin
 [[nodiscard]] bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& text,
                                  std::string& problem);
 
-/// All bytes; false with errno set.
-[[nodiscard]] bool WriteAll(int fd, const char* data, std::size_t size);
 /// Writes a file of that content, synced; its name is not, see SyncDirectory. `modifiedNs`: its modification time,
 /// Unix time in nanoseconds; now without one.
 [[nodiscard]] bool WriteSynced(const std::string& path, std::string_view text, std::string& problem,

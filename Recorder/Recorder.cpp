@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +12,7 @@
 
 #include "Kbase/Util/Clock.h"
 #include "Kbase/Util/TimeMonitor.h"
+#include "Ksystem/FileUtils/UniqueFd.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
@@ -181,15 +181,8 @@ void Recorder::Conclude(const Request& request, const PipelineCollectOutput& out
 
 void Recorder::Print(const std::string& text) {
   const std::lock_guard lock(m_mutex);
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t written = write(m_reportFd, text.data() + done, text.size() - done);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) {
-      Log::Error(fmt::format("cannot write a report: {}", std::strerror(errno)));
-      return;
-    }
-    done += static_cast<std::size_t>(written);
-  }
+  if (Ksystem::FileUtils::WriteAll(m_reportFd, text.data(), text.size())) return;
+  Log::Error(fmt::format("cannot write a report: {}", std::strerror(errno)));
 }
 
 }  // namespace Tavi::Recorder

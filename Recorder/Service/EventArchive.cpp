@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "EventStore/EventName.h"
+#include "EventStore/Storage.h"
 #include "Kbase/Util/Naming.h"
 #include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/FileUtils/Kdir.h"
@@ -35,10 +36,9 @@ constexpr std::size_t MaxWaiting = 4;
 /// Products of recovered events until they are events; hidden from whoever lists these.
 constexpr const char* RecoveredDir = ".recovered/";
 
-void RemoveTree(const fs::path& path) {
-  std::error_code error;
-  fs::remove_all(path, error);
-  if (error) Log::Warning("cannot remove " + path.string() + ": " + error.message());
+void RemoveTree(const std::string& path) {
+  std::string problem;
+  if (!EventStore::RemoveTree(path, problem)) Log::Warning(problem);
 }
 
 std::time_t GetTime(const fs::path& path) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Kbase/Util/Naming.h"
+#include "Ksystem/FileUtils/AsideFile.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 
 namespace Tavi::RecoveryCollect {
@@ -15,7 +16,7 @@ namespace {
 
 using PipelineCollect::PipelineCollectType;
 
-constexpr std::string_view HalfSuffix = ".part";
+constexpr std::string_view HalfSuffix = Ksystem::FileUtils::AsideFile::Suffix;
 /// "_20261121T071500Z", as Kbase::Util::BuildEventFileName appends it.
 constexpr std::size_t StampLength = 17;
 

@@ -43,7 +43,7 @@ bool EventRecovery::RecoverVideo(PipelineCollectType type, const std::string& so
   const float fps = type == PipelineCollectType::VideoCamera1 ? m_input.camera0Fps : m_input.camera1Fps;
   std::string mp4Path;
   if (!Mux(source, fps, mp4Path)) return false;
-  CopyFileTime(source, mp4Path);
+  Kfile(source).CopyTimesTo(mp4Path);
   return MoveFile(mp4Path, GetProductPath(type), m_work.GetAsidePath()) && Kfile(source).Remove();
 }
 

@@ -1,11 +1,9 @@
 // Moving a file so that it is never missing, never half and never in the place of another.
 #include "Tavi/RecoveryCollect/MoveFile.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -39,7 +37,7 @@ bool Fail(const std::string& source, const std::string& dest, const std::string&
 
 bool CopyAcross(const std::string& source, const std::string& dest, const std::string& aside) {
   if (!Kfile(source).CopyTo(aside, false)) return Fail(source, dest, "it could not be copied");
-  CopyFileTime(source, aside);
+  Kfile(source).CopyTimesTo(aside);
   if (std::rename(aside.c_str(), dest.c_str()) != 0) return Fail(source, dest, std::strerror(errno));
   return Kdir::SyncParentOf(dest) && Kfile(source).Remove();
 }
@@ -53,13 +51,6 @@ bool MoveFile(const std::string& source, const std::string& dest, const std::str
   }
   if (std::rename(source.c_str(), dest.c_str()) == 0) return Kdir::SyncParentOf(dest);
   return errno == EXDEV ? CopyAcross(source, dest, aside) : Fail(source, dest, std::strerror(errno));
-}
-
-void CopyFileTime(const std::string& from, const std::string& to) {
-  struct stat attributes {};
-  if (::stat(from.c_str(), &attributes) != 0) return;
-  const std::array<timespec, 2> times{attributes.st_atim, attributes.st_mtim};
-  ::utimensat(AT_FDCWD, to.c_str(), times.data(), 0);
 }
 
 }  // namespace Tavi::RecoveryCollect

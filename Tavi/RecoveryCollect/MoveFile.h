@@ -12,8 +12,4 @@ namespace Tavi::RecoveryCollect {
 /// file, when `source` could not be moved.
 [[nodiscard]] bool MoveFile(const std::string& source, const std::string& dest, const std::string& aside);
 
-/// Gives `to` the modification time of `from`: what was recorded an hour ago does not become an hour younger. Failure
-/// does no harm.
-void CopyFileTime(const std::string& from, const std::string& to);
-
 }  // namespace Tavi::RecoveryCollect

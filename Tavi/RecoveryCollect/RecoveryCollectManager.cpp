@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Ksystem/FileUtils/AsideFile.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Tavi/GstUtil/Log.h"
@@ -21,6 +22,7 @@
 namespace Tavi::RecoveryCollect {
 namespace {
 
+using Ksystem::FileUtils::AsideFile;
 using Ksystem::FileUtils::Kdir;
 using Ksystem::FileUtils::Kfile;
 
@@ -108,7 +110,7 @@ bool RecoveryCollectManager::MoveBackup(const std::string& backupDir, const std:
   std::vector<std::string> names;
   bool moved = ListDirectory(from, names);
   // Half copies of a run that was interrupted; what they were copies of is still in the backup directory.
-  moved = Kfile(aside).Remove() && Kfile(aside + ".part").Remove() && moved;
+  moved = Kfile(aside).Remove() && Kfile(AsideFile::GetAsidePathOf(aside)).Remove() && moved;
   if (names.empty()) return moved;
   // Without the directory each move fails, with a line in the log that names the file.
   moved = Kdir(to).Create() && moved;

@@ -3,10 +3,7 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <system_error>
-
+#include "Ksystem/FileUtils/Kdir.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 #include "Tavi/RecoveryCollect/EventFileName.h"
@@ -35,15 +32,9 @@ bool IsRegularFile(const std::string& path) {
 }
 
 bool ListDirectory(const std::string& dir, std::vector<std::string>& names) {
-  std::error_code error;
-  std::filesystem::directory_iterator entry(dir, error);
-  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    names.push_back(entry->path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  if (!error || error == std::errc::no_such_file_or_directory) return true;
-  Log::Error("cannot read the directory " + dir + ": " + error.message());
-  return false;
+  const auto error = Ksystem::FileUtils::Kdir(dir).List(names);
+  if (error) Log::Error("cannot read the directory " + dir + ": " + error.message());
+  return !error;
 }
 
 bool ReadRestoreDirectory(const std::string& dir, RestoreContent& content) {

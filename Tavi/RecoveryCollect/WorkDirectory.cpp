@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "Ksystem/FileUtils/AsideFile.h"
 #include "Ksystem/FileUtils/Failure.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
@@ -15,16 +16,17 @@
 namespace Tavi::RecoveryCollect {
 namespace {
 
+using Ksystem::FileUtils::AsideFile;
 using Ksystem::FileUtils::Kfile;
 using Ksystem::FileUtils::UniqueFd;
 
 constexpr const char* DirectoryName = ".recovery";
 constexpr const char* Video = "video.h264";
+constexpr const char* Product = "video.mp4";
 constexpr const char* Audio = "audio.mp3";
 constexpr const char* Aside = "moved";
-/// All that is ever made here, by this program's hand.
-constexpr std::array Names{Video, "video.h264.part", "video.mp4", "video.mp4.part",
-                           Audio, "audio.mp3.part",  Aside,       "moved.part"};
+/// All that is ever made here, by this program's hand; each may be half.
+constexpr std::array Names{Video, Product, Audio, Aside};
 
 bool Link(const std::string& source, const std::string& alias) {
   std::error_code error;
@@ -57,7 +59,10 @@ bool WorkDirectory::IsLeftIn(const std::string& outputDir) {
 
 bool WorkDirectory::Clear() const {
   bool cleared = true;
-  for (const char* name : Names) cleared = Kfile(GetPath(name)).Remove() && cleared;
+  for (const char* name : Names) {
+    const std::string path = GetPath(name);
+    for (const auto& left : {path, AsideFile::GetAsidePathOf(path)}) cleared = Kfile(left).Remove() && cleared;
+  }
   return cleared;
 }
 

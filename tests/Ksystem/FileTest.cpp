@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "Ksystem/DiskUtils/DiskBase.h"
+#include "Ksystem/FileUtils/AsideFile.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Support/Fixtures.h"
@@ -57,6 +58,35 @@ TEST_F(FileTest, ACopyIsWholeOrAbsent) {
   EXPECT_FALSE(file.CopyTo(full + "/f", false, true));
   EXPECT_EQ(ReadFile(full + "/f.part"), std::string(64 << 10, 'x')) << "what fits is kept";
   umount(full.c_str());
+}
+
+TEST_F(FileTest, AFileMadeAsideTakesItsNameWholeOrLeavesWhatStoodThere) {
+  const std::string path = m_dir + "f";
+  const std::string aside = path + ".part";
+  std::ofstream(path) << "old";
+  {
+    AsideFile file(path);
+    ASSERT_TRUE(file.Open());
+    EXPECT_TRUE(WriteAll(file.GetFd(), "half", 4));
+    EXPECT_EQ(ReadFile(aside), "half");
+  }
+  EXPECT_FALSE(std::filesystem::exists(aside)) << "what is half is removed";
+  for (const std::string kept : {"", "half"}) {
+    AsideFile file(path);
+    std::ofstream(aside) << kept;
+    file.Keep();
+  }
+  EXPECT_EQ(ReadFile(aside), "half") << "unless it is told to stay";
+  EXPECT_EQ(ReadFile(path), "old");
+  {
+    AsideFile file(path);
+    EXPECT_TRUE(file.Commit()) << "written by its name";
+  }
+  EXPECT_EQ(ReadFile(path), "half");
+  EXPECT_EQ(CountLogged(""), 0) << GetLog();
+  AsideFile none(m_dir + "none");
+  EXPECT_FALSE(none.Commit());
+  EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(FileTest, MissingFilesDirectoriesAndDisksAreToldFromPresentOnes) {

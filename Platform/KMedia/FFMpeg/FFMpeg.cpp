@@ -1,25 +1,19 @@
 // Muxes an H.264 stream, with or without MP3 sound, into an MP4 file.
 #include "KMedia/FFMpeg/FFMpeg.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "KMedia/FFMpeg/MappedFile.h"
 #include "KMedia/FFMpeg/Mp4Writer.h"
 #include "KMedia/H264/TailCheck.h"
 #include "Kbase/Klog/Logger.h"
-#include "Ksystem/FileUtils/Kdir.h"
-#include "Ksystem/FileUtils/UniqueFd.h"
+#include "Ksystem/FileUtils/AsideFile.h"
 
 namespace KMedia {
 namespace {
 
 constexpr const char* Tag = "Kmedia";
-constexpr const char* AsideSuffix = ".part";
 
 bool Fail(const std::string& message) {
   Kbase::Klog::Logger::GetInstance().Error(Tag, message);
@@ -53,26 +47,14 @@ bool IsHeard(const Soundtrack& sound, std::size_t videoFrames, FrameRate rate) {
   return !sound.mp3.frames.empty() && static_cast<double>(sound.startSample) / sound.mp3.sampleRate < endSeconds;
 }
 
-bool SyncToDisk(const std::string& path) {
-  auto file = Ksystem::FileUtils::UniqueFd::Open(path, O_RDONLY);
-  return file.IsValid() && ::fsync(file.Get()) == 0 && file.Close();
-}
-
 /// Writes the MP4 aside and gives it its name once it is whole.
 bool WriteWhole(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound) {
-  const std::string aside = path + AsideSuffix;
+  Ksystem::FileUtils::AsideFile file(path);
   Mp4Writer writer;
-  if (!writer.Write(aside, video, rate, sound)) {
-    ::unlink(aside.c_str());
+  if (!writer.Write(file.GetAsidePath(), video, rate, sound)) {
     return Fail("cannot mux into " + path + ": " + writer.GetError());
   }
-  if (SyncToDisk(aside) && std::rename(aside.c_str(), path.c_str()) == 0) {
-    return Ksystem::FileUtils::Kdir::SyncParentOf(path);
-  }
-  const int reason = errno;
-  ::unlink(aside.c_str());
-  errno = reason;
-  return FailWithErrno("cannot finish " + path);
+  return file.Commit() || FailWithErrno("cannot finish " + path);
 }
 
 }  // namespace

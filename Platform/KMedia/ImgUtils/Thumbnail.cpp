@@ -1,14 +1,11 @@
 // Scales a raw frame with libyuv and encodes it with TurboJPEG.
 #include "KMedia/ImgUtils/Thumbnail.h"
 
-#include <fcntl.h>
 #include <turbojpeg.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <span>
@@ -17,18 +14,15 @@
 
 #include "KMedia/ImgUtils/IpuFrame.h"
 #include "Kbase/Klog/Logger.h"
-#include "Ksystem/FileUtils/Kdir.h"
+#include "Ksystem/FileUtils/AsideFile.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace KMedia::ImgUtils {
 namespace {
 
-using Ksystem::FileUtils::UniqueFd;
-
 constexpr int Quality = 80;
 /// The longest side that the JPEG library takes (JPEG_MAX_DIMENSION).
 constexpr unsigned int MaxSide = 65500;
-constexpr const char* AsideSuffix = ".part";
 
 using RangeTable = std::array<std::uint8_t, 256>;
 
@@ -103,30 +97,12 @@ class Encoder {
   unsigned long m_size = 0;
 };
 
-bool WriteAll(int fd, std::span<const std::uint8_t> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) bytes = bytes.subspan(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-/// False, with errno set, when the file could not be written, synced or closed.
-bool WriteFile(const std::string& path, std::span<const std::uint8_t> bytes) {
-  UniqueFd file = UniqueFd::Open(path, O_WRONLY | O_CREAT | O_TRUNC);
-  return file.IsValid() && WriteAll(file.Get(), bytes) && ::fsync(file.Get()) == 0 && file.Close();
-}
-
 /// Gives the file its name once it is whole.
 bool WriteWhole(const std::string& path, std::span<const std::uint8_t> bytes) {
-  const std::string aside = path + AsideSuffix;
-  if (WriteFile(aside, bytes) && std::rename(aside.c_str(), path.c_str()) == 0) {
-    return Ksystem::FileUtils::Kdir::SyncParentOf(path);
-  }
-  const std::string reason = std::strerror(errno);
-  ::unlink(aside.c_str());
-  return Fail(path, reason);
+  Ksystem::FileUtils::AsideFile file(path);
+  if (file.Open() && Ksystem::FileUtils::WriteAll(file.GetFd(), bytes.data(), bytes.size()) && file.Commit())
+    return true;
+  return Fail(path, std::strerror(errno));
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <utility>
 
 #include "Ksystem/FileUtils/Failure.h"
@@ -45,17 +47,42 @@ bool Kdir::Create() const {
   return created;
 }
 
-bool Kdir::Sync(const std::string& path) {
+std::error_code Kdir::List(std::vector<std::string>& names) const {
+  names.clear();
+  std::error_code error;
+  std::filesystem::directory_iterator entry(m_path, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    names.push_back(entry->path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return error == std::errc::no_such_file_or_directory ? std::error_code() : error;
+}
+
+std::error_code Kdir::RemoveTree() const {
+  std::error_code error;
+  std::filesystem::remove_all(m_path, error);
+  return error;
+}
+
+bool Kdir::TrySync(const std::string& path) {
   UniqueFd directory = UniqueFd::Open(path, O_RDONLY | O_DIRECTORY);
-  if (directory.IsValid() && ::fsync(directory.Get()) == 0 && directory.Close()) return true;
+  return directory.IsValid() && ::fsync(directory.Get()) == 0 && directory.Close();
+}
+
+bool Kdir::Sync(const std::string& path) {
+  if (TrySync(path)) return true;
   LogFailure("sync the directory", path);
   return false;
 }
 
 bool Kdir::SyncParentOf(const std::string& path) {
+  return Sync(GetParentOf(path));
+}
+
+std::string Kdir::GetParentOf(const std::string& path) {
   const auto slash = path.rfind('/');
-  if (slash == std::string::npos) return Sync(".");
-  return Sync(slash == 0 ? "/" : path.substr(0, slash));
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 }  // namespace Ksystem::FileUtils

@@ -11,26 +11,14 @@
 #include <utility>
 #include <vector>
 
+#include "Ksystem/FileUtils/AsideFile.h"
 #include "Ksystem/FileUtils/Failure.h"
-#include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace Ksystem::FileUtils {
 namespace {
 
 constexpr std::size_t CopyBlock = std::size_t{1} << 20;
-constexpr const char* AsideSuffix = ".part";
-
-bool WriteAll(int to, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = ::write(to, data, size);
-    if (written < 0 && errno != EINTR) return false;
-    if (written < 0) continue;
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
 
 /// Copies what `from` has left through memory. False, with errno set, on failure.
 bool ReadAndWriteAll(int from, int to) {
@@ -53,15 +41,6 @@ bool SendAll(int from, int to) {
   }
 }
 
-/// False when there is nothing in the file.
-bool SyncSome(const std::string& path) {
-  struct stat attributes {};
-  const UniqueFd file = UniqueFd::Open(path, O_RDONLY);
-  if (!file.IsValid() || ::fstat(file.Get(), &attributes) != 0 || attributes.st_size == 0) return false;
-  if (::fsync(file.Get()) != 0) LogFailure("sync", path);
-  return Kdir::SyncParentOf(path);
-}
-
 }  // namespace
 
 Kfile::Kfile(std::string path, bool quiet) : m_path(std::move(path)), m_quiet(quiet) {}
@@ -82,27 +61,30 @@ bool Kfile::Remove() {
   return false;
 }
 
-bool Kfile::CopyContent(const std::string& aside) {
+bool Kfile::CopyContent(AsideFile& to) const {
   const UniqueFd from = UniqueFd::Open(m_path, O_RDONLY);
   if (!from.IsValid()) {
     LogFailure("open", m_path);
     return false;
   }
-  UniqueFd to = UniqueFd::Open(aside, O_WRONLY | O_CREAT | O_TRUNC);
-  if (to.IsValid() && SendAll(from.Get(), to.Get()) && ::fsync(to.Get()) == 0 && to.Close()) return true;
-  LogFailure("copy " + m_path + " to", aside);
+  if (to.Open() && SendAll(from.Get(), to.GetFd()) && to.Commit()) return true;
+  LogFailure("copy " + m_path + " to", to.GetAsidePath());
   return false;
 }
 
 bool Kfile::CopyTo(const std::string& dest, bool keepExisting, bool keepHalf) {
   if (keepExisting && ::access(dest.c_str(), F_OK) == 0) return false;
-  const std::string aside = dest + AsideSuffix;
-  if (CopyContent(aside)) {
-    if (::rename(aside.c_str(), dest.c_str()) == 0) return Kdir::SyncParentOf(dest);
-    LogFailure("rename " + aside + " to", dest);
-  }
-  if (!keepHalf || !SyncSome(aside)) ::unlink(aside.c_str());
+  AsideFile to(dest);
+  if (CopyContent(to)) return true;
+  if (keepHalf) to.Keep();
   return false;
+}
+
+void Kfile::CopyTimesTo(const std::string& dest) const {
+  struct stat attributes {};
+  if (::stat(m_path.c_str(), &attributes) != 0) return;
+  const std::array<timespec, 2> times{attributes.st_atim, attributes.st_mtim};
+  ::utimensat(AT_FDCWD, dest.c_str(), times.data(), 0);
 }
 
 bool Kfile::Write(const void* data, std::size_t size, FILE* file) {

@@ -8,6 +8,8 @@
 
 namespace Ksystem::FileUtils {
 
+class AsideFile;
+
 /// Names one file; nothing is opened until an operation is called. Thread-bound; the static writers are reentrant.
 class Kfile {
  public:
@@ -27,6 +29,10 @@ class Kfile {
   /// ".part".
   bool CopyTo(const std::string& dest, bool keepExisting, bool keepHalf = false);
 
+  /// Gives the file at `dest` the times of this one: what was recorded an hour ago does not become an hour younger.
+  /// Failure does no harm.
+  void CopyTimesTo(const std::string& dest) const;
+
   /// Writes `size` bytes. False on a null stream or a short write.
   static bool Write(const void* data, std::size_t size, FILE* file);
   /// Writes four bytes, the least significant first, whatever the machine's own order.
@@ -35,7 +41,7 @@ class Kfile {
   static bool WriteString(const std::string& text, FILE* file);
 
  private:
-  bool CopyContent(const std::string& aside);
+  bool CopyContent(AsideFile& to) const;
 
   const std::string m_path;
   const bool m_quiet;

@@ -29,4 +29,16 @@ bool UniqueFd::Close() {
   return ::close(std::exchange(m_fd, -1)) == 0;
 }
 
+bool WriteAll(int fd, const void* data, std::size_t size) {
+  const auto* next = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t written = ::write(fd, next, size);
+    if (written < 0 && errno != EINTR) return false;
+    if (written < 0) continue;
+    next += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
 }  // namespace Ksystem::FileUtils

@@ -1,6 +1,7 @@
 // The owner of one file descriptor.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -29,5 +30,8 @@ class UniqueFd {
  private:
   int m_fd = -1;
 };
+
+/// Writes all bytes, in however many parts the system takes them. False, with errno set, on failure.
+[[nodiscard]] bool WriteAll(int fd, const void* data, std::size_t size);
 
 }  // namespace Ksystem::FileUtils
