@@ -5,6 +5,7 @@
 #include <chrono>
 #include <string>
 
+#include "KMedia/ImgUtils/PictureSize.h"
 #include "Tavi/GstUtil/AppSink.h"
 #include "Tavi/Video/CameraBranch.h"
 #include "Tavi/Video/GstIpuFrame.h"
@@ -16,6 +17,7 @@ using GstUtil::ClearSampleCallback;
 using GstUtil::GstRef;
 using GstUtil::PullBuffer;
 using GstUtil::SetSampleCallback;
+using KMedia::ImgUtils::PictureSize;
 
 namespace {
 
@@ -35,11 +37,6 @@ GstBuffer* PullUnless(const std::function<bool()>& giveUp, GstAppSink* sink) {
   }
   return nullptr;
 }
-
-struct PictureSize {
-  int width = 0;
-  int height = 0;
-};
 
 /// What the frames in the sink really measure: a cropped picture, or a camera that has no other size, may differ from
 /// what is configured.

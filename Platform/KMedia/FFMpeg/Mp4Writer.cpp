@@ -12,7 +12,12 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 
+#include "KMedia/ImgUtils/PictureSize.h"
+
 namespace KMedia {
+
+using ImgUtils::PictureSize;
+
 namespace {
 
 /// More than the index takes: per sample a size, a chunk offset, a chunk run, a duration run and a sync entry (ISO/IEC
@@ -24,11 +29,6 @@ constexpr std::size_t IndexBytesFixed = 16384;
 constexpr int SilentLogOffset = 100;
 
 constexpr std::int64_t NsPerSecond = 1'000'000'000;
-
-struct PictureSize {
-  int width = 0;
-  int height = 0;
-};
 
 /// What the sequence parameter set says of the picture; zeros when it says nothing.
 PictureSize ReadPictureSize(const H264::AccessUnits& video) {
