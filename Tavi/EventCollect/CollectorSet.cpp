@@ -132,20 +132,50 @@ Rings CollectorSet::GetRings() const {
   return rings;
 }
 
+Rings CollectorSet::ShareRings(const Config& config) {
+  Rings rings;
+  for (const Stream& stream : Streams) {
+    if (stream.isWanted != nullptr && !(config.*stream.isWanted)) continue;
+    if (auto ring = config.pipelineManager->ShareElement(stream.source)) rings[stream.type] = std::move(ring);
+  }
+  return rings;
+}
+
 void CollectorSet::Arm(const PipelineCollectInput& input) {
   for (const auto& [type, collector] : m_map) {
     if (type == PipelineCollectType::Preview && !input.withPreview) continue;
     PipelineCollectConfig config{input.startSeconds,
                                  ShortenDuration(input.durationSeconds, ShortenedBySeconds(type, m_config.cr)),
-                                 input.outputDir};
+                                 input.outputDir, input.care};
+    config.care.coverSeconds = input.durationSeconds;
     collector->Init(config);
   }
 }
 
-void CollectorSet::SetStarts(const StartPositions& starts) {
-  for (const auto& [type, pos] : starts) {
-    if (auto* stream = dynamic_cast<PipelineCollect*>(Get(type))) stream->SetStartPos(pos);
+void CollectorSet::SetStarts(const Starts& starts) {
+  for (const auto& [type, start] : starts) {
+    if (auto* stream = dynamic_cast<PipelineCollect*>(Get(type))) stream->SetStart(start);
   }
+}
+
+void CollectorSet::SetHeld(HeldWindow& held) {
+  // Before the sound goes to its collector: the preview takes a copy.
+  if (auto* preview = dynamic_cast<PreviewCollect*>(Get(PipelineCollectType::Preview))) preview->SetHeld(held);
+  for (const auto& [type, collector] : m_map) {
+    if (auto* still = dynamic_cast<ThumbnailCollect*>(collector.get())) still->SetFrame(held.TakeStill(type));
+    auto* stream = dynamic_cast<PipelineCollect*>(collector.get());
+    auto reader = stream != nullptr ? held.Take(type, stream->GetRing()) : std::nullopt;
+    if (reader) stream->SetHeld(std::move(*reader));
+  }
+}
+
+bool CollectorSet::WaitsForSilentOnly() const {
+  return std::all_of(m_map.begin(), m_map.end(),
+                     [](const auto& entry) { return !entry.second->IsRunning() || entry.second->IsSilent(); });
+}
+
+void CollectorSet::EndInSilence() {
+  for (const auto& [type, collector] : m_map) collector->EndInSilence();
 }
 
 void CollectorSet::Start() {

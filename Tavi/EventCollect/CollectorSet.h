@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 
+#include "Tavi/EventCollect/HeldWindow.h"
 #include "Tavi/EventCollect/StartSync.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
@@ -40,11 +41,15 @@ class CollectorSet {
 
   /// Takes the rings as the pipeline manager has them now. False when it has none of them any more.
   bool Bind();
-  /// The rings that are read, without those that are gone; stills and preview read none.
+  /// The rings that the streams' collectors read, without those that are gone.
   [[nodiscard]] Rings GetRings() const;
+  /// The same of what the pipeline manager has now, whatever the collectors are bound to. Thread-safe.
+  static Rings ShareRings(const PipelineCollectManagerConfig& config);
   /// Arms every collector that the request wants.
   void Arm(const PipelineCollectInput& input);
-  void SetStarts(const StartPositions& starts);
+  void SetStarts(const Starts& starts);
+  /// Hands the streams of a window that was held over to their collectors.
+  void SetHeld(HeldWindow& held);
   /// Starts the thread of every armed collector.
   void Start();
   /// True while a collector's thread has been started and has not ended.
@@ -55,6 +60,9 @@ class CollectorSet {
   void RequestSave();
   /// Logs the collectors that still run, with what that means.
   void LogHanging(const char* what) const;
+  /// True while nothing but silent sources is waited for.
+  [[nodiscard]] bool WaitsForSilentOnly() const;
+  void EndInSilence();
   void CopyTo(const CollectorSet& twins) const;
   /// Back to idle; a collector that hangs in its disk stays as it is.
   void Reset();

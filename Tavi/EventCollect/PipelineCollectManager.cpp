@@ -19,6 +19,7 @@
 namespace Tavi::PipelineCollect {
 namespace {
 
+using Pipeline::PipelineType;
 using Milliseconds = Kbase::Util::IClock::Milliseconds;
 
 constexpr Milliseconds PollPeriod{20};
@@ -30,11 +31,19 @@ constexpr Milliseconds AbortLimit{2000};
 /// How long collectors may take to write and sync their last entries when power fails.
 constexpr Milliseconds SaveLimit{2000};
 constexpr Milliseconds ShortPollPeriod{1};
+/// What a held window takes beyond its end, so that an entry of the end is in it also at a low rate.
+constexpr std::chrono::seconds HoldGrace{3};
 
 /// Seconds before the event, from a request whose sign and size are the caller's business.
 int AbsoluteSeconds(std::int32_t seconds) {
   constexpr std::int64_t Longest = 24 * 60 * 60;
   return static_cast<int>(std::min(std::abs(static_cast<std::int64_t>(seconds)), Longest));
+}
+
+/// When the window ends.
+std::chrono::steady_clock::time_point GetWindowEnd(const PipelineCollectInput& input) {
+  const auto moment = input.care.moment.value_or(std::chrono::steady_clock::now());
+  return moment + std::chrono::seconds(AbsoluteSeconds(input.durationSeconds) - AbsoluteSeconds(input.startSeconds));
 }
 
 }  // namespace
@@ -89,8 +98,26 @@ void PipelineCollectManager::Init(PipelineCollectInput& input) {
 }
 
 void PipelineCollectManager::Sync(PipelineCollectInput& input) {
+  if (input.held) {
+    m_collectors.SetHeld(*input.held);
+    return;
+  }
   const Rings rings = m_collectors.GetRings();
-  m_collectors.SetStarts(StartSync(rings, AbsoluteSeconds(input.startSeconds)).Find());
+  m_collectors.SetStarts(StartSync(rings, AbsoluteSeconds(input.startSeconds), input.care).Find());
+}
+
+std::shared_ptr<HeldWindow> PipelineCollectManager::Hold(const PipelineCollectInput& input) const {
+  if (m_config.pipelineManager == nullptr) return nullptr;
+  const Rings rings = CollectorSet::ShareRings(m_config);
+  if (rings.empty()) return nullptr;
+  const Starts starts = StartSync(rings, AbsoluteSeconds(input.startSeconds), input.care).Find();
+  auto held = std::make_shared<HeldWindow>(rings, starts, GetWindowEnd(input) + HoldGrace);
+  if (input.withPreview && !m_config.cr) {
+    const auto camera0 =
+        m_config.withCamera0 ? m_config.pipelineManager->ShareElement(PipelineType::Preview0) : nullptr;
+    held->HoldPreviews({camera0, m_config.pipelineManager->ShareElement(PipelineType::Preview1)});
+  }
+  return held;
 }
 
 void PipelineCollectManager::Start() {
@@ -171,7 +198,7 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
       EndCancelledStart();
     } else {
       LogFreeSpace("before");
-      WaitForCollectors();
+      WaitForCollectors(input);
       if (callback != nullptr && !GetState().powerFailure && !input.discard && CanMuxAsync()) {
         HandOver(callback, userData);
         return true;
@@ -251,13 +278,15 @@ void PipelineCollectManager::EndCancelledStart() {
   ClearCache();
 }
 
-void PipelineCollectManager::WaitForCollectors() {
+void PipelineCollectManager::WaitForCollectors(const PipelineCollectInput& input) {
   const Milliseconds limit =
       m_config.limitMs > 0 ? Milliseconds(m_config.limitMs) : Milliseconds(m_config.cr ? CollectLimitCR : CollectLimit);
   const Kbase::Util::TimeMonitor monitor(m_clock);
+  const auto windowEnd = GetWindowEnd(input);
   while (Running()) {
     m_clock.Sleep(PollPeriod);
     if (GetState().powerFailure) return;
+    if (std::chrono::steady_clock::now() > windowEnd && m_collectors.WaitsForSilentOnly()) m_collectors.EndInSilence();
     if (monitor.Elapsed() <= limit) continue;
     Log::Error(fmt::format("the collect has not ended within {} s and is aborted",
                            std::chrono::duration<double>(limit).count()));

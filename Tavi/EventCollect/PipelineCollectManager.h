@@ -46,6 +46,9 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   /// Both of the above: without a callback the result goes to `output`, which may be null.
   bool Collect(PipelineCollectInput& input, PipelineCollectOutput* output, CollectAsyncCallbackInterface* callback,
                void* userData);
+  /// Keeps the window of a request that has to wait for its turn from being overwritten: to be called at the moment of
+  /// the event and passed on with the request. Waits for nothing. Null without acquisition. Thread-safe.
+  [[nodiscard]] std::shared_ptr<HeldWindow> Hold(const PipelineCollectInput& input) const;
   /// Ends the running collect early, each file with what it has; with `abort` also waits, bounded, for the threads.
   void CancelCollect(bool abort);
   /// Power is about to go: what the rings hold of a running event's window is written and synced at once, acquisition
@@ -100,7 +103,7 @@ class PipelineCollectManager final : public MuxAsyncInterface {
 
   [[nodiscard]] State GetState() const;
   bool Prepare(PipelineCollectInput& input);
-  void WaitForCollectors();
+  void WaitForCollectors(const PipelineCollectInput& input);
   void AwaitAborted(std::uint64_t turn) const;
   void EndCancelledStart();
   [[nodiscard]] bool CanMuxAsync() const;

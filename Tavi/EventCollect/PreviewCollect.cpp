@@ -6,9 +6,12 @@
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Tavi/Audio/AudioPipelineCollect.h"
+#include "Tavi/EventCollect/HeldWindow.h"
 #include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/CollectFile.h"
 #include "Tavi/PipelineCollect/PipelineCollect.h"
+#include "Tavi/PipelineCollect/RingTime.h"
 #include "Tavi/Video/PreviewPipelineElement.h"
 #include "Tavi/Video/VideoPipelineCollect.h"
 
@@ -75,6 +78,13 @@ void PreviewCollect::Init(PipelineCollectConfig& config) {
   m_framesPushed = 0;
   m_probeBuffers = 0;
   m_thumbnailPath.clear();
+  m_heldFrames = {};
+  m_heldSound.reset();
+}
+
+void PreviewCollect::SetHeld(HeldWindow& held) {
+  for (std::size_t camera = 0; camera < Cameras; ++camera) m_heldFrames[camera] = held.TakePreview(camera);
+  m_heldSound = held.Share(PipelineCollectType::Audio);
 }
 
 void PreviewCollect::Reset() {
@@ -147,6 +157,7 @@ void PreviewCollect::Collect() {
 bool PreviewCollect::FindStart() {
   m_soundId.reset();
   if (!FindRings()) return false;
+  if (TakeHeld()) return true;
   // A young ring has slots that were never written: both cameras begin where the younger one does.
   int back = m_frameCount / 2;
   for (std::size_t camera = 0; camera < Cameras; ++camera) {
@@ -157,11 +168,35 @@ bool PreviewCollect::FindStart() {
     const auto ring = GetRing(camera);
     if (!m_readers[camera] || !ring) continue;
     m_startPos[camera] = static_cast<std::int32_t>(ring->SeekRelative(static_cast<int>(ring->GetRingPos()), back));
-    m_readers[camera].emplace(static_cast<unsigned int>(m_startPos[camera]));
+    m_readers[camera].emplace(RingStart{static_cast<unsigned int>(m_startPos[camera]), {}, false});
     m_readers[camera]->Follow(*ring, ring->GetCurrentFrameId());
   }
   FindSoundStart();
   return true;
+}
+
+/// Begins with the frames that were held since the moment, where there are such; a camera without is left out.
+bool PreviewCollect::TakeHeld() {
+  if (!m_heldFrames[0] && !m_heldFrames[1]) return false;
+  for (std::size_t camera = 0; camera < Cameras; ++camera) m_readers[camera] = std::move(m_heldFrames[camera]);
+  FindHeldSound();
+  return true;
+}
+
+/// Passes over the held sound before the first frame of the left, else of the only picture.
+void PreviewCollect::FindHeldSound() {
+  const auto& frames = m_readers[1] ? m_readers[1] : m_readers[0];
+  const auto picture = frames->GetHeld().empty() ? std::nullopt : GetTimestamp(frames->GetHeld().front().get());
+  if (!m_heldSound || !picture) return m_heldSound.reset();
+  while (!m_heldSound->GetHeld().empty()) {
+    const auto sound = GetTimestamp(m_heldSound->GetHeld().front().get());
+    if (sound && *sound >= *picture) {
+      m_soundDelayNs = static_cast<std::int64_t>(*sound - *picture);
+      return;
+    }
+    m_heldSound->Next();
+  }
+  m_heldSound.reset();
 }
 
 /// Finds the cameras that take part, the clip's rate and its number of frames.
@@ -176,7 +211,7 @@ bool PreviewCollect::FindRings() {
     if (fps <= 0) continue;
     m_fps = fps;
     m_frameCount = static_cast<int>(ring->GetRingSize());
-    m_readers[camera].emplace(0);
+    m_readers[camera].emplace(RingStart{});
   }
   return m_fps > 0;
 }
@@ -206,10 +241,32 @@ void PreviewCollect::FindSoundStart() {
 
 /// Writes the clip's seconds of sound; false when there is none.
 bool PreviewCollect::CollectSound(const std::string& path) {
+  if (m_heldSound) return CollectHeldSound(path);
   if (!m_soundId) return false;
   const int seconds = WaitForSound(GetClipSeconds());
   if (seconds <= 0) return false;
   m_audio->CollectPreview(path, m_soundPos, seconds);
+  return IsPathAvailable(path);
+}
+
+/// The same from the sound that was held since the moment, and what has come since.
+bool PreviewCollect::CollectHeldSound(const std::string& path) {
+  const auto deadline = std::chrono::steady_clock::now() + PipelineCollect::SilenceLimit;
+  CollectFile file(path);
+  const auto ring = m_audio != nullptr ? m_audio->GetRing() : nullptr;
+  auto count = ring ? static_cast<int>(static_cast<float>(GetClipSeconds()) * ring->GetFps()) : 0;
+  while (count > 0 && !ShouldStop()) {
+    const auto entry = m_heldSound->Next();
+    if (entry) {
+      if (!file.Append([&](FILE* stream) { return m_audio->Write(stream, entry.get()); })) break;
+      --count;
+      continue;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) break;
+    WaitForCancel(PollPeriod);
+    m_heldSound->Follow(*ring, ring->GetCurrentFrameId());
+  }
+  file.Close(false);
   return IsPathAvailable(path);
 }
 

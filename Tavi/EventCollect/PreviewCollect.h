@@ -49,6 +49,10 @@ class PreviewCollect final : public CollectBase {
   /// while the thread runs.
   void Bind(const std::shared_ptr<Ring>& first, const std::shared_ptr<Ring>& second);
 
+  /// The frames of the moment, by camera as in Bind, and the sound around it, held since then; without them the clip is
+  /// made of what the rings hold when the collect runs. Between Init and the thread's start.
+  void SetHeld(HeldWindow& held);
+
   void Init(PipelineCollectConfig& config) override;
   void Reset() override;
   void CopyTo(CollectBase* target) override;
@@ -89,8 +93,11 @@ class PreviewCollect final : public CollectBase {
   [[nodiscard]] std::chrono::milliseconds GetSilenceLimit() const;
   bool FindStart();
   bool FindRings();
+  bool TakeHeld();
   void FindSoundStart();
+  void FindHeldSound();
   bool CollectSound(const std::string& path);
+  bool CollectHeldSound(const std::string& path);
   int WaitForSound(int seconds);
   [[nodiscard]] int GetClipSeconds() const;
   void Replace(bool muxed, const std::string& mp4Path);
@@ -134,6 +141,9 @@ class PreviewCollect final : public CollectBase {
   /// The sound's first entry, and how much later than the first frame it was made.
   std::optional<std::uint64_t> m_soundId;
   unsigned int m_soundPos = 0;
+  /// See SetHeld; the sound begins with the clip once its start is found.
+  std::array<std::optional<RingReader>, Cameras> m_heldFrames;
+  std::optional<RingReader> m_heldSound;
   std::int64_t m_soundDelayNs = 0;
   std::chrono::steady_clock::time_point m_deadline;
 

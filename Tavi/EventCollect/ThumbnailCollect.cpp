@@ -48,17 +48,29 @@ bool ThumbnailCollect::Write(FILE* /*file*/, Kbase::Pipeline::IPipelineCbElement
   return true;
 }
 
-void ThumbnailCollect::Collect() {
-  m_collected = false;
+void ThumbnailCollect::Init(PipelineCollectConfig& config) {
+  m_frame.reset();
+  PipelineCollect::Init(config);
+}
+
+/// The held picture, else the camera's newest one; null when it delivers none.
+std::shared_ptr<GstIpuFrame> ThumbnailCollect::TakeFrame() {
+  if (m_frame) return std::move(m_frame);
   // The share keeps the camera while its frame is waited for.
   const auto camera = std::dynamic_pointer_cast<VideoPipelineElement>(GetRing());
-  if (!camera) return;
+  if (!camera || HasFallenSilent(*camera)) return nullptr;
   const auto deadline = std::chrono::steady_clock::now() + SilenceLimit;
   const auto giveUp = [&] { return ShouldStop() || std::chrono::steady_clock::now() >= deadline; };
-  const std::unique_ptr<GstIpuFrame> frame(HasFallenSilent(*camera) ? nullptr : camera->GetIpuFrame(giveUp));
+  return std::shared_ptr<GstIpuFrame>(camera->GetIpuFrame(giveUp));
+}
+
+void ThumbnailCollect::Collect() {
+  m_collected = false;
+  const bool hasCamera = std::dynamic_pointer_cast<VideoPipelineElement>(GetRing()) != nullptr;
+  const auto frame = TakeFrame();
   auto* raw = frame ? frame->GetRawFrame() : nullptr;
   if (raw == nullptr) {
-    if (!ShouldStop()) Log::Warning(m_path + ": its camera delivers no frame; there is no thumbnail");
+    if (hasCamera && !ShouldStop()) Log::Warning(m_path + ": its camera delivers no frame; there is no thumbnail");
     return;
   }
   KMedia::ImgUtils::CreateThumbnail(raw, m_path.c_str(), Width, Height);

@@ -19,7 +19,11 @@ class GstPipelineCbElement : public Kbase::Pipeline::IPipelineCbElement {
   GstPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, std::string sourceName);
   ~GstPipelineCbElement() override;
 
-  /// How long ago the entry was made, to some 4 ms.
+  /// When the entry was made, to some 4 ms.
+  [[nodiscard]] std::chrono::steady_clock::time_point GetMadeAt() const {
+    return std::chrono::steady_clock::time_point(m_madeAt);
+  }
+  /// How long ago that was.
   [[nodiscard]] std::chrono::milliseconds GetAge() const;
   /// False for a buffer that cannot be decoded on its own, and for an entry without a buffer.
   [[nodiscard]] bool IsKeyFrame() const override;

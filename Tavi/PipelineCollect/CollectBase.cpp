@@ -8,6 +8,7 @@
 
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kfile.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 
 namespace Tavi::PipelineCollect {
 namespace {
@@ -62,6 +63,8 @@ void CollectBase::Init(PipelineCollectConfig& config) {
   m_armed = true;
   m_stop = false;
   m_syncToDisk = false;
+  m_silent = false;
+  m_endInSilence = false;
   m_config = config;
 }
 
@@ -95,13 +98,21 @@ void CollectBase::RequestStop() {
   Wake();
 }
 
+void CollectBase::EndInSilence() {
+  m_endInSilence = true;
+  Wake();
+}
+
 bool CollectBase::IsPathAvailable(const std::string& path) {
   Kfile file(path, true);
   return file.Stat() && file.GetSize() != 0;
 }
 
 void CollectBase::DeletePath() {
-  if (!m_path.empty()) Kfile(m_path, true).Remove();
+  if (!m_path.empty()) {
+    Kfile(m_path, true).Remove();
+    Kfile(m_path + std::string(TimesSuffix), true).Remove();
+  }
   m_collected = false;
 }
 
@@ -114,7 +125,13 @@ std::string CollectBase::GetBackupPath(const std::string& dir, const std::string
 }
 
 bool CollectBase::Backup(const std::string& dir, const std::string& name) const {
-  return IsPathAvailable() && Kfile(m_path, true).CopyTo(GetBackupPath(dir, name), false, true);
+  if (!IsPathAvailable()) return false;
+  const std::string dest = GetBackupPath(dir, name);
+  const std::string times = m_path + std::string(TimesSuffix);
+  // The companion first: it is small, and tells of a stream that does not fit whole, too.
+  const bool hasTimes = IsPathAvailable(times);
+  const bool timesSaved = !hasTimes || Kfile(times, true).CopyTo(dest + std::string(TimesSuffix), false);
+  return Kfile(m_path, true).CopyTo(dest, false, true) && timesSaved;
 }
 
 std::unique_ptr<BackupThread> CollectBase::BackupAsync(const std::string& dir, const std::string& name) const {

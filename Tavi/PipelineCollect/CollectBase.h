@@ -75,6 +75,11 @@ class CollectBase : public Kbase::Interfaces::IThread {
 
   /// Asks a running collect to finish its file early.
   void RequestStop();
+  /// True while the collect waits for a source that delivers nothing, and would wait on. Thread-safe.
+  [[nodiscard]] bool IsSilent() const { return m_silent; }
+  /// Tells a silent collect that nobody waits for it any longer: it ends with what it has, now or when its source falls
+  /// silent again. Thread-safe.
+  void EndInSilence();
   /// Flush and fsync the file before it is closed. Set before RequestStop, power is failing: what there is of the
   /// window is written before the file is closed.
   void SetSyncToDisk(bool sync) { m_syncToDisk = sync; }
@@ -99,6 +104,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
   PipelineCollectType m_type;
   std::atomic<bool> m_stop{false};
   std::atomic<bool> m_syncToDisk{false};
+  std::atomic<bool> m_silent{false};
+  std::atomic<bool> m_endInSilence{false};
   PipelineCollectConfig m_config;
   bool m_armed = false;
 };

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
@@ -48,8 +49,11 @@ class PipelineCollect : public CollectBase {
   [[nodiscard]] std::shared_ptr<Kbase::Pipeline::IPipelineElement> GetRing() const;
 
   /// Ring position of the window's first entry, set between Init and the thread's start.
-  void SetStartPos(unsigned int pos) { m_startPos = pos; }
-  [[nodiscard]] unsigned int GetStartPos() const { return m_startPos; }
+  void SetStartPos(unsigned int pos) { SetStart({pos, {}, false}); }
+  [[nodiscard]] unsigned int GetStartPos() const { return m_start.pos; }
+  void SetStart(const RingStart& start) { m_start = start; }
+  /// The window's entries so far, held since the moment of the event; takes the place of a start position.
+  void SetHeld(RingReader held) { m_held = std::move(held); }
   /// Presentation time stamp in nanoseconds of the first entry that the last collect wrote. Empty when it wrote none,
   /// or the entry had no time stamp. Set once the collect has ended.
   [[nodiscard]] std::optional<std::uint64_t> GetFirstTimestamp() const { return m_window.firstTimestampNs; }
@@ -72,23 +76,17 @@ class PipelineCollect : public CollectBase {
   [[nodiscard]] float GetCollectedFps() const { return m_fps; }
 
  private:
-  struct Progress;
+  class WindowRun;
 
-  void WriteWindow(CollectFile& file, std::uint64_t startId);
-  bool WritePending(CollectFile& file, Progress& progress, std::uint64_t limit);
-  void WriteLast(CollectFile& file, Progress& progress);
-  void Note(const Kbase::Pipeline::IPipelineCbElement* entry);
   void Finish(CollectFile& file);
-  [[nodiscard]] std::chrono::seconds GetLookBack() const;
 
   Kbase::Pipeline::IPipelineElement* m_element;
-  unsigned int m_startPos = 0;
+  RingStart m_start;
+  std::optional<RingReader> m_held;
   unsigned int m_secondsCollected = 0;
   CollectedWindow m_window;
   std::chrono::steady_clock::time_point m_armedAt;
   float m_fps = 0.0F;
-  /// How old the newest entry was when the collect began.
-  std::chrono::milliseconds m_silentBefore{0};
   /// Set by Bind: m_element is then only touched while this one can be locked.
   std::weak_ptr<Kbase::Pipeline::IPipelineElement> m_life;
   bool m_bound = false;

@@ -1,8 +1,10 @@
 // The vocabulary of an event: what a collect file holds, what is asked for, what is delivered.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -32,6 +34,26 @@ enum class PipelineCollectType : std::int32_t {
 /// The enumerator's own name, as reports show it; empty for any other value.
 const char* GetPipelineCollectTypeName(PipelineCollectType type);
 
+class HeldWindow;
+
+/// What goes beyond counting entries from the present on. The defaults change nothing.
+struct WindowCare {
+  /// The moment that the window is relative to; empty: when the collector is armed.
+  std::optional<std::chrono::steady_clock::time_point> moment;
+  /// Cover the window in time as well as in number: it begins no later than asked for, at a key frame, and goes on
+  /// until an entry of its end, and the number of entries that the source's rate makes of it, are written. A source
+  /// that falls silent keeps its place until the others have ended.
+  bool cover = false;
+  /// With `cover`: the end of the window by the request, in seconds behind its start; a stream whose number of entries
+  /// is cut short is not cut short in time.
+  std::int32_t coverSeconds = 0;
+  /// Stored entries that may be written for each new one. With more than one the pace is kept by the clock, so that
+  /// what lies behind is written also when nothing new comes.
+  std::int32_t pace = 1;
+  /// Write each entry's time into a companion beside the file (EntryTimes).
+  bool keepTimes = false;
+};
+
 /// What one collector is armed with for one event.
 struct PipelineCollectConfig {
   /// Where the window starts, in seconds relative to the event; negative means before it. Its absolute value is used.
@@ -40,6 +62,7 @@ struct PipelineCollectConfig {
   std::int32_t durationSeconds = 30;
   /// Directory of the file, with a "/" at its end.
   std::string outputDir;
+  WindowCare care = {};
 };
 
 /// One collect request.
@@ -51,11 +74,16 @@ struct PipelineCollectInput {
   std::string outputDir;
   /// Delete the files instead of reporting them.
   bool discard = false;
+  /// `coverSeconds` is the manager's business.
+  WindowCare care = {};
+  /// The window since its moment, from PipelineCollectManager::Hold; null: what the rings hold when the collect starts.
+  std::shared_ptr<HeldWindow> held = {};
 };
 
 /// What a stream's file holds in time.
 struct CollectedWindow {
-  /// When the first and the last entry were made, in seconds from the start of the collect: negative is before it.
+  /// When the first and the last entry were made, in seconds from the moment of the window (WindowCare): negative is
+  /// before it.
   double fromSeconds = 0.0;
   double toSeconds = 0.0;
   std::uint64_t entries = 0;
@@ -65,6 +93,11 @@ struct CollectedWindow {
   /// and microphone share; empty when an entry had none.
   std::optional<std::uint64_t> firstTimestampNs;
   std::optional<std::uint64_t> lastTimestampNs;
+  /// Entries that were overwritten in the ring before they could be read.
+  std::uint64_t lost = 0;
+  /// The longest time between two entries, in seconds, and when it began. 0 with fewer than two.
+  double longestGapSeconds = 0.0;
+  double longestGapFromSeconds = 0.0;
 };
 
 /// The result of one collect, owned by the caller and filled by the manager.

@@ -7,6 +7,19 @@ namespace Tavi::PipelineCollect {
 
 using Kbase::Pipeline::IPipelineElement;
 
+RingReader::RingReader(const RingStart& start)
+    : m_nextPos(start.pos),
+      m_nextId(start.id.value_or(0)),
+      m_following(start.id.has_value()),
+      m_needsKeyFrame(start.atKeyFrame) {}
+
+void RingReader::Restart(const RingStart& start) {
+  RingReader fresh(start);
+  fresh.m_entries.swap(m_entries);
+  fresh.m_lost = m_lost;
+  *this = std::move(fresh);
+}
+
 void RingReader::Follow(const IPipelineElement& ring, std::uint64_t newestId) {
   while (!m_following || m_nextId <= newestId) {
     Entry entry = ring.GetElementAt(m_nextPos);
@@ -18,7 +31,8 @@ void RingReader::Follow(const IPipelineElement& ring, std::uint64_t newestId) {
     m_following = true;
     m_nextId = entry->frameId + 1;
     m_nextPos = (m_nextPos + 1) % ring.GetRingSize();
-    m_entries.push_back(std::move(entry));
+    m_needsKeyFrame = m_needsKeyFrame && !entry->IsKeyFrame();
+    if (!m_needsKeyFrame) m_entries.push_back(std::move(entry));
   }
 }
 

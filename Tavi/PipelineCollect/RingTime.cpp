@@ -31,8 +31,8 @@ struct Interval {
 };
 
 /// Walks from the entry `back` places before `present` to the one within `wanted`, or to the nearest one: it never
-/// turns round and never leaves the ring.
-unsigned int FindNearest(const IPipelineElement& ring, int present, int back, Interval wanted) {
+/// turns round and never leaves the ring. Nothing when all entries lie before.
+std::optional<unsigned int> FindNearest(const IPipelineElement& ring, int present, int back, Interval wanted) {
   const int oldest = static_cast<int>(ring.GetRingSize()) - 1;
   unsigned int pos = ring.SeekRelative(present, back);
   std::uint64_t time = 0;
@@ -49,7 +49,8 @@ unsigned int FindNearest(const IPipelineElement& ring, int present, int back, In
     }
     const int nextBack = back + direction;
     const unsigned int next = ring.SeekRelative(present, nextBack);
-    if (nextBack < 0 || nextBack > oldest || !ring.GetElementAt(next)) return pos;
+    if (nextBack < 0) return {};
+    if (nextBack > oldest || !ring.GetElementAt(next)) return pos;
     back = nextBack;
     pos = next;
   }
@@ -77,8 +78,9 @@ bool FindSameTime(const IPipelineElement& ring, const IPipelineElement& referenc
   }
   // At the seam between the reference's oldest and newest entry the two are not neighbours in time.
   wanted.from = std::min(wanted.from, wanted.to);
-  pos = FindNearest(ring, present, back, wanted);
-  return true;
+  const auto nearest = FindNearest(ring, present, back, wanted);
+  pos = nearest.value_or(pos);
+  return nearest.has_value();
 }
 
 }  // namespace Tavi::PipelineCollect

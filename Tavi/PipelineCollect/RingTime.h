@@ -12,8 +12,9 @@ namespace Tavi::PipelineCollect {
 std::optional<std::uint64_t> GetTimestamp(const Kbase::Pipeline::IPipelineCbElement* entry);
 
 /// Finds the entry of `ring` that lies in time between the entries `refPos - 1` and `refPos` of `reference`, searching
-/// from `frames` entries back. Ends within ring-size steps: where no entry lies between the two, or they lie outside
-/// the ring, `pos` is the nearest entry. False without time stamps to compare.
+/// from `frames` entries back. Ends within ring-size steps: where no entry lies between the two `pos` is the nearest
+/// one, and where they lie before all that the ring holds, its oldest. False without time stamps to compare, and where
+/// they lie behind all of it: the ring's source stands still, and has nothing of that moment.
 bool FindSameTime(const Kbase::Pipeline::IPipelineElement& ring, const Kbase::Pipeline::IPipelineElement& reference,
                   int refPos, int frames, unsigned int& pos);
 

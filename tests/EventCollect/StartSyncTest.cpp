@@ -27,10 +27,10 @@ class StartSyncTest : public Tavi::Testing::MediaTest {
     m_rings[type] = ring;
   }
   /// When the entry at the stream's start was made; nothing without a start.
-  std::optional<double> StartMs(const StartPositions& starts, PipelineCollectType type) {
+  std::optional<double> StartMs(const Starts& starts, PipelineCollectType type) {
     const auto found = starts.find(type);
     if (found == starts.end()) return {};
-    const auto entry = m_rings.at(type)->GetElementAt(found->second);
+    const auto entry = m_rings.at(type)->GetElementAt(found->second.pos);
     const auto* media = dynamic_cast<const Tavi::GstUtil::GstPipelineCbElement*>(entry.get());
     return static_cast<double>(GST_BUFFER_PTS(media->buffer)) / GST_MSECOND;
   }

@@ -52,7 +52,8 @@ TEST_F(SyncTest, EndsOnTheNearestEntryWhereNoneLiesBetween) {
   EXPECT_EQ(FindMs(own, late, 3, 39), 21000U);
 }
 
-TEST_F(SyncTest, EndsAtTheRingsEndsWhenTheReferenceLiesOutside) {
+// Catches a search that never ends, and one that takes what a dead source has left for the moment that is looked for.
+TEST_F(SyncTest, EndsAtTheOldestEntryBeforeItAndFindsNothingBehindTheNewest) {
   TestRing own(32);
   Fill(own, 100, 0, 100);  // holds 6800 to 9900
   TestRing before(8);
@@ -60,7 +61,11 @@ TEST_F(SyncTest, EndsAtTheRingsEndsWhenTheReferenceLiesOutside) {
   TestRing after(8);
   Fill(after, 8, 50000, 10);
   EXPECT_EQ(FindMs(own, before, 4, 10), 6800U);
-  EXPECT_EQ(FindMs(own, after, 4, 10), 9900U);
+  PipelineCollect collector(&own, PipelineCollectType::Audio);
+  for (const int frames : {0, 10, 31}) {
+    unsigned int pos = 0;
+    EXPECT_FALSE(collector.SyncWithPipeline(&after, 4, frames, pos)) << frames;
+  }
   TestRing young(32);
   Fill(young, 5, 5000, 100);
   EXPECT_EQ(FindMs(young, before, 4, 2), 5000U) << "slots that were never written are no answer";

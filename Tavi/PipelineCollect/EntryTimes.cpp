@@ -1,0 +1,98 @@
+// The companion of a stream's file: when each of its entries was.
+#include "Tavi/PipelineCollect/EntryTimes.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <limits>
+
+namespace Tavi::PipelineCollect {
+namespace {
+
+constexpr std::string_view Magic = "times 1";
+constexpr std::string_view Captured = "captured";
+constexpr std::string_view Counted = "counted";
+constexpr double NsPerSecond = 1e9;
+
+/// Takes what stands before `separator` off the front of `text`; nothing when it does not stand there.
+std::optional<std::string_view> TakeUpTo(std::string_view& text, char separator) {
+  const auto end = text.find(separator);
+  if (end == std::string_view::npos) return {};
+  const auto piece = text.substr(0, end);
+  text.remove_prefix(end + 1);
+  return piece;
+}
+
+template <class Number>
+bool ReadNumber(std::string_view text, Number& number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+std::optional<EntryTime> ParseEntry(std::string_view line) {
+  EntryTime time;
+  const auto arrived = TakeUpTo(line, ' ');
+  if (!arrived || !ReadNumber(*arrived, time.arrivedNs)) return {};
+  if (line == "-") return time;
+  std::uint64_t timestamp = 0;
+  if (!ReadNumber(line, timestamp)) return {};
+  time.timestampNs = timestamp;
+  return time;
+}
+
+}  // namespace
+
+std::vector<double> EntryTimes::GetSeconds() const {
+  auto distance = std::numeric_limits<std::int64_t>::max();
+  for (const EntryTime& entry : entries) {
+    if (!hasCaptureTimes || !entry.timestampNs) continue;
+    distance = std::min(distance, entry.arrivedNs - static_cast<std::int64_t>(*entry.timestampNs));
+  }
+  std::vector<double> seconds;
+  seconds.reserve(entries.size());
+  for (const EntryTime& entry : entries) {
+    const bool isCaptured = hasCaptureTimes && entry.timestampNs;
+    const std::int64_t ns = isCaptured ? static_cast<std::int64_t>(*entry.timestampNs) + distance : entry.arrivedNs;
+    seconds.push_back(static_cast<double>(ns) / NsPerSecond);
+  }
+  return seconds;
+}
+
+std::string FormatTimesHeader(double rate, bool hasCaptureTimes) {
+  char text[64];
+  std::snprintf(text, sizeof(text), "%s %.6g %s\n", Magic.data(), rate,
+                hasCaptureTimes ? Captured.data() : Counted.data());
+  return text;
+}
+
+std::string FormatEntryTime(const EntryTime& time) {
+  return std::to_string(time.arrivedNs) + " " + (time.timestampNs ? std::to_string(*time.timestampNs) : "-") + "\n";
+}
+
+std::optional<EntryTimes> ParseTimes(std::string_view text) {
+  auto header = TakeUpTo(text, '\n');
+  if (!header || !header->starts_with(Magic) || header->size() <= Magic.size()) return {};
+  header->remove_prefix(Magic.size() + 1);
+  EntryTimes times;
+  const auto rate = TakeUpTo(*header, ' ');
+  if (!rate || !ReadNumber(*rate, times.rate) || (*header != Captured && *header != Counted)) return {};
+  times.hasCaptureTimes = *header == Captured;
+  while (const auto line = TakeUpTo(text, '\n')) {
+    const auto entry = ParseEntry(*line);
+    // What stands behind a damaged line cannot be told which entry it belongs to.
+    if (!entry) break;
+    times.entries.push_back(*entry);
+  }
+  return times;
+}
+
+std::optional<EntryTimes> ReadTimesOf(const std::string& path) {
+  std::ifstream file(path + std::string(TimesSuffix), std::ios::binary);
+  if (!file) return {};
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return file.bad() ? std::nullopt : ParseTimes(text);
+}
+
+}  // namespace Tavi::PipelineCollect
