@@ -5,6 +5,7 @@
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Tavi/GstUtil/BufferMap.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/Video/VideoPipelineCbElement.h"
 
 namespace Tavi::Video {
@@ -14,6 +15,19 @@ using Ksystem::FileUtils::Kfile;
 using Tavi::PipelineCollect::PipelineCollectType;
 
 namespace {
+
+/// When the stream's frames were, as far as a companion beside it tells.
+std::vector<std::uint64_t> ReadTimestamps(const std::string& videoPath) {
+  std::vector<std::uint64_t> timestamps;
+  const auto times = Tavi::PipelineCollect::ReadTimesOf(videoPath);
+  if (!times || !times->hasCaptureTimes) return timestamps;
+  for (const auto& entry : times->entries) {
+    // From one that does not tell on the frames go by the rate.
+    if (!entry.timestampNs) break;
+    timestamps.push_back(*entry.timestampNs);
+  }
+  return timestamps;
+}
 
 constexpr const char* StreamExtension = ".h264";
 constexpr const char* Mp4Extension = ".mp4";
@@ -44,8 +58,10 @@ bool VideoPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement
 bool VideoPipelineCollect::Mux(const std::string& videoPath, const std::string& audioPath, float fps,
                                std::string& outPath, std::int64_t audioDelayNs) {
   outPath = Kbase::Util::Replace(videoPath, StreamExtension, Mp4Extension);
+  const auto timestamps = ReadTimestamps(videoPath);
   FFMpeg::FFmpefCfg config;
   config.fps = fps;
+  config.timestampsNs = timestamps;
   config.audioDelayNs = audioDelayNs;
   if (!FFMpeg::SetPath(config.video, videoPath) || !FFMpeg::SetPath(config.audio, audioPath) ||
       !FFMpeg::SetPath(config.output, outPath)) {
@@ -57,8 +73,10 @@ bool VideoPipelineCollect::Mux(const std::string& videoPath, const std::string& 
 
 bool VideoPipelineCollect::BuildMp4(const std::string& videoPath, float fps, std::string& outPath) {
   outPath = Kbase::Util::Replace(videoPath, StreamExtension, Mp4Extension);
+  const auto timestamps = ReadTimestamps(videoPath);
   FFMpeg::FFmpefCfg config;
   config.fps = fps;
+  config.timestampsNs = timestamps;
   if (!FFMpeg::SetPath(config.video, videoPath) || !FFMpeg::SetPath(config.output, outPath)) return false;
   FFMpeg(&config).RemuxVideoFile();
   return IsPathAvailable(outPath);
@@ -78,6 +96,7 @@ void VideoPipelineCollect::BuildMp4() {
 
 void VideoPipelineCollect::Replace(bool muxed, const std::string& mp4Path) {
   Kfile(m_path, true).Remove();
+  Kfile(m_path + std::string(Tavi::PipelineCollect::TimesSuffix), true).Remove();
   if (muxed) {
     m_path = mp4Path;
   } else {

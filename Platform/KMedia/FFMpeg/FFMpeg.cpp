@@ -1,6 +1,7 @@
 // Muxes an H.264 stream, with or without MP3 sound, into an MP4 file.
 #include "KMedia/FFMpeg/FFMpeg.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -42,16 +43,17 @@ void DropDamagedTail(H264::AccessUnits& video, const std::string& path) {
 }
 
 /// False when no frame of the sound falls into the video's time.
-bool IsHeard(const Soundtrack& sound, std::size_t videoFrames, FrameRate rate) {
-  const double endSeconds = static_cast<double>(videoFrames) * rate.denominator / rate.numerator;
-  return !sound.mp3.frames.empty() && static_cast<double>(sound.startSample) / sound.mp3.sampleRate < endSeconds;
+bool IsHeard(const Soundtrack& sound, const FrameTimes& times) {
+  const double from = static_cast<double>(sound.startSample) / sound.mp3.sampleRate;
+  return !sound.mp3.frames.empty() && from < times.GetEndSeconds();
 }
 
 /// Writes the MP4 aside and gives it its name once it is whole.
-bool WriteWhole(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound) {
+bool WriteWhole(const std::string& path, const H264::AccessUnits& video, const FrameTimes& times,
+                const Soundtrack* sound) {
   Ksystem::FileUtils::AsideFile file(path);
   Mp4Writer writer;
-  if (!writer.Write(file.GetAsidePath(), video, rate, sound)) {
+  if (!writer.Write(file.GetAsidePath(), video, times, sound)) {
     return Fail("cannot mux into " + path + ": " + writer.GetError());
   }
   return file.Commit() || FailWithErrno("cannot finish " + path);
@@ -86,20 +88,26 @@ bool FFMpeg::Mux(bool withAudio) {
   DropDamagedTail(video, m_config.video);
   if (video.units.empty()) return Fail(std::string(m_config.video) + " holds no frame that a decoder could start with");
 
+  // What no decoder can begin with is not in the clip; its time is not, either.
+  const auto all = m_config.timestampsNs;
+  const auto stamped = all.subspan(std::min(video.leadingUnits, all.size()));
+  const std::int64_t leftOutNs = stamped.empty() ? 0 : static_cast<std::int64_t>(stamped.front() - all.front());
+  const FrameTimes times(rate, stamped, video.units.size());
+
   MappedFile audioFile;
   Soundtrack sound;
   if (withAudio) {
     if (!audioFile.Map(m_config.audio)) return FailWithErrno(std::string("cannot read ") + m_config.audio);
     sound.mp3 = Mp3::SplitMp3Frames(audioFile.GetBytes());
     if (sound.mp3.frames.empty()) return Fail(std::string(m_config.audio) + " holds no MP3 frame");
-    sound.Delay(m_config.audioDelayNs);
+    sound.Delay(m_config.audioDelayNs - leftOutNs);
   }
-  const bool hasSound = withAudio && IsHeard(sound, video.units.size(), rate);
+  const bool hasSound = withAudio && IsHeard(sound, times);
   if (withAudio && !hasSound) {
     Kbase::Klog::Logger::GetInstance().Warning(
         Tag, std::string(m_config.audio) + " lies outside the time of " + m_config.video + ": there is no sound");
   }
-  return WriteWhole(m_config.output, video, rate, hasSound ? &sound : nullptr);
+  return WriteWhole(m_config.output, video, times, hasSound ? &sound : nullptr);
 }
 
 }  // namespace KMedia

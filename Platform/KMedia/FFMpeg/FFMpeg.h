@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace KMedia {
@@ -25,6 +26,9 @@ class FFMpeg {
     /// How much later than the video the sound begins, in nanoseconds; negative when it begins earlier. What lies
     /// before the first frame of video is left out, to a whole MP3 frame.
     std::int64_t audioDelayNs = 0;
+    /// When each access unit of the video file was, by the source's clock, in nanoseconds; borrowed. Those behind the
+    /// last one follow at the frame rate; with none all do.
+    std::span<const std::uint64_t> timestampsNs;
   };
 
   /// Copies `path` into one of the record's fields. False, with a line in the log, when it has no room for it.

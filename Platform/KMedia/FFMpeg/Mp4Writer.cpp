@@ -9,7 +9,6 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstring>
 
 #include "KMedia/ImgUtils/PictureSize.h"
@@ -64,18 +63,6 @@ bool SetExtraData(AVCodecParameters* parameters, const std::vector<std::uint8_t>
 
 }  // namespace
 
-FrameRate FrameRate::FromFps(float fps) {
-  constexpr double Exact = 1e-3;
-  const double rate = fps;
-  if (!std::isfinite(rate) || rate <= 0.0 || rate > 100000.0) return {};
-  const double whole = std::round(rate);
-  if (std::abs(rate - whole) < 1e-5 && whole > 0) return {static_cast<int>(whole), 1};
-  const double ntsc = std::round(rate * 1.001);
-  if (std::abs(ntsc * 1000.0 / 1001.0 - rate) < Exact) return {static_cast<int>(ntsc) * 1000, 1001};
-  const auto thousandths = static_cast<int>(std::lround(rate * 1000.0));
-  return thousandths > 0 ? FrameRate{thousandths, 1000} : FrameRate{};
-}
-
 void Soundtrack::Delay(std::int64_t delayNs) {
   if (mp3.sampleRate <= 0 || mp3.samplesPerFrame <= 0) return;
   startSample = av_rescale(delayNs, mp3.sampleRate, NsPerSecond);
@@ -100,11 +87,11 @@ bool Mp4Writer::Fail(const std::string& action, int error) {
   return false;
 }
 
-bool Mp4Writer::Write(const std::string& path, const H264::AccessUnits& video, FrameRate rate,
+bool Mp4Writer::Write(const std::string& path, const H264::AccessUnits& video, const FrameTimes& times,
                       const Soundtrack* sound) {
   const std::size_t samples = video.units.size() + (sound != nullptr ? sound->mp3.frames.size() : 0);
-  return Open(path) && AddVideo(video, rate) && (sound == nullptr || AddAudio(sound->mp3)) &&
-         WriteHeader(samples, video.parameterSets.size()) && WriteSamples(video, rate, sound) && Close();
+  return Open(path) && AddVideo(video, times) && (sound == nullptr || AddAudio(sound->mp3)) &&
+         WriteHeader(samples, video.parameterSets.size()) && WriteSamples(video, times, sound) && Close();
 }
 
 bool Mp4Writer::Open(const std::string& path) {
@@ -118,7 +105,7 @@ bool Mp4Writer::Open(const std::string& path) {
   return error >= 0 && m_packet != nullptr ? true : Fail("create", error);
 }
 
-bool Mp4Writer::AddVideo(const H264::AccessUnits& video, FrameRate rate) {
+bool Mp4Writer::AddVideo(const H264::AccessUnits& video, const FrameTimes& times) {
   const PictureSize size = ReadPictureSize(video);
   if (size.width <= 0 || size.height <= 0) return Fail("read the picture's size", AVERROR_INVALIDDATA);
   m_video = avformat_new_stream(m_context, nullptr);
@@ -128,8 +115,8 @@ bool Mp4Writer::AddVideo(const H264::AccessUnits& video, FrameRate rate) {
   m_video->codecpar->codec_id = AV_CODEC_ID_H264;
   m_video->codecpar->width = size.width;
   m_video->codecpar->height = size.height;
-  m_video->time_base = {rate.denominator, rate.numerator};
-  m_video->avg_frame_rate = {rate.numerator, rate.denominator};
+  m_video->time_base = {times.GetUnit().numerator, times.GetUnit().denominator};
+  m_video->avg_frame_rate = {times.GetRate().numerator, times.GetRate().denominator};
   return true;
 }
 
@@ -155,10 +142,9 @@ bool Mp4Writer::WriteHeader(std::size_t samples, std::size_t parameterSetBytes) 
   return error >= 0 ? true : Fail("write the header", error);
 }
 
-bool Mp4Writer::WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound) {
-  const auto videoTime = [&](std::size_t n) {
-    return av_rescale_q(static_cast<std::int64_t>(n), {rate.denominator, rate.numerator}, m_video->time_base);
-  };
+bool Mp4Writer::WriteSamples(const H264::AccessUnits& video, const FrameTimes& times, const Soundtrack* sound) {
+  const AVRational unit{times.GetUnit().numerator, times.GetUnit().denominator};
+  const auto videoTime = [&](std::size_t n) { return av_rescale_q(times.GetTime(n), unit, m_video->time_base); };
   const auto soundTime = [&](std::size_t n) {
     const std::int64_t sample = sound->startSample + static_cast<std::int64_t>(n) * sound->mp3.samplesPerFrame;
     return av_rescale_q(sample, {1, sound->mp3.sampleRate}, m_audio->time_base);

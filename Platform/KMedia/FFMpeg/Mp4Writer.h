@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "KMedia/FFMpeg/FrameTimes.h"
 #include "KMedia/H264/AnnexB.h"
 #include "KMedia/Mp3/Mp3Frames.h"
 
@@ -13,16 +14,6 @@ struct AVPacket;
 struct AVStream;
 
 namespace KMedia {
-
-/// A frame rate as a fraction.
-struct FrameRate {
-  int numerator = 0;
-  int denominator = 1;
-
-  /// The fraction that `fps` stands for: whole numbers and the NTSC family (n * 1000 / 1001) exactly, others to 1/1000.
-  /// The numerator is 0 for what is no rate.
-  static FrameRate FromFps(float fps);
-};
 
 /// The sound of an MP4.
 struct Soundtrack {
@@ -35,7 +26,7 @@ struct Soundtrack {
 };
 
 /// One MP4: H.264 video with its parameter sets in the header and, when there is any, MP3 sound. The video's time
-/// stamps start at 0 and every frame lasts exactly one frame interval. The index stands before the data, in room
+/// stamps start at 0 and are those of FrameTimes. The index stands before the data, in room
 /// reserved for it, so that nothing is moved or read back. Samples go from their memory to the file without a copy.
 /// Thread-bound.
 class Mp4Writer {
@@ -46,15 +37,15 @@ class Mp4Writer {
   Mp4Writer& operator=(const Mp4Writer&) = delete;
 
   /// Writes the whole file. False when anything failed; GetError tells what. The file is then incomplete.
-  bool Write(const std::string& path, const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound);
+  bool Write(const std::string& path, const H264::AccessUnits& video, const FrameTimes& times, const Soundtrack* sound);
   [[nodiscard]] const std::string& GetError() const { return m_error; }
 
  private:
   bool Open(const std::string& path);
-  bool AddVideo(const H264::AccessUnits& video, FrameRate rate);
+  bool AddVideo(const H264::AccessUnits& video, const FrameTimes& times);
   bool AddAudio(const Mp3::Mp3Frames& audio);
   bool WriteHeader(std::size_t samples, std::size_t parameterSetBytes);
-  bool WriteSamples(const H264::AccessUnits& video, FrameRate rate, const Soundtrack* sound);
+  bool WriteSamples(const H264::AccessUnits& video, const FrameTimes& times, const Soundtrack* sound);
   bool WriteSample(AVStream* stream, std::span<const std::uint8_t> bytes, std::int64_t time, std::int64_t nextTime,
                    bool key);
   bool Close();

@@ -73,6 +73,8 @@ class Gatherer {
     const bool canStart = m_isIdr && !m_found.parameterSets.empty();
     if (canStart || !m_found.units.empty()) {
       m_found.units.push_back({m_stream.subspan(m_begin, end - m_begin), m_isIdr});
+    } else {
+      ++m_found.leadingUnits;
     }
     m_begin = end;
     m_hasSlice = false;

@@ -41,6 +41,8 @@ struct AccessUnit {
 /// The access units of a stream in order, from the first IDR picture on that has parameter sets before it, and these.
 struct AccessUnits {
   std::vector<AccessUnit> units;
+  /// Access units before the first of them, which no decoder can begin with.
+  std::size_t leadingUnits = 0;
   /// Each with its start code, one behind the other, as decoders and muxers take them.
   std::vector<std::uint8_t> parameterSets;
   /// Bytes at the end that make no picture: a start code, or parameter sets without a slice.
