@@ -69,7 +69,6 @@ int ReserveStandardOutput() {
 
 int Record(Options options, int reportFd) {
   Signalled<Recorder> signalled(&Recorder::Interrupt, &Recorder::PowerFail);
-  // Threads from here on leave the signals to that one.
   const auto car = options.simulate ? BoardSimulatedCar(options.pipeline) : nullptr;
   if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
   const std::string missing = DescribeMissingDevices(options.pipeline, options.simulate, OptionHints);
@@ -124,6 +123,8 @@ int RunOnce(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // First of all: whatever is logged starts a thread.
+  SignalThread::Block();
   std::signal(SIGPIPE, SIG_IGN);
   AddPluginPath();
   const bool asService = argc > 1 && std::strcmp(argv[1], "run") == 0;

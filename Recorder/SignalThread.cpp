@@ -12,20 +12,27 @@ namespace {
 /// How soon the thread notices that it is to end, and how often it calls.
 constexpr std::timespec PollPeriod{0, 50'000'000};
 
+sigset_t GetSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGPWR, SIGHUP}) sigaddset(&signals, signal);
+  return signals;
+}
+
 }  // namespace
 
-SignalThread::SignalThread(std::function<void(int)> handler) : IThread("SIGNALS"), m_handler(std::move(handler)) {
-  sigemptyset(&m_signals);
-  sigaddset(&m_signals, SIGINT);
-  sigaddset(&m_signals, SIGTERM);
-  sigaddset(&m_signals, SIGPWR);
-  sigaddset(&m_signals, SIGHUP);
-  pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
+SignalThread::SignalThread(std::function<void(int)> handler)
+    : IThread("SIGNALS"), m_handler(std::move(handler)), m_signals(GetSignals()) {
   Start();
 }
 
 SignalThread::~SignalThread() {
   Stop();
+}
+
+void SignalThread::Block() {
+  const sigset_t signals = GetSignals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
 void SignalThread::Run() {

@@ -76,7 +76,7 @@ TEST_F(ProgramTest, PrintsATableForPeople) {
 TEST_F(ProgramTest, AnInterruptEndsTheEventEarlyWithItsFiles) {
   for (const int signal : {SIGINT, SIGTERM}) {
     const pid_t child = Spawn({"--simulate", "--collect-after", "2", "--start", "-1", "--duration", "60", "--json",
-                               "--output", m_dir + "events"});
+                               "--log", m_dir + "log", "--output", m_dir + "events"});
     ASSERT_TRUE(Tavi::Testing::WaitUntil([&] { return Err().find("Free space before") != std::string::npos; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // a fix comes but once a second
     kill(child, signal);
@@ -89,7 +89,7 @@ TEST_F(ProgramTest, AnInterruptEndsTheEventEarlyWithItsFiles) {
 TEST_F(ProgramTest, PowerThatFailsIsBridgedAndTheNextStartFinishesTheEvents) {
   const std::string output = m_dir + "events";
   pid_t child = Spawn({"--simulate", "--second-manager", "--preview", "--collect-after", "3", "--start", "-3",
-                       "--duration", "60", "--json", "--output", output});
+                       "--duration", "60", "--json", "--log", m_dir + "log", "--output", output});
   ASSERT_TRUE(Tavi::Testing::WaitUntil([&] { return Err().find("Free space before (CR)") != std::string::npos; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(2500));
   kill(child, SIGPWR);

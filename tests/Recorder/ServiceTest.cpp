@@ -35,8 +35,9 @@ class ServiceTest : public ProgramTest {
     std::ofstream(m_dir + "settings.json") << json::object({{"events", events}, {"pipeline", pipeline}});
   }
   void StartService() {
+    // With a log file, as the logger then has its thread before anything else.
     m_child = Spawn({"run", "--simulate", "--config", m_dir + "settings.json", "--output", m_dir + "tavi", "--control",
-                     m_dir + "ctl/socket"});
+                     m_dir + "ctl/socket", "--log", m_dir + "log"});
     ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["state"] == "recording"; })) << Err();
   }
   int EndService(int signal) {
