@@ -304,6 +304,8 @@ void PipelineCollectManager::LogFreeSpace(const char* when) const {
 }
 
 void PipelineCollectManager::PowerFailure() {
+  // A camera that dies with the power must not restart the unit before the event is saved.
+  if (m_config.pipelineManager != nullptr) m_config.pipelineManager->EndSupervision();
   const std::lock_guard lock(m_mutex);
   if (m_state.muxing) m_state.muxPowerFailure = true;
   if (!m_state.collecting) return;

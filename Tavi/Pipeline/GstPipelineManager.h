@@ -59,9 +59,10 @@ class GstPipelineManager {
   GMainLoop* m_loop = nullptr;
   std::map<GstPipelineType, GstElement*> m_pipelines;
   const PipelineConfig m_config;
-  bool m_initialized = false;
-  bool m_started = false;
-  /// A GStreamer error restarts the unit. Read on "PIPELINE", hence atomic.
+  // Read by threads that do not drive the lifecycle, hence atomics.
+  std::atomic<bool> m_initialized{false};
+  std::atomic<bool> m_started{false};
+  /// A GStreamer error restarts the unit.
   std::atomic<bool> m_rebootOnError{false};
 
  private:

@@ -42,6 +42,7 @@ PipelineManager::PipelineManager(const PipelineConfig& config, Kbase::Util::IClo
 }
 
 PipelineManager::~PipelineManager() {
+  EndSupervision();
   const std::lock_guard lock(m_lifecycleMutex);
   if (m_initialized) TearDown();
 }
@@ -96,9 +97,7 @@ void PipelineManager::CreateAudioAndSensors() {
   }
 }
 
-void PipelineManager::Init() {
-  if (m_initialized || m_started) return;
-  GstPipelineManager::Init();
+void PipelineManager::CreateElements() {
   VideoElement camera0;
   VideoElement camera1;
   if (m_config.camera0Enabled) camera0 = CreateCamera(PipelineType::Camera0, m_config.camera0);
@@ -106,6 +105,14 @@ void PipelineManager::Init() {
   CreateAudioAndSensors();
   CreatePreview(PipelineType::Preview0, m_config.camera0, camera0);
   CreatePreview(PipelineType::Preview1, m_config.camera1, camera1);
+}
+
+void PipelineManager::Init() {
+  const std::lock_guard lock(m_lifecycleMutex);
+  if (m_initialized || m_started) return;
+  m_supervisionEnded = false;
+  GstPipelineManager::Init();
+  CreateElements();
 }
 
 void PipelineManager::Start() {
@@ -116,6 +123,8 @@ void PipelineManager::Start() {
 }
 
 void PipelineManager::Stop() {
+  // Before the lock: a source may take its time to start, and an error meanwhile must not restart a unit that ends.
+  if (m_started) EndSupervision();
   const std::lock_guard lock(m_lifecycleMutex);
   if (m_initialized && m_started) TearDown();
 }
@@ -136,11 +145,22 @@ void PipelineManager::RunIgnitionStart() {
   const bool running = RunProperly();
   if (m_supervisionEnded) return;
   if (running) {
-    m_rebootOnError = true;
+    Arm();
     return;
   }
   Log::Info("Rebooting...");
   Ksystem::System::Reboot();
+}
+
+void PipelineManager::Arm() {
+  const std::lock_guard lock(m_armMutex);
+  if (m_started && !m_supervisionEnded) m_rebootOnError = true;
+}
+
+void PipelineManager::EndSupervision() {
+  const std::lock_guard lock(m_armMutex);
+  m_supervisionEnded = true;
+  m_rebootOnError = false;
 }
 
 void PipelineManager::RunIgnitionOff() {
@@ -151,21 +171,29 @@ void PipelineManager::RunSigInt() {
   Stop();
 }
 
-bool PipelineManager::RunProperly() const {
-  std::array<Element, SupervisedSources.size()> elements;
-  std::transform(SupervisedSources.begin(), SupervisedSources.end(), elements.begin(),
-                 [this](const SupervisedSource& source) { return ShareElement(source.type); });
-  if (std::any_of(elements.begin(), elements.end(), [](const Element& element) { return !element; })) return true;
+bool PipelineManager::IsSupervised() const {
+  return std::all_of(SupervisedSources.begin(), SupervisedSources.end(),
+                     [this](const SupervisedSource& source) { return ShareElement(source.type) != nullptr; });
+}
 
+/// The element is shared for the look only: who keeps one would keep it from ending when it is stopped.
+bool PipelineManager::HasData(PipelineType type) const {
+  const auto element = ShareElement(type);
+  return element && element->IsDataAvailable();
+}
+
+bool PipelineManager::RunProperly() const {
+  if (!IsSupervised()) return true;
   for (int round = 0; round < SupervisionRounds && !m_supervisionEnded; ++round) {
-    if (std::all_of(elements.begin(), elements.end(), [](const Element& e) { return e->IsDataAvailable(); })) {
+    if (std::all_of(SupervisedSources.begin(), SupervisedSources.end(),
+                    [this](const SupervisedSource& source) { return HasData(source.type); })) {
       return true;
     }
     m_clock.Sleep(SupervisionPeriod);
   }
   if (m_supervisionEnded) return false;
-  for (std::size_t i = 0; i < elements.size(); ++i) {
-    if (!elements[i]->IsDataAvailable()) Log::Error(SupervisedSources[i].silent);
+  for (const auto& [type, silent] : SupervisedSources) {
+    if (!HasData(type)) Log::Error(silent);
   }
   return false;
 }

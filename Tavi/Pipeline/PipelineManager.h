@@ -42,17 +42,19 @@ class PipelineManager : public GstPipelineManager,
   /// away. Thread-safe.
   Element ShareElement(PipelineType type) const;
 
+  /// Thread-safe, as Start is.
   void Init() override;
   void Start() override;
-  /// Stops and deletes all elements. Does nothing unless started; Init may follow. Thread-safe.
+  /// Stops and deletes all elements. Does nothing unless started; Init may follow. From its first moment on, before it
+  /// waits for anybody, nothing restarts the unit any more. Thread-safe.
   void Stop() override;
 
   /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the
-  /// GPS receiver stays silent; otherwise a GStreamer error restarts it from now on.
+  /// GPS receiver stays silent; otherwise a GStreamer error restarts it from now on, unless it has been stopped.
   void RunIgnitionStart() override;
-  /// Ends the waiting of a RunIgnitionStart that runs or comes later: it returns without a restart, and errors restart
-  /// nothing. For whoever wants to stop. Thread-safe.
-  void EndSupervision() { m_supervisionEnded = true; }
+  /// Until the next Init nothing restarts the unit: not an error, and a RunIgnitionStart that runs or comes later waits
+  /// for nothing. For whoever wants to stop, and for the moment when power fails. Thread-safe, waits for nobody.
+  void EndSupervision();
   /// Ignition off: errors restart the unit no more. Acquisition goes on.
   void RunIgnitionOff() override;
   /// Interrupt: Stop. Thread-safe.
@@ -65,13 +67,20 @@ class PipelineManager : public GstPipelineManager,
   void CreatePreview(PipelineType type, const Video::VideoConfig& config, const VideoElement& camera);
   void CreateAudioAndSensors();
   void AddElement(PipelineType type, Element element);
+  void CreateElements();
   /// Takes everything down, whether started or only initialised.
   void TearDown();
   [[nodiscard]] bool RunProperly() const;
+  /// The three that are supervised exist.
+  [[nodiscard]] bool IsSupervised() const;
+  [[nodiscard]] bool HasData(PipelineType type) const;
+  void Arm();
 
   Kbase::Util::IClock& m_clock;
   std::atomic<bool> m_supervisionEnded{false};
-  /// Held while elements are started or taken down: two collect managers may both find that power fails.
+  /// Arming and EndSupervision exclude each other: what was ended stays disarmed. No other lock is taken under it.
+  std::mutex m_armMutex;
+  /// Held while elements are created, started or taken down: two collect managers may both find that power fails.
   std::mutex m_lifecycleMutex;
   /// Guards the map, never held while an element is started, stopped or destroyed.
   mutable std::mutex m_elementsMutex;
