@@ -17,8 +17,8 @@ namespace Tavi::Audio {
 /// NULL before deleting the element; a subclass calls Detach in its destructor, after which nothing of GStreamer calls
 /// it any more. Sound leaves the source only between start and stop.
 ///
-/// A sound card that is missing when the branch is built is an error on the pipeline's bus; the branch is then left out
-/// of the pipeline's state changes, so that the cameras of the same pipeline run without it.
+/// A sound card that is missing when the branch is built is one line in the log and nothing on the pipeline's bus; the
+/// branch is then left out of the pipeline's state changes, so that the cameras of the same pipeline run without it.
 class GstAudioPipelineElement {
  public:
   /// Builds the branch in a pipeline of its own, "audio-pipeline", owned here and taken to NULL at destruction.

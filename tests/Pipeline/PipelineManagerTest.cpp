@@ -3,9 +3,15 @@
 
 #include <atomic>
 #include <fstream>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
 
 #include "Ksystem/System/Reboot.h"
+#include "Simulator/SimulatedCar.h"
 #include "Support/Media.h"
+#include "Tavi/EventCollect/PipelineCollectManager.h"
 #include "Tavi/Pipeline/PipelineManager.h"
 #include "Tavi/Testing/TestGstApi.h"
 #include "Tavi/Video/VideoPipelineElement.h"
@@ -17,7 +23,18 @@ using Tavi::Testing::CapturedOutput;
 using Tavi::Testing::CountThreads;
 using Tavi::Testing::WaitUntil;
 
-class PipelineManagerTest : public Tavi::Testing::MediaTest {};
+constexpr auto Shared = GstPipelineManager::GstPipelineType::Camera01Audio;
+
+class PipelineManagerTest : public Tavi::Testing::MediaTest {
+ protected:
+  /// One simulated camera and no device.
+  static PipelineConfig OneCamera() {
+    PipelineConfig config;
+    config.camera0Enabled = config.audioEnabled = config.gpsEnabled = config.accEnabled = false;
+    config.camera1.device = "sim:camera0";
+    return config;
+  }
+};
 
 TEST_F(PipelineManagerTest, RingsHoldThirtyTwoSecondsOfTheirSource) {
   const PipelineConfig config = Tavi::Testing::BuildTestConfig();
@@ -37,40 +54,155 @@ TEST_F(PipelineManagerTest, RingsHoldThirtyTwoSecondsOfTheirSource) {
 }
 
 TEST_F(PipelineManagerTest, StopGivesEveryElementAwayAndInitMakesNewOnes) {
-  PipelineManager manager{PipelineConfig()};
+  const Tavi::Simulator::SimulatedCar car;
+  ASSERT_EQ(car.GetProblem(), "");
+  PipelineConfig config;
+  config.camera0.device = "sim:camera1";
+  config.camera1.device = "sim:camera0";
+  config.gps.path = car.GetGpsPath();
+  PipelineManager manager(config);
   manager.Stop();
   EXPECT_NE(manager.GetPipelineElement(PipelineType::Camera0), nullptr) << "nothing was started, nothing stops";
-  const std::weak_ptr<Kbase::Pipeline::IPipelineElement> camera = manager.ShareElement(PipelineType::Camera0);
+  std::vector<std::weak_ptr<Kbase::Pipeline::IPipelineElement>> elements;
+  for (int type = 0; type < 8; ++type) elements.push_back(manager.ShareElement(static_cast<PipelineType>(type)));
   manager.Start();
+  for (const auto& element : elements) {
+    EXPECT_TRUE(WaitUntil([&] { return element.lock()->IsDataAvailable(); })) << "of the simulated car, not a device";
+  }
   manager.RunSigInt();
   manager.Stop();
-  EXPECT_TRUE(camera.expired());
+  for (const auto& element : elements) EXPECT_TRUE(element.expired());
   EXPECT_EQ(manager.GetPipelineElement(PipelineType::Camera0), nullptr);
   manager.Start();
-  EXPECT_EQ(manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio), nullptr);
+  EXPECT_EQ(manager.GetGstPipeline(Shared), nullptr);
   manager.Init();
   EXPECT_NE(manager.GetPipelineElement(PipelineType::Camera0), nullptr);
 }
 
-TEST_F(PipelineManagerTest, AnErrorRestartsTheUnitOnlyBetweenIgnitionOnAndOff) {
-  for (const bool ignitionOff : {false, true}) {
+// Catches a unit that restarts while it saves an event, because its cameras die with the power or with the stop.
+TEST_F(PipelineManagerTest, AnErrorRestartsTheUnitOnlyUntilIgnitionOffAStopOrAPowerFailure) {
+  using Tavi::PipelineCollect::PipelineCollectManager;
+  struct Case {
+    int reboots;
+    std::function<void(PipelineManager&, PipelineCollectManager&)> before;
+  };
+  const Case cases[] = {{1, [](auto&, auto&) {}},
+                        {0, [](auto& manager, auto&) { manager.RunIgnitionOff(); }},
+                        {0, [](auto& manager, auto&) { manager.EndSupervision(); }},
+                        {0, [](auto&, auto& collects) { collects.PowerFailure(); }},
+                        {0,
+                         [](auto& manager, auto& collects) {
+                           collects.PowerFailure();
+                           manager.RunIgnitionStart();  // asked for before, and done only now
+                         }},
+                        {1, [](auto& manager, auto& collects) {
+                           collects.PowerFailure();
+                           manager.Stop();
+                           manager.Init();
+                           manager.RunIgnitionStart();  // the power was back, all begins anew
+                         }}};
+  for (const auto& [expected, before] : cases) {
     std::atomic<int> reboots{0};
     Ksystem::System::SetRebootHandler([&] { ++reboots; });
-    PipelineConfig config;
-    config.camera0Enabled = config.audioEnabled = false;
-    config.camera1.device = "sim:camera0";
     CapturedOutput output;
-    PipelineManager manager(config);
+    PipelineManager manager(OneCamera());
+    Tavi::PipelineCollect::PipelineCollectManagerConfig config;
+    config.pipelineManager = &manager;
+    config.workDir = config.backupDir = m_dir;
+    PipelineCollectManager collects(config);
     manager.RunIgnitionStart();  // with camera 0 switched off nothing is supervised
-    if (ignitionOff) manager.RunIgnitionOff();
-    GstElement* pipeline = manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio);
-    GST_ELEMENT_ERROR(pipeline, RESOURCE, FAILED, ("the camera has died"), (nullptr));
+    before(manager, collects);
+    GST_ELEMENT_ERROR(manager.GetGstPipeline(Shared), RESOURCE, FAILED, ("the camera has died"), (nullptr));
     EXPECT_TRUE(output.WaitFor("ERROR:the camera has died\n"));
     EXPECT_TRUE(WaitUntil([] { return CountThreads("PIPELINE") == 0; }));
-    EXPECT_EQ(reboots, ignitionOff ? 0 : 1);
+    EXPECT_EQ(reboots, expected);
     manager.Stop();
     Ksystem::System::SetRebootHandler({});
   }
+}
+
+// Catches a supervision that goes on for its 50 seconds over a stop, keeps what was stopped, or restarts a stopped
+// unit.
+TEST_F(PipelineManagerTest, AStopEndsTheSupervisionAndAStoppedManagerIsNeverArmed) {
+  std::atomic<int> reboots{0};
+  Ksystem::System::SetRebootHandler([&] { ++reboots; });
+  auto config = OneCamera();
+  config.camera0Enabled = config.gpsEnabled = true;
+  config.camera0.device = "sim:camera1";
+  config.gps.path = m_dir + "none";
+  class StopInTheThirdRound final : public Kbase::Util::IClock {
+   public:
+    Milliseconds Now() override { return Steady().Now(); }
+    void Sleep(Milliseconds) override {
+      if (++rounds != 3) return;
+      const std::weak_ptr<Kbase::Pipeline::IPipelineElement> camera = manager->ShareElement(PipelineType::Camera1);
+      manager->RunSigInt();
+      EXPECT_TRUE(camera.expired()) << "the supervision only looks";
+    }
+    PipelineManager* manager = nullptr;
+    int rounds = 0;
+  } clock;
+  CapturedOutput output;
+  PipelineManager manager(config, clock);
+  clock.manager = &manager;
+  manager.RunIgnitionStart();
+  EXPECT_EQ(clock.rounds, 3);
+  EXPECT_EQ(CountLogged("cannot be started"), 0);
+  manager.RunIgnitionStart();
+  manager.Init();
+  manager.Start();
+  GST_ELEMENT_ERROR(manager.GetGstPipeline(Shared), RESOURCE, FAILED, ("the camera has died"), (nullptr));
+  EXPECT_TRUE(output.WaitFor("ERROR:the camera has died\n"));
+  EXPECT_TRUE(WaitUntil([] { return CountThreads("PIPELINE") == 0; }));
+  EXPECT_EQ(reboots, 0) << "the ignition was on for a stopped manager only";
+  manager.Stop();
+  Ksystem::System::SetRebootHandler({});
+}
+
+// Catches an element map that one thread fills while the other empties it.
+TEST_F(PipelineManagerTest, AnInterruptAtAnyMomentOfTheStartLeavesAWholeManager) {
+  PipelineConfig config;
+  config.camera0Enabled = config.camera1Enabled = config.audioEnabled = config.gpsEnabled = config.accEnabled = false;
+  PipelineManager manager(config);
+  std::atomic<bool> ended{false};
+  std::thread interrupts([&] {
+    while (!ended) manager.RunSigInt();
+  });
+  for (int i = 0; i < 200; ++i) {
+    manager.Init();
+    manager.RunIgnitionStart();
+  }
+  ended = true;
+  interrupts.join();
+  manager.Stop();
+  manager.Init();
+  manager.Start();
+  EXPECT_TRUE(WaitUntil([&] { return manager.GetPipelineElement(PipelineType::Other)->IsDataAvailable(); }));
+  EXPECT_EQ(CountThreads("TIMER"), 1);
+}
+
+// Catches a failed look for the microphone that ends the watch over the cameras, or restarts the unit.
+TEST_F(PipelineManagerTest, AMissingMicrophoneNeitherRestartsTheUnitNorEndsTheWatch) {
+  std::ofstream(m_dir + "no-card.conf") << "pcm.!default { type hw card 77 }\n";
+  setenv("ALSA_CONFIG_PATH", (m_dir + "no-card.conf").c_str(), 1);
+  std::atomic<int> reboots{0};
+  Ksystem::System::SetRebootHandler([&] { ++reboots; });
+  auto config = OneCamera();
+  config.audioEnabled = true;
+  CapturedOutput output;
+  PipelineManager manager(config);
+  manager.RunIgnitionStart();
+  EXPECT_TRUE(WaitUntil([&] { return manager.GetPipelineElement(PipelineType::Camera1)->IsDataAvailable(); }));
+  EXPECT_EQ(CountLogged("the microphone cannot be opened"), 1);
+  EXPECT_EQ(output.GetText(), "");
+  EXPECT_EQ(CountThreads("PIPELINE"), 1) << "the watch goes on";
+  EXPECT_EQ(reboots, 0);
+  GST_ELEMENT_ERROR(manager.GetGstPipeline(Shared), RESOURCE, FAILED, ("the camera has died"), (nullptr));
+  EXPECT_TRUE(output.WaitFor("ERROR:the camera has died\n"));
+  EXPECT_TRUE(WaitUntil([&] { return reboots == 1; }));
+  manager.Stop();
+  Ksystem::System::SetRebootHandler({});
+  unsetenv("ALSA_CONFIG_PATH");
 }
 
 // Catches a missing card, bus or port that holds the cameras up, and a silent receiver that nobody notices.
