@@ -78,6 +78,13 @@ std::string NewEventId() {
   return fmt::format("{:08x}", g_random_int());
 }
 
+std::string BuildEventId(std::string_view text) {
+  // FNV-1a.
+  std::uint32_t hash = 2'166'136'261U;
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16'777'619U;
+  return fmt::format("{:08x}", hash);
+}
+
 bool IsEventId(std::string_view id) {
   return id.size() == IdLength && std::all_of(id.begin(), id.end(), IsHexDigit);
 }

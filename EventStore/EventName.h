@@ -20,6 +20,8 @@ std::optional<std::int64_t> ParseTime(const std::string& text);
 
 /// 8 random lower-case hex digits. Thread-safe.
 std::string NewEventId();
+/// The id that stands for `text`: always the same one, and seldom that of another.
+std::string BuildEventId(std::string_view text);
 bool IsEventId(std::string_view id);
 /// True for what BuildEventDirName builds.
 bool IsEventDirName(std::string_view name);

@@ -31,6 +31,7 @@ PipelineCollectInput BuildInput(const EventOrder& order, double waitedSeconds, c
   input.durationSeconds = static_cast<int>(std::ceil(std::max(start + end, 0.0)));
   input.withPreview = order.withPreview;
   input.outputDir = directory;
+  input.name = order.id;
   return input;
 }
 

@@ -23,7 +23,6 @@ using PipelineCollect::PipelineCollectType;
 using RecoveryCollect::RecoveredEvent;
 
 constexpr std::string_view CrashPrefix = "crash-";
-constexpr std::size_t IdDigits = 8;
 /// Names tell whole seconds, and a window begins with a key frame.
 constexpr double Inexact = 2.0;
 /// So much later the recorded time begins where the rings were still empty.
@@ -138,23 +137,19 @@ std::string BuildCrashName(const std::string& id) {
   return std::string(CrashPrefix) + id;
 }
 
-std::string GetCrashedId(const std::string& name) {
-  const bool isCrash = name.starts_with(CrashPrefix);
-  const std::string id = isCrash ? name.substr(CrashPrefix.size(), IdDigits) : "";
-  return EventStore::IsEventId(id) ? id : "";
+std::string GetInterruptedId(const std::string& name) {
+  const std::string rest = name.starts_with(CrashPrefix) ? name.substr(CrashPrefix.size()) : name;
+  std::string id = rest.substr(0, rest.find('_'));
+  return EventStore::IsEventId(id) ? id : EventStore::BuildEventId(name);
 }
 
 std::optional<RequestNote> TakeNote(const RecoveredEvent& recovered, std::vector<RequestNote>& notes) {
-  const std::string id = GetCrashedId(recovered.name);
-  const auto measure = [&](const RequestNote& note) {
-    if (id.empty()) return MeasureDelay(recovered, note.request);
-    return note.request.id == id ? 0.0 : INFINITY;
-  };
-  const auto nearest = std::min_element(notes.begin(), notes.end(),
-                                        [&](const auto& a, const auto& b) { return measure(a) < measure(b); });
-  if (nearest == notes.end() || !std::isfinite(measure(*nearest))) return std::nullopt;
-  RequestNote note = std::move(*nearest);
-  notes.erase(nearest);
+  const std::string id = GetInterruptedId(recovered.name);
+  const auto found =
+      std::find_if(notes.begin(), notes.end(), [&id](const RequestNote& note) { return note.request.id == id; });
+  if (found == notes.end()) return std::nullopt;
+  RequestNote note = std::move(*found);
+  notes.erase(found);
   return note;
 }
 
@@ -164,7 +159,7 @@ EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::o
   if (note) {
     event = note->request;
   } else {
-    event.id = EventStore::NewEventId();
+    event.id = GetInterruptedId(recovered.name);
     event.label = recovered.name;
     event.trigger = "recovery";
     event.timeMs = recovered.output.eventTime * 1000;

@@ -11,12 +11,14 @@
 
 namespace Tavi::Recorder {
 
-/// The name of what a process that died has left of the event `id`, and the id in such a name, empty in any other.
+/// The name of what a process that died has left of the event `id`.
 std::string BuildCrashName(const std::string& id);
-std::string GetCrashedId(const std::string& name);
+/// The id of the event that was interrupted under that name. One that does not tell has an id all the same, always the
+/// same one.
+std::string GetInterruptedId(const std::string& name);
 
-/// Takes the note of the request that `recovered` was to answer out of `notes`: by its id where that is known, else by
-/// where the recorded time begins. Empty when there is none.
+/// Takes the note of the request that `recovered` was to answer, which bears its id, out of `notes`. Empty when there
+/// is none.
 std::optional<EventStore::RequestNote> TakeNote(const RecoveryCollect::RecoveredEvent& recovered,
                                                 std::vector<EventStore::RequestNote>& notes);
 

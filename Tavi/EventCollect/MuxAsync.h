@@ -29,6 +29,8 @@ struct MuxAsyncParams {
   CollectAsyncCallbackInterface* callback = nullptr;
   void* userData = nullptr;
   PipelineCollectManager* manager = nullptr;
+  /// What the names of its files begin with when power fails meanwhile.
+  std::string backupBase = {};
 };
 
 class MuxAsyncInterface {

@@ -200,7 +200,7 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
       LogFreeSpace("before");
       WaitForCollectors(input);
       if (callback != nullptr && !GetState().powerFailure && !input.discard && CanMuxAsync()) {
-        HandOver(callback, userData);
+        HandOver(input, callback, userData);
         return true;
       }
       Deliver(input, result);
@@ -213,13 +213,13 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
 /// The end of an event on the collecting thread.
 void PipelineCollectManager::Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output) {
   if (GetState().powerFailure) {
-    SaveAll();
+    SaveAll(input);
   } else if (input.discard) {
     DeleteAll();
   } else {
     Mux();
     // Power may have failed meanwhile: what was muxed is saved as it is.
-    if (GetState().powerFailure) SaveAll();
+    if (GetState().powerFailure) SaveAll(input);
     BuildOutput(output);
   }
   Reset();
@@ -231,7 +231,8 @@ bool PipelineCollectManager::CanMuxAsync() const {
   return !Running() && (m_muxThread == nullptr || !m_muxThread->IsRunning());
 }
 
-void PipelineCollectManager::HandOver(CollectAsyncCallbackInterface* callback, void* userData) {
+void PipelineCollectManager::HandOver(const PipelineCollectInput& input, CollectAsyncCallbackInterface* callback,
+                                      void* userData) {
   m_collectors.CopyTo(m_muxCollectors);
   m_muxThread.reset();
   {
@@ -240,7 +241,7 @@ void PipelineCollectManager::HandOver(CollectAsyncCallbackInterface* callback, v
     m_state.muxing = true;
     m_state.muxPowerFailure = m_state.powerFailure;
   }
-  MuxAsyncParams params{&m_muxCollectors.GetMap(), callback, userData, this};
+  MuxAsyncParams params{&m_muxCollectors.GetMap(), callback, userData, this, GetBackupBase(input, "mux")};
   m_muxThread = std::make_unique<MuxAsyncThread>(m_config.cr ? "MUX-EVT-CR" : "MUX-EVT", params, *this);
   if (!m_muxThread->Start()) MuxAsync(params);
   Reset();
@@ -256,7 +257,7 @@ void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
   if (IsMuxToBeSaved()) {
     Log::Info("[Power Failure]Making backup...");
     // What could not be saved has its line; the files themselves stay with the callback either way.
-    static_cast<void>(m_backup.Save(*params.collectors, m_config.cr ? "mux-cr" : "mux"));
+    static_cast<void>(m_backup.Save(*params.collectors, params.backupBase));
     Log::Info("[Power Failure]Backup finished");
   }
   if (params.callback != nullptr) params.callback->CollectFinished(output, true, params.userData);
@@ -313,12 +314,16 @@ void PipelineCollectManager::PowerFailure() {
   m_collectors.RequestSave();
 }
 
-void PipelineCollectManager::SaveAll() {
+std::string PipelineCollectManager::GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const {
+  return input.name.empty() ? std::string(otherwise) + (m_config.cr ? "-cr" : "") : input.name;
+}
+
+void PipelineCollectManager::SaveAll(const PipelineCollectInput& input) {
   EndCollectors();
   Log::Info("[Power Failure]Stopping the aquisition...");
   m_config.pipelineManager->RunSigInt();
   Log::Info("[Power Failure]Making backup...");
-  const bool isSaved = m_backup.Save(m_collectors.GetMap(), m_config.cr ? "event-cr" : "event");
+  const bool isSaved = m_backup.Save(m_collectors.GetMap(), GetBackupBase(input, "event"));
   Log::Info("[Power Failure]Backup finished");
   // Should the machine outlive this, the event must not be there twice.
   if (isSaved) DeleteAll();

@@ -107,10 +107,11 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   void AwaitAborted(std::uint64_t turn) const;
   void EndCancelledStart();
   [[nodiscard]] bool CanMuxAsync() const;
-  void HandOver(CollectAsyncCallbackInterface* callback, void* userData);
+  void HandOver(const PipelineCollectInput& input, CollectAsyncCallbackInterface* callback, void* userData);
   void Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output);
   [[nodiscard]] bool IsMuxToBeSaved();
-  void SaveAll();
+  [[nodiscard]] std::string GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const;
+  void SaveAll(const PipelineCollectInput& input);
   void EndCollectors();
   void LogFreeSpace(const char* when) const;
 

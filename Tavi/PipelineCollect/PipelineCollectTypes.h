@@ -78,6 +78,9 @@ struct PipelineCollectInput {
   WindowCare care = {};
   /// The window since its moment, from PipelineCollectManager::Hold; null: what the rings hold when the collect starts.
   std::shared_ptr<HeldWindow> held = {};
+  /// What the names of its files begin with when power fails, so that who recovers them knows whose they are. Empty:
+  /// "event", "event-cr" by the second manager, and "mux" or "mux-cr" while it is muxed behind the caller.
+  std::string name = {};
 };
 
 /// What a stream's file holds in time.

@@ -59,6 +59,7 @@ TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
   } told;
   StartFeeding(5);
   m_input.durationSeconds = 1;
+  m_input.name = "0a1b2c3d";
   PipelineCollectManager manager(m_managerConfig);
   // The failure comes at some instant between the hand-over and the end of the mux.
   std::atomic<bool> ended{false};
@@ -74,6 +75,7 @@ TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
   ASSERT_EQ(saved.size(), 2U) << GetLog();
   for (const auto& name : saved) {
     EXPECT_EQ(std::filesystem::path(name).extension(), ".mp4");
+    EXPECT_NE(name.find("_0a1b2c3d_"), std::string::npos) << name;
     EXPECT_GT(DecodeVideo(m_managerConfig.backupDir + name).frames.size(), 10U);
   }
 }
