@@ -15,7 +15,13 @@ using Json = nlohmann::ordered_json;
 struct Reply::State {
   State(std::shared_ptr<ReplyMailbox> mailboxOfServer, std::uint64_t connectionNumber, Json requestId)
       : mailbox(std::move(mailboxOfServer)), connection(connectionNumber), id(std::move(requestId)) {}
-  ~State() { Answer(BuildError("the request was dropped without an answer")); }
+  ~State() {
+    try {
+      Answer(BuildError("the request was dropped without an answer"));
+    } catch (...) {
+      // No memory for an answer: the client's own time limit ends its waiting.
+    }
+  }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 

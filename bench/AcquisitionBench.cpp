@@ -14,7 +14,9 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -63,6 +65,7 @@ double ToSeconds(const timeval& time) {
 /// Processor seconds of a child that runs `arguments` for `seconds` and is then interrupted.
 double MeasureChild(std::vector<std::string> arguments, int seconds) {
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (auto& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   pid_t child = 0;
@@ -236,7 +239,7 @@ int MeasureSensors(int seconds) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   Tavi::Recorder::AddPluginPath();
   Kbase::Klog::Logger::GetInstance().SetConsole(false);
   const std::string what = argc > 1 ? argv[1] : "";
@@ -251,4 +254,7 @@ int main(int argc, char** argv) {
              "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events] | sensors [seconds] | "
              "holdup [rounds]\n");
   return 2;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "tavi-bench-acquisition: %s\n", error.what());
+  return 1;
 }

@@ -131,6 +131,7 @@ void MeasureCase(const char* what, const Tavi::Pipeline::PipelineConfig& pipelin
                  std::chrono::milliseconds failAfter, int count) {
   fmt::print("{}\n", what);
   std::vector<Round> rounds;
+  rounds.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) rounds.push_back(RunOnce(pipeline, lookBack, failAfter));
   const auto total = [](const Round& round) { return round.Total(); };
   fmt::print(

@@ -22,7 +22,7 @@ using Tavi::Gps::GPSLine;
 std::filesystem::path FindLogs() {
   if (const char* given = std::getenv("TAVI_NMEA_LOGS")) return given;
   for (auto dir = std::filesystem::current_path(); dir != dir.root_path(); dir = dir.parent_path()) {
-    if (const auto logs = dir.parent_path() / "shared/data/nmea"; std::filesystem::is_directory(logs)) return logs;
+    if (auto logs = dir.parent_path() / "shared/data/nmea"; std::filesystem::is_directory(logs)) return logs;
   }
   return {};
 }

@@ -140,6 +140,7 @@ long WaitOnFutex(const std::array<long, 6>& arguments) {
   static auto* const next = FindNext<long(long, ...)>("syscall");
   const auto [address, operation, value, timeout, address2, value3] = arguments;
   const long command = operation & ~(FUTEX_PRIVATE_FLAG | FUTEX_CLOCK_REALTIME);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): a system call takes every argument as a number
   const auto* asked = reinterpret_cast<const timespec*>(timeout);
   timespec scaled{};
   // The fourth argument is a time in these two only; elsewhere it may be a number.

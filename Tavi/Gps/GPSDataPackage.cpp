@@ -148,6 +148,7 @@ void GPSDataPackage::AddLine(GPSLine& line) {
   LoadSentence(m_lines.emplace_back(line));
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers elsewhere are built against this signature
 void GPSDataPackage::Load(GPSLine line) {
   LoadSentence(line);
 }
@@ -200,6 +201,8 @@ void GPSDataPackage::BuildRoute() {
   m_data->lowSpeedCount = route.lowSpeedCount;
 }
 
+// Both texts by value: callers elsewhere are built against these signatures.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 time_t GPSDataPackage::ConvertDateTime(std::string date, std::string time) const {
   return ReadDateTime(date, time);
 }
@@ -208,6 +211,7 @@ double GPSDataPackage::ConvertCoordinate(std::string value, std::string hemisphe
   double coordinate = 0.0;
   return ReadCoordinate(value, hemisphere, coordinate) ? coordinate : 0.0;
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 void GPSDataPackage::BuildDateAndTime(char* time, char* date) const {
   const time_t now = std::time(nullptr);

@@ -35,7 +35,7 @@ constexpr std::array<FileNaming, 9> FileNamings{{
 
 }  // namespace
 
-BackupThread::BackupThread(std::function<bool()> copy) {
+BackupThread::BackupThread(const std::function<bool()>& copy) {
   try {
     m_thread = std::thread([this, copy] { m_saved = copy(); });
   } catch (const std::system_error&) {

@@ -16,13 +16,13 @@ namespace Tavi::PipelineCollect {
 class BackupThread {
  public:
   /// `copy` runs at once: on a thread of its own, or on the caller's where the system has none to give.
-  explicit BackupThread(std::function<bool()> copy);
+  explicit BackupThread(const std::function<bool()>& copy);
   ~BackupThread() { join(); }
   BackupThread(const BackupThread&) = delete;
   BackupThread& operator=(const BackupThread&) = delete;
 
   /// Waits for the copy's end.
-  void join();
+  void join();  // NOLINT(readability-identifier-naming): named like a std::thread's, in whose place it is handed out
   /// What the copy has returned. Joins.
   [[nodiscard]] bool IsSaved();
 

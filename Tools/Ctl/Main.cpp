@@ -79,9 +79,9 @@ int Ask(const CtlOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CtlOptions options;
-  if (const auto status = ParseOptions(argc, argv, options, std::cout, std::cerr)) return *status;
   try {
+    CtlOptions options;
+    if (const auto status = ParseOptions(argc, argv, options, std::cout, std::cerr)) return *status;
     return Ask(options);
   } catch (const std::exception& error) {
     return Complain(FailureExitStatus, error.what());

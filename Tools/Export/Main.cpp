@@ -3,6 +3,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <exception>
+#include <iostream>
 
 #include "Tools/Export/Formats.h"
 #include "Tools/Tool.h"
@@ -56,11 +58,14 @@ std::string Render(const EventData& data, const ExportOptions& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   CLI::App app("Writes an event's measurements in formats that other programs read.", "tavi-export");
   ExportOptions options;
   AddOptions(app, options);
   const auto status = ParseToolOptions(app, argc, argv, options.tool, [&] { return Check(options); });
   if (status) return *status;
   return RunTool(options.tool, [&](EventData& data) { return Render(data, options); });
+} catch (const std::exception& error) {
+  std::cerr << "tavi-export: " << error.what() << "\n";
+  return FailureStatus;
 }

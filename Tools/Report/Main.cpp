@@ -1,10 +1,12 @@
 // tavi-report: a page that shows an event.
 #include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
 
 #include "Tools/Report/ReportHtml.h"
 #include "Tools/Tool.h"
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   using namespace Tavi::EventTools;
   CLI::App app("Writes one page that shows an event in any browser: its clips in step, track and measurements.",
                "tavi-report");
@@ -12,4 +14,7 @@ int main(int argc, char** argv) {
   options.outputFile = "report.html";
   if (const auto status = ParseToolOptions(app, argc, argv, options, [] { return std::string(); })) return *status;
   return RunTool(options, BuildReport);
+} catch (const std::exception& error) {
+  std::cerr << "tavi-report: " << error.what() << "\n";
+  return Tavi::EventTools::FailureStatus;
 }

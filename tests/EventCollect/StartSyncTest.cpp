@@ -21,8 +21,9 @@ class StartSyncTest : public Tavi::Testing::MediaTest {
   void AddSource(PipelineCollectType type, float fps, double firstMs, double presentMs = 40000) {
     auto ring = std::make_shared<TestRing>(static_cast<int>(fps * 32), fps);
     const int gop = static_cast<int>(fps);
-    for (int i = 0; firstMs + i * 1000 / fps < presentMs; ++i) {
-      AddMedia(*ring, static_cast<GstClockTime>((firstMs + i * 1000 / fps) * GST_MSECOND), i % gop == 0);
+    const double periodMs = 1000.0 / static_cast<double>(fps);
+    for (int i = 0; firstMs + i * periodMs < presentMs; ++i) {
+      AddMedia(*ring, static_cast<GstClockTime>((firstMs + i * periodMs) * GST_MSECOND), i % gop == 0);
     }
     m_rings[type] = ring;
   }

@@ -93,7 +93,7 @@ TEST_F(OtherTest, ACollectIsOneArrayWithoutTheLastEventsSamples) {
     Tavi::PipelineCollect::PipelineCollectConfig config{0, 0, m_dir};
     collect.Init(config);
     EXPECT_FALSE(collect.Write(nullptr, &foreign));
-    for (const char temperature : {41, 42}) {
+    for (const char temperature : {char{41}, char{42}}) {
       OtherPipelineCbElement sample(0, Tavi::Testing::MakeBuffer({7, temperature, 0, 0}, 0));
       EXPECT_TRUE(collect.Write(nullptr, &sample));
     }

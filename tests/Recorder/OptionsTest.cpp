@@ -35,6 +35,7 @@ Parsed ParseLine(const std::string& line) {
   std::istringstream words(line);
   const std::vector<std::string> list{std::istream_iterator<std::string>(words), {}};
   std::vector<const char*> arguments;
+  arguments.reserve(list.size());
   for (const auto& word : list) arguments.push_back(word.c_str());
   return Parse(arguments);
 }
