@@ -18,27 +18,6 @@ namespace {
 constexpr int UntouchedGain = -1;
 constexpr float MicrosecondsPerSecond = 1e6F;
 
-/// Opens the sound card once, as the pipeline's start will do: a card that is not there would fail that start as a
-/// whole, cameras included. Done before the source is in the bin, on a bus of its own: an error on the pipeline's would
-/// end the watch over the cameras. Empty, or why it cannot be opened.
-std::string FindProblem(GstElement* source) {
-  const auto bus = GstRef<GstBus>::Adopt(gst_bus_new());
-  gst_element_set_bus(source, bus.Get());
-  std::string problem;
-  if (gst_element_set_state(source, GST_STATE_READY) == GST_STATE_CHANGE_FAILURE) problem = "it does not start";
-  if (GstMessage* message = gst_bus_pop_filtered(bus.Get(), GST_MESSAGE_ERROR)) {
-    GError* error = nullptr;
-    gst_message_parse_error(message, &error, nullptr);
-    if (!problem.empty() && error->message != nullptr) problem = error->message;
-    g_error_free(error);
-    gst_message_unref(message);
-  }
-  gst_element_set_state(source, GST_STATE_NULL);
-  gst_bus_set_flushing(bus.Get(), TRUE);
-  gst_element_set_bus(source, nullptr);
-  return problem;
-}
-
 }  // namespace
 
 GstAudioPipelineElement::GstAudioPipelineElement(const AudioConfig& config)
@@ -64,7 +43,9 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
                nullptr);
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
-  const std::string problem = FindProblem(source);
+  // Opened once, as the pipeline's start will do: a card that is not there would fail that start as a whole, cameras
+  // included. Before the source is in the bin: an error on the pipeline's bus would end the watch over the cameras.
+  const std::string problem = GstUtil::TryState(source, GST_STATE_READY);
   GstUtil::AddToBin(GST_BIN(pipeline), {source, encoder, sink});
   GstUtil::LinkChain({source, encoder, sink});
   Connect(source, sink);

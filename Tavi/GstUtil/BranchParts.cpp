@@ -18,6 +18,44 @@ GstElement* BranchParts::Make(const char* factory) {
   return element;
 }
 
+bool BranchParts::MakeLeg(const char* leg, std::initializer_list<Part> parts) {
+  const char* missing = nullptr;
+  for (const auto& [factory, target] : parts) {
+    *target = missing == nullptr ? gst_element_factory_make(factory, nullptr) : nullptr;
+    if (*target != nullptr) {
+      m_owned.push_back(GstRef<GstElement>::Sink(*target));
+    } else if (missing == nullptr) {
+      missing = factory;
+    }
+  }
+  if (missing == nullptr) return true;
+  for (const auto& part : parts) *part.target = nullptr;
+  Log::Warning(std::string("GStreamer has no element \"") + missing + "\": there is no " + leg +
+               "; install its plug-in or set GST_PLUGIN_PATH");
+  return false;
+}
+
+std::string TryState(GstElement* element, GstState state) {
+  const auto bus = GstRef<GstBus>::Adopt(gst_bus_new());
+  gst_element_set_bus(element, bus.Get());
+  std::string problem;
+  if (gst_element_set_state(element, state) == GST_STATE_CHANGE_FAILURE) {
+    problem = "it does not start";
+  }
+  // Some report an error and go on.
+  if (GstMessage* message = gst_bus_pop_filtered(bus.Get(), GST_MESSAGE_ERROR)) {
+    GError* error = nullptr;
+    gst_message_parse_error(message, &error, nullptr);
+    problem = error->message;
+    g_error_free(error);
+    gst_message_unref(message);
+  }
+  gst_element_set_state(element, GST_STATE_NULL);
+  gst_bus_set_flushing(bus.Get(), TRUE);
+  gst_element_set_bus(element, nullptr);
+  return problem;
+}
+
 void AddToBin(GstBin* bin, std::initializer_list<GstElement*> elements) {
   for (GstElement* element : elements) {
     if (element != nullptr) gst_bin_add(bin, element);

@@ -4,6 +4,7 @@
 #include <gst/gst.h>
 
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 #include "Tavi/GstUtil/GstRef.h"
@@ -17,10 +18,23 @@ class BranchParts {
   GstElement* Make(const char* factory);
   [[nodiscard]] bool IsComplete() const { return m_complete; }
 
+  /// One element of a leg, and where to put it.
+  struct Part {
+    const char* factory;
+    GstElement** target;
+  };
+  /// Makes a leg that the branch can do without. False, with one line in the log that names `leg`, the branch still
+  /// complete and all targets null, when GStreamer has no element of some name.
+  bool MakeLeg(const char* leg, std::initializer_list<Part> parts);
+
  private:
   std::vector<GstRef<GstElement>> m_owned;
   bool m_complete = true;
 };
+
+/// Takes an element that is in no bin yet to `state` and back to NULL, on a bus of its own: what it has to report stays
+/// away from a pipeline's bus, where an error has consequences. Empty, or why it does not get there.
+std::string TryState(GstElement* element, GstState state);
 
 /// Adds the elements in the given order, leaving out null ones: those that this branch does not have.
 void AddToBin(GstBin* bin, std::initializer_list<GstElement*> elements);

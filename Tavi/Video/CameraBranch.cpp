@@ -2,8 +2,10 @@
 #include "Tavi/Video/CameraBranch.h"
 
 #include <chrono>
+#include <string>
 
 #include "Tavi/GstUtil/BranchParts.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Video {
 
@@ -63,30 +65,41 @@ class Builder {
     }
     m_rawSink = m_parts.Make("appsink");
     m_encodedSink = m_parts.Make("appsink");
-    if (m_config.previewEnabled) m_previewSink = m_parts.Make("appsink");
-    if (m_config.streamEnabled) {
-      m_gdp = m_parts.Make("gdppay");
-      m_server = m_parts.Make("tcpserversink");
-    }
     m_encoder = m_parts.Make("imxvpuenc_h264");
-    if (m_config.previewEnabled) {
-      m_rate = m_parts.Make("videorate");
-      m_previewCaps = m_parts.Make("capsfilter");
-      m_scale = m_parts.Make("imxipuvideotransform");
-    }
-    MakeTees();
-  }
-
-  void MakeTees() {
     m_tee = m_parts.Make("tee");
     m_rawQueue = m_parts.Make("queue");
     m_encoderQueue = m_parts.Make("queue");
-    if (m_config.streamEnabled) {
-      m_streamTee = m_parts.Make("tee");
-      m_recordQueue = m_parts.Make("queue");
-      m_networkQueue = m_parts.Make("queue");
+    m_hasStream = m_config.streamEnabled && MakeStream();
+    m_hasPreview = m_config.previewEnabled && MakePreview();
+  }
+
+  /// A port that somebody else has would be an error on the pipeline's bus, which ends the watch over the cameras.
+  bool MakeStream() {
+    if (!m_parts.MakeLeg("live stream", {{"gdppay", &m_gdp},
+                                         {"tcpserversink", &m_server},
+                                         {"tee", &m_streamTee},
+                                         {"queue", &m_recordQueue},
+                                         {"queue", &m_networkQueue}})) {
+      return false;
     }
-    if (m_config.previewEnabled) m_previewQueue = m_parts.Make("queue");
+    // A viewer that does not read is let go before it costs memory: its frames are in the ring anyway.
+    g_object_set(m_server, "host", "0.0.0.0", "port", m_config.streamPort, "units-max",
+                 gint64{m_config.fps} * ViewerPatience.count(), "timeout",
+                 guint64{std::chrono::nanoseconds(ViewerPatience).count()}, nullptr);
+    // It listens from PAUSED on.
+    const std::string problem = GstUtil::TryState(m_server, GST_STATE_PAUSED);
+    if (problem.empty()) return true;
+    Log::Warning("there is no live stream on port " + std::to_string(m_config.streamPort) + ": " + problem);
+    m_gdp = m_server = m_streamTee = m_recordQueue = m_networkQueue = nullptr;
+    return false;
+  }
+
+  bool MakePreview() {
+    return m_parts.MakeLeg("preview", {{"videorate", &m_rate},
+                                       {"capsfilter", &m_previewCaps},
+                                       {"imxipuvideotransform", &m_scale},
+                                       {"appsink", &m_previewSink},
+                                       {"queue", &m_previewQueue}});
   }
 
   void SetAll() {
@@ -98,16 +111,10 @@ class Builder {
                    "crop-meta-height", CropHeight, nullptr);
       SetRawCaps(m_cropCaps, CroppedFrameWidth, CroppedFrameHeight);
     }
-    if (m_config.streamEnabled) {
-      // A viewer that does not read is let go before it costs memory: its frames are in the ring anyway.
-      g_object_set(m_server, "host", "0.0.0.0", "port", m_config.streamPort, "units-max",
-                   gint64{m_config.fps} * ViewerPatience.count(), "timeout",
-                   guint64{std::chrono::nanoseconds(ViewerPatience).count()}, nullptr);
-    }
     // One IDR frame a second, on which the collectors' start positions rely.
     g_object_set(m_encoder, "bitrate", m_config.bitrate, "idr-interval", m_config.fps, "gop-size", m_config.fps,
                  nullptr);
-    if (m_config.previewEnabled) {
+    if (m_hasPreview) {
       g_object_set(m_rate, "max-rate", PreviewMaxRate, "drop-only", TRUE, nullptr);
       SetRawCaps(m_previewCaps, m_config.previewWidth, m_config.previewHeight);
     }
@@ -120,25 +127,27 @@ class Builder {
       LinkChain({m_source, m_tee});
     }
     LinkChain({m_rawQueue, m_rawSink});
-    if (m_config.streamEnabled) {
+    if (m_hasStream) {
       LinkChain({m_encoderQueue, m_encoder, m_streamTee});
       LinkChain({m_recordQueue, m_encodedSink});
       LinkChain({m_networkQueue, m_gdp, m_server});
     } else {
       LinkChain({m_encoderQueue, m_encoder, m_encodedSink});
     }
-    if (m_config.previewEnabled) LinkChain({m_previewQueue, m_rate, m_scale, m_previewCaps, m_previewSink});
+    if (m_hasPreview) LinkChain({m_previewQueue, m_rate, m_scale, m_previewCaps, m_previewSink});
 
     LinkTee(m_tee, m_rawQueue);
     LinkTee(m_tee, m_encoderQueue);
-    if (m_config.previewEnabled) LinkTee(m_tee, m_previewQueue);
-    if (m_config.streamEnabled) {
+    if (m_hasPreview) LinkTee(m_tee, m_previewQueue);
+    if (m_hasStream) {
       LinkTee(m_streamTee, m_recordQueue);
       LinkTee(m_streamTee, m_networkQueue);
     }
   }
 
   const VideoConfig& m_config;
+  bool m_hasStream = false;
+  bool m_hasPreview = false;
   GstUtil::BranchParts m_parts;
   GstElement* m_source = nullptr;
   GstElement* m_crop = nullptr;

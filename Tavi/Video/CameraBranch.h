@@ -12,7 +12,7 @@ struct CameraBranch {
   GstElement* source = nullptr;
   GstElement* rawSink = nullptr;
   GstElement* encodedSink = nullptr;
-  /// Null when the preview is disabled.
+  /// Null when there is no preview.
   GstElement* previewSink = nullptr;
 
   /// Builds the branch in `bin`:
@@ -23,7 +23,8 @@ struct CameraBranch {
   ///
   /// With the live stream a second tee behind the encoder feeds the encoded sink and a GDP server, each through a
   /// queue. When GStreamer has no element of a needed name, one line says which, nothing is added and all members are
-  /// null.
+  /// null; where one is missing that only the live stream or the preview needs, or the stream's port is taken, one line
+  /// says so and that leg is left out.
   static CameraBranch Build(GstBin* bin, const VideoConfig& config);
 };
 

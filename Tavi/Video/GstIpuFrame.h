@@ -1,4 +1,4 @@
-// One raw camera frame of GStreamer as a frame of the media library, without copying its pixels.
+// One raw camera frame of GStreamer as a frame of the media library.
 #pragma once
 
 #include <gst/gst.h>
@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "KMedia/ImgUtils/IpuFrame.h"
+#include "KMedia/ImgUtils/PictureSize.h"
 
 namespace Tavi::Video {
 
@@ -15,6 +16,10 @@ class GstIpuFrame final : public KMedia::ImgUtils::IpuFrame {
   /// A frame over `buffer` (I420, `width` x `height` pixels), taking over the caller's reference. Null when the buffer
   /// is not valid or cannot be mapped. The caller owns the frame.
   static GstIpuFrame* Create(GstBuffer* buffer, int width, int height);
+  /// A frame over the sample's picture, borrowed for the call: in the format that its caps name, with the lines and
+  /// planes where the buffer itself says. I420 in its plain layout is not copied, everything else is converted to it.
+  /// `configured` counts where the caps do not tell. Null when there is nothing to convert from.
+  static GstIpuFrame* Create(GstSample* sample, KMedia::ImgUtils::PictureSize configured);
   /// True when the buffer is there and still referenced.
   static bool ValidBuffer(GstBuffer* buffer);
 

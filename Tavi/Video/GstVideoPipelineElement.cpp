@@ -5,7 +5,6 @@
 #include <chrono>
 #include <string>
 
-#include "KMedia/ImgUtils/PictureSize.h"
 #include "Tavi/GstUtil/AppSink.h"
 #include "Tavi/Video/CameraBranch.h"
 #include "Tavi/Video/GstIpuFrame.h"
@@ -17,39 +16,22 @@ using GstUtil::ClearSampleCallback;
 using GstUtil::GstRef;
 using GstUtil::PullBuffer;
 using GstUtil::SetSampleCallback;
-using KMedia::ImgUtils::PictureSize;
 
 namespace {
 
 /// How often one who waits for a raw frame is asked whether to go on.
 constexpr std::chrono::milliseconds PullSlice{50};
 
-/// The sink's next buffer with a reference for the caller. Null when the sink has stopped, its stream has ended, or
-/// `giveUp` says so.
-GstBuffer* PullUnless(const std::function<bool()>& giveUp, GstAppSink* sink) {
+/// The sink's next sample. Null when the sink has stopped, its stream has ended, or `giveUp` says so.
+GstRef<GstSample> PullUnless(const std::function<bool()>& giveUp, GstAppSink* sink) {
   constexpr GstClockTime SliceNs = std::chrono::nanoseconds(PullSlice).count();
   while (!giveUp()) {
-    const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_try_pull_sample(sink, SliceNs));
-    GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
-    if (buffer != nullptr) return gst_buffer_ref(buffer);
+    auto sample = GstRef<GstSample>::Adopt(gst_app_sink_try_pull_sample(sink, SliceNs));
+    if (sample && gst_sample_get_buffer(sample.Get()) != nullptr) return sample;
     // True also for a sink that has stopped.
-    if (gst_app_sink_is_eos(sink)) return nullptr;
+    if (gst_app_sink_is_eos(sink)) return {};
   }
-  return nullptr;
-}
-
-/// What the frames in the sink really measure: a cropped picture, or a camera that has no other size, may differ from
-/// what is configured.
-PictureSize GetSize(GstElement* sink, PictureSize configured) {
-  const auto pad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(sink, "sink"));
-  GstCaps* caps = gst_pad_get_current_caps(pad.Get());
-  if (caps == nullptr) return configured;
-  const GstStructure* format = gst_caps_get_structure(caps, 0);
-  PictureSize size;
-  const bool known =
-      gst_structure_get_int(format, "width", &size.width) && gst_structure_get_int(format, "height", &size.height);
-  gst_caps_unref(caps);
-  return known ? size : configured;
+  return {};
 }
 
 void KeepNewestOnly(GstElement* sink) {
@@ -114,7 +96,11 @@ GstPadProbeReturn GstVideoPipelineElement::RunningCallback(GstPad* /*pad*/, GstP
 GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) {
   auto* self = static_cast<GstVideoPipelineElement*>(element);
   (void)self->m_running.load(std::memory_order_acquire);
-  if (GstBuffer* buffer = PullBuffer(sink)) self->SetEncodedFrame(buffer);
+  const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_pull_sample(sink));
+  GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
+  if (buffer == nullptr) return GST_FLOW_OK;
+  self->m_setup.TakeCaps(gst_sample_get_caps(sample.Get()));
+  self->SetEncodedFrame(gst_buffer_ref(buffer));
   return GST_FLOW_OK;
 }
 
@@ -145,19 +131,24 @@ void GstVideoPipelineElement::EndPull() {
   m_pullEnded.notify_all();
 }
 
+GstRef<GstSample> GstVideoPipelineElement::PullRawSample(const std::function<bool()>& giveUp) {
+  if (!m_rawSink) return {};
+  // One at a time: a sink that stops wakes only one who waits in it.
+  while (!BeginPull()) {
+    if (giveUp()) return {};
+  }
+  auto sample = PullUnless(giveUp, GST_APP_SINK(m_rawSink.Get()));
+  EndPull();
+  return sample;
+}
+
 GstBuffer* GstVideoPipelineElement::GetRawFrame() {
   return GetRawFrame([] { return false; });
 }
 
 GstBuffer* GstVideoPipelineElement::GetRawFrame(const std::function<bool()>& giveUp) {
-  if (!m_rawSink) return nullptr;
-  // One at a time: a sink that stops wakes only one who waits in it.
-  while (!BeginPull()) {
-    if (giveUp()) return nullptr;
-  }
-  GstBuffer* buffer = PullUnless(giveUp, GST_APP_SINK(m_rawSink.Get()));
-  EndPull();
-  return buffer;
+  const auto sample = PullRawSample(giveUp);
+  return sample ? gst_buffer_ref(gst_sample_get_buffer(sample.Get())) : nullptr;
 }
 
 GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {
@@ -165,10 +156,8 @@ GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {
 }
 
 GstIpuFrame* GstVideoPipelineElement::GetIpuFrame(const std::function<bool()>& giveUp) {
-  GstBuffer* buffer = GetRawFrame(giveUp);
-  if (buffer == nullptr) return nullptr;
-  const PictureSize size = GetSize(m_rawSink.Get(), {m_config.width, m_config.height});
-  return GstIpuFrame::Create(buffer, size.width, size.height);
+  const auto sample = PullRawSample(giveUp);
+  return sample ? GstIpuFrame::Create(sample.Get(), {m_config.width, m_config.height}) : nullptr;
 }
 
 }  // namespace Tavi::Video

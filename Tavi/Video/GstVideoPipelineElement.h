@@ -8,9 +8,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 
 #include "Tavi/GstUtil/GstRef.h"
+#include "Tavi/Video/StreamSetup.h"
 #include "Tavi/Video/VideoConfig.h"
 
 namespace Tavi::Video {
@@ -36,13 +38,14 @@ class GstVideoPipelineElement {
   /// Receives one scaled I420 frame with one reference.
   virtual void SetPreviewFrame(GstBuffer* buffer) = 0;
 
-  /// The newest raw I420 frame with a reference for the caller. Blocks until a frame is there; null once the pipeline
-  /// does not run, or its stream has ended. Thread-safe.
+  /// The newest raw frame, as the camera delivers it (I420 on the unit), with a reference for the caller. Blocks until
+  /// a frame is there; null once the pipeline does not run, or its stream has ended. Thread-safe.
   GstBuffer* GetRawFrame();
   /// The same, and null also once `giveUp` says so: it is asked on the caller's thread every 50 ms while no frame is
   /// there, and before the first look.
   GstBuffer* GetRawFrame(const std::function<bool()>& giveUp);
-  /// The same as a frame of the media library, owned by the caller; null when there is none.
+  /// The same as a frame of the media library, I420 whatever the camera delivers, owned by the caller; null when there
+  /// is none, or none that can be converted.
   GstIpuFrame* GetIpuFrame();
   GstIpuFrame* GetIpuFrame(const std::function<bool()>& giveUp);
 
@@ -59,11 +62,14 @@ class GstVideoPipelineElement {
   void Detach();
 
   [[nodiscard]] const VideoConfig& GetConfig() const { return m_config; }
+  /// What a decoder has to know before this access unit. On the thread of SetEncodedFrame only.
+  std::shared_ptr<const StreamSetup> FollowSetup(GstBuffer* accessUnit) { return m_setup.Follow(accessUnit); }
 
  private:
   void Init(GstElement* pipeline, const VideoConfig& config);
   void ConnectSource(GstElement* source);
   void ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview);
+  GstUtil::GstRef<GstSample> PullRawSample(const std::function<bool()>& giveUp);
   bool BeginPull();
   void EndPull();
 
@@ -74,6 +80,8 @@ class GstVideoPipelineElement {
   GstUtil::GstRef<GstElement> m_encodedSink;
   GstUtil::GstRef<GstElement> m_previewSink;
   VideoConfig m_config;
+  /// Belongs to the encoded frames' streaming thread.
+  SetupTracker m_setup;
   std::uint64_t m_previewCounter = 0;
   /// Guards the turn; not held while the one whose turn it is waits for a frame.
   std::mutex m_rawFrameMutex;

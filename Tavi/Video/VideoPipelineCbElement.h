@@ -1,10 +1,13 @@
 // Ring entries of a camera: encoded access units and scaled preview frames.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/PipelineCollect/CameraType.h"
+#include "Tavi/Video/StreamSetup.h"
 
 namespace Tavi::Video {
 
@@ -17,10 +20,14 @@ inline std::string GetCameraName(CameraType type) {
 /// One encoded H.264 access unit.
 class VideoPipelineCbElement final : public GstUtil::GstPipelineCbElement {
  public:
-  VideoPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, const std::string& camera)
-      : GstPipelineCbElement(id, ownedBuffer, camera), cameraName(camera) {}
+  VideoPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, const std::string& camera,
+                         std::shared_ptr<const StreamSetup> streamSetup = nullptr)
+      : GstPipelineCbElement(id, ownedBuffer, camera), cameraName(camera), setup(std::move(streamSetup)) {}
 
   const std::string cameraName;
+  /// What a decoder has to know before it; null while the encoder has not told, and for a plain byte stream that brings
+  /// it along.
+  const std::shared_ptr<const StreamSetup> setup;
 };
 
 /// One raw I420 preview frame.

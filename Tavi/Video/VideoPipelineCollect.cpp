@@ -49,10 +49,26 @@ PipelineCollectType VideoPipelineCollect::GetVideoPipelineCollectType(CameraType
   return camera == CameraType::Camera0 ? PipelineCollectType::VideoCamera1 : PipelineCollectType::VideoCamera0;
 }
 
+bool VideoPipelineCollect::WriteHeader(FILE* /*file*/) {
+  m_writtenSetup.reset();
+  return true;
+}
+
 bool VideoPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) {
-  const GstUtil::BufferMap map(dynamic_cast<const VideoPipelineCbElement*>(entry));
+  const auto* frame = dynamic_cast<const VideoPipelineCbElement*>(entry);
+  const GstUtil::BufferMap map(frame);
   if (file == nullptr || !map.IsMapped()) return false;
-  return Kfile::Write(map.GetBytes().data(), map.GetBytes().size(), file);
+  return WriteSetup(file, *frame, map.GetBytes()) &&
+         WriteAccessUnit(file, map.GetBytes(), frame->setup ? frame->setup->lengthSize : 0);
+}
+
+/// Where a decoder may start it must know the parameter sets: once a file, and again when the camera has begun anew.
+bool VideoPipelineCollect::WriteSetup(FILE* file, const VideoPipelineCbElement& entry,
+                                      std::span<const std::uint8_t> accessUnit) {
+  if (!entry.setup || entry.setup == m_writtenSetup || !entry.IsKeyFrame()) return true;
+  m_writtenSetup = entry.setup;
+  const auto& [sets, lengthSize] = *entry.setup;
+  return HasParameterSets(accessUnit, lengthSize) || Kfile::Write(sets.data(), sets.size(), file);
 }
 
 bool VideoPipelineCollect::Mux(const std::string& videoPath, const std::string& audioPath, float fps,

@@ -2,14 +2,20 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 
 #include "Tavi/PipelineCollect/PipelineCollect.h"
 
 namespace Tavi::Video {
 
-/// Writes access units as the encoder made them, one behind the other (a byte stream, Rec. ITU-T H.264 annex B), and
-/// turns the file into an MP4 without re-encoding. Mux and BuildMp4 run on the manager's thread after the collect.
+class VideoPipelineCbElement;
+struct StreamSetup;
+
+/// Writes access units as the encoder made them, one behind the other (a byte stream, Rec. ITU-T H.264 annex B), with
+/// the parameter sets before the first one where the encoder does not send them with each key frame, and turns the file
+/// into an MP4 without re-encoding. Mux and BuildMp4 run on the manager's thread after the collect.
 class VideoPipelineCollect final : public PipelineCollect::PipelineCollect {
  public:
   VideoPipelineCollect(Kbase::Pipeline::IPipelineElement* element, CameraType camera, bool cr);
@@ -17,6 +23,7 @@ class VideoPipelineCollect final : public PipelineCollect::PipelineCollect {
 
   static Tavi::PipelineCollect::PipelineCollectType GetVideoPipelineCollectType(CameraType camera);
 
+  bool WriteHeader(FILE* file) override;
   bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override;
 
   /// Muxes an H.264 file of `fps` frames a second with an MP3 file into `outPath`, which becomes `videoPath` with
@@ -32,7 +39,11 @@ class VideoPipelineCollect final : public PipelineCollect::PipelineCollect {
   void BuildMp4();
 
  private:
+  bool WriteSetup(FILE* file, const VideoPipelineCbElement& entry, std::span<const std::uint8_t> accessUnit);
   void Replace(bool muxed, const std::string& mp4Path);
+
+  /// What the file has been told of; belongs to the thread that collects.
+  std::shared_ptr<const StreamSetup> m_writtenSetup;
 };
 
 }  // namespace Tavi::Video

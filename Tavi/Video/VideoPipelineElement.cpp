@@ -23,7 +23,7 @@ void VideoPipelineElement::SetEncodedFrame(GstBuffer* buffer) {
   if (buffer == nullptr) return;
   const std::uint64_t id = GetCurrentFrameId() + 1;
   const std::string camera = GetCameraName(GetConfig().cameraType);
-  AddNext(std::make_shared<VideoPipelineCbElement>(id, buffer, camera));
+  AddNext(std::make_shared<VideoPipelineCbElement>(id, buffer, camera, FollowSetup(buffer)));
   if (id == 0) Log::Info("Aquisition for " + camera + " has been started");
 }
 

@@ -1,10 +1,12 @@
 // One camera's branch in a running pipeline: encoded, raw and preview frames, the gate, the crop and the live stream.
 #include <arpa/inet.h>
+#include <gst/video/video.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <future>
 #include <memory>
 
@@ -28,6 +30,24 @@ class CameraTest : public Tavi::Testing::MediaTest {
     config.camera0Enabled = config.audioEnabled = false;
     config.camera1.device = "sim:camera0";
     return config;
+  }
+  /// The left half dark and blue, the right half bright and red.
+  static void PaintHalves(GstBuffer* buffer, const GstVideoInfo& info) {
+    GstVideoFrame frame;
+    ASSERT_TRUE(gst_video_frame_map(&frame, &info, buffer, GST_MAP_WRITE));
+    const std::array<std::uint8_t, 3> left{40, 190, 100};
+    const std::array<std::uint8_t, 3> right{200, 100, 210};
+    for (guint part = 0; part < 3; ++part) {
+      auto* data = static_cast<std::uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&frame, part));
+      const int width = GST_VIDEO_FRAME_COMP_WIDTH(&frame, part);
+      for (int y = 0; y < GST_VIDEO_FRAME_COMP_HEIGHT(&frame, part); ++y) {
+        for (int x = 0; x < width; ++x) {
+          data[y * GST_VIDEO_FRAME_COMP_STRIDE(&frame, part) + x * GST_VIDEO_FRAME_COMP_PSTRIDE(&frame, part)] =
+              x < width / 2 ? left[part] : right[part];
+        }
+      }
+    }
+    gst_video_frame_unmap(&frame);
   }
   static std::shared_ptr<VideoPipelineElement> GetCamera(const PipelineManager& manager) {
     return std::dynamic_pointer_cast<VideoPipelineElement>(manager.ShareElement(PipelineType::Camera1));
@@ -146,6 +166,89 @@ TEST_F(CameraTest, TheLiveStreamOfACroppedCameraIsServedFramedOnItsPort) {
   close(client);
   EXPECT_EQ(received.substr(0, 2), std::string("\x01\x00", 2)) << "GStreamer data protocol, version 1.0";
   EXPECT_NE(received.find("video/x-h264"), std::string::npos);
+}
+
+// Catches an optional plug-in, or a port that somebody else has, that takes the camera along.
+TEST_F(CameraTest, WhatOnlyTheLiveStreamOrThePreviewNeedsTakesOnlyThatAlong) {
+  GstRegistry* registry = gst_registry_get();
+  for (const char* factory : {"gdppay", "tcpserversink", "videorate"}) {
+    const bool isPreview = std::string(factory) == "videorate";
+    // Once loaded, a plug-in does not come back by itself.
+    gst_object_unref(gst_object_ref_sink(gst_element_factory_make(factory, nullptr)));
+    GstPluginFeature* feature = gst_registry_lookup_feature(registry, factory);
+    gst_registry_remove_feature(registry, feature);
+    auto config = OneCamera();
+    config.camera1.streamEnabled = true;
+    config.camera1.streamPort = 19000 + getpid() % 10000;
+    ClearLog();
+    PipelineManager manager(config);
+    EXPECT_EQ(CountLogged(std::string("no element \"") + factory), 1);
+    EXPECT_EQ(CountLogged(isPreview ? "there is no preview" : "there is no live stream"), 1);
+    EXPECT_EQ(CountLogged("GStreamer"), 1);
+    manager.Start();
+    EXPECT_TRUE(WaitUntil([&] { return GetCamera(manager)->IsDataAvailable(); })) << factory;
+    if (!isPreview) {
+      const auto* preview = manager.GetPipelineElement(PipelineType::Preview1);
+      EXPECT_TRUE(WaitUntil([&] { return preview->IsDataAvailable(); })) << factory;
+    }
+    gst_registry_add_feature(registry, feature);
+    gst_object_unref(feature);
+  }
+  auto config = OneCamera();
+  config.camera1.streamEnabled = true;
+  const int other = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  socklen_t size = sizeof(address);
+  ASSERT_EQ(bind(other, reinterpret_cast<sockaddr*>(&address), size), 0);
+  ASSERT_EQ(listen(other, 1), 0);
+  ASSERT_EQ(getsockname(other, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  config.camera1.streamPort = ntohs(address.sin_port);
+  PipelineManager manager(config);
+  EXPECT_EQ(CountLogged("there is no live stream on port " + std::to_string(config.camera1.streamPort)), 1);
+  manager.Start();
+  EXPECT_TRUE(WaitUntil([&] { return GetCamera(manager)->IsDataAvailable(); })) << "the port is taken";
+  close(other);
+}
+
+// Catches a thumbnail that is sheared, tinted or black because the hardware pads its lines or delivers another format.
+TEST_F(CameraTest, ARawFrameIsReadAsItsCapsAndItsMetaSay) {
+  constexpr guint Width = 64;
+  constexpr guint Height = 32;
+  struct Case {
+    GstVideoFormat format;
+    guint padding;
+  };
+  for (const auto& [format, padding] :
+       {Case{GST_VIDEO_FORMAT_I420, 0}, Case{GST_VIDEO_FORMAT_I420, 48}, Case{GST_VIDEO_FORMAT_NV12, 0},
+        Case{GST_VIDEO_FORMAT_NV12, 32}, Case{GST_VIDEO_FORMAT_YUY2, 0}}) {
+    GstVideoInfo info;
+    gst_video_info_set_format(&info, format, Width, Height);
+    GstVideoInfo stored;
+    gst_video_info_set_format(&stored, format, Width + padding, Height + padding);
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, stored.size, nullptr);
+    gst_buffer_memset(buffer, 0, 255, stored.size);
+    gst_buffer_add_video_meta_full(buffer, GST_VIDEO_FRAME_FLAG_NONE, format, Width, Height, stored.finfo->n_planes,
+                                   stored.offset, stored.stride);
+    PaintHalves(buffer, info);
+    GstCaps* caps = gst_video_info_to_caps(&info);
+    GstSample* sample = gst_sample_new(buffer, caps, nullptr, nullptr);
+    const std::unique_ptr<GstIpuFrame> frame(GstIpuFrame::Create(sample, {1, 1}));
+    ASSERT_NE(frame, nullptr);
+    const auto* raw = frame->GetRawFrame();
+    const KMedia::ImgUtils::I420Layout layout(Width, Height);
+    ASSERT_EQ(raw->size, layout.size);
+    for (guint y = 0; y < Height; ++y) {
+      EXPECT_EQ(raw->data[y * layout.lumaStride + 2], 40) << "dark and blue on the left, line " << y;
+      EXPECT_EQ(raw->data[y * layout.lumaStride + Width - 3], 200) << "bright and red on the right, line " << y;
+      EXPECT_NEAR(raw->data[layout.uOffset + y / 2 * layout.chromaStride + 2], 190, 1);
+      EXPECT_NEAR(raw->data[layout.vOffset + y / 2 * layout.chromaStride + Width / 2 - 3], 210, 1);
+    }
+    frame->ClearRawFrame();
+    gst_sample_unref(sample);
+    gst_caps_unref(caps);
+    gst_buffer_unref(buffer);
+  }
 }
 
 TEST_F(CameraTest, ACameraInItsOwnPipelineEndsWithIt) {
