@@ -1,29 +1,44 @@
 #!/usr/bin/env bash
-# Checks that no test makes: scripts/lint.sh
-# Prints one line a finding, file and line first, and exits with 1 if there is any.
+# Checks that no test makes: scripts/lint.sh [--all] [--build DIR] [includes|links|format|shell|tidy...]
+# Prints findings with file and line, and exits with 1 if there is any. By default all of:
 #   includes    the directions between the rooms of the tree, by scripts/lint/includes.txt
 #   links       relative links in Markdown
 #   format      clang-format, by .clang-format
 #   shell       shellcheck
+#   tidy        clang-tidy, by .clang-tidy, with the flags of a build tree (build/debug)
+# clang-tidy takes some seconds a file. It is not asked again about what it found clean (build/lint/ knows), begins with what
+# git says was changed last, and begins no further file after a minute: on a fresh clone that covers the last commits, in a
+# working tree everything after a few runs. --all covers the whole tree however long it takes, before a release or after a
+# change of .clang-tidy.
 source "$(dirname "$0")/common.sh"
 
-failed=0
-# Runs one check under its name.
+all=()
+build=build/debug
+checks=()
+while [ $# -gt 0 ]; do
+  case $1 in
+    --all) all=(--all) ;;
+    --build) build=${2:?--build takes a build tree}; shift ;;
+    includes | links | format | shell | tidy) checks+=("$1") ;;
+    *) say "unknown argument $1"; exit 2 ;;
+  esac
+  shift
+done
+[ ${#checks[@]} -gt 0 ] || checks=(includes links format shell tidy)
+
 check() {
-  say "lint: $1"
-  "${@:2}" || { failed=1; say "lint: $1 has findings"; }
+  case $1 in
+    includes | links) python3 "scripts/lint/$1.py" ;;
+    format) find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
+      xargs -0 clang-format-14 --dry-run --Werror ;;
+    shell) shellcheck scripts/*.sh .ci/run packaging/postinst packaging/prerm packaging/postrm ;;
+    tidy) python3 scripts/lint/tidy.py "${all[@]}" "$build" ;;
+  esac
 }
 
-# shellcheck disable=SC2317  # called by its name
-check_format() {
-  find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
-    xargs -0 clang-format-14 --dry-run --Werror
-}
-# shellcheck disable=SC2317  # called by its name
-check_shell() { shellcheck scripts/*.sh .ci/run packaging/postinst packaging/prerm packaging/postrm; }
-
-check includes python3 scripts/lint/includes.py
-check links python3 scripts/lint/links.py
-check format check_format
-check shell check_shell
+failed=0
+for name in "${checks[@]}"; do
+  say "lint: $name"
+  check "$name" || { failed=1; say "lint: $name has findings"; }
+done
 exit "$failed"

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The checks beside this file, on small trees with mistakes in them."""
+"""The checks beside this file, on small trees with and without mistakes."""
+import json
 import subprocess
 import sys
 import tempfile
@@ -78,6 +79,36 @@ class Links(unittest.TestCase):
             "docs/b.md:2: (a.md): leads nowhere",
             "docs/b.md:3: (../a.md#b): there is no such heading",
         ]))
+
+
+class Tidy(unittest.TestCase):
+    def tidy(self, root, *arguments):
+        command = [sys.executable, HERE / "tidy.py", *arguments, "build"]
+        result = subprocess.run(command, cwd=root, capture_output=True, text=True, check=False)
+        return result.returncode, result.stdout.splitlines(), result.stderr
+
+    def test_what_is_clean_is_looked_at_again_only_when_it_or_what_it_includes_has_changed(self):
+        with tempfile.TemporaryDirectory() as name:
+            root = Path(name)
+            (root / "build").mkdir()
+            (root / ".clang-tidy").write_text("Checks: '-*,readability-container-size-empty'\nWarningsAsErrors: '*'\n")
+            command = f"c++ -I{root} -o a.o -c {root}/a.cpp"
+            entry = {"directory": name, "file": f"{root}/a.cpp", "command": command}
+            (root / "build/compile_commands.json").write_text(json.dumps([entry]))
+            (root / "a.h").write_text("struct Set { int size() const; bool empty() const; };\n")
+            (root / "a.cpp").write_text('#include "a.h"\nbool f(const Set& s) { return s.size() == 0; }\n')
+            for _ in range(2):  # a finding is never taken for known
+                status, lines, errors = self.tidy(root)
+                self.assertEqual((status, lines[0][:8], errors), (1, "a.cpp:2:", ""))
+            (root / "a.h").write_text("struct Set { int size() const; };\n")
+            for looked_at in (1, 0):
+                self.assertEqual(self.tidy(root), (0, [
+                    f"clang-tidy-14: {looked_at} files looked at, {1 - looked_at} known to be clean, 0 left for want of time",
+                ], ""))
+            (root / "a.h").write_text("struct Set { unsigned size() const; bool empty() const; };\n")
+            status, lines, _ = self.tidy(root, "--seconds", "0")
+            self.assertEqual((status, lines[0][-40:]), (0, "known to be clean, 1 left for want of time"[-40:]))
+            self.assertEqual(self.tidy(root)[0], 1)
 
 
 if __name__ == "__main__":
