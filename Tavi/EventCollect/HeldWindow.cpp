@@ -115,7 +115,7 @@ std::uint64_t HeldWindow::GetBytesBeyondRings() const {
     const auto ring = stream.ring.lock();
     const std::uint64_t newest = ring && ring->IsDataAvailable() ? ring->GetCurrentFrameId() : Ring::NoFrameId;
     const std::uint64_t reach = ring ? ring->GetRingSize() : 0;
-    for (const auto& entry : stream.reader.GetHeld()) {
+    for (const auto& [entry, lost] : stream.reader.GetHeld()) {
       if (entry->frameId + reach > newest) break;
       const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry.get());
       if (media != nullptr && GstUtil::IsUsable(media->buffer)) bytes += gst_buffer_get_size(media->buffer);

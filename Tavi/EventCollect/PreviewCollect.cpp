@@ -186,10 +186,10 @@ bool PreviewCollect::TakeHeld() {
 /// Passes over the held sound before the first frame of the left, else of the only picture.
 void PreviewCollect::FindHeldSound() {
   const auto& frames = m_readers[1] ? m_readers[1] : m_readers[0];
-  const auto picture = frames->GetHeld().empty() ? std::nullopt : GetTimestamp(frames->GetHeld().front().get());
+  const auto picture = frames->GetHeld().empty() ? std::nullopt : GetTimestamp(frames->GetHeld().front().entry.get());
   if (!m_heldSound || !picture) return m_heldSound.reset();
   while (!m_heldSound->GetHeld().empty()) {
-    const auto sound = GetTimestamp(m_heldSound->GetHeld().front().get());
+    const auto sound = GetTimestamp(m_heldSound->GetHeld().front().entry.get());
     if (sound && *sound >= *picture) {
       m_soundDelayNs = static_cast<std::int64_t>(*sound - *picture);
       return;

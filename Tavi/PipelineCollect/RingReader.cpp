@@ -32,7 +32,7 @@ void RingReader::Follow(const IPipelineElement& ring, std::uint64_t newestId) {
     m_nextId = entry->frameId + 1;
     m_nextPos = (m_nextPos + 1) % ring.GetRingSize();
     m_needsKeyFrame = m_needsKeyFrame && !entry->IsKeyFrame();
-    if (!m_needsKeyFrame) m_entries.push_back(std::move(entry));
+    if (!m_needsKeyFrame) m_entries.push_back({std::move(entry), std::exchange(m_lostSince, 0)});
   }
 }
 
@@ -44,7 +44,7 @@ bool RingReader::SkipLost(const IPipelineElement& ring, std::uint64_t newestId) 
     const auto pos = static_cast<unsigned int>((m_nextPos + (id - m_nextId)) % size);
     const Entry entry = ring.GetElementAt(pos);
     if (!entry || entry->frameId != id || !entry->IsKeyFrame()) continue;
-    m_lost += id - m_nextId;
+    m_lostSince += id - m_nextId;
     m_nextId = id;
     m_nextPos = pos;
     return true;
@@ -54,7 +54,8 @@ bool RingReader::SkipLost(const IPipelineElement& ring, std::uint64_t newestId) 
 
 RingReader::Entry RingReader::Next() {
   if (m_entries.empty()) return nullptr;
-  Entry entry = std::move(m_entries.front());
+  Entry entry = std::move(m_entries.front().entry);
+  m_lost += m_entries.front().lostBefore;
   m_entries.pop_front();
   return entry;
 }

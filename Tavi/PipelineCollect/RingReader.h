@@ -27,6 +27,11 @@ struct RingStart {
 class RingReader {
  public:
   using Entry = Kbase::Pipeline::IPipelineElement::Entry;
+  struct Held {
+    Entry entry;
+    /// Entries before it that were overwritten in the ring.
+    std::uint64_t lostBefore = 0;
+  };
 
   explicit RingReader(const RingStart& start);
   explicit RingReader(unsigned int startPos) : RingReader(RingStart{startPos, {}, false}) {}
@@ -38,10 +43,10 @@ class RingReader {
   void Restart(const RingStart& start);
   /// The next entry; null when the ring has not delivered it yet.
   Entry Next();
-  /// Entries that could not be read in time.
+  /// Entries that could not be read in time, among those that were handed out.
   [[nodiscard]] std::uint64_t GetLost() const { return m_lost; }
   /// What Next has not handed out yet.
-  [[nodiscard]] const std::deque<Entry>& GetHeld() const { return m_entries; }
+  [[nodiscard]] const std::deque<Held>& GetHeld() const { return m_entries; }
 
  private:
   bool SkipLost(const Kbase::Pipeline::IPipelineElement& ring, std::uint64_t newestId);
@@ -51,7 +56,9 @@ class RingReader {
   bool m_following = false;
   bool m_needsKeyFrame = false;
   std::uint64_t m_lost = 0;
-  std::deque<Entry> m_entries;
+  /// Not said of an entry yet.
+  std::uint64_t m_lostSince = 0;
+  std::deque<Held> m_entries;
 };
 
 }  // namespace Tavi::PipelineCollect

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <random>
 
@@ -26,6 +27,7 @@ class MuxTest : public TempDirTest {
     FFMpeg::FFmpefCfg config;
     config.fps = fps;
     config.audioDelayNs = m_audioDelayNs;
+    config.timestampsNs = m_timestamps;
     FFMpeg::SetPath(config.video, m_dir + "in.h264");
     FFMpeg::SetPath(config.audio, m_dir + audio);
     FFMpeg::SetPath(config.output, m_dir + output);
@@ -39,6 +41,7 @@ class MuxTest : public TempDirTest {
   }
 
   std::int64_t m_audioDelayNs = 0;
+  std::vector<std::uint64_t> m_timestamps;
 };
 
 TEST_F(MuxTest, CarriesTheRateExactlyWithKeyFramesAndTheIndexInFront) {
@@ -69,6 +72,37 @@ TEST_F(MuxTest, CarriesTheRateExactlyWithKeyFramesAndTheIndexInFront) {
   EXPECT_NEAR(video.audioSeconds, 2.0, 0.1);
   EXPECT_TRUE(video.indexFirst);
   EXPECT_EQ(CountProducts(), 1);
+}
+
+// Catches 25 seconds that play in 15, and an even source whose frames are made uneven by its jitter.
+TEST_F(MuxTest, FramesHaveTheirOwnTimesWhereTheSourceDoesNotKeepItsRate) {
+  constexpr double Interval = 1.0 / 30;
+  constexpr std::size_t Frames = 60;
+  WriteVideo(Join(EncodeH264(320, 176, 30, 15, Frames)));
+  const auto onGrid = [](std::size_t n) { return n * Interval; };
+  const auto jitters = [](std::size_t n) { return n * Interval + (n % 3) * 0.005; };
+  const auto halves = [](std::size_t n) { return n * 2 * Interval; };
+  const auto standsStill = [](std::size_t n) { return n * Interval + (n > 20 ? 4.01 : 0.0); };
+  const struct {
+    const char* what;
+    std::function<double(std::size_t)> captured, shown;
+    std::size_t stamped;
+  } cases[] = {
+      {"within half a frame", jitters, onGrid, Frames},
+      {"half the rate, as at night", halves, halves, Frames},
+      {"four seconds without a frame", standsStill, standsStill, Frames},
+      {"a companion that was cut", halves,
+       [&](std::size_t n) { return halves(std::min<std::size_t>(n, 9)) + (n > 9 ? (n - 9) * Interval : 0.0); }, 10}};
+  for (const auto& c : cases) {
+    m_timestamps.clear();
+    for (std::size_t n = 0; n < c.stamped; ++n)
+      m_timestamps.push_back(static_cast<std::uint64_t>(5e9 + c.captured(n) * 1e9));
+    ASSERT_TRUE(Mux());
+    const DecodedVideo video = DecodeVideo(m_dir + "out.mp4");
+    ASSERT_EQ(video.frames.size(), Frames) << c.what;
+    for (std::size_t n = 0; n < Frames; ++n) ASSERT_NEAR(video.frames[n].seconds, c.shown(n), 2e-5) << c.what << n;
+    EXPECT_EQ(video.decodeErrors, 0);
+  }
 }
 
 // Catches sound that is pushed to the clip's start whatever its own start was.
