@@ -40,6 +40,10 @@ Json ToJson(const StreamWindow& stream) {
           {"lastTimestampNs", OrNull(stream.lastTimestampNs)}};
 }
 
+Json ToJson(const MissingPart& part) {
+  return {{"type", part.type}, {"seconds", Finite(part.seconds)}, {"reason", part.reason}};
+}
+
 Json ToJson(const EventFile& file) {
   return {{"type", file.type}, {"name", file.name}, {"bytes", file.bytes}, {"sha256", file.sha256}};
 }
@@ -71,6 +75,7 @@ std::string FormatEvent(const EventDescription& event) {
   json["position"] = ToJson(event.position);
   json["previewSeconds"] = event.previewSeconds;
   json["streams"] = ToList(event.streams);
+  json["missing"] = ToList(event.missing);
   json["files"] = ToList(event.files);
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -35,6 +35,16 @@ struct StreamWindow {
   std::optional<std::int64_t> lastTimestampNs;
 };
 
+/// What of the window that was asked for is not there.
+struct MissingPart {
+  /// As of StreamWindow and EventFile.
+  std::string type;
+  /// How much is missing; 0 for what has no length.
+  double seconds = 0.0;
+  /// A few words for people: "begins late", with what is known.
+  std::string reason;
+};
+
 /// Decimal degrees, north and east positive; knots.
 struct Position {
   double latitude = 0.0;
@@ -73,6 +83,8 @@ struct EventDescription {
   int previewSeconds = 0;
   /// One for each stream that delivered.
   std::vector<StreamWindow> streams;
+  /// Empty when all that was asked for is there. Not known of recovered events.
+  std::vector<MissingPart> missing;
   std::vector<EventFile> files;
 };
 

@@ -90,6 +90,7 @@ class Fields {
     }
   }
 
+  [[nodiscard]] bool Has(const char* key) const { return m_object.contains(key); }
   [[nodiscard]] bool IsNull(const char* key) const {
     const auto found = m_object.find(key);
     return found != m_object.end() && found->is_null();
@@ -139,6 +140,12 @@ void TakeStream(Fields fields, StreamWindow& stream) {
   fields.Take("lastTimestampNs", stream.lastTimestampNs);
 }
 
+void TakeMissing(Fields fields, MissingPart& part) {
+  fields.Take("type", part.type);
+  fields.Take("seconds", part.seconds);
+  fields.Take("reason", part.reason);
+}
+
 void TakeFile(Fields fields, EventFile& file) {
   fields.Take("type", file.type);
   fields.Take("name", file.name);
@@ -173,6 +180,8 @@ void TakeEvent(Fields fields, EventDescription& event) {
   if (!fields.IsNull("position")) fields.TakeObject("position", event.position, TakePosition);
   fields.Take("previewSeconds", event.previewSeconds);
   fields.TakeList("streams", event.streams, TakeStream);
+  // Older events do not tell.
+  if (fields.Has("missing")) fields.TakeList("missing", event.missing, TakeMissing);
   fields.TakeList("files", event.files, TakeFile);
 }
 

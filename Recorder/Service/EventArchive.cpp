@@ -157,6 +157,10 @@ std::string EventArchive::GetWorkDir(const std::string& id) const {
   return m_settings.workDir + id + "/";
 }
 
+void EventArchive::DropWorkDir(const std::string& id) const {
+  RemoveTree(GetWorkDir(id));
+}
+
 EventResult EventArchive::Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
                                const std::string& workId, bool keep) {
   Waiting waiting{std::move(event), sources, workId, keep};

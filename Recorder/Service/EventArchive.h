@@ -37,6 +37,8 @@ class EventArchive {
 
   /// Where the files of that event are collected, with a "/" at its end.
   [[nodiscard]] std::string GetWorkDir(const std::string& id) const;
+  /// Removes it: there is nothing in it that anybody asked for.
+  void DropWorkDir(const std::string& id) const;
   /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone.
   EventResult Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
                    const std::string& workId, bool keep);

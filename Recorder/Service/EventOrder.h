@@ -5,10 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "EventStore/EventDescription.h"
+#include "Tavi/EventCollect/HeldWindow.h"
 
 namespace Tavi::Recorder {
 
@@ -20,6 +23,8 @@ struct EventResult {
   std::size_t files = 0;
   /// One sentence unless saved.
   std::string problem;
+  /// Of a saved event; empty when all that was asked for is there.
+  std::vector<EventStore::MissingPart> missing;
 };
 
 struct EventOrder {
@@ -38,6 +43,8 @@ struct EventOrder {
   std::int64_t timeMs = 0;
   /// Where the vehicle was then; empty without a valid fix.
   std::optional<EventStore::Position> position;
+  /// The window since its moment; null without acquisition.
+  std::shared_ptr<PipelineCollect::HeldWindow> held;
   /// Called exactly once, on whichever thread settles the event; may be empty.
   std::function<void(const EventResult&)> done;
 };

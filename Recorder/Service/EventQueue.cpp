@@ -51,9 +51,18 @@ std::deque<EventOrder> EventQueue::Close() {
   return left;
 }
 
+void EventQueue::FollowWindows() {
+  const std::lock_guard lock(m_mutex);
+  for (const auto& order : m_orders) {
+    if (order.held) order.held->Follow();
+  }
+}
+
 EventQueue::State EventQueue::Read() const {
   const std::lock_guard lock(m_mutex);
-  State state{m_orders.size(), {}};
+  State state;
+  state.waiting = m_orders.size();
+  for (const auto& order : m_orders) state.heldBytes += order.held ? order.held->GetBytesBeyondRings() : 0;
   for (const auto& id : m_running) {
     if (!id.empty()) state.running.push_back(id);
   }

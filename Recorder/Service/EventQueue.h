@@ -3,6 +3,7 @@
 
 #include <array>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -27,8 +28,13 @@ class EventQueue {
   /// Nothing is taken any more; what still waits is the caller's to refuse.
   std::deque<EventOrder> Close();
 
+  /// Keeps the windows of those that wait from being overwritten; to be called every second. Waits for no disk.
+  void FollowWindows();
+
   struct State {
     std::size_t waiting = 0;
+    /// What the windows of those that wait keep in memory beyond the rings.
+    std::uint64_t heldBytes = 0;
     /// Ids of the events that are being collected or saved.
     std::vector<std::string> running;
   };

@@ -17,14 +17,13 @@ using PipelineCollect::PipelineCollectType;
 
 constexpr std::chrono::seconds FreshFix{5};
 
-EventStore::StreamWindow DescribeWindow(PipelineCollectType type, const PipelineCollect::CollectedWindow& window,
-                                        double waitedSeconds) {
+EventStore::StreamWindow DescribeWindow(PipelineCollectType type, const PipelineCollect::CollectedWindow& window) {
   EventStore::StreamWindow stream;
   stream.type = GetPipelineCollectTypeName(type);
   stream.entries = window.entries;
   stream.rate = static_cast<double>(window.fps);
-  stream.fromSeconds = window.fromSeconds + waitedSeconds;
-  stream.toSeconds = window.toSeconds + waitedSeconds;
+  stream.fromSeconds = window.fromSeconds;
+  stream.toSeconds = window.toSeconds;
   if (window.firstTimestampNs) stream.firstTimestampNs = static_cast<std::int64_t>(*window.firstTimestampNs);
   if (window.lastTimestampNs) stream.lastTimestampNs = static_cast<std::int64_t>(*window.lastTimestampNs);
   return stream;
@@ -55,9 +54,7 @@ EventStore::EventDescription DescribeEvent(const EventOrder& order,
   if (output.maxSpeed >= 0.0) event.maxSpeedKnots = output.maxSpeed;
   if (output.outputs.contains(PipelineCollectType::Acc)) event.maxG = output.maxG;
   if (output.outputs.contains(PipelineCollectType::Preview)) event.previewSeconds = output.previewSeconds;
-  for (const auto& [type, window] : output.windows) {
-    event.streams.push_back(DescribeWindow(type, window, waitedSeconds));
-  }
+  for (const auto& [type, window] : output.windows) event.streams.push_back(DescribeWindow(type, window));
   return event;
 }
 

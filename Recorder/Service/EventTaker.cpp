@@ -3,48 +3,49 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cmath>
+#include <thread>
 #include <utility>
 
 #include "Recorder/Service/EventRecord.h"
-#include "Recorder/Settings/Limits.h"
+#include "Recorder/Service/MissingParts.h"
 
 namespace Tavi::Recorder {
 namespace {
 
 using PipelineCollect::PipelineCollectInput;
 
-/// Shorter than a frame's interval, longer than a free manager takes to begin.
-constexpr double Immediately = 0.02;
+/// Stored entries for each new one: what lies behind is on the disk within two seconds, also of a source that delivers
+/// once a second.
+constexpr int Pace = 32;
+constexpr std::chrono::milliseconds StartPoll{50};
 
-/// The window as the collect counts it: in whole seconds from its own start, `waited` after the moment of the event. It
-/// is rounded outwards; what the rings do not hold any more is left out at its beginning.
-PipelineCollectInput BuildInput(const EventOrder& order, double waitedSeconds, const std::string& directory) {
-  const double waited = waitedSeconds < Immediately ? 0.0 : waitedSeconds;
-  const double end = order.durationSeconds - order.beforeSeconds - waited;
-  const double longest = -Limits::StartSeconds.low;
-  const double start = std::min(std::ceil(order.beforeSeconds + waited), longest);
+PipelineCollectInput BuildInput(const EventOrder& order, const std::string& directory) {
   PipelineCollectInput input;
-  input.startSeconds = -static_cast<int>(start);
-  input.durationSeconds = static_cast<int>(std::ceil(std::max(start + end, 0.0)));
+  input.startSeconds = -order.beforeSeconds;
+  input.durationSeconds = order.durationSeconds;
   input.withPreview = order.withPreview;
   input.outputDir = directory;
   input.name = order.id;
+  input.care.moment = order.moment;
+  input.care.cover = true;
+  input.care.keepTimes = true;
+  input.care.pace = Pace;
+  input.held = order.held;
   return input;
 }
 
 }  // namespace
 
 EventTaker::EventTaker(PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue, EventArchive& archive,
-                       std::function<bool()> isEnding)
+                       std::function<bool()> isEnding, std::function<bool()> isStarting)
     : IThread(config.cr ? "EVENT-CR" : "EVENT"),
       m_second(config.cr),
       m_manager(config),
       m_queue(queue),
       m_archive(archive),
-      m_isEnding(std::move(isEnding)) {}
+      m_isEnding(std::move(isEnding)),
+      m_isStarting(std::move(isStarting)) {}
 
 EventTaker::~EventTaker() {
   Wait();
@@ -61,29 +62,55 @@ void EventTaker::Run() {
   if (order->done) order->done(result);
 }
 
+std::shared_ptr<PipelineCollect::HeldWindow> EventTaker::Hold(const EventOrder& order) const {
+  return m_manager.Hold(BuildInput(order, {}));
+}
+
+/// A request that comes while the recorder starts is answered with what comes: the sources' first entries are waited
+/// for.
+void EventTaker::WaitForSources(const EventOrder& order) const {
+  while (m_isStarting() && !m_isEnding()) {
+    if (order.held) order.held->Follow();
+    std::this_thread::sleep_for(StartPoll);
+  }
+}
+
+std::set<PipelineCollect::PipelineCollectType> EventTaker::GetExpected() const {
+  using PipelineCollect::PipelineCollectType;
+  std::set<PipelineCollectType> expected;
+  for (int value = 0; value <= static_cast<int>(PipelineCollectType::Preview); ++value) {
+    const auto type = static_cast<PipelineCollectType>(value);
+    if (m_manager.GetCollectElement(type) != nullptr) expected.insert(type);
+  }
+  return expected;
+}
+
 EventResult EventTaker::TakeEvent(const EventOrder& order) {
+  WaitForSources(order);
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - order.moment;
-  auto input = BuildInput(order, waited.count(), m_archive.GetWorkDir(order.id));
+  auto input = BuildInput(order, m_archive.GetWorkDir(order.id));
   PipelineCollect::PipelineCollectOutput output;
   if (!m_manager.Collect(input, output)) {
     m_archive.Withdraw(order.id);
-    return {false, order.id, {}, 0, "it could not be collected: see the log"};
+    return {false, order.id, {}, 0, "it could not be collected: see the log", {}};
   }
-  if (output.outputs.empty()) {
-    // Stays while something is in it.
+  if (output.windows.empty() && m_isEnding()) {
+    // Stays while something is in it: what power interrupts is finished at the next start, which goes by the note.
     ::rmdir(input.outputDir.c_str());
-    // What power interrupts is finished at the next start, which goes by the note.
-    if (!m_isEnding()) m_archive.Withdraw(order.id);
-    return {false,
-            order.id,
-            {},
-            0,
-            m_isEnding() ? "the recorder ended: what there was is finished at the next start"
-                         : "no source has delivered, or nothing could be written"};
+    return {false, order.id, {}, 0, "the recorder ended: what there was is finished at the next start", {}};
+  }
+  if (output.windows.empty()) {
+    m_archive.DropWorkDir(order.id);
+    m_archive.Withdraw(order.id);
+    return {false, order.id, {}, 0, "no source has delivered, or nothing could be written", {}};
   }
   auto event = DescribeEvent(order, output, m_second, waited.count());
   event.interrupted = m_isEnding();
-  return m_archive.Save(event, ListSources(output), order.id, order.keep);
+  event.missing = FindMissing(order, GetExpected(), output);
+  auto missing = event.missing;
+  auto result = m_archive.Save(event, ListSources(output), order.id, order.keep);
+  result.missing = std::move(missing);
+  return result;
 }
 
 }  // namespace Tavi::Recorder

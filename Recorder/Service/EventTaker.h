@@ -2,6 +2,8 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <set>
 
 #include "Kbase/Interfaces/IThread.h"
 #include "Recorder/Service/EventArchive.h"
@@ -14,25 +16,31 @@ namespace Tavi::Recorder {
 /// the archive. Ends when the queue is closed; its destructor waits for that. Borrows the rest.
 class EventTaker final : public Kbase::Interfaces::IThread {
  public:
-  /// `isEnding` tells whether an event that just ended was cut short from outside. Thread-safe.
+  /// `isEnding` tells whether an event that just ended was cut short from outside, `isStarting` whether the sources may
+  /// be waited for. Both thread-safe.
   EventTaker(PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue, EventArchive& archive,
-             std::function<bool()> isEnding);
+             std::function<bool()> isEnding, std::function<bool()> isStarting);
   ~EventTaker() override;
 
   /// See PipelineCollectManager. Thread-safe.
   void PowerFailure() { m_manager.PowerFailure(); }
+  /// Holds the window of `order` from now on, for whichever manager takes it. Thread-safe, waits for nothing.
+  [[nodiscard]] std::shared_ptr<PipelineCollect::HeldWindow> Hold(const EventOrder& order) const;
 
  protected:
   void Run() override;
 
  private:
   EventResult TakeEvent(const EventOrder& order);
+  void WaitForSources(const EventOrder& order) const;
+  [[nodiscard]] std::set<PipelineCollect::PipelineCollectType> GetExpected() const;
 
   const bool m_second;
   PipelineCollect::PipelineCollectManager m_manager;
   EventQueue& m_queue;
   EventArchive& m_archive;
   const std::function<bool()> m_isEnding;
+  const std::function<bool()> m_isStarting;
 };
 
 }  // namespace Tavi::Recorder

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <utility>
 
 #include "Kbase/Interfaces/IThread.h"
@@ -15,8 +16,12 @@ namespace Tavi::Recorder {
 /// disk that does not answer must not end the recording. Ends with the object; borrows `serviceManager`.
 class HealthThread final : public Kbase::Interfaces::IThread {
  public:
-  HealthThread(Health::GetRing getRing, const ServiceManager& serviceManager)
-      : IThread("HEALTH"), m_health(std::move(getRing)), m_serviceManager(serviceManager) {}
+  /// `onLook` is called at each look, on the thread; it must wait for nothing.
+  HealthThread(Health::GetRing getRing, const ServiceManager& serviceManager, std::function<void()> onLook)
+      : IThread("HEALTH"),
+        m_health(std::move(getRing)),
+        m_serviceManager(serviceManager),
+        m_onLook(std::move(onLook)) {}
   ~HealthThread() override { Stop(); }
 
   /// Thread-safe.
@@ -25,6 +30,7 @@ class HealthThread final : public Kbase::Interfaces::IThread {
  protected:
   void Run() override {
     m_health.Sample();
+    m_onLook();
     m_serviceManager.Pet();
     const auto watchdog = std::chrono::duration_cast<Milliseconds>(m_serviceManager.GetWatchdogPeriod());
     WaitForCancel(watchdog.count() > 0 ? std::min(LookPeriod, watchdog) : LookPeriod);
@@ -35,6 +41,7 @@ class HealthThread final : public Kbase::Interfaces::IThread {
 
   Health m_health;
   const ServiceManager& m_serviceManager;
+  const std::function<void()> m_onLook;
 };
 
 }  // namespace Tavi::Recorder

@@ -6,6 +6,7 @@
 
 #include "EventStore/EventName.h"
 #include "Recorder/Service/EventRecord.h"
+#include "Recorder/Service/MissingParts.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
@@ -18,13 +19,14 @@ constexpr std::chrono::milliseconds LongestNap{1000};
 constexpr std::chrono::milliseconds EndPoll{10};
 
 std::unique_ptr<EventTaker> MakeTaker(const Settings& settings, Pipeline::PipelineManager& pipeline, bool second,
-                                      EventQueue& queue, EventArchive& archive, std::function<bool()> isEnding) {
+                                      EventQueue& queue, EventArchive& archive, std::function<bool()> isEnding,
+                                      std::function<bool()> isStarting) {
   PipelineCollect::PipelineCollectManagerConfig config;
   config.pipelineManager = &pipeline;
   config.cr = second;
   config.workDir = settings.storage.workDir;
   config.backupDir = settings.storage.backupDir;
-  return std::make_unique<EventTaker>(config, queue, archive, std::move(isEnding));
+  return std::make_unique<EventTaker>(config, queue, archive, std::move(isEnding), std::move(isStarting));
 }
 
 Triggers::TriggerWatch::Settings BuildTriggers(const TriggerSettings& settings) {
@@ -46,10 +48,11 @@ bool Service::Open(std::string& problem) {
   if (!m_archive.Open(problem)) return false;
   m_pipeline = std::make_unique<Pipeline::PipelineManager>(m_settings.pipeline);
   const auto getRing = [this](Pipeline::PipelineType type) { return m_pipeline->ShareElement(type); };
-  m_health = std::make_unique<HealthThread>(getRing, m_serviceManager);
+  m_health = std::make_unique<HealthThread>(getRing, m_serviceManager, [this] { m_queue.FollowWindows(); });
   const auto isEnding = [this] { return IsEnding(); };
-  m_first = MakeTaker(m_settings, *m_pipeline, false, m_queue, m_archive, isEnding);
-  m_second = MakeTaker(m_settings, *m_pipeline, true, m_queue, m_archive, isEnding);
+  const auto isStarting = [this] { return !m_started; };
+  m_first = MakeTaker(m_settings, *m_pipeline, false, m_queue, m_archive, isEnding, isStarting);
+  m_second = MakeTaker(m_settings, *m_pipeline, true, m_queue, m_archive, isEnding, isStarting);
   m_control = std::make_unique<ControlServer>(*this);
   return m_control->Open(m_settings.control.socket, problem);
 }
@@ -61,6 +64,7 @@ int Service::Run() {
   m_second->Start();
   m_ignition = true;
   if (!IsEnding()) m_pipeline->RunIgnitionStart();
+  m_started = true;
   m_serviceManager.TellReady();
   TellState("recording");
   if (m_settings.triggers.acceleration.enabled) {
@@ -126,7 +130,7 @@ void Service::End() {
   m_triggers.reset();
   for (const auto& order : m_queue.Close()) {
     if (!m_powerFailed) m_archive.Withdraw(order.id);
-    if (order.done) order.done({false, order.id, {}, 0, "the recorder ends"});
+    if (order.done) order.done({false, order.id, {}, 0, "the recorder ends", {}});
   }
   m_pipeline->RunIgnitionOff();
   // A running event gets what the rings hold when they are taken away; power that fails is told to it first.
@@ -162,6 +166,12 @@ std::string Service::Order(EventOrder order) {
   if (IsEnding()) return "the recorder is ending";
   const auto request = DescribeRequest(order);
   const bool keep = order.keep;
+  order.held = m_first->Hold(order);
+  const auto held = order.held;
+  order.done = [this, done = std::move(order.done)](const EventResult& result) {
+    NoteResult(result);
+    if (done) done(result);
+  };
   if (!m_queue.Push(order)) {
     ++m_refused;
     Log::Error(what + " is refused: both collect managers are busy, and as many events wait as may");
@@ -169,7 +179,15 @@ std::string Service::Order(EventOrder order) {
   }
   Log::Info(what + " is ordered");
   Post([this, request, keep] { m_archive.Announce(request, keep); });
+  if (held) Post([held] { held->HoldStills(); });
   return {};
+}
+
+void Service::NoteResult(const EventResult& result) {
+  const std::string missing = DescribeMissing(result.missing);
+  if (!missing.empty()) Log::Warning("event " + result.id + ": " + missing);
+  const std::lock_guard lock(m_mutex);
+  m_lastResult = result;
 }
 
 void Service::OrderByTrigger(const std::string& reason) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "Control/ControlHandler.h"
@@ -62,6 +63,7 @@ class Service final : public ControlHandler {
   void TellState(const char* state);
   void End();
   [[nodiscard]] bool IsEnding() const { return m_stopped || m_powerFailed; }
+  void NoteResult(const EventResult& result);
 
   const Settings m_settings;
   const ServiceManager m_serviceManager;
@@ -69,6 +71,8 @@ class Service final : public ControlHandler {
   std::atomic<bool> m_stopped{false};
   std::atomic<bool> m_powerFailed{false};
   std::atomic<bool> m_ignition{false};
+  /// The sources have had their time to begin.
+  std::atomic<bool> m_started{false};
   std::atomic<const char*> m_state{"starting"};
   std::atomic<std::uint64_t> m_refused{0};
   EventArchive m_archive;
@@ -79,7 +83,9 @@ class Service final : public ControlHandler {
   std::unique_ptr<EventTaker> m_second;
   std::unique_ptr<Triggers::TriggerWatch> m_triggers;
   std::unique_ptr<ControlServer> m_control;
-  std::mutex m_mutex;
+  /// Of the event that was settled last; none before. Under the mutex.
+  std::optional<EventResult> m_lastResult;
+  mutable std::mutex m_mutex;
   std::condition_variable m_wake;
   std::deque<Task> m_tasks;
 };

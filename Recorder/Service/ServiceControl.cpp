@@ -3,6 +3,7 @@
 
 #include "EventStore/EventName.h"
 #include "Recorder/Health/HealthReport.h"
+#include "Recorder/Service/MissingParts.h"
 #include "Recorder/Version.h"
 #include "Tavi/GstUtil/Log.h"
 
@@ -15,13 +16,20 @@ using nlohmann::ordered_json;
 /// What one reply has room for; the newest are the ones that are looked for.
 constexpr std::size_t MaxListed = 2000;
 
+/// `ok` stands for all that was asked for; what is saved but not whole says so.
 ordered_json Describe(const EventResult& result) {
   ordered_json fields;
-  fields["ok"] = result.isSaved;
+  fields["ok"] = result.isSaved && result.missing.empty();
   fields["event"] = result.id;
+  fields["saved"] = result.isSaved;
   if (result.isSaved) {
     fields["directory"] = result.directory;
     fields["files"] = result.files;
+    fields["missing"] = ordered_json::array();
+    for (const auto& part : result.missing) {
+      fields["missing"].push_back({{"type", part.type}, {"seconds", part.seconds}, {"reason", part.reason}});
+    }
+    if (!result.missing.empty()) fields["error"] = DescribeMissing(result.missing);
   } else {
     fields["error"] = result.problem;
   }
@@ -142,6 +150,11 @@ ordered_json Service::DescribeStatus() const {
   status["running"] = queue.running;
   status["waiting"] = queue.waiting;
   status["refused"] = m_refused.load();
+  status["heldBytes"] = queue.heldBytes;
+  {
+    const std::lock_guard lock(m_mutex);
+    status["lastEvent"] = m_lastResult ? Describe(*m_lastResult) : ordered_json(nullptr);
+  }
   status["storage"] = m_archive.Describe();
   status["sources"] = ToJson(m_health->GetHealth().Read());
   return status;

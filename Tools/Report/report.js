@@ -13,6 +13,8 @@ function buildHead() {
   if (event.maxG !== null) chip(`up to ${event.maxG.toFixed(2)} g`);
   if (event.maxSpeedKnots !== null) chip(`up to ${(event.maxSpeedKnots * KmhPerKnot).toFixed(0)} km/h`);
   if (event.interrupted) chip("ended early", "alarm");
+  const missing = (event.missing ?? []).map((part) => `Asked for, but not there: ${part.type}, ${part.reason}`);
+  problems.unshift(...missing);
   byId("problems").hidden = problems.length === 0;
   for (const problem of problems) make(byId("problems"), "li", {}, problem);
 }
