@@ -22,8 +22,9 @@ bool EventQueue::Push(EventOrder& order) {
 
 std::optional<EventOrder> EventQueue::Take(bool second) {
   std::unique_lock lock(m_mutex);
+  // Once closed there is no use in sparing the second one.
   m_changed.wait(lock, [&] { return m_closed || (!m_orders.empty() && (!second || !m_running[0].empty())); });
-  if (m_closed) return std::nullopt;
+  if (m_orders.empty()) return std::nullopt;
   EventOrder order = std::move(m_orders.front());
   m_orders.pop_front();
   m_running[second ? 1 : 0] = order.id;
@@ -40,15 +41,12 @@ void EventQueue::Finish(bool second) {
   m_changed.notify_all();
 }
 
-std::deque<EventOrder> EventQueue::Close() {
-  std::deque<EventOrder> left;
+void EventQueue::Close() {
   {
     const std::lock_guard lock(m_mutex);
     m_closed = true;
-    left.swap(m_orders);
   }
   m_changed.notify_all();
-  return left;
 }
 
 void EventQueue::FollowWindows() {

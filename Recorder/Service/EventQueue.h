@@ -22,11 +22,12 @@ class EventQueue {
 
   /// Takes `order` over. False, and `order` untouched, when so many wait already or the queue is closed.
   [[nodiscard]] bool Push(EventOrder& order);
-  /// Blocks until there is an order for that manager, which is busy with it until Finish. Empty once closed.
+  /// Blocks until there is an order for that manager, which is busy with it until Finish. Empty once closed and
+  /// emptied.
   std::optional<EventOrder> Take(bool second);
   void Finish(bool second);
-  /// Nothing is taken any more; what still waits is the caller's to refuse.
-  std::deque<EventOrder> Close();
+  /// Nothing is taken over any more; what waits is still handed out.
+  void Close();
 
   /// Keeps the windows of those that wait from being overwritten; to be called every second. Waits for no disk.
   void FollowWindows();

@@ -128,12 +128,10 @@ void Service::End() {
   m_serviceManager.TellStopping();
   TellState("stopping");
   m_triggers.reset();
-  for (const auto& order : m_queue.Close()) {
-    if (!m_powerFailed) m_archive.Withdraw(order.id);
-    if (order.done) order.done({false, order.id, {}, 0, "the recorder ends", {}});
-  }
+  m_queue.Close();
   m_pipeline->RunIgnitionOff();
-  // A running event gets what the rings hold when they are taken away; power that fails is told to it first.
+  // A running event gets what the rings hold when they are taken away, one that waits what is held of it; power that
+  // fails is told to each.
   while (m_powerFailed && (m_first->IsRunning() || m_second->IsRunning())) {
     m_first->PowerFailure();
     m_second->PowerFailure();

@@ -164,8 +164,8 @@ void CollectorSet::SetHeld(HeldWindow& held) {
   for (const auto& [type, collector] : m_map) {
     if (auto* still = dynamic_cast<ThumbnailCollect*>(collector.get())) still->SetFrame(held.TakeStill(type));
     auto* stream = dynamic_cast<PipelineCollect*>(collector.get());
-    auto reader = stream != nullptr ? held.Take(type, stream->GetRing()) : std::nullopt;
-    if (reader) stream->SetHeld(std::move(*reader));
+    auto window = stream != nullptr ? held.Take(type, stream->GetRing()) : std::nullopt;
+    if (window) stream->SetHeld(std::move(window->reader), window->fps);
   }
 }
 

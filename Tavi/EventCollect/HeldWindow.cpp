@@ -20,7 +20,7 @@ HeldWindow::HeldWindow(const Rings& rings, const Starts& starts, TimePoint until
   for (const auto& [type, start] : starts) {
     const auto found = rings.find(type);
     if (found == rings.end() || !found->second || !start.id) continue;
-    m_streams.emplace(type, Stream{found->second, RingReader(start)});
+    m_streams.emplace(type, Stream{found->second, RingReader(start), found->second->GetFps()});
   }
   for (auto& [type, stream] : m_streams) FollowStream(stream);
 }
@@ -42,7 +42,7 @@ void HeldWindow::HoldPreviews(const PreviewRings& previews) {
     const auto& ring = previews[camera];
     if (!ring || !ring->IsDataAvailable()) continue;
     const unsigned int pos = ring->SeekRelative(static_cast<int>(ring->GetRingPos()), static_cast<int>(back));
-    m_previews[camera] = Stream{ring, RingReader({pos, {}, false})};
+    m_previews[camera] = Stream{ring, RingReader({pos, {}, false}), ring->GetFps()};
     FollowStream(*m_previews[camera]);
   }
 }
@@ -92,14 +92,14 @@ std::shared_ptr<Video::GstIpuFrame> HeldWindow::TakeStill(PipelineCollectType ty
   return still.empty() ? nullptr : still.mapped();
 }
 
-std::optional<RingReader> HeldWindow::Take(PipelineCollectType type, const std::shared_ptr<Ring>& ring) {
+std::optional<HeldWindow::HeldStream> HeldWindow::Take(PipelineCollectType type, const std::shared_ptr<Ring>& ring) {
   const std::lock_guard lock(m_mutex);
   auto stream = m_streams.extract(type);
   if (stream.empty()) return {};
-  RingReader reader = std::move(stream.mapped().reader);
+  HeldStream held{std::move(stream.mapped().reader), stream.mapped().fps};
   // Acquisition was started anew meanwhile: the stream goes on with the first entry of its new ring.
-  if (ring && stream.mapped().ring.lock() != ring) reader.Restart({0, 0, true});
-  return reader;
+  if (ring && stream.mapped().ring.lock() != ring) held.reader.Restart({0, 0, true});
+  return held;
 }
 
 std::optional<RingReader> HeldWindow::Share(PipelineCollectType type) const {

@@ -43,9 +43,16 @@ class HeldWindow {
 
   /// Takes what has come since.
   void Follow();
+  /// One stream of the window.
+  struct HeldStream {
+    RingReader reader;
+    /// Entries a second of its ring.
+    float fps = 0.0F;
+  };
+
   /// The stream's entries so far, handed over; `ring` is where it goes on, which may be another than at the moment of
-  /// the event. Nothing when there was no such stream.
-  std::optional<RingReader> Take(PipelineCollectType type, const std::shared_ptr<Ring>& ring);
+  /// the event, or none. Nothing when there was no such stream.
+  std::optional<HeldStream> Take(PipelineCollectType type, const std::shared_ptr<Ring>& ring);
   /// A copy of the same.
   [[nodiscard]] std::optional<RingReader> Share(PipelineCollectType type) const;
   /// The preview frames of that camera since half a clip before the moment; nothing when there were none.
@@ -59,6 +66,7 @@ class HeldWindow {
   struct Stream {
     std::weak_ptr<Ring> ring;
     RingReader reader;
+    float fps = 0.0F;
   };
 
   static void FollowStream(Stream& stream);

@@ -158,7 +158,8 @@ bool PipelineCollectManager::Prepare(PipelineCollectInput& input) {
     Log::Error("a collector of an earlier event still waits for its disk: the new request is refused");
     return false;
   }
-  if (m_config.pipelineManager == nullptr || !m_collectors.Bind()) {
+  // A window that was held is there also when acquisition has ended.
+  if (m_config.pipelineManager == nullptr || (!m_collectors.Bind() && !input.held)) {
     Log::Error("there is no acquisition to collect from: the request is refused");
     return false;
   }

@@ -72,13 +72,13 @@ void PipelineCollect::Collect() {
   m_secondsCollected = 0;
   m_window = {};
   std::uint64_t startId = IPipelineElement::NoFrameId;
-  {
-    const auto ring = GetRing();
-    if (!ring) return;
+  if (const auto ring = GetRing()) {
     m_fps = ring->GetFps();
-    m_window.fps = m_fps;
     startId = ring->GetCurrentFrameId();
+  } else if (!m_held) {
+    return;
   }
+  m_window.fps = m_fps;
   CollectFile file(m_path);
   if (!file.IsOpen()) return;
   const bool hasHeader = file.Append([this](FILE* stream) { return WriteHeader(stream); });

@@ -52,8 +52,12 @@ class PipelineCollect : public CollectBase {
   void SetStartPos(unsigned int pos) { SetStart({pos, {}, false}); }
   [[nodiscard]] unsigned int GetStartPos() const { return m_start.pos; }
   void SetStart(const RingStart& start) { m_start = start; }
-  /// The window's entries so far, held since the moment of the event; takes the place of a start position.
-  void SetHeld(RingReader held) { m_held = std::move(held); }
+  /// The window's entries so far, `fps` a second, held since the moment of the event; takes the place of a start
+  /// position. They are written also when the ring itself is gone.
+  void SetHeld(RingReader held, float fps) {
+    m_held = std::move(held);
+    m_fps = fps;
+  }
   /// Presentation time stamp in nanoseconds of the first entry that the last collect wrote. Empty when it wrote none,
   /// or the entry had no time stamp. Set once the collect has ended.
   [[nodiscard]] std::optional<std::uint64_t> GetFirstTimestamp() const { return m_window.firstTimestampNs; }

@@ -162,7 +162,8 @@ TEST_F(WindowTest, OneThatWaitsIsHeldWhateverTheRingOverwrites) {
   EXPECT_GT(held.GetBytesBeyondRings(), 100U);
   CameraCollect collector(ring.get());
   collector.Init(config);
-  collector.SetHeld(*held.Take(PipelineCollectType::VideoCamera0, ring));
+  auto stream = held.Take(PipelineCollectType::VideoCamera0, ring);
+  collector.SetHeld(std::move(stream->reader), stream->fps);
   ASSERT_TRUE(collector.IThread::Start());
   const auto started = Clock::now();
   ASSERT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));

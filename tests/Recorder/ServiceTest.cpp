@@ -51,6 +51,8 @@ class ServiceTest : public ProgramTest {
     FILE* pipe = popen(line.c_str(), "r");
     for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) reply += static_cast<char>(c);
     pclose(pipe);
+    // A refusal has its sentence behind the reply's line.
+    if (reply.starts_with('{')) reply = reply.substr(0, reply.find('\n'));
     return json::accept(reply) ? json::parse(reply) : json{{"error", reply}};
   }
   std::vector<EventDescription> ReadEvents() const {
@@ -193,8 +195,8 @@ TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesItsNameOnly) {
   unsetenv("TAVI_CLOCK_STEP");
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera0"]["entries"] > 60; }));
   ASSERT_LT(Ctl("status")["uptimeSeconds"], 10.0) << "too slow to be in the middle of anything";
-  EXPECT_EQ(Ctl("event --before 3 --duration 12 --wait")["ok"], true);
-  EXPECT_EQ(Ctl("event --before 3 --duration 4 --wait")["ok"], true);
+  EXPECT_EQ(Ctl("event --before 3 --duration 12 --wait")["saved"], true);
+  EXPECT_EQ(Ctl("event --before 3 --duration 4 --wait")["saved"], true);
   const json sources = Ctl("status")["sources"];
   EXPECT_EQ(EndService(SIGTERM), 0);
   EXPECT_EQ(Err().find("has been silent"), std::string::npos) << Err();
@@ -208,9 +210,10 @@ TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesItsNameOnly) {
   for (const auto& event : events) {
     for (const auto& stream : event.streams) {
       SCOPED_TRACE(stream.type);
-      EXPECT_NEAR(stream.fromSeconds, event.startSeconds, 1.2);
-      EXPECT_NEAR(stream.toSeconds - stream.fromSeconds, event.durationSeconds, 1.6)
-          << "one less of what comes once a second";
+      EXPECT_LE(stream.fromSeconds, event.startSeconds);
+      EXPECT_GE(stream.fromSeconds, event.startSeconds - 1.2);
+      EXPECT_GE(stream.toSeconds, event.startSeconds + event.durationSeconds - 0.05);
+      EXPECT_LE(stream.toSeconds, event.startSeconds + event.durationSeconds + 1.2);
     }
     EXPECT_NEAR(static_cast<double>(CountFrames(event, "VideoCamera0")), 30.0 * event.durationSeconds, 36.0);
   }
