@@ -116,6 +116,12 @@ std::optional<int> ReadMetric(const nlohmann::json& object, const char* name, in
   return static_cast<int>(std::lround(value));
 }
 
+/// The file has the low eight bits, and 0 where the temperature was not known: 251 is five degrees below zero.
+std::optional<int> ReadTemperature(const nlohmann::json& object) {
+  const auto bits = ReadMetric(object, "temperature", 1);
+  return bits && *bits > 127 ? *bits - 256 : bits;
+}
+
 /// The array, that of the whole objects of a file that is cut off, or something that is no array.
 nlohmann::json ParseArray(std::string_view bytes, std::string& problem) {
   auto json = nlohmann::json::parse(bytes.begin(), bytes.end(), nullptr, false);
@@ -170,7 +176,7 @@ SensorRecords<MetricSample> ParseOther(std::string_view bytes, const TimeBase& b
     MetricSample sample;
     sample.secondsFromEvent = TimeOf(base, static_cast<double>(result.records.size()));
     sample.cpuPercent = ReadMetric(object, "cpu_usage", 0);
-    sample.temperatureCelsius = ReadMetric(object, "temperature", 1);
+    sample.temperatureCelsius = ReadTemperature(object);
     if (!sample.cpuPercent && !sample.temperatureCelsius && result.problem.empty()) {
       result.problem = fmt::format("entry {} is no sample", result.records.size() + 1);
     }

@@ -73,11 +73,20 @@ bool AccChip::Transfer(std::uint8_t address, std::span<const std::uint8_t> out, 
     Write(m_pointer, value);
     m_pointer = Next(m_pointer);
   }
-  for (std::uint8_t& value : in) {
+  const bool breaksOff = m_breakOffAfter && in.size() > 1;
+  for (std::uint8_t& value : breaksOff ? in.first(std::min(*m_breakOffAfter, in.size())) : in) {
     value = Read(m_pointer);
     m_pointer = Next(m_pointer);
   }
-  return true;
+  if (!breaksOff) return true;
+  m_breakOffAfter.reset();
+  errno = EIO;
+  return false;
+}
+
+void AccChip::BreakOffNextBurst(std::size_t afterBytes) {
+  const std::lock_guard lock(m_mutex);
+  m_breakOffAfter = afterBytes;
 }
 
 void AccChip::Reset() {

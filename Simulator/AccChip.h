@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 
 #include "Kdevice/I2C/I2cBus.h"
@@ -27,6 +28,10 @@ class AccChip : public Kdevice::I2C::I2cBus {
 
   /// Shares the drive and its clock: a reader in the middle of a transfer may outlive the car.
   AccChip(std::shared_ptr<const Drive> drive, std::shared_ptr<const DriveClock> clock);
+
+  /// The next read of more than one byte breaks off with EIO behind so many bytes, which are out of the chip then: the
+  /// rest of a sample stays for the next reader, as it does in the chip. Thread-safe.
+  void BreakOffNextBurst(std::size_t afterBytes);
 
   bool Transfer(std::uint8_t address, std::span<const std::uint8_t> out, std::span<std::uint8_t> in) override;
 
@@ -66,6 +71,7 @@ class AccChip : public Kdevice::I2C::I2cBus {
   int m_count = 0;
   /// Bytes of the oldest sample that have been read.
   int m_readBytes = 0;
+  std::optional<std::size_t> m_breakOffAfter;
   Sample m_latest{};
   /// Data ready and overwritten, for the status register without FIFO.
   bool m_isReady = false;

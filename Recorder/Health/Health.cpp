@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "Tavi/Accel/AccPipelineElement.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
@@ -24,6 +25,9 @@ void Health::SampleSource(SourceWatch& source) {
   {
     const std::lock_guard lock(m_mutex);
     notice = source.Observe(ring, newest, rate, now);
+    if (const auto* chip = dynamic_cast<const Accel::AccPipelineElement*>(ring.get())) {
+      source.NoteDevice(chip->GetBusErrorCount(), chip->GetOverflowCount());
+    }
   }
   if (notice) Kbase::Klog::Logger::GetInstance().Log(notice->level, Log::Tag, notice->text);
 }

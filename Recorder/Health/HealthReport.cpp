@@ -24,7 +24,11 @@ std::optional<double> GetAgeSeconds(const SourceHealth& source) {
 
 using Value = std::optional<double>;
 
-constexpr std::array<Metric, 7> Metrics{{
+Value ToValue(const std::optional<std::uint64_t>& count) {
+  return count ? Value(static_cast<double>(*count)) : std::nullopt;
+}
+
+constexpr std::array<Metric, 9> Metrics{{
     {"tavi_source_entries_total", Type::Counter, "Entries that the source has delivered.",
      [](const SourceHealth& s) { return Value(static_cast<double>(s.entries)); }},
     {"tavi_source_rate_hertz", Type::Gauge, "Entries per second over the last five seconds.",
@@ -39,6 +43,10 @@ constexpr std::array<Metric, 7> Metrics{{
      [](const SourceHealth& s) { return Value(static_cast<double>(s.restarts)); }},
     {"tavi_source_silent", Type::Gauge, "1 while the source should deliver, has delivered and does not any more.",
      [](const SourceHealth& s) { return Value(s.state == SourceState::Silent ? 1.0 : 0.0); }},
+    {"tavi_source_bus_errors_total", Type::Counter, "Transfers that failed on the source's bus.",
+     [](const SourceHealth& s) { return ToValue(s.busErrors); }},
+    {"tavi_source_overflows_total", Type::Counter, "How often the source's chip lost samples before they were read.",
+     [](const SourceHealth& s) { return ToValue(s.overflows); }},
 }};
 
 double RoundRate(double rate) {
@@ -59,6 +67,8 @@ nlohmann::ordered_json ToJson(const std::vector<SourceHealth>& sources) {
     if (source.newestAge) json["newestEntryAgeMs"] = source.newestAge->count();
     json["missed"] = source.missed;
     json["restarts"] = source.restarts;
+    if (source.busErrors) json["busErrors"] = *source.busErrors;
+    if (source.overflows) json["overflows"] = *source.overflows;
   }
   return all;
 }

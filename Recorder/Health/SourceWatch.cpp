@@ -41,6 +41,7 @@ std::optional<SourceWatch::Notice> SourceWatch::Observe(const Ring& ring, const 
   }
   if (m_ring.owner_before(ring) || ring.owner_before(m_ring)) {
     if (m_wasThere) BeginAnew();
+    m_busErrors = m_overflows = 0;
     m_ring = ring;
     m_wasThere = true;
   }
@@ -63,6 +64,13 @@ void SourceWatch::BeginAnew() {
   m_newestId.reset();
   m_pointCount = 0;
   m_owed = 0;
+}
+
+void SourceWatch::NoteDevice(std::uint64_t busErrors, std::uint64_t overflows) {
+  m_health.busErrors = m_health.busErrors.value_or(0) + busErrors - m_busErrors;
+  m_health.overflows = m_health.overflows.value_or(0) + overflows - m_overflows;
+  m_busErrors = busErrors;
+  m_overflows = overflows;
 }
 
 std::uint64_t SourceWatch::Take(const Entry& newest, Milliseconds now) {

@@ -33,6 +33,8 @@ class SourceWatch {
   /// One sample: `ring` is null without an acquisition, `newest` null before the first entry, `rate` what the source is
   /// configured for (0 when unknown: nothing is missed then, and no silence noticed).
   [[nodiscard]] std::optional<Notice> Observe(const Ring& ring, const Entry& newest, double rate, Milliseconds now);
+  /// What a device has counted since its ring was made; told after Observe, without a ring not at all.
+  void NoteDevice(std::uint64_t busErrors, std::uint64_t overflows);
   /// As of the last sample.
   [[nodiscard]] const SourceHealth& GetHealth() const { return m_health; }
   /// False for a source that no acquisition has had so far.
@@ -65,6 +67,9 @@ class SourceWatch {
   SourceHealth m_health;
   std::weak_ptr<Kbase::Pipeline::IPipelineElement> m_ring;
   bool m_wasThere = false;
+  /// What the present ring's device has told.
+  std::uint64_t m_busErrors = 0;
+  std::uint64_t m_overflows = 0;
   /// Empty until the present ring has delivered.
   std::optional<std::uint64_t> m_newestId;
   Moment m_newest;

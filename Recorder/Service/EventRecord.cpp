@@ -6,6 +6,7 @@
 
 #include "EventStore/EventName.h"
 #include "Recorder/Version.h"
+#include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GpsData.h"
 #include "Tavi/GstUtil/GstPipelineCbElement.h"
 
@@ -74,8 +75,8 @@ std::optional<EventStore::Position> ReadPosition(const Pipeline::PipelineManager
     return std::nullopt;
   }
   EventStore::Position position{fix.latitude, fix.longitude, fix.speed, {}};
-  if (fix.record_u_time >= 0) {
-    const std::string time = EventStore::FormatTime(std::int64_t{fix.record_u_time} * 1000);
+  if (const auto utc = Gps::GPSDataPackage::GetUtc(fix)) {
+    const std::string time = EventStore::FormatTime(*utc * 1000);
     position.fixTime = time.substr(0, time.find('.')) + "Z";
   }
   return position;

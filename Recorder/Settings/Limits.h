@@ -28,8 +28,9 @@ inline constexpr Range<int> Gain{-1, 1000000};
 
 inline constexpr Range<int> GpsRate{1, 10};
 inline constexpr std::array<int, 6> GpsBauds{4800, 9600, 19200, 38400, 57600, 115200};
-inline constexpr Range<int> AccRate{1, 100};
-inline constexpr Range<int> OtherRate{1, 10};
+/// What the drivers deliver. Windows are counted by the stated rate: any other would wait for minutes.
+inline constexpr Range<int> AccRate{10, 10};
+inline constexpr Range<int> OtherRate{1, 1};
 
 inline constexpr Range<int> QueueLength{1, 1000};
 

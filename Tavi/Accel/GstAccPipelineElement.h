@@ -33,6 +33,10 @@ class GstAccPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   void Start();
   void Stop();
 
+  /// Transfers that failed, and how often the chip lost samples, since the element was made. Thread-safe.
+  [[nodiscard]] std::uint64_t GetBusErrorCount() const { return m_device.GetErrorCount(); }
+  [[nodiscard]] std::uint64_t GetOverflowCount() const { return m_device.GetOverflowCount(); }
+
   /// Empties the three averages: at once, or behind the next block while the device runs, so that no block is averaged
   /// half with old values.
   void ResetAverageBuffers();

@@ -82,9 +82,9 @@ bool StartsWithDigits(std::string_view text, std::size_t count) {
   return text.size() >= count && text.find_first_not_of("0123456789") >= count;
 }
 
-time_t ReadDateTime(std::string_view date, std::string_view time) {
-  if (date.size() > DateLength || !StartsWithDigits(date, DateLength)) return -1;
-  if (time.size() > MaxTimeLength || !StartsWithDigits(time, ClockLength)) return -1;
+std::optional<tm> ReadDateTimeFields(std::string_view date, std::string_view time) {
+  if (date.size() > DateLength || !StartsWithDigits(date, DateLength)) return {};
+  if (time.size() > MaxTimeLength || !StartsWithDigits(time, ClockLength)) return {};
   // Not in daylight-saving time, whatever the zone, because UTC never is.
   const time_t now = std::time(nullptr);
   tm fields{};
@@ -95,7 +95,12 @@ time_t ReadDateTime(std::string_view date, std::string_view time) {
   fields.tm_mday = ReadPair(date, 0);
   fields.tm_mon = ReadPair(date, 2) - 1;
   fields.tm_year = ReadPair(date, 4) + 100;
-  return std::mktime(&fields);
+  return fields;
+}
+
+time_t ReadDateTime(std::string_view date, std::string_view time) {
+  auto fields = ReadDateTimeFields(date, time);
+  return fields ? std::mktime(&*fields) : -1;
 }
 
 /// Speed, course and position, as far as they can be read; false when one cannot.
@@ -205,6 +210,12 @@ void GPSDataPackage::BuildRoute() {
 // NOLINTBEGIN(performance-unnecessary-value-param)
 time_t GPSDataPackage::ConvertDateTime(std::string date, std::string time) const {
   return ReadDateTime(date, time);
+}
+
+std::optional<std::int64_t> GPSDataPackage::GetUtc(const GpsData& data) {
+  auto fields = ReadDateTimeFields(data.m_date, data.m_time);
+  if (!fields) return {};
+  return timegm(&*fields);
 }
 
 double GPSDataPackage::ConvertCoordinate(std::string value, std::string hemisphere) const {

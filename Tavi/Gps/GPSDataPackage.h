@@ -5,6 +5,7 @@
 #include <ctime>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Tavi/Gps/GPSLine.h"
@@ -49,6 +50,9 @@ class GPSDataPackage {
   /// the unit. -1 when either has fewer digits or is longer than ddmmyy and hhmmss.sss. Pieces out of their range carry
   /// over into the next, as `mktime` has it: second 60 is the next minute.
   time_t ConvertDateTime(std::string date, std::string time) const;
+  /// The record's date and time as seconds of the epoch, whatever the process's time zone; empty when it has none. For
+  /// whoever shows or stores the time: `record_u_time` goes by that zone.
+  static std::optional<std::int64_t> GetUtc(const GpsData& data);
   /// ddmm.mmmm or dddmm.mmmm as decimal degrees, negative for "S" and "W"; 0.0 when it cannot be read.
   double ConvertCoordinate(std::string value, std::string hemisphere) const;
   /// Writes the system's UTC as hhmmss and ddmmyy, seven characters each with the NUL.

@@ -13,7 +13,8 @@ namespace Tavi::Gps {
 struct GpsData {
   /// 1 when the RMC sentence gave a usable fix and its dilution of precision was good enough.
   std::uint8_t isValidPackage;
-  /// UTC of the fix in seconds of the epoch, the low 32 bits of it from 2038 on; -1 when it could not be read.
+  /// UTC of the fix in seconds of the epoch, on a machine whose time zone is UTC (see GPSDataPackage::GetUtc), the low
+  /// 32 bits of it from 2038 on; -1 when it could not be read.
   std::int32_t record_u_time;
   /// Over ground, in knots.
   double speed;

@@ -12,6 +12,7 @@
 #include "Tavi/Accel/AccPipelineElement.h"
 #include "Tavi/Audio/AudioPipelineCbElement.h"
 #include "Tavi/Audio/AudioPipelineElement.h"
+#include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GpsData.h"
 #include "Tavi/Gps/GpsPipelineCbElement.h"
 #include "Tavi/Gps/GpsPipelineElement.h"
@@ -58,8 +59,9 @@ void PrintRecord(Kbase::Pipeline::IPipelineElement* element, const char* source,
 
 void PrintFix(const Gps::GpsPipelineCbElement& entry, const Gps::GpsData& fix) {
   constexpr const char* Line = "-----------------------------------------------------\n";
+  const auto utc = Gps::GPSDataPackage::GetUtc(fix).value_or(fix.record_u_time);
   std::cout << Line << "GPS Frame ID: " << entry.frameId << "\nisValidPackage:" << int{fix.isValidPackage}
-            << "\nrecord_u_time:" << fix.record_u_time << "\nspeed:" << fix.speed << "\ncourse:" << fix.course
+            << "\nrecord_u_time:" << utc << "\nspeed:" << fix.speed << "\ncourse:" << fix.course
             << "\nlatitude:" << fix.latitude << "\nlongitude:" << fix.longitude
             << "\nnoOfSatellites:" << fix.noOfSatellites << "\naltitude:" << fix.altitude << "\nHDOP:" << fix.HDOP
             << "\nPDOP:" << fix.PDOP << "\nVDOP:" << fix.VDOP << "\nm_date:" << fix.m_date << "\nm_time:" << fix.m_time

@@ -82,6 +82,16 @@ TEST_F(GpsPackage, TimeFollowsTheZoneOfTheProcessWithoutDaylightSaving) {
   EXPECT_EQ(package.ConvertDateTime("010720", "000000"), 1593561600 + 5 * 3600);
 }
 
+// Catches a fix that is shown hours off on a desktop, which is not in UTC as the unit is.
+TEST_F(GpsPackage, WhatIsShownOfAFixIsUtcWhateverTheZone) {
+  for (const char* zone : {"UTC", "EST5EDT", "Asia/Kolkata", ""}) {
+    SetZone(zone);
+    const GpsData data = Read("GPRMC,123519.000,A,4807.038,N,01131.000,E,5,,010720", "GPGGA,,,,,,1,4,1");
+    EXPECT_EQ(GPSDataPackage::GetUtc(data), 1593606919) << zone;
+    EXPECT_EQ(GPSDataPackage::GetUtc(Read("GPRMC,,V", "GPGGA,,,,,,1,4,1")), std::nullopt);
+  }
+}
+
 TEST_F(GpsPackage, TheTripBelievesNoSpikeAndStartsAgainAfterAFixIsLost) {
   // Speed, dilution; then the distance in halves of a knot times a second, stops, moves, fast, slow, highest speed.
   const std::tuple<std::string, std::string, double, int, int, int, int, double> epochs[] = {

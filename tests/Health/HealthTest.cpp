@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include "Kdevice/I2C/I2c.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Support/Media.h"
+#include "Tavi/Accel/AccPipelineElement.h"
 
 namespace Tavi::Recorder {
 namespace {
@@ -38,6 +40,7 @@ class HealthTest : public Testing::MediaTest {
   SourceHealth Only() const { return m_health.Read().at(0); }
 
   ManualClock m_clock;
+  Health::Ring m_acc;
   std::map<PipelineType, std::shared_ptr<TestRing>> m_rings;
   Health m_health{[this](PipelineType type) { return m_rings[type]; }, m_clock};
 };
@@ -105,6 +108,30 @@ TEST_F(HealthTest, MissedIsWhatTimeStampsLackAndWhatNeverCame) {
   }
   EXPECT_EQ(m_health.Read().at(0).missed, 4U);
   EXPECT_EQ(m_health.Read().at(1).missed, 10U);
+}
+
+// Catches a bus that fails for weeks and nobody sees it, and counts that a restart sets back.
+TEST_F(HealthTest, BusErrorsAndOverflowsAreTheProcesss) {
+  Accel::AccConfig config;
+  const auto sampleAnew = [&, health = std::make_unique<Health>(
+                                  [this](PipelineType type) { return type == PipelineType::Acc ? m_acc : nullptr; },
+                                  m_clock)](std::uint64_t least) {
+    const auto acc = std::make_shared<Accel::AccPipelineElement>(config, 10);
+    m_acc = acc;
+    acc->Start();  // there is no such bus here
+    EXPECT_TRUE(Testing::WaitUntil([&] { return acc->GetBusErrorCount() > 0; }));
+    acc->Stop();
+    health->Sample();
+    const auto json = ToJson(health->Read())["acc"];
+    EXPECT_GE(json["busErrors"].get<std::uint64_t>(), least);
+    EXPECT_EQ(json["overflows"], 0);
+    EXPECT_NE(ToPrometheus(health->Read()).find("tavi_source_bus_errors_total{source=\"acc\"} "), std::string::npos);
+  };
+  sampleAnew(1);
+  sampleAnew(2);
+  Connect(PipelineType::Gps, 1);
+  m_health.Sample();
+  EXPECT_FALSE(ToJson(m_health.Read())["gps"].contains("busErrors"));
 }
 
 // Catches a text that a scraper refuses: metrics torn apart, unescaped labels, an age that is none.

@@ -46,6 +46,8 @@ TEST_F(SettingsTest, AMistakeIsOneLineWithItsPlaceAndWhatWouldBeRight) {
        "2: field pipeline.camera1.height: 721 is odd, an even number from 16 to 1088 is right"},
       {"{\"pipeline\":{\"camera0\":{\"cameraType\":1}}}",
        "1: field pipeline.camera0.cameraType: 1 is out of range, only 0 is right"},
+      {R"({"pipeline": {"acc": {"rate": 100}}})", "1: field pipeline.acc.rate: 100 is out of range, only 10 is right"},
+      {R"({"pipeline": {"other": {"rate": 10}}})", "1: field pipeline.other.rate: 10 is out of range, only 1 is right"},
       {"{\"pipeline\":{\"gps\":{\"baud\":9601}}}",
        "1: field pipeline.gps.baud: 9601 is not possible, one of 4800, 9600, 19200, 38400, 57600, 115200 is right"},
       {"{\n\"events\":{\"startSeconds\":1.5}}",

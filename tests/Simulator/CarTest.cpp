@@ -5,16 +5,19 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cmath>
 #include <numbers>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "Kdevice/ACC/AccDevice.h"
 #include "Kdevice/I2C/I2c.h"
 #include "Simulator/AccChip.h"
 #include "Simulator/NmeaText.h"
 #include "Simulator/SimulatedCar.h"
+#include "Support/Fixtures.h"
 #include "Support/Nmea.h"
 
 namespace Tavi::Simulator {
@@ -196,6 +199,41 @@ TEST_F(AccChipTest, SamplesAreTheDriveOfTheirTime) {
   EXPECT_EQ(words[0], 0x0F);
   EXPECT_NEAR(static_cast<std::int16_t>(words[1] << 8 | words[2]), -0x4000, 250);
   EXPECT_EQ(words[7], 0);
+}
+
+// Catches axes that have changed places since a burst ended within a sample.
+TEST_F(AccChipTest, ABurstThatBreaksOffRotatesTheAxesOnlyUntilTheChipIsSetUpAnew) {
+  Activate();
+  PassMs(100);
+  m_chip->BreakOffNextBurst(4);
+  std::uint8_t block[30];
+  EXPECT_FALSE(m_bus.ReadRegisters(AccChip::Address, 0x01, block));
+  EXPECT_NEAR(static_cast<std::int8_t>(Get(0x01, 6)[2]), -32, 1) << "the upright axis comes third now";
+
+  const auto chip = std::make_shared<AccChip>(std::make_shared<Drive>(), std::make_shared<DriveClock>());
+  Kdevice::I2C::I2c::Attach(7, chip);
+  struct Blocks final : Kbase::Interfaces::IThread::IThreadDelegate {
+    void Invoke(Kbase::Interfaces::IThread*, void* data) override {
+      const auto* samples = static_cast<const Kdevice::ACC::SampleBlock*>(data);
+      for (std::size_t i = 0; i < samples->count; i += 3) {
+        EXPECT_NEAR(static_cast<std::int8_t>(samples->native[i]), -32, 1) << "block " << count;
+      }
+      ++count;
+    }
+    std::atomic<int> count{0};
+  } blocks;
+  Kdevice::ACC::AccDevice device(7, AccChip::Address, Kdevice::ACC::GForceScale::G4,
+                                 Kdevice::ACC::OutputDataRate::Hz400);
+  Kbase::Interfaces::IThread::IThreadDelegate* delegate = &blocks;
+  device.Prepare(delegate);
+  ASSERT_TRUE(device.Start());
+  for (const std::size_t at : {4, 8, 29}) {
+    ASSERT_TRUE(Testing::WaitUntil([&, enough = blocks.count + 3] { return blocks.count >= enough; }));
+    chip->BreakOffNextBurst(at);
+  }
+  ASSERT_TRUE(Testing::WaitUntil([&, enough = blocks.count + 3] { return blocks.count >= enough; }));
+  EXPECT_TRUE(device.Abort(std::chrono::seconds(5)));
+  EXPECT_EQ(device.GetErrorCount(), 3U);
 }
 
 TEST_F(AccChipTest, OtherAddressesDoNotAcknowledge) {

@@ -59,12 +59,17 @@ TEST(SensorFilesTest, AccelerationsAreInGWithoutGravityAndATenthOfABlockApart) {
   EXPECT_NEAR(acc.records[19].secondsFromEvent, -0.81, 1e-9);
 }
 
-TEST(SensorFilesTest, UnknownTemperaturesAreEmpty) {
+// Catches a cold morning that a person reads as 251 degrees.
+TEST(SensorFilesTest, UnknownTemperaturesAreEmptyAndThoseBelowZeroAreNegative) {
   const auto other = ParseOther(R"([{"cpu_usage":16,"temperature":0},{"cpu_usage":17,"temperature":47}])", {0.0, 1.0});
   ASSERT_EQ(other.records.size(), 2U);
   EXPECT_FALSE(other.records[0].temperatureCelsius);
   EXPECT_EQ(other.records[1].temperatureCelsius, 47);
   EXPECT_EQ(other.records[1].cpuPercent, 17);
+  for (const auto& [stored, degrees] : {std::pair(251, -5), std::pair(128, -128), std::pair(127, 127)}) {
+    const auto cold = ParseOther(R"([{"cpu_usage":1,"temperature":)" + std::to_string(stored) + "}]", {0.0, 1.0});
+    EXPECT_EQ(cold.records.at(0).temperatureCelsius, degrees);
+  }
 }
 
 // Catches reading beyond the end, a length taken on trust, and whole entries lost with a damaged one behind them.

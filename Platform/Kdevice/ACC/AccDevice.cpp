@@ -68,15 +68,13 @@ void AccDevice::Prepare(IThreadDelegate*& delegate) {
 
 void AccDevice::RunBefore() {
   m_isSetUp = false;
+  m_failedTries = 0;
   m_toldOutage.clear();
 }
 
 void AccDevice::Run() {
   if (!m_isSetUp) {
-    const Fault fault = SetUp();
-    m_isSetUp = fault.empty();
-    if (!m_isSetUp) NoteOutage(fault);
-    WaitForCancel(m_isSetUp ? GetFillTime(0) : m_timing.retry);
+    SetUpOrWait();
     return;
   }
   unsigned left = 0;
@@ -88,6 +86,19 @@ void AccDevice::Run() {
   }
 }
 
+void AccDevice::SetUpOrWait() {
+  Fault fault = SetUp();
+  m_isSetUp = fault.empty();
+  if (m_isSetUp) {
+    WaitForCancel(GetFillTime(0));
+  } else if (m_failedTries > 0) {
+    RetryOrGiveUp(std::move(fault));
+  } else {
+    NoteOutage(fault);
+    WaitForCancel(m_timing.retry);
+  }
+}
+
 void AccDevice::RunAfter() {
   // Without a reader the chip need not sample.
   if (m_isSetUp && !m_bus.WriteRegister(m_address, Mma8451::CTRL_REG1, Mma8451::STANDBY)) ++m_errors;
@@ -96,7 +107,6 @@ void AccDevice::RunAfter() {
 
 /// Leaves the chip sampling into an empty FIFO, whatever it did before.
 AccDevice::Fault AccDevice::SetUp() {
-  m_failedTries = 0;
   m_emptyRounds = 0;
   std::uint8_t id = 0;
   if (!m_bus.ReadRegisters(m_address, Mma8451::WHO_AM_I, {&id, 1})) return CountError();
@@ -139,8 +149,11 @@ AccDevice::Fault AccDevice::ReadFifo(unsigned& left) {
 
 AccDevice::Fault AccDevice::DeliverBlocks(unsigned count) {
   for (unsigned i = 0; i < count && !IsCancelled(); ++i) {
-    // Not repeated when it fails: some samples may be out of the FIFO already, so they are counted anew.
-    if (!m_bus.ReadRegisters(m_address, Mma8451::OUT_X_MSB, m_native)) return CountError();
+    if (!m_bus.ReadRegisters(m_address, Mma8451::OUT_X_MSB, m_native)) {
+      // It may have ended within a sample, and the next byte would pass for the first axis: the FIFO begins anew.
+      m_isSetUp = false;
+      return CountError();
+    }
     SampleBlock block{m_native.data(), m_native.size()};
     if (m_delegate != nullptr) m_delegate->Invoke(this, &block);
   }
@@ -160,6 +173,7 @@ void AccDevice::RetryOrGiveUp(Fault fault) {
     return;
   }
   m_isSetUp = false;
+  m_failedTries = 0;
   NoteOutage(m_lastFault);
 }
 

@@ -29,7 +29,8 @@ struct SampleBlock {
 
 /// Owns the thread "ACC", which sets the chip up, empties its FIFO about once a block and hands on blocks of ten
 /// samples (30 bytes). A chip that stays silent, is none of its kind or delivers nothing is set up anew, once a second,
-/// until samples come again. Each outage is one line in the log and its end another, at most one outage an interval.
+/// until samples come again; at once where reading samples failed, because it may have ended between two axes. Each
+/// outage is one line in the log and its end another, at most one outage an interval.
 ///
 /// GetScale, GetErrorCount and GetOverflowCount are thread-safe. Stopping takes no longer than one transfer.
 class AccDevice : public Kbase::Interfaces::IThread, public IError {
@@ -74,6 +75,7 @@ class AccDevice : public Kbase::Interfaces::IThread, public IError {
   [[nodiscard]] Fault ReadFifo(unsigned& left);
   [[nodiscard]] Fault DeliverBlocks(unsigned count);
   [[nodiscard]] Fault CountError();
+  void SetUpOrWait();
   void RetryOrGiveUp(Fault fault);
   void NoteOverflow();
   void NoteSuccess();
