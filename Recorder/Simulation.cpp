@@ -6,8 +6,12 @@ namespace Tavi::Recorder {
 std::unique_ptr<Simulator::SimulatedCar> BoardSimulatedCar(Pipeline::PipelineConfig& config) {
   auto car = std::make_unique<Simulator::SimulatedCar>(Simulator::SimulatedCarConfig{config.gps.rate, {}});
   // Named after the files that their pictures end up in.
-  config.camera0.device = "sim:camera1";
-  config.camera1.device = "sim:camera0";
+  const auto simulate = [](std::string& device, const char* scene) {
+    // Somebody may want a scene of his own.
+    if (!device.starts_with("sim:")) device = scene;
+  };
+  simulate(config.camera0.device, "sim:camera1");
+  simulate(config.camera1.device, "sim:camera0");
   if (config.gps.path.empty()) config.gps.path = car->GetGpsPath();
   return car;
 }

@@ -7,8 +7,11 @@
 #include <gst/video/video.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -126,6 +129,21 @@ bool IsFirst(SceneState& state) {
   return !state.firstFrame;
 }
 
+/// The first frame at or after `frame` that does not fall into a standstill, which the name puts somewhere into each
+/// 40 s.
+std::uint64_t SkipStandstill(const SceneState& state, std::uint64_t frame) {
+  constexpr std::uint64_t PeriodMs = 40'000;
+  if (state.settings.stallMs == 0) return frame;
+  const auto stallMs = static_cast<std::uint64_t>(state.settings.stallMs);
+  const std::uint64_t beginMs = std::hash<std::string>()(state.settings.name) % (PeriodMs - stallMs);
+  const auto isStill = [&](std::uint64_t candidate) {
+    const std::uint64_t phaseMs = FrameTime(state.settings, candidate) / GST_MSECOND % PeriodMs;
+    return phaseMs >= beginMs && phaseMs < beginMs + stallMs;
+  };
+  while (isStill(frame)) ++frame;
+  return frame;
+}
+
 /// Decides which frame comes next. True when frames before it were lost: downstream held the stream up for longer than
 /// the capture queue of a camera would have lasted.
 bool TakeFrameNumber(SceneState& state, GstClockTime runningTime, std::uint64_t& frame) {
@@ -133,6 +151,7 @@ bool TakeFrameNumber(SceneState& state, GstClockTime runningTime, std::uint64_t&
   const auto slack = static_cast<std::uint64_t>(state.settings.queueSize);
   const bool isLost = state.firstFrame && current > state.nextFrame + slack;
   frame = !state.firstFrame ? current : isLost ? current + 1 : state.nextFrame;
+  frame = SkipStandstill(state, frame);
   if (!state.firstFrame) state.firstFrame = frame;
   state.nextFrame = frame + 1;
   return isLost;
@@ -277,7 +296,32 @@ GType SceneSourceType() {
   return type;
 }
 
+/// All of `text` as a number; nothing when it is none.
+template <class Number>
+std::optional<Number> ToNumber(std::string_view text) {
+  Number number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
 }  // namespace
+
+bool ApplySceneName(const std::string& text, SceneSettings& settings) {
+  constexpr int Thousandths = 1000;
+  const auto at = text.find('@');
+  settings.name = text.substr(0, at);
+  if (at != std::string::npos) {
+    const auto rest = std::string_view(text).substr(at + 1);
+    const auto tilde = rest.find('~');
+    const auto still = tilde == std::string_view::npos ? std::optional(0) : ToNumber<int>(rest.substr(tilde + 1));
+    const auto delivered = ToNumber<double>(rest.substr(0, tilde));
+    if (!still || *still < 0 || *still > 30000 || !delivered || *delivered < 0.1 || *delivered > 2.0) return false;
+    settings.stallMs = *still;
+    settings.rateNumerator *= static_cast<int>(std::lround(*delivered * Thousandths));
+    settings.rateDenominator *= Thousandths;
+  }
+  return !settings.name.empty();
+}
 
 GstElement* NewSceneSource(const SceneSettings& settings) {
   auto* source = GST_ELEMENT(g_object_new(SceneSourceType(), "name", "scene", nullptr));

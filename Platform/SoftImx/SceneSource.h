@@ -15,7 +15,15 @@ struct SceneSettings {
   int rateDenominator = 1;
   /// Buffers allocated at once, and how many frames the source may fall behind before it gives them up.
   int queueSize = 4;
+  /// So long the camera stands still in every 40 s, in milliseconds; 0: never.
+  int stallMs = 0;
 };
+
+/// Takes a simulated camera's name apart: "NAME", "NAME@0.5" (delivers half of the rate that it is set to, as some do
+/// at night), "NAME@1~4000" (stands still for 4 s in every 40). `settings` has the camera's own rate before and the
+/// delivered one behind. False when what stands behind the name is no share from 0.1 to 2 or no
+/// time up to 30 s.
+[[nodiscard]] bool ApplySceneName(const std::string& text, SceneSettings& settings);
 
 /// A new floating scene source. It is no element of the registry: only VideoSource makes one.
 ///

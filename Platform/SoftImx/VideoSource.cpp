@@ -166,13 +166,13 @@ GstElement* BuildCapture(GstElement* self, const Settings& settings) {
 }
 
 GstElement* BuildScene(GstElement* self, const Settings& settings) {
-  const std::string name = settings.device.substr(ScenePrefix.size());
-  if (name.empty()) {
+  SceneSettings sceneSettings{"", settings.rateNumerator, settings.rateDenominator, settings.queueSize, 0};
+  if (!ApplySceneName(settings.device.substr(ScenePrefix.size()), sceneSettings)) {
     GST_ELEMENT_ERROR(self, RESOURCE, SETTINGS,
                       ("The camera \"%s\" names no scene after the colon.", settings.device.c_str()), (nullptr));
     return nullptr;
   }
-  GstElement* scene = NewSceneSource({name, settings.rateNumerator, settings.rateDenominator, settings.queueSize});
+  GstElement* scene = NewSceneSource(sceneSettings);
   gst_bin_add(GST_BIN(self), scene);
   return scene;
 }
