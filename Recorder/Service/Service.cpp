@@ -59,6 +59,7 @@ bool Service::Open(std::string& problem) {
 
 int Service::Run() {
   m_archive.Recover(m_settings.pipeline);
+  m_disk.Start();
   m_health->Start();
   m_first->Start();
   m_second->Start();
@@ -141,6 +142,7 @@ void Service::End() {
   m_first->Wait();
   m_second->Wait();
   m_control.reset();
+  m_disk.Finish();
   m_health->Stop();
   Log::Info("the recorder has ended");
 }
@@ -176,8 +178,8 @@ std::string Service::Order(EventOrder order) {
     return "too many events wait already: try again when one is complete";
   }
   Log::Info(what + " is ordered");
-  Post([this, request, keep] { m_archive.Announce(request, keep); });
-  if (held) Post([held] { held->HoldStills(); });
+  m_disk.Post([this, request, keep] { m_archive.Announce(request, keep); });
+  if (held) m_disk.Post([held] { held->HoldStills(); });
   return {};
 }
 

@@ -21,6 +21,7 @@
 #include "Recorder/Service/EventTaker.h"
 #include "Recorder/Service/HealthThread.h"
 #include "Recorder/Service/ServiceManager.h"
+#include "Recorder/Service/TaskThread.h"
 #include "Recorder/Settings/Settings.h"
 #include "Recorder/Triggers/TriggerWatch.h"
 #include "Tavi/Pipeline/PipelineManager.h"
@@ -79,6 +80,8 @@ class Service final : public ControlHandler {
   EventQueue m_queue;
   std::unique_ptr<Pipeline::PipelineManager> m_pipeline;
   std::unique_ptr<HealthThread> m_health;
+  /// Notes requests down, looks at the disk for clients: none of it waits for the ignition.
+  TaskThread m_disk{"DISK"};
   std::unique_ptr<EventTaker> m_first;
   std::unique_ptr<EventTaker> m_second;
   std::unique_ptr<Triggers::TriggerWatch> m_triggers;

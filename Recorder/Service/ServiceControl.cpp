@@ -51,7 +51,7 @@ void Service::Handle(const json& request, Reply reply) {
   } else if (command == Command::Protect) {
     HandleProtect(request, reply);
   } else if (command == Command::Events) {
-    Post([this, reply] { ListEvents(reply); });
+    m_disk.Post([this, reply] { ListEvents(reply); });
   } else if (command == Command::PowerFail) {
     reply(ordered_json::object());
     PowerFail();
@@ -113,7 +113,7 @@ void Service::HandleProtect(const json& request, const Reply& reply) {
     reply.Refuse(problem);
     return;
   }
-  Post([this, wanted = *wanted, reply] {
+  m_disk.Post([this, wanted = *wanted, reply] {
     std::string why;
     if (m_archive.GetStore().SetProtected(wanted.event, wanted.isProtected, why)) {
       reply({{"event", wanted.event}, {"protected", wanted.isProtected}});
