@@ -1,7 +1,7 @@
 // Who carries out what the control socket is asked for.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "Control/Reply.h"
 

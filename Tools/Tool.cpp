@@ -57,17 +57,26 @@ int WriteOutput(const ToolOptions& options, std::string_view text) {
   return Complain(options, FailureStatus, std::string("standard output: ") + std::strerror(errno));
 }
 
-}  // namespace
-
-std::optional<int> ParseToolOptions(CLI::App& app, int argc, const char* const* argv, ToolOptions& options,
-                                    const std::function<std::string()>& check) {
-  options.program = app.get_name();
+void AddOptions(CLI::App& app, const ToolUsage& usage, ToolOptions& options) {
+  for (const auto& flag : usage.flags) app.add_flag(flag.name, *flag.value, flag.meaning);
+  for (const auto& choice : usage.choices) {
+    app.add_option(choice.name, *choice.value, choice.meaning)->check(CLI::IsMember(choice.allowed));
+  }
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-  app.set_version_flag("--version", options.program + " " TAVI_VERSION);
+  app.set_version_flag("--version", usage.program + " " TAVI_VERSION);
   app.add_option("EVENT_DIR", options.eventDir, "Directory of the event")
       ->required()
       ->multi_option_policy(CLI::MultiOptionPolicy::Throw);
   app.add_option("--output", options.outputFile, "File to write; \"-\" is standard output")->capture_default_str();
+}
+
+}  // namespace
+
+std::optional<int> ParseToolOptions(const ToolUsage& usage, int argc, const char* const* argv, ToolOptions& options,
+                                    const std::function<std::string()>& check) {
+  CLI::App app(usage.purpose, usage.program);
+  options.program = usage.program;
+  AddOptions(app, usage, options);
   std::string problem;
   try {
     app.parse(argc, argv);

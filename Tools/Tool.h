@@ -4,14 +4,30 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Tools/EventData.h"
 
-namespace CLI {
-class App;
-}
-
 namespace Tavi::EventTools {
+
+/// What a program says of itself, and its options beside the common ones. The values are borrowed.
+struct ToolUsage {
+  struct Flag {
+    std::string name;
+    bool* value;
+    std::string meaning;
+  };
+  struct Choice {
+    std::string name;
+    int* value;
+    std::vector<int> allowed;
+    std::string meaning;
+  };
+  std::string program;
+  std::string purpose;
+  std::vector<Flag> flags;
+  std::vector<Choice> choices;
+};
 
 struct ToolOptions {
   std::string program;
@@ -27,10 +43,10 @@ inline constexpr int FailureStatus = 1;
 /// The command line is wrong; nothing was written.
 inline constexpr int UsageStatus = 2;
 
-/// Adds EVENT_DIR, --output and --version to `app` and parses the command line. `check` looks at the options together
+/// Parses the command line: EVENT_DIR, --output, --version and what `usage` has. `check` looks at the options together
 /// and gives a sentence about what is wrong, or none. Empty when the program is to run, otherwise its exit status: what
 /// there is to say has been said.
-std::optional<int> ParseToolOptions(CLI::App& app, int argc, const char* const* argv, ToolOptions& options,
+std::optional<int> ParseToolOptions(const ToolUsage& usage, int argc, const char* const* argv, ToolOptions& options,
                                     const std::function<std::string()>& check);
 
 /// Loads the event, has it rendered and writes the result, to a file aside that then takes the output's name. What is

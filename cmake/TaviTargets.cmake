@@ -1,7 +1,8 @@
 # What every target of the tree is built with.
 add_library(TaviBuild INTERFACE)
 target_compile_definitions(TaviBuild INTERFACE TAVI_VERSION="${PROJECT_VERSION}")
-target_compile_options(TaviBuild INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+# Programs, too, get the libraries' code model: precompiled headers are one model's only.
+target_compile_options(TaviBuild INTERFACE -fPIC -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
 if(TAVI_WERROR)
   target_compile_options(TaviBuild INTERFACE -Werror)
 endif()
@@ -20,4 +21,5 @@ function(tavi_platform_library target output)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME ${output} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/Platform> $<INSTALL_INTERFACE:include/tavi>)
   target_link_libraries(${target} PRIVATE TaviBuild)
+  tavi_use_precompiled(CommonHeaders ${target})
 endfunction()

@@ -1,16 +1,22 @@
 #!/usr/bin/env bash
-# Builds a preset, by default the release build: scripts/build.sh [--preset release|debug|asan|tsan]
+# Builds a preset, by default the release build: programs, library, plug-ins and the simulated car.
+#   scripts/build.sh [--preset release|debug|asan|tsan] [--target TARGET]... [options of cmake]
 # The programs are in build/<preset>/bin afterwards.
 source "$(dirname "$0")/common.sh"
 
 preset=release
-if [ "${1:-}" = --preset ]; then
-  preset=${2:?--preset takes release, debug, asan or tsan}
+targets=()
+while [ $# -gt 0 ]; do
+  case $1 in
+    --preset) preset=${2:?--preset takes release, debug, asan or tsan} ;;
+    --target) targets+=(--target "${2:?--target takes a name}") ;;
+    *) break ;;
+  esac
   shift 2
-fi
+done
 scripts/setup.sh
 say "building build/$preset"
 {
   cmake --preset "$preset" "$@"
-  cmake --build --preset "$preset" --parallel "$jobs"
+  cmake --build --preset "$preset" --parallel "$jobs" "${targets[@]}"
 } >&2

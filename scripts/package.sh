@@ -2,6 +2,7 @@
 # Builds the Debian package: scripts/package.sh. Prints its path.
 source "$(dirname "$0")/common.sh"
 
+scripts/setup.sh --package
 # Where Debian has its libraries, and GStreamer its plug-ins.
 scripts/build.sh -DCMAKE_INSTALL_PREFIX=/usr
 say "packing"

@@ -3,5 +3,6 @@
 # they win over the ones below: scripts/run.sh --duration 30 --count 2
 source "$(dirname "$0")/common.sh"
 
+case " $* " in *" --stream"*) scripts/setup.sh --stream ;; esac
 scripts/build.sh
 exec build/release/bin/tavi-recorder --simulate --preview --collect-after 12 --start -10 --duration 15 --output build/events "$@"

@@ -1,18 +1,38 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are needed to build, run and test. Does nothing where all are there.
+# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--stream] [--package] [--test]
+#   --stream  what the cameras' live streams need besides
+#   --package what packing needs besides
+#   --test    what tests, measurements, fuzzing and lint need besides
+# Does nothing where all are there.
 source "$(dirname "$0")/common.sh"
 
 packages=(
-  build-essential cmake ninja-build pkg-config
-  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
-  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
+  g++ cmake ninja-build pkg-config
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
   gstreamer1.0-alsa libasound2-dev
   libsystemd-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
-  libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
+)
+stream=(gstreamer1.0-plugins-bad)
+pack=(dpkg-dev)
+test=(
+  gstreamer1.0-tools libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
   clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
 )
+schema=
+for option in "$@"; do
+  case $option in
+    --stream) packages+=("${stream[@]}") ;;
+    --package) packages+=("${pack[@]}") ;;
+    --test)
+      packages+=("${stream[@]}" "${pack[@]}" "${test[@]}")
+      schema=build/schemas/gpx11.xsd
+      ;;
+    *) say "unknown option $option: --stream, --package and --test are right"; exit 2 ;;
+  esac
+done
 
 missing=()
 for package in "${packages[@]}"; do
@@ -29,8 +49,7 @@ if [ ${#missing[@]} -ne 0 ]; then
 fi
 
 # GPX's own schema, for a test that skips without it. Debian has it within a package that nothing else of is wanted.
-schema=build/schemas/gpx11.xsd
-if [ ! -e "$schema" ]; then
+if [ -n "$schema" ] && [ ! -e "$schema" ]; then
   mkdir -p build/schemas
   (
     cd build/schemas

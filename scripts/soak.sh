@@ -17,7 +17,7 @@ while [ $# -gt 0 ]; do
   esac
   shift 2
 done
-scripts/build.sh
+scripts/build.sh --target all --target FastClock
 dir=$(mktemp -d /tmp/tavi-soak-XXXXXX)
 socket=$dir/ctl/socket
 settings='"storage":{"maxEvents":50}'

@@ -7,6 +7,7 @@ if [ "${1:-}" = --preset ]; then
   preset=${2:?--preset takes debug, release, asan or tsan}
   shift 2
 fi
-scripts/build.sh --preset "$preset" -DTAVI_WERROR=ON
+scripts/setup.sh --test
+scripts/build.sh --preset "$preset" -DTAVI_WERROR=ON -DTAVI_BUILD_TESTS=ON
 say "testing build/$preset"
 exec ctest --test-dir "build/$preset" --output-on-failure --parallel "$jobs" "$@"

@@ -1,7 +1,7 @@
 // A recorder's reply as text for people.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace Tavi::Ctl {

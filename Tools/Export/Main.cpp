@@ -1,8 +1,4 @@
 // tavi-export: an event's measurements in formats that other programs read.
-#include <fmt/format.h>
-
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <exception>
 #include <iostream>
 
@@ -23,14 +19,18 @@ struct ExportOptions {
   int camera = -1;
 };
 
-void AddOptions(CLI::App& app, ExportOptions& options) {
-  app.add_flag("--gpx", options.gpx, "The track as GPX 1.1");
-  app.add_flag("--csv", options.csv, "Position, acceleration and machine state as one table");
-  app.add_flag("--geojson", options.geoJson, "The track as GeoJSON");
-  app.add_flag("--subtitles", options.subtitles,
-               "Speed and position as WebVTT subtitles; as SRT when the output's name ends in .srt");
-  app.add_option("--camera", options.camera, "Camera whose clip the subtitles are for (1 unless there is none of it)")
-      ->check(CLI::IsMember({0, 1}));
+ToolUsage BuildUsage(ExportOptions& options) {
+  return {"tavi-export",
+          "Writes an event's measurements in formats that other programs read.",
+          {{"--gpx", &options.gpx, "The track as GPX 1.1"},
+           {"--csv", &options.csv, "Position, acceleration and machine state as one table"},
+           {"--geojson", &options.geoJson, "The track as GeoJSON"},
+           {"--subtitles", &options.subtitles,
+            "Speed and position as WebVTT subtitles; as SRT when the output's name ends in .srt"}},
+          {{"--camera",
+            &options.camera,
+            {0, 1},
+            "Camera whose clip the subtitles are for (1 unless there is none of it)"}}};
 }
 
 std::string Check(const ExportOptions& options) {
@@ -59,10 +59,8 @@ std::string Render(const EventData& data, const ExportOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-  CLI::App app("Writes an event's measurements in formats that other programs read.", "tavi-export");
   ExportOptions options;
-  AddOptions(app, options);
-  const auto status = ParseToolOptions(app, argc, argv, options.tool, [&] { return Check(options); });
+  const auto status = ParseToolOptions(BuildUsage(options), argc, argv, options.tool, [&] { return Check(options); });
   if (status) return *status;
   return RunTool(options.tool, [&](EventData& data) { return Render(data, options); });
 } catch (const std::exception& error) {

@@ -1,5 +1,4 @@
 // tavi-report: a page that shows an event.
-#include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
 
@@ -8,11 +7,14 @@
 
 int main(int argc, char** argv) try {
   using namespace Tavi::EventTools;
-  CLI::App app("Writes one page that shows an event in any browser: its clips in step, track and measurements.",
-               "tavi-report");
+  const ToolUsage usage{
+      "tavi-report",
+      "Writes one page that shows an event in any browser: its clips in step, track and measurements.",
+      {},
+      {}};
   ToolOptions options;
   options.outputFile = "report.html";
-  if (const auto status = ParseToolOptions(app, argc, argv, options, [] { return std::string(); })) return *status;
+  if (const auto status = ParseToolOptions(usage, argc, argv, options, [] { return std::string(); })) return *status;
   return RunTool(options, BuildReport);
 } catch (const std::exception& error) {
   std::cerr << "tavi-report: " << error.what() << "\n";
