@@ -2,11 +2,11 @@
 #include "EventStore/EventName.h"
 
 #include <fmt/format.h>
-#include <glib.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <random>
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
@@ -75,7 +75,7 @@ std::string BuildEventDirName(const EventDescription& event) {
 }
 
 std::string NewEventId() {
-  return fmt::format("{:08x}", g_random_int());
+  return fmt::format("{:08x}", std::random_device()());
 }
 
 std::string BuildEventId(std::string_view text) {

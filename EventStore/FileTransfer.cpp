@@ -2,18 +2,17 @@
 #include "EventStore/FileTransfer.h"
 
 #include <fcntl.h>
-#include <glib.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <memory>
 #include <mutex>
 #include <system_error>
 #include <thread>
 
+#include "EventStore/Sha256.h"
 #include "EventStore/Storage.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
@@ -28,8 +27,6 @@ constexpr std::size_t BlockBytes = std::size_t{256} << 10;
 constexpr off_t WriteBehindBytes = off_t{2} << 20;
 constexpr unsigned int MaxThreads = 4;
 
-using Checksum = std::unique_ptr<GChecksum, decltype(&g_checksum_free)>;
-
 /// Copies what `from` has to `to` (-1: nowhere) and hashes it. False, with `problem`, on failure.
 class HashedCopy {
  public:
@@ -42,15 +39,19 @@ class HashedCopy {
       if (got < 0 && errno == EINTR) continue;
       if (got < 0) return Fail("read", m_source, problem);
       if (got == 0) break;
-      g_checksum_update(m_checksum.get(), reinterpret_cast<const guchar*>(m_block.data()), got);
+      if (!m_hash.Add(m_block.data(), static_cast<std::size_t>(got))) return FailToHash(problem);
       if (!Write(static_cast<std::size_t>(got))) return Fail("write", m_dest, problem);
     }
     file.bytes = static_cast<std::uint64_t>(m_bytes);
-    file.sha256 = g_checksum_get_string(m_checksum.get());
-    return true;
+    file.sha256 = m_hash.Finish();
+    return !file.sha256.empty() || FailToHash(problem);
   }
 
  private:
+  bool FailToHash(std::string& problem) const {
+    problem = "cannot hash " + m_source;
+    return false;
+  }
   bool Write(std::size_t size) {
     m_bytes += static_cast<off_t>(size);
     if (m_to < 0) return true;
@@ -69,7 +70,7 @@ class HashedCopy {
   off_t m_bytes = 0;
   off_t m_begun = 0;
   std::vector<char> m_block = std::vector<char>(BlockBytes);
-  const Checksum m_checksum{g_checksum_new(G_CHECKSUM_SHA256), &g_checksum_free};
+  Sha256 m_hash;
 };
 
 bool CopyFile(const SourceFile& source, int from, const std::string& dest, EventFile& file, std::string& problem) {

@@ -12,7 +12,7 @@ packages=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
   gstreamer1.0-alsa libasound2-dev
-  libsystemd-dev
+  libsystemd-dev libssl-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
 )
 stream=(gstreamer1.0-plugins-bad)
