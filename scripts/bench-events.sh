@@ -1,20 +1,23 @@
 #!/usr/bin/env bash
 # How long an event of 30 s takes from its end to its complete directory on another disk, and its report, each against a
-# peer: scripts/bench-events.sh [--count 5] [--disk DIR]
-# The working directory is on /dev/shm, the events are in a new directory in DIR, by default /var/tmp.
+# peer: scripts/bench-events.sh [--count 5] [--disk DIR] [--after PID]
+# The working directory is on /dev/shm, the events are in a new directory in DIR, by default /var/tmp. The first event
+# waits for the end of process PID.
 source "$(dirname "$0")/common.sh"
 
 count=5
 disk=/var/tmp
+after=
 while [ $# -gt 0 ]; do
   case $1 in
     --count) count=${2:?--count takes a number} ;;
     --disk) disk=${2:?--disk takes a directory} ;;
-    *) say "unknown option $1: --count N and --disk DIR are right"; exit 2 ;;
+    --after) after=${2:?--after takes the number of a process} ;;
+    *) say "unknown option $1: --count N, --disk DIR and --after PID are right"; exit 2 ;;
   esac
   shift 2
 done
-scripts/build.sh
+[ -n "$after" ] || scripts/build.sh
 ram=$(mktemp -d /dev/shm/tavi-bench-XXXXXX)
 dir=$(mktemp -d "$disk/tavi-bench-XXXXXX")
 printf '{"storage":{"eventsDir":"%s/events/","workDir":"%s/work/","backupDir":"%s/pf/","restoreDir":"%s/pr/"}}\n' \
@@ -27,6 +30,7 @@ ctl() { build/release/bin/tavi-ctl --json --control "$ram/ctl/socket" "$@"; }
 until ctl status 2>/dev/null | grep -q '"state":"recording"'; do sleep 1; done
 say "waiting until the rings are full"
 sleep 32
+while [ -n "$after" ] && kill -0 "$after" 2> /dev/null; do sleep 0.2; done
 for ((event = 1; event <= count; ++event)); do ctl event --before 30 --duration 30 --preview --wait > /dev/null; done
 ctl stop > /dev/null
 wait "$recorder" || true
