@@ -1,11 +1,11 @@
 // Records for twenty seconds, then writes the last ten of them and the next five: record-one-event DIRECTORY
+#include <Tavi/EventCollect/PipelineCollectManager.h>
+#include <Tavi/Pipeline/PipelineManager.h>
+
 #include <chrono>
 #include <iostream>
 #include <string>
 #include <thread>
-
-#include "Tavi/EventCollect/PipelineCollectManager.h"
-#include "Tavi/Pipeline/PipelineManager.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) {

@@ -1,4 +1,5 @@
-# Installs the tree aside, builds the example by find_package and by pkg-config, and runs both as far as their usage.
+# Installs the tree aside, looks whether of the sources only the libraries' headers are there, builds the example by
+# find_package and by pkg-config, and runs both as far as their usage.
 set(work ${TREE}/tests/Install/outside)
 file(REMOVE_RECURSE ${work})
 
@@ -17,6 +18,29 @@ function(expect_usage program)
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${TREE} --prefix ${work}/prefix)
+
+set(roof ${work}/prefix/include/tavi)
+file(GLOB beside RELATIVE ${work}/prefix/include ${work}/prefix/include/*)
+file(GLOB rooms RELATIVE ${roof} ${roof}/*)
+if(NOT beside STREQUAL "tavi" OR NOT rooms STREQUAL "KMedia;Kbase;Kdevice;Ksystem;Tavi")
+  message(FATAL_ERROR "include has ${beside}, include/tavi has ${rooms}")
+endif()
+file(GLOB_RECURSE files LIST_DIRECTORIES true RELATIVE ${roof} ${roof}/*)
+set(allHeaders "")
+foreach(file ${files})
+  if(file MATCHES "\\.h$")
+    string(APPEND allHeaders "#include <${file}>\n")
+  elseif(IS_DIRECTORY ${roof}/${file})
+    file(GLOB content ${roof}/${file}/*)
+    if(NOT content)
+      message(FATAL_ERROR "include/tavi/${file} is empty")
+    endif()
+  else()
+    message(FATAL_ERROR "include/tavi/${file} is no header")
+  endif()
+endforeach()
+file(WRITE ${work}/all-headers.cpp "${allHeaders}")
+
 run(${CMAKE_COMMAND} -S ${EXAMPLE} -B ${work}/build -G Ninja -DCMAKE_PREFIX_PATH=${work}/prefix)
 run(${CMAKE_COMMAND} --build ${work}/build)
 expect_usage(${work}/build/record-one-event)
@@ -25,3 +49,5 @@ set(ENV{PKG_CONFIG_PATH} ${work}/prefix/${LIBDIR}/pkgconfig)
 set(ENV{LD_LIBRARY_PATH} ${work}/prefix/${LIBDIR})
 run(sh -c "c++ -std=c++20 ${EXAMPLE}/main.cpp -o ${work}/by-pkg-config $(pkg-config --cflags --libs tavi)")
 expect_usage(${work}/by-pkg-config)
+# What a header includes must be there, too, and come with what pkg-config names.
+run(sh -c "c++ -std=c++20 -fsyntax-only ${work}/all-headers.cpp $(pkg-config --cflags tavi)")
