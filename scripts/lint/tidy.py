@@ -32,12 +32,16 @@ FINDING = re.compile(r"^\S+:\d+:\d+: (?:warning|error): ", re.MULTILINE)
 
 
 def read_flags(build_dir):
-    """Flags by file of the tree, without the input's and the output's names."""
+    """Flags by file of the tree, without the input's and the output's names, and without precompiled headers: those are
+    GCC's, and without them each file shows that it includes what it uses."""
     flags = {}
     for entry in json.loads((build_dir / "compile_commands.json").read_text()):
         arguments = shlex.split(entry["command"])[1:]
         output = arguments.index("-o")
         del arguments[output : output + 2]
+        if "-include" in arguments:
+            included = arguments.index("-include")
+            del arguments[included : included + 2]
         path = os.path.relpath(entry["file"], ".")
         flags[path] = [a for a in arguments if a != "-c" and not a.endswith(entry["file"])]
     return flags
