@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
+#include "Tavi/PipelineCollect/RingTime.h"
 
 namespace Tavi::Recorder {
 
@@ -86,14 +86,10 @@ std::uint64_t SourceWatch::Take(const Entry& newest, Milliseconds now) {
   return delivered;
 }
 
-/// An entry that does not know its age has just come.
 SourceWatch::Moment SourceWatch::GetMoment(const Kbase::Pipeline::IPipelineCbElement& entry, Milliseconds now) const {
-  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(&entry);
-  if (media == nullptr) return {now, std::nullopt};
-  Moment moment{now - media->GetAge(), std::nullopt};
-  if (HasMediaTime(m_health.type) && GstUtil::IsUsable(media->buffer) && GST_BUFFER_PTS_IS_VALID(media->buffer)) {
-    moment.media = std::chrono::nanoseconds(GST_BUFFER_PTS(media->buffer));
-  }
+  Moment moment{now - PipelineCollect::GetAge(&entry), std::nullopt};
+  const auto timestamp = PipelineCollect::GetTimestamp(&entry);
+  if (timestamp && HasMediaTime(m_health.type)) moment.media = std::chrono::nanoseconds(*timestamp);
   return moment;
 }
 

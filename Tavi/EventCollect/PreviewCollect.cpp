@@ -7,7 +7,6 @@
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Tavi/Audio/AudioPipelineCollect.h"
 #include "Tavi/EventCollect/HeldWindow.h"
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/CollectFile.h"
 #include "Tavi/PipelineCollect/PipelineCollect.h"
@@ -26,12 +25,6 @@ constexpr unsigned int DefaultBitrate = 256;
 /// What a clip's length is taken for when no camera tells.
 constexpr int DefaultLength = 6;
 constexpr Milliseconds PollPeriod{20};
-
-/// How long ago the ring's newest entry was made; entries that do not tell are new.
-Milliseconds AgeOf(const Kbase::Pipeline::IPipelineElement& ring) {
-  const auto newest = std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(ring.RetrieveCurrent());
-  return newest ? newest->GetAge() : Milliseconds(0);
-}
 
 int LengthOf(std::initializer_list<const Kbase::Pipeline::IPipelineElement*> rings) {
   for (const auto* ring : rings) {
@@ -206,7 +199,7 @@ bool PreviewCollect::FindRings() {
   for (std::size_t camera = 0; camera < Cameras; ++camera) {
     m_readers[camera].reset();
     const auto ring = GetRing(camera);
-    if (!ring || !ring->IsDataAvailable() || AgeOf(*ring) >= PipelineCollect::SilenceLimit) continue;
+    if (!ring || !ring->IsDataAvailable() || GetAge(*ring) >= PipelineCollect::SilenceLimit) continue;
     const int fps = static_cast<int>(ring->GetFps());
     if (fps <= 0) continue;
     m_fps = fps;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/KeyFrameGrid.h"
 #include "Tavi/PipelineCollect/PipelineCollect.h"
@@ -26,9 +25,7 @@ int CountEntries(Kbase::Pipeline::IPipelineElement& ring, int seconds) {
 
 /// False for a source that has delivered nothing, or nothing for a while.
 bool IsAlive(const Kbase::Pipeline::IPipelineElement& ring) {
-  const auto newest = ring.RetrieveCurrent();
-  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(newest.get());
-  return newest && (media == nullptr || media->GetAge() < PipelineCollect::SilenceLimit);
+  return ring.IsDataAvailable() && GetAge(ring) < PipelineCollect::SilenceLimit;
 }
 
 /// The oldest entry of the ring that the producer will not overwrite next, as a distance from the newest one.

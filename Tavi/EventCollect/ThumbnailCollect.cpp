@@ -5,8 +5,8 @@
 #include <string>
 
 #include "KMedia/ImgUtils/Thumbnail.h"
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/RingTime.h"
 #include "Tavi/Video/GstIpuFrame.h"
 #include "Tavi/Video/VideoPipelineElement.h"
 
@@ -23,12 +23,6 @@ constexpr unsigned int Height = 160;
 
 std::string BuildThreadName(CameraType camera, bool cr) {
   return std::string(camera == CameraType::Camera0 ? "COLLECT-THUMB1" : "COLLECT-THUMB0") + (cr ? "-CR" : "");
-}
-
-/// The raw frame that such a camera still holds is as old as its silence.
-bool HasFallenSilent(const IPipelineElement& ring) {
-  const auto newest = std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(ring.RetrieveCurrent());
-  return newest && newest->GetAge() > PipelineCollect::SilenceLimit;
 }
 
 }  // namespace
@@ -58,7 +52,8 @@ std::shared_ptr<GstIpuFrame> ThumbnailCollect::TakeFrame() {
   if (m_frame) return std::move(m_frame);
   // The share keeps the camera while its frame is waited for.
   const auto camera = std::dynamic_pointer_cast<VideoPipelineElement>(GetRing());
-  if (!camera || HasFallenSilent(*camera)) return nullptr;
+  // The raw frame that a silent camera still holds is as old as its silence.
+  if (!camera || GetAge(*camera) > SilenceLimit) return nullptr;
   const auto deadline = std::chrono::steady_clock::now() + SilenceLimit;
   const auto giveUp = [&] { return ShouldStop() || std::chrono::steady_clock::now() >= deadline; };
   return std::shared_ptr<GstIpuFrame>(camera->GetIpuFrame(giveUp));

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/PipelineCollect/RingTime.h"
 
 namespace Tavi::PipelineCollect {
@@ -27,18 +26,16 @@ void EntryClock::Learn(const Kbase::Pipeline::IPipelineElement& ring) {
 }
 
 void EntryClock::Learn(const Kbase::Pipeline::IPipelineCbElement* entry) {
-  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry);
   const auto timestamp = GetTimestamp(entry);
-  if (!m_stamped || media == nullptr || !timestamp) return;
-  const auto distance = media->GetMadeAt().time_since_epoch() - std::chrono::nanoseconds(*timestamp);
+  if (!m_stamped || !timestamp) return;
+  const auto distance = GetMadeAt(entry).time_since_epoch() - std::chrono::nanoseconds(*timestamp);
   m_distance = m_distance ? std::min(*m_distance, distance) : distance;
 }
 
 EntryClock::TimePoint EntryClock::TimeOf(const Kbase::Pipeline::IPipelineCbElement* entry) const {
   const auto timestamp = m_distance ? GetTimestamp(entry) : std::nullopt;
   if (timestamp) return TimePoint(*m_distance + std::chrono::nanoseconds(*timestamp));
-  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry);
-  return media != nullptr ? media->GetMadeAt() : std::chrono::steady_clock::now();
+  return GetMadeAt(entry);
 }
 
 }  // namespace Tavi::PipelineCollect

@@ -65,6 +65,20 @@ std::optional<std::uint64_t> GetTimestamp(const Kbase::Pipeline::IPipelineCbElem
   return GST_BUFFER_PTS(media->buffer);
 }
 
+std::chrono::steady_clock::time_point GetMadeAt(const Kbase::Pipeline::IPipelineCbElement* entry) {
+  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
+  return media != nullptr ? media->GetMadeAt() : std::chrono::steady_clock::now();
+}
+
+std::chrono::milliseconds GetAge(const Kbase::Pipeline::IPipelineCbElement* entry) {
+  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
+  return media != nullptr ? media->GetAge() : std::chrono::milliseconds(0);
+}
+
+std::chrono::milliseconds GetAge(const IPipelineElement& ring) {
+  return GetAge(ring.RetrieveCurrent().get());
+}
+
 bool FindSameTime(const IPipelineElement& ring, const IPipelineElement& reference, int refPos, int frames,
                   unsigned int& pos) {
   const int back = std::clamp(frames, 0, static_cast<int>(ring.GetRingSize()) - 1);

@@ -8,14 +8,12 @@
 #include <limits>
 #include <string>
 
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/PipelineCollect/RingTime.h"
 
 namespace Tavi::PipelineCollect {
 
-using GstUtil::GstPipelineCbElement;
 using Milliseconds = std::chrono::milliseconds;
 
 namespace {
@@ -39,12 +37,6 @@ Milliseconds WakePeriod(float fps) {
 
 std::chrono::seconds Absolute(std::int32_t seconds) {
   return std::chrono::seconds(std::abs(static_cast<std::int64_t>(seconds)));
-}
-
-/// How long ago the entry was made; entries that do not tell are new.
-Milliseconds AgeOf(const Kbase::Pipeline::IPipelineCbElement* entry) {
-  const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry);
-  return media != nullptr ? media->GetAge() : Milliseconds(0);
 }
 
 }  // namespace
@@ -85,7 +77,7 @@ void PipelineCollect::WindowRun::Begin() {
   const auto ring = m_collect.GetRing();
   if (!ring) return;
   m_clock.Learn(*ring);
-  m_silentBefore = AgeOf(ring->RetrieveCurrent().get());
+  m_silentBefore = GetAge(*ring);
   if (m_startId != Ring::NoFrameId) m_reader.Follow(*ring, m_startId);
 }
 
@@ -112,7 +104,7 @@ std::uint64_t PipelineCollect::WindowRun::GetAllowance(const Entry& newest) cons
 
 /// True when the source has fallen silent and nobody waits for it; what there is of the window is written then.
 bool PipelineCollect::WindowRun::EndsInSilence(const Entry& newest) {
-  const auto age = newest ? AgeOf(newest.get())
+  const auto age = newest ? GetAge(newest.get())
                           : std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - m_begunAt);
   m_collect.m_silent = age >= m_silenceLimit;
   if (!m_collect.m_silent || (m_care.cover && !m_collect.m_endInSilence)) return false;
@@ -152,8 +144,7 @@ bool PipelineCollect::WindowRun::WritePending(std::uint64_t limit) {
 bool PipelineCollect::WindowRun::WriteEntry(const Entry& entry) {
   if (!m_file.Append([&](FILE* stream) { return m_collect.Write(stream, entry.get()); })) return false;
   if (m_times) {
-    const auto* media = dynamic_cast<const GstPipelineCbElement*>(entry.get());
-    const auto arrived = (media != nullptr ? media->GetMadeAt() : std::chrono::steady_clock::now()) - m_moment;
+    const auto arrived = GetMadeAt(entry.get()) - m_moment;
     const EntryTime time{std::chrono::nanoseconds(arrived).count(), GetTimestamp(entry.get())};
     // A companion that cannot be written has its line in the log, and costs no entry.
     m_times->Append([&](FILE* file) { return std::fputs(FormatEntryTime(time).c_str(), file) >= 0; });
