@@ -20,14 +20,13 @@
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/RecoveredEvent.h"
 #include "Tavi/GstUtil/Log.h"
-#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/RecoveryCollect/EventFileName.h"
 #include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
 namespace Tavi::Recorder {
 namespace {
 
 using EventStore::SaveResult;
-using PipelineCollect::CollectBase;
 using PipelineCollect::PipelineCollectType;
 namespace fs = std::filesystem;
 
@@ -46,17 +45,13 @@ std::time_t GetTime(const fs::path& path) {
   return ::stat(path.c_str(), &attributes) == 0 ? attributes.st_mtime : 0;
 }
 
-/// The name under which a collector's file would be saved in a power failure; empty for what would not.
+/// The name under which a collector's file would be saved in a power failure; empty for what would not: the preview and
+/// what it is made of, which bear other names than a collector's own.
 std::string GetBackupName(const std::string& fileName, const std::string& event) {
-  const std::string extension = fs::path(fileName).extension();
-  for (int value = 0; value < static_cast<int>(PipelineCollectType::Preview); ++value) {
-    std::string prefix;
-    std::string expected;
-    CollectBase::GetPipelineCollectPrefixAndExtension(static_cast<PipelineCollectType>(value), prefix, expected);
-    const bool isMuxed = expected == ".h264" && extension == ".mp4";
-    if (fileName.starts_with(prefix) && (extension == expected || isMuxed)) return prefix + event + extension;
-  }
-  return {};
+  const auto file = RecoveryCollect::ParseBackupName(fileName);
+  const bool isSaved =
+      file && !file->isHalf && file->type != PipelineCollectType::Preview && RecoveryCollect::IsUid(file->event);
+  return isSaved ? RecoveryCollect::BuildBackupName(*file, event) : std::string();
 }
 
 }  // namespace

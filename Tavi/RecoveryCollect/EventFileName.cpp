@@ -74,6 +74,11 @@ std::optional<EventFileName> ParseProductName(const std::string& fileName) {
   return Parse(fileName, GetProductAffixes);
 }
 
+std::string BuildBackupName(const EventFileName& file, const std::string& event) {
+  const Affixes affixes = file.isMuxed ? GetProductAffixes(file.type) : GetBackupAffixes(file.type);
+  return affixes.prefix + event + affixes.extension;
+}
+
 std::string BuildProductName(PipelineCollectType type, const std::string& event) {
   const Affixes affixes = GetProductAffixes(type);
   return affixes.prefix + event + affixes.extension;

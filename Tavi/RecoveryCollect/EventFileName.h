@@ -34,6 +34,8 @@ bool IsCameraVideo(PipelineCollect::PipelineCollectType type);
 std::optional<EventFileName> ParseBackupName(const std::string& fileName);
 /// The same for a recovered file: a camera's video ends in ".mp4".
 std::optional<EventFileName> ParseProductName(const std::string& fileName);
+/// The name under which the file is saved, with `event` in the place of its own.
+std::string BuildBackupName(const EventFileName& file, const std::string& event);
 /// The name of the recovered file.
 std::string BuildProductName(PipelineCollect::PipelineCollectType type, const std::string& event);
 /// Reads time and seconds off an event's name, which ends as in "_20261121T071500Z_30". Nothing when it does not.
