@@ -1,11 +1,8 @@
 // The accelerometer: its device and the ring of its blocks.
 #include "Tavi/Accel/AccPipelineElement.h"
 
-#include <memory>
-
 #include "Tavi/Accel/AccPipelineCbElement.h"
-#include "Tavi/GstUtil/GstRef.h"
-#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/RingEntry.h"
 
 namespace Tavi::Accel {
 
@@ -17,13 +14,7 @@ AccPipelineElement::~AccPipelineElement() {
 }
 
 void AccPipelineElement::SetFrame(GstBuffer* buffer) {
-  if (buffer == nullptr) return;
-  auto owned = GstUtil::GstRef<GstBuffer>::Adopt(buffer);
-  const std::uint64_t id = GetCurrentFrameId() + 1;
-  const auto entry = std::make_shared<AccPipelineCbElement>(id, owned.Get(), "acc");
-  static_cast<void>(owned.Release());
-  AddNext(entry);
-  if (id == 0) Log::Info("Aquisition for acc has been started");
+  if (GstUtil::AppendBuffer<AccPipelineCbElement>(*this, buffer, "acc")) GstUtil::LogFirst("for acc");
 }
 
 }  // namespace Tavi::Accel

@@ -2,7 +2,6 @@
 #include "Tavi/Accel/GstAccPipelineElement.h"
 
 #include <algorithm>
-#include <new>
 
 #include "Kbase/UtilAcc/UtilAcc.h"
 #include "Tavi/GstUtil/Log.h"
@@ -22,8 +21,6 @@ constexpr std::uint8_t Address = 0x1C;
 /// Values that each axis is averaged over: 0.61 s.
 constexpr std::int32_t Window = 61;
 
-constexpr int NsPerSecond = 1000000000;
-
 }  // namespace
 
 GstAccPipelineElement::GstAccPipelineElement(const AccConfig& config)
@@ -31,7 +28,8 @@ GstAccPipelineElement::GstAccPipelineElement(const AccConfig& config)
       m_axisAverage1(Window),
       m_axisAverage2(Window),
       m_axisAverage3(Window),
-      m_rate(config.rate) {
+      m_buffers(GST_MEMORY_FLAG_READONLY, config.rate, GstBufferDestroyedNotify),
+      m_guard(Log::Tag, "a block of the accelerometer is lost") {
   IThreadDelegate* self = this;
   m_device.Prepare(self);
 }
@@ -42,7 +40,7 @@ GstAccPipelineElement::~GstAccPipelineElement() {
 
 void GstAccPipelineElement::Start() {
   if (m_device.IsRunning()) return;
-  m_timestamp = 0;
+  m_buffers.Restart();
   m_running = m_device.Start();
 }
 
@@ -55,11 +53,8 @@ void GstAccPipelineElement::Stop() {
 
 void GstAccPipelineElement::Invoke(Kbase::Interfaces::IThread* /*thread*/, void* data) {
   if (data == nullptr) return;
-  try {
-    SetFrame(BuildGstBuffer(BuildRecord(*static_cast<const SampleBlock*>(data)).release()));
-  } catch (const std::bad_alloc&) {
-    Log::Error("no memory for a block of the accelerometer");
-  }
+  m_guard.Run(
+      [this, data] { SetFrame(BuildGstBuffer(BuildRecord(*static_cast<const SampleBlock*>(data)).release())); });
   if (m_resetPending.exchange(false)) ClearAverages();
 }
 
@@ -77,16 +72,7 @@ std::unique_ptr<AccDataPak> GstAccPipelineElement::BuildRecord(const SampleBlock
 }
 
 GstBuffer* GstAccPipelineElement::BuildGstBuffer(AccDataPak* record) {
-  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, record, sizeof(AccDataPak), 0,
-                                                  sizeof(AccDataPak), record, GstBufferDestroyedNotify);
-  if (buffer == nullptr) {
-    GstBufferDestroyedNotify(record);
-    return nullptr;
-  }
-  GST_BUFFER_PTS(buffer) = m_timestamp;
-  GST_BUFFER_DURATION(buffer) = gst_util_uint64_scale_int(1, NsPerSecond, std::max(m_rate, 1));
-  m_timestamp += GST_BUFFER_DURATION(buffer);
-  return buffer;
+  return m_buffers.Wrap(record);
 }
 
 void GstAccPipelineElement::GstBufferDestroyedNotify(void* data) noexcept {

@@ -8,10 +8,12 @@
 #include <memory>
 
 #include "Kbase/Interfaces/IThread.h"
+#include "Kbase/Util/EntryGuard.h"
 #include "Kbase/Util/MovingAverage.h"
 #include "Kdevice/ACC/AccDevice.h"
 #include "Tavi/Accel/AccConfig.h"
 #include "Tavi/Accel/AccDataPak.h"
+#include "Tavi/GstUtil/RecordWrapper.h"
 
 namespace Tavi::Accel {
 
@@ -46,7 +48,7 @@ class GstAccPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
 
  protected:
   /// Blocks a second.
-  [[nodiscard]] std::int32_t GetRate() const { return m_rate; }
+  [[nodiscard]] std::int32_t GetRate() const { return m_buffers.GetRate(); }
 
  private:
   [[nodiscard]] std::unique_ptr<AccDataPak> BuildRecord(const Kdevice::ACC::SampleBlock& block);
@@ -61,9 +63,8 @@ class GstAccPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   Kbase::Util::MovingAverage<float> m_axisAverage3;
   std::atomic<bool> m_running{false};
   std::atomic<bool> m_resetPending{false};
-  /// Presentation time of the next buffer in nanoseconds.
-  std::uint64_t m_timestamp = 0;
-  std::int32_t m_rate = 10;
+  GstUtil::RecordWrapper m_buffers;
+  Kbase::Util::EntryGuard m_guard;
 };
 
 }  // namespace Tavi::Accel

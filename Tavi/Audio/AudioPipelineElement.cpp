@@ -1,10 +1,8 @@
 // The microphone: its GStreamer branch and the ring of its MP3 frames.
 #include "Tavi/Audio/AudioPipelineElement.h"
 
-#include <memory>
-
 #include "Tavi/Audio/AudioPipelineCbElement.h"
-#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/RingEntry.h"
 
 namespace Tavi::Audio {
 
@@ -19,10 +17,7 @@ AudioPipelineElement::~AudioPipelineElement() {
 }
 
 void AudioPipelineElement::SetFrame(GstBuffer* buffer) {
-  if (buffer == nullptr) return;
-  const std::uint64_t id = GetCurrentFrameId() + 1;
-  AddNext(std::make_shared<AudioPipelineCbElement>(id, buffer));
-  if (id == 0) Log::Info("Aquisition for audio has been started");
+  if (GstUtil::AppendBuffer<AudioPipelineCbElement>(*this, buffer)) GstUtil::LogFirst("for audio");
 }
 
 }  // namespace Tavi::Audio

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "KMedia/Alsa/AudioGain.h"
-#include "Tavi/GstUtil/AppSink.h"
 #include "Tavi/GstUtil/BranchParts.h"
 #include "Tavi/GstUtil/Log.h"
 
@@ -20,9 +19,8 @@ constexpr float MicrosecondsPerSecond = 1e6F;
 
 }  // namespace
 
-GstAudioPipelineElement::GstAudioPipelineElement(const AudioConfig& config)
-    : m_ownPipeline(GstRef<GstElement>::Sink(gst_pipeline_new("audio-pipeline"))) {
-  if (m_ownPipeline) Init(m_ownPipeline.Get(), config);
+GstAudioPipelineElement::GstAudioPipelineElement(const AudioConfig& config) {
+  if (GstElement* pipeline = m_ends.MakePipeline("audio-pipeline")) Init(pipeline, config);
 }
 
 GstAudioPipelineElement::GstAudioPipelineElement(GstElement* pipeline, const AudioConfig& config) {
@@ -48,37 +46,21 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   const std::string problem = GstUtil::TryState(source, GST_STATE_READY);
   GstUtil::AddToBin(GST_BIN(pipeline), {source, encoder, sink});
   GstUtil::LinkChain({source, encoder, sink});
-  Connect(source, sink);
+  m_ends.ConnectSource(source, RunningCallback, this);
+  m_ends.ConnectSink(sink, SetEncodedFrameCallback, this);
   if (problem.empty()) return;
   Log::Error("the microphone cannot be opened (" + problem + "): there is no sound until the next start");
   for (GstElement* element : {source, encoder, sink}) gst_element_set_locked_state(element, TRUE);
 }
 
-void GstAudioPipelineElement::Connect(GstElement* source, GstElement* sink) {
-  m_sourcePad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(source, "src"));
-  m_probe = gst_pad_add_probe(m_sourcePad.Get(), GST_PAD_PROBE_TYPE_BUFFER, RunningCallback, this, nullptr);
-  m_sink = GstRef<GstElement>::Share(sink);
-  GstUtil::SetSampleCallback(sink, SetEncodedFrameCallback, this);
+GstPadProbeReturn GstAudioPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/,
+                                                           void* element) noexcept {
+  return static_cast<const GstAudioPipelineElement*>(element)->m_ends.Pass();
 }
 
-void GstAudioPipelineElement::Detach() {
-  SetRunning(false);
-  if (m_ownPipeline) gst_element_set_state(m_ownPipeline.Get(), GST_STATE_NULL);
-  if (m_probe != 0) gst_pad_remove_probe(m_sourcePad.Get(), m_probe);
-  m_probe = 0;
-  GstUtil::ClearSampleCallback(m_sink);
-}
-
-GstPadProbeReturn GstAudioPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, void* element) {
-  const auto* self = static_cast<const GstAudioPipelineElement*>(element);
-  return self->m_running.load(std::memory_order_acquire) ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
-}
-
-GstFlowReturn GstAudioPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) {
+GstFlowReturn GstAudioPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept {
   auto* self = static_cast<GstAudioPipelineElement*>(element);
-  (void)self->m_running.load(std::memory_order_acquire);
-  if (GstBuffer* buffer = GstUtil::PullBuffer(sink)) self->SetFrame(buffer);
-  return GST_FLOW_OK;
+  return self->m_ends.Deliver(sink, [self](GstSample* sample) { self->SetFrame(GstUtil::ShareBuffer(sample)); });
 }
 
 }  // namespace Tavi::Audio

@@ -4,10 +4,8 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
-#include <atomic>
-
 #include "Tavi/Audio/AudioConfig.h"
-#include "Tavi/GstUtil/GstRef.h"
+#include "Tavi/GstUtil/BranchEnds.h"
 
 namespace Tavi::Audio {
 
@@ -30,31 +28,24 @@ class GstAudioPipelineElement {
   /// Receives one MP3 frame with one reference; null is ignored.
   virtual void SetFrame(GstBuffer* buffer) = 0;
 
-  static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element);
-  static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element);
+  static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element) noexcept;
+  static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept;
 
   GstAudioPipelineElement(const GstAudioPipelineElement&) = delete;
   GstAudioPipelineElement& operator=(const GstAudioPipelineElement&) = delete;
 
  protected:
-  void SetRunning(bool running) { m_running.store(running, std::memory_order_release); }
+  void SetRunning(bool running) { m_ends.SetRunning(running); }
   /// Takes probe and callback off the branch and waits for those under way.
-  void Detach();
+  void Detach() { m_ends.Detach(); }
 
   [[nodiscard]] const AudioConfig& GetConfig() const { return m_config; }
 
  private:
   void Init(GstElement* pipeline, const AudioConfig& config);
-  void Connect(GstElement* source, GstElement* sink);
 
-  /// What the probe on the source lets through; the streaming thread also reads it first, which orders it after the
-  /// thread that built the element.
-  std::atomic<bool> m_running{false};
-  GstUtil::GstRef<GstElement> m_sink;
+  GstUtil::BranchEnds m_ends{"a frame of sound is lost"};
   AudioConfig m_config;
-  GstUtil::GstRef<GstPad> m_sourcePad;
-  gulong m_probe = 0;
-  GstUtil::GstRef<GstElement> m_ownPipeline;
 };
 
 }  // namespace Tavi::Audio

@@ -1,10 +1,8 @@
 // The GPS receiver: its device and the ring of its fixes.
 #include "Tavi/Gps/GpsPipelineElement.h"
 
-#include <memory>
-
 #include "Tavi/Gps/GpsPipelineCbElement.h"
-#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/RingEntry.h"
 
 namespace Tavi::Gps {
 
@@ -16,10 +14,7 @@ GpsPipelineElement::~GpsPipelineElement() {
 }
 
 void GpsPipelineElement::SetFrame(GstBuffer* buffer) {
-  if (buffer == nullptr) return;
-  const std::uint64_t id = GetCurrentFrameId() + 1;
-  AddNext(std::make_shared<GpsPipelineCbElement>(id, buffer));
-  if (id == 0) Log::Info("Aquisition for gps has been started");
+  if (GstUtil::AppendBuffer<GpsPipelineCbElement>(*this, buffer)) GstUtil::LogFirst("for gps");
 }
 
 }  // namespace Tavi::Gps

@@ -1,12 +1,16 @@
 // Turns each epoch of the receiver's text into a buffer with its fix.
 #include "Tavi/Gps/GstGpsPipelineElement.h"
 
-#include <algorithm>
 #include <sstream>
+
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Gps {
 
-GstGpsPipelineElement::GstGpsPipelineElement(const GpsConfig& config) : m_rate(config.rate), m_path(config.path) {
+GstGpsPipelineElement::GstGpsPipelineElement(const GpsConfig& config)
+    : m_path(config.path),
+      m_buffers(GST_MEMORY_FLAG_ZERO_PREFIXED, config.rate, GstBufferDestroyedNotify),
+      m_guard(Log::Tag, "a fix of the receiver is lost") {
   m_device.baud = config.baud;
   IThreadDelegate* self = this;
   m_device.Prepare(self);
@@ -15,7 +19,7 @@ GstGpsPipelineElement::GstGpsPipelineElement(const GpsConfig& config) : m_rate(c
 GstGpsPipelineElement::~GstGpsPipelineElement() = default;
 
 void GstGpsPipelineElement::Start() {
-  m_timestamp = 0;
+  m_buffers.Restart();
   if (!m_device.IsRunning()) m_device.path = m_path;
   m_device.Start();
   m_running = true;
@@ -27,28 +31,24 @@ void GstGpsPipelineElement::Stop() {
 }
 
 void GstGpsPipelineElement::Invoke(Kbase::Interfaces::IThread* /*thread*/, void* data) {
-  std::istringstream text(static_cast<const char*>(data));
-  GPSDataPackage package;
-  for (std::string line; std::getline(text, line);) {
-    if (line.empty()) continue;
-    GPSLine sentence(line.data());
-    package.AddLine(sentence);
-  }
-  package.PostProcess();
-  SetFrame(BuildGstBuffer(package));
+  m_guard.Run([this, data] {
+    std::istringstream text(static_cast<const char*>(data));
+    GPSDataPackage package;
+    for (std::string line; std::getline(text, line);) {
+      if (line.empty()) continue;
+      GPSLine sentence(line.data());
+      package.AddLine(sentence);
+    }
+    package.PostProcess();
+    SetFrame(BuildGstBuffer(package));
+  });
 }
 
 GstBuffer* GstGpsPipelineElement::BuildGstBuffer(GPSDataPackage& package) {
-  GpsData* record = package.ReleaseData().release();
-  if (record == nullptr) return nullptr;
-  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_ZERO_PREFIXED, record, sizeof(*record), 0,
-                                                  sizeof(*record), record, GstBufferDestroyedNotify);
-  GST_BUFFER_DURATION(buffer) = gst_util_uint64_scale_int(1, GST_SECOND, std::max(m_rate, 1));
-  GST_BUFFER_PTS(buffer) = m_timestamp.fetch_add(GST_BUFFER_DURATION(buffer));
-  return buffer;
+  return m_buffers.Wrap(package.ReleaseData().release());
 }
 
-void GstGpsPipelineElement::GstBufferDestroyedNotify(void* record) {
+void GstGpsPipelineElement::GstBufferDestroyedNotify(void* record) noexcept {
   delete static_cast<GpsData*>(record);
 }
 

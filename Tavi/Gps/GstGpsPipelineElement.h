@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <string>
 
+#include "Kbase/Util/EntryGuard.h"
 #include "Kdevice/GpsDevice/GpsDevice.h"
 #include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GpsConfig.h"
+#include "Tavi/GstUtil/RecordWrapper.h"
 
 namespace Tavi::Gps {
 
@@ -23,7 +25,8 @@ class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   /// Starts the device; time stamps begin at 0 again.
   void Start();
   void Stop();
-  /// One epoch: `data` is its NUL-terminated text, borrowed. Always makes one buffer, valid fix or not.
+  /// One epoch: `data` is its NUL-terminated text, borrowed. Always makes one buffer, valid fix or not, unless
+  /// there is no memory for it.
   void Invoke(Kbase::Interfaces::IThread* thread, void* data) override;
   /// Receives one fix with one reference; null is ignored.
   virtual void SetFrame(GstBuffer* buffer) = 0;
@@ -31,21 +34,20 @@ class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   /// Wraps the package's record, which passes to the buffer, and stamps it: time stamps advance by one second over the
   /// rate. Null when the package has no record any more.
   GstBuffer* BuildGstBuffer(GPSDataPackage& package);
-  static void GstBufferDestroyedNotify(void* record);
+  static void GstBufferDestroyedNotify(void* record) noexcept;
 
   GstGpsPipelineElement(const GstGpsPipelineElement&) = delete;
   GstGpsPipelineElement& operator=(const GstGpsPipelineElement&) = delete;
 
  protected:
-  [[nodiscard]] std::int32_t GetRate() const { return m_rate; }
+  [[nodiscard]] std::int32_t GetRate() const { return m_buffers.GetRate(); }
 
  private:
   Kdevice::GpsDevice::GpsDevice m_device;
   std::atomic<bool> m_running{false};
-  /// Presentation time of the next fix in nanoseconds.
-  std::atomic<std::uint64_t> m_timestamp{0};
-  std::int32_t m_rate = 1;
   std::string m_path;
+  GstUtil::RecordWrapper m_buffers;
+  Kbase::Util::EntryGuard m_guard;
 };
 
 }  // namespace Tavi::Gps

@@ -3,10 +3,14 @@
 
 namespace Tavi::GstUtil {
 
-GstBuffer* PullBuffer(GstAppSink* sink) {
-  const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_pull_sample(sink));
-  GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
-  return buffer == nullptr ? nullptr : gst_buffer_ref(buffer);
+GstRef<GstSample> PullSample(GstAppSink* sink) {
+  auto sample = GstRef<GstSample>::Adopt(gst_app_sink_pull_sample(sink));
+  if (sample && gst_sample_get_buffer(sample.Get()) == nullptr) sample.Reset();
+  return sample;
+}
+
+GstBuffer* ShareBuffer(GstSample* sample) {
+  return gst_buffer_ref(gst_sample_get_buffer(sample));
 }
 
 void SetSampleCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element) {

@@ -8,8 +8,10 @@
 
 namespace Tavi::GstUtil {
 
-/// The buffer of the sink's next sample with a reference for the caller; null when the sink has none to give any more.
-[[nodiscard]] GstBuffer* PullBuffer(GstAppSink* sink);
+/// The sink's next sample, which has a buffer; null when the sink has none to give any more.
+[[nodiscard]] GstRef<GstSample> PullSample(GstAppSink* sink);
+/// The sample's buffer with a reference for the caller.
+[[nodiscard]] GstBuffer* ShareBuffer(GstSample* sample);
 
 /// `newSample` is called on the sink's streaming thread; signals are off.
 void SetSampleCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element);

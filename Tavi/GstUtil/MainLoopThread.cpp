@@ -10,7 +10,7 @@
 namespace Tavi::Pipeline {
 namespace {
 
-gboolean QuitLoop(gpointer loop) {
+gboolean QuitLoop(gpointer loop) noexcept {
   g_main_loop_quit(static_cast<GMainLoop*>(loop));
   return G_SOURCE_CONTINUE;
 }

@@ -3,11 +3,12 @@
 
 #include <gst/gst.h>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 
+#include "Kbase/Util/EntryGuard.h"
 #include "Kbase/Util/Timer.h"
+#include "Tavi/GstUtil/RecordWrapper.h"
 #include "Tavi/Other/OtherConfig.h"
 #include "Tavi/Other/OtherDataPak.h"
 
@@ -27,21 +28,21 @@ class GstOtherPipelineElement {
   /// Receives one sample with one reference; null is ignored.
   virtual void SetFrame(GstBuffer* buffer) = 0;
 
+  /// Makes one sample, unless there is no memory for it.
   void Tick(Kbase::Util::Timer* timer);
   /// Wraps the sample, which passes to the buffer, and stamps it: time stamps advance by one second over the rate.
   GstBuffer* BuildGstBuffer(OtherDataPak& sample);
-  static void GstBufferDestroyedNotify(void* sample);
+  static void GstBufferDestroyedNotify(void* sample) noexcept;
 
   GstOtherPipelineElement(const GstOtherPipelineElement&) = delete;
   GstOtherPipelineElement& operator=(const GstOtherPipelineElement&) = delete;
 
  protected:
-  [[nodiscard]] std::int32_t GetRate() const { return m_rate; }
+  [[nodiscard]] std::int32_t GetRate() const { return m_buffers.GetRate(); }
 
  private:
-  /// Presentation time of the next sample in nanoseconds.
-  std::atomic<std::uint64_t> m_timestamp{0};
-  std::int32_t m_rate;
+  GstUtil::RecordWrapper m_buffers;
+  Kbase::Util::EntryGuard m_guard;
   std::unique_ptr<Kbase::Util::Timer> m_timer;
 };
 

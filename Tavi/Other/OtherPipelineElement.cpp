@@ -1,9 +1,7 @@
 // The system metrics: their sampling and the ring of samples.
 #include "Tavi/Other/OtherPipelineElement.h"
 
-#include <memory>
-
-#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/RingEntry.h"
 #include "Tavi/Other/OtherPipelineCbElement.h"
 
 namespace Tavi::Other {
@@ -16,10 +14,7 @@ OtherPipelineElement::~OtherPipelineElement() {
 }
 
 void OtherPipelineElement::SetFrame(GstBuffer* buffer) {
-  if (buffer == nullptr) return;
-  const std::uint64_t id = GetCurrentFrameId() + 1;
-  AddNext(std::make_shared<OtherPipelineCbElement>(id, buffer));
-  if (id == 0) Log::Info("Aquisition (other) has been started");
+  if (GstUtil::AppendBuffer<OtherPipelineCbElement>(*this, buffer)) GstUtil::LogFirst("(other)");
 }
 
 }  // namespace Tavi::Other

@@ -5,17 +5,13 @@
 #include <chrono>
 #include <string>
 
-#include "Tavi/GstUtil/AppSink.h"
 #include "Tavi/Video/CameraBranch.h"
 #include "Tavi/Video/GstIpuFrame.h"
 #include "Tavi/Video/VideoPipelineCbElement.h"
 
 namespace Tavi::Video {
 
-using GstUtil::ClearSampleCallback;
 using GstUtil::GstRef;
-using GstUtil::PullBuffer;
-using GstUtil::SetSampleCallback;
 
 namespace {
 
@@ -43,8 +39,7 @@ void KeepNewestOnly(GstElement* sink) {
 GstVideoPipelineElement::GstVideoPipelineElement(const VideoConfig& config) {
   const std::string camera = GetCameraName(config.cameraType);
   if (camera.empty()) return;
-  m_ownPipeline = GstRef<GstElement>::Sink(gst_pipeline_new((camera + "-pipeline").c_str()));
-  if (m_ownPipeline) Init(m_ownPipeline.Get(), config);
+  if (GstElement* pipeline = m_ends.MakePipeline(camera + "-pipeline")) Init(pipeline, config);
 }
 
 GstVideoPipelineElement::GstVideoPipelineElement(GstElement* pipeline, const VideoConfig& config) {
@@ -57,64 +52,44 @@ void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& conf
   const CameraBranch branch = CameraBranch::Build(GST_BIN(pipeline), config);
   m_config = config;
   if (branch.source == nullptr) return;
-  ConnectSource(branch.source);
-  ConnectSinks(branch.rawSink, branch.encodedSink, branch.previewSink);
-}
-
-void GstVideoPipelineElement::ConnectSource(GstElement* source) {
-  m_sourcePad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(source, "src"));
-  m_probe = gst_pad_add_probe(m_sourcePad.Get(), GST_PAD_PROBE_TYPE_BUFFER, RunningCallback, this, nullptr);
-}
-
-void GstVideoPipelineElement::ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview) {
-  m_rawSink = GstRef<GstElement>::Share(raw);
-  KeepNewestOnly(raw);
-  m_encodedSink = GstRef<GstElement>::Share(encoded);
-  SetSampleCallback(encoded, SetEncodedFrameCallback, this);
-  if (preview == nullptr) return;
-  m_previewSink = GstRef<GstElement>::Share(preview);
-  KeepNewestOnly(preview);
-  SetSampleCallback(preview, SetPreviewFrameCallback, this);
+  m_ends.ConnectSource(branch.source, RunningCallback, this);
+  m_rawSink = GstRef<GstElement>::Share(branch.rawSink);
+  KeepNewestOnly(branch.rawSink);
+  m_ends.ConnectSink(branch.encodedSink, SetEncodedFrameCallback, this);
+  if (branch.previewSink == nullptr) return;
+  KeepNewestOnly(branch.previewSink);
+  m_ends.ConnectSink(branch.previewSink, SetPreviewFrameCallback, this);
 }
 
 void GstVideoPipelineElement::Detach() {
-  SetRunning(false);
-  if (m_ownPipeline) gst_element_set_state(m_ownPipeline.Get(), GST_STATE_NULL);
-  if (m_probe != 0) gst_pad_remove_probe(m_sourcePad.Get(), m_probe);
-  m_probe = 0;
-  ClearSampleCallback(m_encodedSink);
-  ClearSampleCallback(m_previewSink);
+  m_ends.Detach();
   std::unique_lock lock(m_rawFrameMutex);
   m_pullEnded.wait(lock, [this] { return !m_pulling; });
 }
 
-GstPadProbeReturn GstVideoPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, void* element) {
-  const auto* self = static_cast<const GstVideoPipelineElement*>(element);
-  return self->m_running.load(std::memory_order_acquire) ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
+GstPadProbeReturn GstVideoPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/,
+                                                           void* element) noexcept {
+  return static_cast<const GstVideoPipelineElement*>(element)->m_ends.Pass();
 }
 
-GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) {
+GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept {
   auto* self = static_cast<GstVideoPipelineElement*>(element);
-  (void)self->m_running.load(std::memory_order_acquire);
-  const auto sample = GstRef<GstSample>::Adopt(gst_app_sink_pull_sample(sink));
-  GstBuffer* buffer = sample ? gst_sample_get_buffer(sample.Get()) : nullptr;
-  if (buffer == nullptr) return GST_FLOW_OK;
-  self->m_setup.TakeCaps(gst_sample_get_caps(sample.Get()));
-  self->SetEncodedFrame(gst_buffer_ref(buffer));
-  return GST_FLOW_OK;
+  return self->m_ends.Deliver(sink, [self](GstSample* sample) {
+    self->m_setup.TakeCaps(gst_sample_get_caps(sample));
+    self->SetEncodedFrame(GstUtil::ShareBuffer(sample));
+  });
 }
 
-GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) {
+GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept {
   auto* self = static_cast<GstVideoPipelineElement*>(element);
-  (void)self->m_running.load(std::memory_order_acquire);
+  static_cast<void>(self->m_ends.IsRunning());
   const std::uint64_t number = self->m_previewCounter++;
   const std::int32_t previewFps = self->m_config.previewFps;
   if (previewFps <= 0) return GST_FLOW_OK;
   // A preview that is asked to be faster than its camera gets every frame.
   const auto divisor = static_cast<std::uint64_t>(std::max(self->m_config.fps / previewFps, 1));
   if (number % divisor != 0) return GST_FLOW_OK;
-  if (GstBuffer* buffer = PullBuffer(sink)) self->SetPreviewFrame(buffer);
-  return GST_FLOW_OK;
+  return self->m_ends.Deliver(sink, [self](GstSample* sample) { self->SetPreviewFrame(GstUtil::ShareBuffer(sample)); });
 }
 
 bool GstVideoPipelineElement::BeginPull() {
@@ -148,7 +123,7 @@ GstBuffer* GstVideoPipelineElement::GetRawFrame() {
 
 GstBuffer* GstVideoPipelineElement::GetRawFrame(const std::function<bool()>& giveUp) {
   const auto sample = PullRawSample(giveUp);
-  return sample ? gst_buffer_ref(gst_sample_get_buffer(sample.Get())) : nullptr;
+  return sample ? GstUtil::ShareBuffer(sample.Get()) : nullptr;
 }
 
 GstIpuFrame* GstVideoPipelineElement::GetIpuFrame() {

@@ -4,13 +4,13 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 
+#include "Tavi/GstUtil/BranchEnds.h"
 #include "Tavi/GstUtil/GstRef.h"
 #include "Tavi/Video/StreamSetup.h"
 #include "Tavi/Video/VideoConfig.h"
@@ -49,15 +49,15 @@ class GstVideoPipelineElement {
   GstIpuFrame* GetIpuFrame();
   GstIpuFrame* GetIpuFrame(const std::function<bool()>& giveUp);
 
-  static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element);
-  static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element);
-  static GstFlowReturn SetPreviewFrameCallback(GstAppSink* sink, void* element);
+  static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element) noexcept;
+  static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept;
+  static GstFlowReturn SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept;
 
   GstVideoPipelineElement(const GstVideoPipelineElement&) = delete;
   GstVideoPipelineElement& operator=(const GstVideoPipelineElement&) = delete;
 
  protected:
-  void SetRunning(bool running) { m_running.store(running, std::memory_order_release); }
+  void SetRunning(bool running) { m_ends.SetRunning(running); }
   /// Takes probe and callbacks off the branch and waits for those under way, raw-frame pulls included.
   void Detach();
 
@@ -67,18 +67,12 @@ class GstVideoPipelineElement {
 
  private:
   void Init(GstElement* pipeline, const VideoConfig& config);
-  void ConnectSource(GstElement* source);
-  void ConnectSinks(GstElement* raw, GstElement* encoded, GstElement* preview);
   GstUtil::GstRef<GstSample> PullRawSample(const std::function<bool()>& giveUp);
   bool BeginPull();
   void EndPull();
 
-  /// What the probe on the source lets through; the streaming threads also read it first, which orders them after the
-  /// thread that built the element.
-  std::atomic<bool> m_running{false};
+  GstUtil::BranchEnds m_ends{"a frame of a camera is lost"};
   GstUtil::GstRef<GstElement> m_rawSink;
-  GstUtil::GstRef<GstElement> m_encodedSink;
-  GstUtil::GstRef<GstElement> m_previewSink;
   VideoConfig m_config;
   /// Belongs to the encoded frames' streaming thread.
   SetupTracker m_setup;
@@ -87,9 +81,6 @@ class GstVideoPipelineElement {
   std::mutex m_rawFrameMutex;
   std::condition_variable m_pullEnded;
   bool m_pulling = false;
-  GstUtil::GstRef<GstPad> m_sourcePad;
-  gulong m_probe = 0;
-  GstUtil::GstRef<GstElement> m_ownPipeline;
 };
 
 }  // namespace Tavi::Video

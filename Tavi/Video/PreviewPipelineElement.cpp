@@ -1,10 +1,9 @@
 // The last few seconds of one camera's scaled frames.
 #include "Tavi/Video/PreviewPipelineElement.h"
 
-#include <memory>
 #include <string>
 
-#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/RingEntry.h"
 #include "Tavi/Video/VideoPipelineCbElement.h"
 
 namespace Tavi::Video {
@@ -21,10 +20,9 @@ PreviewPipelineElement::PreviewPipelineElement(const VideoConfig& config, int ri
     : IPipelineElement(ringSize), m_config(config) {}
 
 void PreviewPipelineElement::SetFrame(GstBuffer* buffer) {
-  if (buffer == nullptr) return;
-  const std::uint64_t id = GetCurrentFrameId() + 1;
-  AddNext(std::make_shared<PreviewPipelineCbElement>(id, buffer, GetPreviewName(m_config.cameraType)));
-  if (id == 0) Log::Info("Aquisition for preview " + GetCameraName(m_config.cameraType) + " has been started");
+  if (GstUtil::AppendBuffer<PreviewPipelineCbElement>(*this, buffer, GetPreviewName(m_config.cameraType))) {
+    GstUtil::LogFirst("for preview " + GetCameraName(m_config.cameraType));
+  }
 }
 
 }  // namespace Tavi::Video

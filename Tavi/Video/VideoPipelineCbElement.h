@@ -20,9 +20,9 @@ inline std::string GetCameraName(CameraType type) {
 /// One encoded H.264 access unit.
 class VideoPipelineCbElement final : public GstUtil::GstPipelineCbElement {
  public:
-  VideoPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, const std::string& camera,
+  VideoPipelineCbElement(std::uint64_t id, GstBuffer* ownedBuffer, std::string camera,
                          std::shared_ptr<const StreamSetup> streamSetup = nullptr)
-      : GstPipelineCbElement(id, ownedBuffer, camera), cameraName(camera), setup(std::move(streamSetup)) {}
+      : GstPipelineCbElement(id, ownedBuffer, camera), cameraName(std::move(camera)), setup(std::move(streamSetup)) {}
 
   const std::string cameraName;
   /// What a decoder has to know before it; null while the encoder has not told, and for a plain byte stream that brings

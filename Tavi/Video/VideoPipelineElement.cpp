@@ -1,9 +1,9 @@
 // One camera: its GStreamer branch and the ring of its access units.
 #include "Tavi/Video/VideoPipelineElement.h"
 
-#include <memory>
+#include <string>
 
-#include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/RingEntry.h"
 #include "Tavi/Video/PreviewPipelineElement.h"
 #include "Tavi/Video/VideoPipelineCbElement.h"
 
@@ -20,11 +20,14 @@ VideoPipelineElement::~VideoPipelineElement() {
 }
 
 void VideoPipelineElement::SetEncodedFrame(GstBuffer* buffer) {
-  if (buffer == nullptr) return;
-  const std::uint64_t id = GetCurrentFrameId() + 1;
   const std::string camera = GetCameraName(GetConfig().cameraType);
-  AddNext(std::make_shared<VideoPipelineCbElement>(id, buffer, camera, FollowSetup(buffer)));
-  if (id == 0) Log::Info("Aquisition for " + camera + " has been started");
+  if (buffer == nullptr) return;
+  // What follows the stream's setup may run out of memory, too.
+  auto owned = GstUtil::GstRef<GstBuffer>::Adopt(buffer);
+  auto setup = FollowSetup(buffer);
+  if (GstUtil::AppendBuffer<VideoPipelineCbElement>(*this, owned.Release(), camera, std::move(setup))) {
+    GstUtil::LogFirst("for " + camera);
+  }
 }
 
 void VideoPipelineElement::SetPreviewFrame(GstBuffer* buffer) {
