@@ -41,7 +41,10 @@ std::optional<uid_t> GetPeerUser(int socketFd) {
 }  // namespace
 
 ControlServer::ControlServer(ControlHandler& handler, const ControlLimits& limits)
-    : IThread("CONTROL"), m_handler(handler), m_limits(limits), m_mailbox(std::make_shared<ReplyMailbox>()) {}
+    : IThread("CONTROL", OnFailure::GoOn),
+      m_handler(handler),
+      m_limits(limits),
+      m_mailbox(std::make_shared<ReplyMailbox>()) {}
 
 ControlServer::~ControlServer() {
   Stop();

@@ -19,7 +19,7 @@ constexpr const char* EraseLine = "\r\x1b[K";
 
 }  // namespace
 
-Console::Console() : IThread("CONSOLE"), m_terminal(isatty(STDERR_FILENO) == 1) {
+Console::Console() : IThread("CONSOLE", OnFailure::GoOn), m_terminal(isatty(STDERR_FILENO) == 1) {
   if (!m_terminal) return;
   auto& logger = Kbase::Klog::Logger::GetInstance();
   logger.SetConsole(false);

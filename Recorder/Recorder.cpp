@@ -116,11 +116,11 @@ void Recorder::Wait(const std::string& what, double seconds) {
 }
 
 void Recorder::TakeEvent(int number) {
-  std::thread beside;
+  std::jthread beside;
   if (m_second) {
-    beside = std::thread([this, number] {
+    beside = std::jthread([this, number] {
       pthread_setname_np(pthread_self(), "EVENT-CR");
-      Collect(*m_second, number);
+      if (!m_guard.Run([this, number] { Collect(*m_second, number); })) m_failed = true;
     });
   }
   m_console.Begin(fmt::format("collecting event {}", number), std::chrono::seconds(m_options.durationSeconds));

@@ -7,10 +7,12 @@
 #include <mutex>
 #include <string>
 
+#include "Kbase/Util/EntryGuard.h"
 #include "Recorder/Console.h"
 #include "Recorder/EventReport.h"
 #include "Recorder/Options.h"
 #include "Tavi/EventCollect/PipelineCollectManager.h"
+#include "Tavi/GstUtil/Log.h"
 #include "Tavi/Pipeline/PipelineManager.h"
 
 namespace Tavi::Recorder {
@@ -60,6 +62,7 @@ class Recorder final : private PipelineCollect::CollectAsyncCallbackInterface {
   std::condition_variable m_muxed;
   /// Events that a mux thread will report.
   int m_muxing = 0;
+  Kbase::Util::EntryGuard m_guard{Log::Tag, "an event of the second manager could not be collected"};
 };
 
 }  // namespace Tavi::Recorder

@@ -22,7 +22,7 @@ sigset_t GetSignals() {
 }  // namespace
 
 SignalThread::SignalThread(std::function<void(int)> handler)
-    : IThread("SIGNALS"), m_handler(std::move(handler)), m_signals(GetSignals()) {
+    : IThread("SIGNALS", OnFailure::GoOn), m_handler(std::move(handler)), m_signals(GetSignals()) {
   Start();
 }
 

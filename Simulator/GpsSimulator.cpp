@@ -28,7 +28,7 @@ std::int64_t WallMs() {
 }  // namespace
 
 GpsSimulator::GpsSimulator(const Drive& drive, const DriveClock& clock, int rate)
-    : IThread("SIM-GPS"), m_drive(drive), m_clock(clock), m_rate(std::clamp(rate, 1, 10)) {
+    : IThread("SIM-GPS", OnFailure::GoOn), m_drive(drive), m_clock(clock), m_rate(std::clamp(rate, 1, 10)) {
   if (OpenTerminal()) return;
   m_problem = "no pseudo-terminal for the simulated GPS receiver: " + std::string(std::strerror(errno));
   m_path.clear();

@@ -39,7 +39,7 @@ PipelineCollectInput BuildInput(const EventOrder& order, const std::string& dire
 
 EventTaker::EventTaker(PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue, EventArchive& archive,
                        std::function<bool()> isEnding, std::function<bool()> isStarting)
-    : IThread(config.cr ? "EVENT-CR" : "EVENT"),
+    : IThread(config.cr ? "EVENT-CR" : "EVENT", OnFailure::GoOn),
       m_second(config.cr),
       m_manager(config),
       m_queue(queue),
@@ -57,7 +57,9 @@ void EventTaker::Run() {
     Cancel();
     return;
   }
-  const EventResult result = TakeEvent(*order);
+  // Whoever waits for the event is told, whatever becomes of it.
+  EventResult result{false, order->id, {}, 0, "it could not be collected: see the log", {}};
+  m_eventGuard.Run([&] { result = TakeEvent(*order); });
   m_queue.Finish(m_second);
   if (order->done) order->done(result);
 }

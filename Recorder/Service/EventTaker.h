@@ -6,9 +6,11 @@
 #include <set>
 
 #include "Kbase/Interfaces/IThread.h"
+#include "Kbase/Util/EntryGuard.h"
 #include "Recorder/Service/EventArchive.h"
 #include "Recorder/Service/EventQueue.h"
 #include "Tavi/EventCollect/PipelineCollectManager.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
 
@@ -41,6 +43,7 @@ class EventTaker final : public Kbase::Interfaces::IThread {
   EventArchive& m_archive;
   const std::function<bool()> m_isEnding;
   const std::function<bool()> m_isStarting;
+  Kbase::Util::EntryGuard m_eventGuard{Log::Tag, "an event could not be collected"};
 };
 
 }  // namespace Tavi::Recorder

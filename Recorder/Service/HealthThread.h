@@ -18,7 +18,7 @@ class HealthThread final : public Kbase::Interfaces::IThread {
  public:
   /// `onLook` is called at each look, on the thread; it must wait for nothing.
   HealthThread(Health::GetRing getRing, const ServiceManager& serviceManager, std::function<void()> onLook)
-      : IThread("HEALTH"),
+      : IThread("HEALTH", OnFailure::GoOn),
         m_health(std::move(getRing)),
         m_serviceManager(serviceManager),
         m_onLook(std::move(onLook)) {}

@@ -30,7 +30,7 @@ double GetSampleSeconds(const LiveRing::Ring& ring) {
 }  // namespace
 
 TriggerWatch::TriggerWatch(const Settings& settings, GetRing getRing, Callback callback, Kbase::Util::IClock& clock)
-    : IThread("TRIGGER"),
+    : IThread("TRIGGER", OnFailure::GoOn),
       m_getRing(std::move(getRing)),
       m_callback(std::move(callback)),
       m_clock(clock),

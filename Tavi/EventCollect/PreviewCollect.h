@@ -14,7 +14,9 @@
 #include <string>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
+#include "Kbase/Util/EntryGuard.h"
 #include "Tavi/GstUtil/GstRef.h"
+#include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 #include "Tavi/PipelineCollect/RingReader.h"
 
@@ -146,6 +148,7 @@ class PreviewCollect final : public CollectBase {
   std::optional<RingReader> m_heldSound;
   std::int64_t m_soundDelayNs = 0;
   std::chrono::steady_clock::time_point m_deadline;
+  Kbase::Util::EntryGuard m_guard{Log::Tag, "the preview ends early"};
 
   /// Guards m_loop and m_feeding, and orders what one thread fed before what the next one does. Never held while a
   /// buffer is pushed.

@@ -192,7 +192,7 @@ void PreviewCollect::Stopping() {
 gboolean PreviewCollect::OnBusMessage(GstBus*, GstMessage* message, gpointer self) noexcept {
   auto& collect = *static_cast<PreviewCollect*>(self);
   const GstMessageType type = GST_MESSAGE_TYPE(message);
-  if (type == GST_MESSAGE_ERROR) LogError(collect.m_path, message);
+  if (type == GST_MESSAGE_ERROR) collect.m_guard.Run([&] { LogError(collect.m_path, message); });
   if (type == GST_MESSAGE_ERROR || type == GST_MESSAGE_EOS) g_main_loop_quit(collect.m_loop);
   return G_SOURCE_CONTINUE;
 }
@@ -202,7 +202,10 @@ gboolean PreviewCollect::OnBusMessage(GstBus*, GstMessage* message, gpointer sel
 gboolean PreviewCollect::OnTick(gpointer self) noexcept {
   auto& collect = *static_cast<PreviewCollect*>(self);
   const bool late = std::chrono::steady_clock::now() > collect.m_deadline;
-  if (late) Log::Error("preview " + collect.m_path + ": its pipeline does not end and is stopped");
+  if (late) {
+    collect.m_guard.Run(
+        [&] { Log::Error("preview " + collect.m_path + ": its pipeline does not end and is stopped"); });
+  }
   if (late || collect.ShouldStop()) g_main_loop_quit(collect.m_loop);
   return G_SOURCE_CONTINUE;
 }
@@ -226,7 +229,8 @@ void PreviewCollect::Feed() {
   m_feeding = true;
   m_changed.wait_for(lock, GetInterval(), [this] { return m_ending.load(); });
   lock.unlock();
-  const bool more = !m_ending && PushNext();
+  bool more = false;
+  m_guard.Run([&] { more = !m_ending && PushNext(); });
   for (auto& source : m_appSrcs) {
     if (!more && !m_ending && source) gst_app_src_end_of_stream(GST_APP_SRC(source.Get()));
   }

@@ -70,23 +70,27 @@ GstElement* GstPipelineManager::CreateGstPipeline(const std::string& name) {
   return pipeline;
 }
 
-gboolean GstPipelineManager::BusCall(GstBus* /*bus*/, GstMessage* message, gpointer manager) {
+gboolean GstPipelineManager::BusCall(GstBus* /*bus*/, GstMessage* message, gpointer manager) noexcept {
   auto* self = static_cast<GstPipelineManager*>(manager);
+  self->m_guard.Run([self, message] { self->Handle(message); });
+  return TRUE;
+}
+
+void GstPipelineManager::Handle(GstMessage* message) {
   switch (GST_MESSAGE_TYPE(message)) {
     case GST_MESSAGE_ERROR:
-      self->HandleError(message);
+      HandleError(message);
       break;
     case GST_MESSAGE_ELEMENT:
-      self->HandleElementMessage(message);
+      HandleElementMessage(message);
       break;
     case GST_MESSAGE_EOS:
       std::cout << "GST_MESSAGE_EOS REACHED !!!\n" << std::flush;
-      g_main_loop_quit(self->m_loop);
+      g_main_loop_quit(m_loop);
       break;
     default:
       break;
   }
-  return TRUE;
 }
 
 void GstPipelineManager::HandleError(GstMessage* message) {

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include "Kbase/Util/EntryGuard.h"
+#include "Tavi/GstUtil/Log.h"
 #include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Pipeline {
@@ -46,7 +48,7 @@ class GstPipelineManager {
   GstElement* CreateGstPipeline(const std::string& name);
   /// The bus watch: an error, the end of the stream and the element message "turn_off" end the main loop, and an error
   /// restarts the unit when that is armed. Always true: the watch stays.
-  static gboolean BusCall(GstBus* bus, GstMessage* message, gpointer manager);
+  static gboolean BusCall(GstBus* bus, GstMessage* message, gpointer manager) noexcept;
 
   GstPipelineManager(const GstPipelineManager&) = delete;
   GstPipelineManager& operator=(const GstPipelineManager&) = delete;
@@ -66,7 +68,10 @@ class GstPipelineManager {
   std::atomic<bool> m_rebootOnError{false};
 
  private:
+  void Handle(GstMessage* message);
+
   std::shared_ptr<MainLoopThread> m_loopThread;
+  Kbase::Util::EntryGuard m_guard{Log::Tag, "a message of the bus is lost"};
 };
 
 }  // namespace Tavi::Pipeline

@@ -37,7 +37,7 @@ constexpr std::array<FileNaming, 9> FileNamings{{
 
 BackupThread::BackupThread(const std::function<bool()>& copy) {
   try {
-    m_thread = std::thread([this, copy] { m_saved = copy(); });
+    m_thread = std::thread([this, copy] { m_guard.Run([&] { m_saved = copy(); }); });
   } catch (const std::system_error&) {
     m_saved = copy();
   }

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "Kbase/Interfaces/IThread.h"
+#include "Kbase/Util/EntryGuard.h"
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
 
 namespace Tavi::PipelineCollect {
@@ -29,6 +30,7 @@ class BackupThread {
  private:
   std::thread m_thread;
   bool m_saved = false;
+  Kbase::Util::EntryGuard m_guard{"Tavi", "a file's copy failed"};
 };
 
 /// Armed with Init, run once on its own thread, then read, copied or deleted, and Reset.

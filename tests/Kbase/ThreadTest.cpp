@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
@@ -19,7 +20,8 @@ using namespace std::chrono_literals;
 /// Counts what is called; `work` is its Run.
 class Worker : public IThread {
  public:
-  explicit Worker(std::function<void(Worker&)> work) : IThread("WORKER"), m_work(std::move(work)) {}
+  explicit Worker(std::function<void(Worker&)> work, OnFailure onFailure = OnFailure::EndThread)
+      : IThread("WORKER", onFailure), m_work(std::move(work)) {}
   ~Worker() override { Stop(); }
   using IThread::WaitForCancel;
   using IThread::Wake;
@@ -79,6 +81,19 @@ TEST(Thread, AnExceptionInItsBodyEndsTheThreadOnly) {
   ASSERT_TRUE(worker.Start());
   ASSERT_TRUE(WaitUntil([&] { return !worker.IsRunning(); }));
   EXPECT_EQ(worker.after, 0);
+}
+
+class ThreadLogTest : public Tavi::Testing::TempDirTest {};
+
+TEST_F(ThreadLogTest, OneThatServesGoesOnAfterAPassThatFailedButNotAtOnceAndSaysSoOnce) {
+  Worker worker([](Worker&) { throw std::bad_alloc(); }, IThread::OnFailure::GoOn);
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(worker.Start());
+  ASSERT_TRUE(WaitUntil([&] { return worker.runs == 3; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
+  EXPECT_TRUE(worker.Abort(10s));
+  EXPECT_EQ(worker.after, 1);
+  EXPECT_EQ(CountLogged("the thread WORKER failed and goes on: out of memory"), 1) << GetLog();
 }
 
 }  // namespace

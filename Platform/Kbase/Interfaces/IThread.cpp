@@ -4,7 +4,6 @@
 #include <pthread.h>
 
 #include <cassert>
-#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -14,10 +13,15 @@ namespace Kbase::Interfaces {
 namespace {
 
 constexpr std::size_t KernelNameLength = 15;
+constexpr IThread::Milliseconds FailurePause{100};
 
 }  // namespace
 
-IThread::IThread(std::string name) : m_name(std::move(name)) {}
+IThread::IThread(std::string name, OnFailure onFailure)
+    : m_name(std::move(name)),
+      m_onFailure(onFailure),
+      m_guard("Kbase",
+              "the thread " + m_name + (onFailure == OnFailure::GoOn ? " failed and goes on" : " ended early")) {}
 
 IThread::~IThread() {
   assert(!IsRunning() && "a subclass stops its thread in its own destructor");
@@ -42,17 +46,21 @@ bool IThread::Start() {
 
 void IThread::Body() noexcept {
   pthread_setname_np(pthread_self(), m_name.substr(0, KernelNameLength).c_str());
-  try {
-    RunBefore();
-    while (!IsCancelled()) Run();
-    RunAfter();
-  } catch (const std::exception& error) {
-    Klog::Logger::GetInstance().Error("Kbase", "the thread " + m_name + " ended early: " + error.what());
-  }
+  bool isFit = m_guard.Run([this] { RunBefore(); });
+  while (isFit && !IsCancelled()) isFit = RunPass();
+  if (isFit) m_guard.Run([this] { RunAfter(); });
   // Notified under the lock: once it is released the owner may destroy this object.
   const std::lock_guard lock(m_mutex);
   m_running = false;
   m_changed.notify_all();
+}
+
+/// False when the thread is to end. What made a pass fail may make the next one fail as well: it is not called at once.
+bool IThread::RunPass() noexcept {
+  if (m_guard.Run([this] { Run(); })) return true;
+  if (m_onFailure == OnFailure::EndThread) return false;
+  WaitForCancel(FailurePause);
+  return true;
 }
 
 void IThread::Cancel() {

@@ -8,10 +8,12 @@
 #include <string>
 #include <thread>
 
+#include "Kbase/Util/EntryGuard.h"
+
 namespace Kbase::Interfaces {
 
 /// Owns one named thread. The thread calls RunBefore() once, Run() again and again until it is cancelled, then
-/// RunAfter().
+/// RunAfter(). An exception in one of them is a line in the log and ends the thread early, unless it says otherwise.
 ///
 /// Start, Stop, Cancel, Abort and IsRunning are thread-safe. A class that overrides Run must call Stop() in its own
 /// destructor, while its overrides still exist. After its end a thread can be started again. Nothing is ever killed:
@@ -30,8 +32,11 @@ class IThread {
     virtual void InvokeStop(IThread* /*thread*/) {}
   };
 
+  /// What an exception in Run ends: a thread that does one thing, or one pass of a thread that serves.
+  enum class OnFailure { EndThread, GoOn };
+
   /// `name` is what the kernel shows (pthread_setname_np cuts it to 15 characters).
-  explicit IThread(std::string name);
+  explicit IThread(std::string name, OnFailure onFailure = OnFailure::EndThread);
   virtual ~IThread();
 
   /// Starts the thread. False, and nothing happens, while it is running or when the system has no thread to give.
@@ -65,9 +70,12 @@ class IThread {
 
  private:
   void Body() noexcept;
+  bool RunPass() noexcept;
   void JoinEnded();
 
   const std::string m_name;
+  const OnFailure m_onFailure;
+  Util::EntryGuard m_guard;
   std::atomic<bool> m_cancelled{false};
   /// Guards the members below; never held while a virtual operation runs.
   mutable std::mutex m_mutex;

@@ -28,7 +28,7 @@ TemperatureMonitor& TemperatureMonitor::GetInstance() {
 }
 
 TemperatureMonitor::TemperatureMonitor(std::string zonePath)
-    : IThread("TEMPERATURE"), m_zonePath(std::move(zonePath)) {}
+    : IThread("TEMPERATURE", OnFailure::GoOn), m_zonePath(std::move(zonePath)) {}
 
 TemperatureMonitor::~TemperatureMonitor() {
   Stop();

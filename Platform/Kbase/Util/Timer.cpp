@@ -24,7 +24,8 @@ void Timer::Run() {
     WaitForCancel(left);
     return;
   }
-  m_callback(this);
+  // One that fails is a call like any other: the grid stays.
+  m_callGuard.Run([this] { m_callback(this); });
   const auto periodsLate = (Clock::now() - m_next) / m_period;
   m_next += m_period * (periodsLate + 1);
 }

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "Kbase/Interfaces/IThread.h"
+#include "Kbase/Util/EntryGuard.h"
 
 namespace Kbase::Util {
 
@@ -30,6 +31,7 @@ class Timer final : public Interfaces::IThread {
   const std::chrono::milliseconds m_period;
   const Callback m_callback;
   Clock::time_point m_next;
+  EntryGuard m_callGuard{"Kbase", "a call of a timer failed"};
 };
 
 }  // namespace Kbase::Util

@@ -47,7 +47,7 @@ AccDevice::AccDevice(int bus, std::uint8_t address, GForceScale scale, OutputDat
     : AccDevice(bus, address, scale, rate, Timing()) {}
 
 AccDevice::AccDevice(int bus, std::uint8_t address, GForceScale scale, OutputDataRate rate, const Timing& timing)
-    : IThread("ACC"),
+    : IThread("ACC", OnFailure::GoOn),
       m_bus(bus),
       m_busNumber(bus),
       m_address(address),

@@ -34,7 +34,7 @@ milliseconds Now() {
 }  // namespace
 
 GpsDevice::GpsDevice()
-    : IThread("GPS"),
+    : IThread("GPS", OnFailure::GoOn),
       m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       m_splitter([this](const EpochSplitter::Epoch& epoch) { Deliver(epoch); }) {
   if (m_wake.IsValid()) return;
