@@ -10,6 +10,7 @@
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/AsideFile.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 
 namespace Tavi::RecoveryCollect {
 namespace {
@@ -46,9 +47,16 @@ std::optional<EventFileName> Parse(std::string_view fileName, Affixes (*getAffix
       continue;
     }
     return EventFileName{value, std::string(fileName.substr(affixes.prefix.size(), fileName.size() - around)), false,
-                         false};
+                         false, false};
   }
   return std::nullopt;
+}
+
+/// True when that stood at the end of `name`, which it is taken off.
+bool TakeOff(std::string_view& name, std::string_view suffix) {
+  if (!name.ends_with(suffix)) return false;
+  name.remove_suffix(suffix.size());
+  return true;
 }
 
 }  // namespace
@@ -59,19 +67,24 @@ bool IsCameraVideo(PipelineCollectType type) {
 
 std::optional<EventFileName> ParseBackupName(const std::string& fileName) {
   std::string_view name = fileName;
-  const bool isHalf = name.ends_with(HalfSuffix);
-  if (isHalf) name.remove_suffix(HalfSuffix.size());
+  const bool isHalf = TakeOff(name, HalfSuffix);
+  const bool isTimes = TakeOff(name, PipelineCollect::TimesSuffix);
   auto parsed = Parse(name, GetBackupAffixes);
   const bool isMuxed = !parsed;
   if (isMuxed) parsed = Parse(name, GetProductAffixes);
   if (!parsed) return std::nullopt;
   parsed->isHalf = isHalf;
   parsed->isMuxed = isMuxed;
+  parsed->isTimes = isTimes;
   return parsed;
 }
 
 std::optional<EventFileName> ParseProductName(const std::string& fileName) {
-  return Parse(fileName, GetProductAffixes);
+  std::string_view name = fileName;
+  const bool isTimes = TakeOff(name, PipelineCollect::TimesSuffix);
+  auto parsed = Parse(name, GetProductAffixes);
+  if (parsed) parsed->isTimes = isTimes;
+  return parsed;
 }
 
 std::string BuildBackupName(const EventFileName& file, const std::string& event) {

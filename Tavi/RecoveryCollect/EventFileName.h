@@ -18,6 +18,8 @@ struct EventFileName {
   bool isHalf = false;
   /// A camera's video that is an MP4 already: power failed while the event was muxed.
   bool isMuxed = false;
+  /// The companion of that file, with the times of its entries (EntryTimes.h).
+  bool isTimes = false;
 };
 
 /// When an event was saved, in seconds since the epoch, and how many seconds it holds.
@@ -29,10 +31,10 @@ struct EventTime {
 /// The two streams that become an MP4.
 bool IsCameraVideo(PipelineCollect::PipelineCollectType type);
 
-/// Takes a name (no directory) apart as the backup puts it together: prefix, event, extension, and ".part" behind a
-/// half copy. Nothing when it is not of that form.
+/// Takes a name (no directory) apart as the backup puts it together: prefix, event, extension, ".times" behind a
+/// companion, and ".part" behind a half copy of either. Nothing when it is not of that form.
 std::optional<EventFileName> ParseBackupName(const std::string& fileName);
-/// The same for a recovered file: a camera's video ends in ".mp4".
+/// The same for a recovered file: a camera's video ends in ".mp4", and nothing in ".part".
 std::optional<EventFileName> ParseProductName(const std::string& fileName);
 /// The name under which the file is saved, with `event` in the place of its own.
 std::string BuildBackupName(const EventFileName& file, const std::string& event);

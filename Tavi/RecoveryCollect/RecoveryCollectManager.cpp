@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <optional>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -13,9 +15,12 @@
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/RecoveryCollect/EventFileName.h"
 #include "Tavi/RecoveryCollect/EventRecovery.h"
 #include "Tavi/RecoveryCollect/MoveFile.h"
+#include "Tavi/RecoveryCollect/RecoveryAttempts.h"
 #include "Tavi/RecoveryCollect/RestoreDirectory.h"
 #include "Tavi/RecoveryCollect/WorkDirectory.h"
 
@@ -47,16 +52,45 @@ void LogUnrecovered(const EventSources& event, const std::string& outputDir) {
   }
 }
 
-bool RecoverEvents(const RecoveryCollectInput& input, const std::vector<EventSources>& events) {
+/// Puts the names of the events that another run can make more of into `incomplete`.
+bool RecoverEvents(const RecoveryCollectInput& input, const std::vector<EventSources>& events,
+                   std::set<std::string>& incomplete) {
+  RecoveryAttempts attempts(input.restoreDir);
   if (events.empty() && !WorkDirectory::IsLeftIn(input.outputDir)) return true;
   const WorkDirectory work(input.outputDir);
-  if (!work.IsValid()) {
-    for (const auto& event : events) LogUnrecovered(event, input.outputDir);
-    return events.empty();
-  }
   bool recovered = true;
-  for (const auto& event : events) recovered = EventRecovery(input, work, event).Recover() && recovered;
+  for (const auto& event : events) {
+    EventRecovery::Result result;
+    if (work.IsValid()) {
+      result = EventRecovery(input, work, attempts, event).Recover();
+    } else {
+      LogUnrecovered(event, input.outputDir);
+    }
+    recovered = recovered && result.isRecovered;
+    if (!result.isComplete) incomplete.insert(event.name);
+  }
   return (events.empty() || Kdir::Sync(input.restoreDir)) && recovered;
+}
+
+/// What the companion of a product tells of its entries, in the time of the event.
+std::optional<PipelineCollect::CollectedWindow> ReadWindow(const std::string& path) {
+  const auto times = PipelineCollect::ReadTimesOf(path);
+  if (!times || times->entries.empty()) return std::nullopt;
+  const auto seconds = times->GetSeconds();
+  PipelineCollect::CollectedWindow window;
+  window.fromSeconds = seconds.front();
+  window.toSeconds = seconds.back();
+  window.entries = seconds.size();
+  window.fps = static_cast<float>(times->rate);
+  window.firstTimestampNs = times->entries.front().timestampNs;
+  window.lastTimestampNs = times->entries.back().timestampNs;
+  return window;
+}
+
+/// Removes a companion whose product somebody has moved away.
+void RemoveIfOrphan(const std::string& path) {
+  const std::string product = path.substr(0, path.size() - PipelineCollect::TimesSuffix.size());
+  if (!PipelineCollect::CollectBase::IsPathAvailable(product)) Kfile(path).Remove();
 }
 
 /// Adds one product to its event; the time is that of the oldest product so far.
@@ -67,6 +101,7 @@ void AddProduct(RecoveredEvent& event, PipelineCollect::PipelineCollectType type
   auto& output = event.output;
   output.eventTime = output.outputs.empty() ? fileTime : std::min(output.eventTime, fileTime);
   output.AddOutput(type, path);
+  if (const auto window = ReadWindow(path)) output.windows[type] = *window;
 }
 
 /// Reads the record off the output directory, where an interrupted run's work is as good as this one's. The files of
@@ -78,6 +113,10 @@ bool ListProducts(const std::string& outputDir, std::vector<RecoveredEvent>& eve
   for (const auto& fileName : names) {
     const auto parsed = ParseProductName(fileName);
     if (!parsed || IsUid(parsed->event) || !IsRegularFile(outputDir + fileName)) continue;
+    if (parsed->isTimes) {
+      RemoveIfOrphan(outputDir + fileName);
+      continue;
+    }
     AddProduct(byName[parsed->event], parsed->type, outputDir + fileName);
   }
   for (auto& [name, event] : byName) {
@@ -97,6 +136,7 @@ bool Contains(const std::vector<EventSources>& events, const std::string& name) 
 
 void ListLeftovers(const std::string& restoreDir, std::vector<std::string>& leftovers) {
   ListDirectory(restoreDir, leftovers);
+  std::erase_if(leftovers, RecoveryAttempts::IsOwnFile);
   for (auto& name : leftovers) name.insert(0, restoreDir);
 }
 
@@ -116,7 +156,8 @@ bool RecoveryCollectManager::MoveBackup(const std::string& backupDir, const std:
   moved = Kdir(to).Create() && moved;
   for (const auto& name : names) {
     if (!IsRegularFile(from + name)) {
-      Log::Warning(from + name + " is no file: left alone");
+      // What is hidden is there on purpose.
+      if (!name.starts_with('.')) Log::Warning(from + name + " is no file: left alone");
     } else {
       moved = MoveFile(from + name, to + name, aside) && moved;
     }
@@ -132,9 +173,13 @@ bool RecoveryCollectManager::Collect(RecoveryCollectInput& input, RecoveryCollec
   RestoreContent content;
   bool recovered = ReadRestoreDirectory(input.restoreDir, content);
   for (const auto& [path, what] : content.others) Log::Warning(path + " is " + what + ": left alone");
-  recovered = RecoverEvents(input, content.events) && recovered;
+  std::set<std::string> incomplete;
+  recovered = RecoverEvents(input, content.events, incomplete) && recovered;
   recovered = ListProducts(input.outputDir, output.events) && recovered;
-  for (auto& event : output.events) event.isNew = Contains(content.events, event.name);
+  for (auto& event : output.events) {
+    event.isNew = Contains(content.events, event.name);
+    event.isComplete = !incomplete.contains(event.name);
+  }
   ListLeftovers(input.restoreDir, output.leftovers);
   return recovered;
 }

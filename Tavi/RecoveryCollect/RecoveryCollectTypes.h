@@ -25,12 +25,16 @@ struct RecoveredEvent {
   /// What its files share of their names.
   std::string name;
   /// `eventTime`: when the event was saved, as its name tells, else when its oldest file was last written. `outputs`:
-  /// the full path of each product. The other fields are not known any more and keep their defaults.
+  /// the full path of each product; `windows`: of those that have a companion beside them, which tells when their
+  /// entries were. The other fields are not known any more and keep their defaults.
   PipelineCollect::PipelineCollectOutput output;
   /// Seconds that were recorded, as the name tells; 0 when it does not.
   unsigned int seconds = 0;
   /// Files of it lay in the restore directory when this call began.
   bool isNew = false;
+  /// False while files of it are in the restore directory for which there was no room: the next call may make products
+  /// of them, too.
+  bool isComplete = true;
 };
 
 /// The state after a recovery, whether this call or an interrupted one before has brought it about.

@@ -3,15 +3,25 @@
 
 #include <sys/stat.h>
 
+#include <utility>
+
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 #include "Tavi/RecoveryCollect/EventFileName.h"
+#include "Tavi/RecoveryCollect/RecoveryAttempts.h"
 
 namespace Tavi::RecoveryCollect {
 namespace {
 
 using EventMap = std::map<std::string, EventSources>;
+
+/// Of two copies of one stream the one with more of this is the better one: an MP4 has its name when it is whole, half
+/// of one cannot be played.
+int GetWorth(const EventFileName& name) {
+  if (name.isHalf) return name.isMuxed ? 0 : 1;
+  return name.isMuxed ? 3 : 2;
+}
 
 /// Takes the file into its event; otherwise says what it is.
 std::string AddTo(EventMap& events, const std::string& dir, const std::string& fileName) {
@@ -20,8 +30,13 @@ std::string AddTo(EventMap& events, const std::string& dir, const std::string& f
   if (!PipelineCollect::CollectBase::IsPathAvailable(dir + fileName)) return "an empty file";
   EventSources& event = events[parsed->event];
   event.name = parsed->event;
-  // The names are sorted: the whole file comes before its half copy.
-  return event.paths.emplace(parsed->type, dir + fileName).second ? "" : "another copy of a file of this event";
+  auto& chosen = parsed->isTimes ? event.times : event.paths;
+  const auto [known, isFirst] = chosen.emplace(parsed->type, dir + fileName);
+  if (isFirst) return "";
+  std::string spare = dir + fileName;
+  if (GetWorth(*parsed) > GetWorth(*ParseBackupName(known->second.substr(dir.size())))) known->second.swap(spare);
+  event.spares.push_back(std::move(spare));
+  return "";
 }
 
 }  // namespace
@@ -42,6 +57,7 @@ bool ReadRestoreDirectory(const std::string& dir, RestoreContent& content) {
   const bool read = ListDirectory(dir, names);
   EventMap events;
   for (const auto& name : names) {
+    if (RecoveryAttempts::IsOwnFile(name)) continue;
     const std::string other = AddTo(events, dir, name);
     if (!other.empty()) content.others.emplace(dir + name, other);
   }

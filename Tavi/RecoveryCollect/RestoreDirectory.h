@@ -15,6 +15,10 @@ struct EventSources {
   std::string name;
   /// Full paths; each is a regular file with something in it.
   std::map<PipelineCollect::PipelineCollectType, std::string> paths;
+  /// The companions with the times of their entries; also of a stream that is a product already.
+  std::map<PipelineCollect::PipelineCollectType, std::string> times;
+  /// What is there a second time, and not as good: half a copy beside the whole one, a stream beside its MP4.
+  std::vector<std::string> spares;
 };
 
 struct RestoreContent {
@@ -31,7 +35,7 @@ bool ListDirectory(const std::string& dir, std::vector<std::string>& names);
 bool IsRegularFile(const std::string& path);
 
 /// Sorts the files of `dir` (ends with "/") into `content`. A half copy stands for its stream when there is no whole
-/// one. False when the directory could not be read to its end.
+/// one, and an MP4 for the stream that it was made of. False when the directory could not be read to its end.
 bool ReadRestoreDirectory(const std::string& dir, RestoreContent& content);
 
 }  // namespace Tavi::RecoveryCollect

@@ -24,9 +24,11 @@ constexpr const char* DirectoryName = ".recovery";
 constexpr const char* Video = "video.h264";
 constexpr const char* Product = "video.mp4";
 constexpr const char* Audio = "audio.mp3";
+constexpr const char* VideoTimes = "video.h264.times";
+constexpr const char* AudioTimes = "audio.mp3.times";
 constexpr const char* Aside = "moved";
 /// All that is ever made here, by this program's hand; each may be half.
-constexpr std::array Names{Video, Product, Audio, Aside};
+constexpr std::array Names{Video, Product, Audio, VideoTimes, AudioTimes, Aside};
 
 bool Link(const std::string& source, const std::string& alias) {
   std::error_code error;
@@ -72,6 +74,14 @@ bool WorkDirectory::LinkVideo(const std::string& source) const {
 
 bool WorkDirectory::LinkAudio(const std::string& source) const {
   return Link(source, GetAudioPath());
+}
+
+void WorkDirectory::LinkVideoTimes(const std::string& source) const {
+  static_cast<void>(Link(source, GetPath(VideoTimes)));
+}
+
+void WorkDirectory::LinkAudioTimes(const std::string& source) const {
+  static_cast<void>(Link(source, GetPath(AudioTimes)));
 }
 
 std::string WorkDirectory::GetVideoPath() const {

@@ -28,6 +28,9 @@ class WorkDirectory {
   /// links. False, after a line in the log, on failure.
   [[nodiscard]] bool LinkVideo(const std::string& source) const;
   [[nodiscard]] bool LinkAudio(const std::string& source) const;
+  /// The same for their companions, which then stand beside them. A failure costs no more than what they tell.
+  void LinkVideoTimes(const std::string& source) const;
+  void LinkAudioTimes(const std::string& source) const;
 
   /// Paths of a few characters however deep the directory lies: the muxer's request has room for 255. They hold while
   /// this object lives, in this process.

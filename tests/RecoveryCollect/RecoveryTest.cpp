@@ -9,14 +9,18 @@
 
 #include "Simulator/EncodedMaterial.h"
 #include "Support/Fixtures.h"
+#include "Support/SoundDecode.h"
 #include "Support/VideoDecode.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/RecoveryCollect/EventFileName.h"
 #include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
 namespace {
 
 using namespace Tavi::RecoveryCollect;
+using namespace Tavi;
+using Tavi::PipelineCollect::PipelineCollectType;
 using namespace Tavi::Simulator;
 using namespace Tavi::Testing;
 using testing::ElementsAre;
@@ -35,6 +39,17 @@ class RecoveryTest : public TempDirTest {
     for (const char* camera : {"video0_", "video1_"}) Save(dir + camera + event + ".h264", m_video);
     Save(dir + "audio_" + event + ".mp3", EncodeMp3(1.0));
     Save(dir + "gps_" + event + ".dat", fixes);
+  }
+  /// A companion of so many entries: the first at `startMs` by the source's clock and `fromMs` from the moment of the
+  /// event, those from the tenth on a second later.
+  static std::vector<std::uint8_t> MakeTimes(double rate, int entries, int startMs, int fromMs) {
+    std::string text = PipelineCollect::FormatTimesHeader(rate, true);
+    for (int n = 0; n < entries; ++n) {
+      const auto ns = static_cast<std::int64_t>(n * 1e9 / rate) + (n >= 10 ? 1'000'000'000 : 0);
+      text += PipelineCollect::FormatEntryTime(
+          {fromMs * 1'000'000LL + ns, static_cast<std::uint64_t>(startMs * 1'000'000LL + ns)});
+    }
+    return {text.begin(), text.end()};
   }
   bool Collect() { return RecoveryCollectManager::Collect(m_input, m_output); }
   /// Of each product its event's time and seconds, and its file name.
@@ -127,7 +142,7 @@ TEST_F(RecoveryTest, AFullOrMissingDiskLosesNothing) {
   m_input.outputDir = "/proc/none/";
   EXPECT_FALSE(Collect());
   fs::create_directory(m_input.outputDir = m_dir + "full/");
-  if (mount("tmpfs", (m_dir + "full").c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "mounting needs root";
+  if (mount("tmpfs", (m_dir + "full").c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "nothing can be mounted";
   EXPECT_FALSE(Collect());
   EXPECT_THAT(Record(), ElementsAre("1795245300 30 audio_" + event + ".mp3"));
   EXPECT_FALSE(RecoveryCollectManager::MoveBackup(m_dir + "restore", m_dir + "full"));
@@ -137,6 +152,71 @@ TEST_F(RecoveryTest, AFullOrMissingDiskLosesNothing) {
   EXPECT_TRUE(Collect() && fs::is_empty(m_dir + "restore"));
   EXPECT_EQ(Decode("video0_" + event + ".mp4"), std::tuple(30, true, 30)) << "with the sound recovered before";
   umount((m_dir + "full").c_str());
+}
+
+// Frames at a rate that the camera did not keep, sound that begins with the picture wherever it was, and an event that
+// is told otherwise by the run after the one that was interrupted.
+TEST_F(RecoveryTest, CompanionsPlaceFramesAndSoundAndGoAlong) {
+  const std::string event = "0a1b2c3d_20261121T071500Z_3";
+  SaveWhole("restore/", event, {1, 0, 0, 0, 'f'});
+  Save("restore/video0_" + event + ".h264.times", MakeTimes(30, 30, 5'000, -2'000));
+  Save("restore/video1_" + event + ".h264.times.part", MakeTimes(15, 20, 5'250, -1'750));
+  Save("restore/audio_" + event + ".mp3.times", MakeTimes(38.28, 38, 5'500, -1'500));
+  Save("restore/gps_" + event + ".dat.times", MakeTimes(1, 1, 0, -900));
+  Save("restore/acc_" + event + ".dat.times", MakeTimes(10, 1, 0, -900));
+  for (const int run : {1, 2}) {
+    SCOPED_TRACE(run);
+    EXPECT_TRUE(Collect()) << GetLog();
+    EXPECT_TRUE(m_output.leftovers.empty());
+    ASSERT_EQ(m_output.events.size(), 1U);
+    const auto& windows = m_output.events[0].output.windows;
+    ASSERT_EQ(windows.size(), 4U);
+    const auto& camera = windows.at(PipelineCollectType::VideoCamera0);
+    EXPECT_NEAR(camera.fromSeconds, -2.0, 1e-6);
+    EXPECT_NEAR(camera.toSeconds, -2.0 + 29.0 / 30 + 1.0, 1e-6);
+    EXPECT_EQ(camera.firstTimestampNs, 5'000'000'000U);
+    EXPECT_NEAR(windows.at(PipelineCollectType::Gps).fromSeconds, -0.9, 1e-6);
+  }
+  for (const auto& [camera, soundAt] : {std::pair("video0_", 0.5), {"video1_", 0.25}}) {
+    const std::string path = m_input.outputDir + camera + event + ".mp4";
+    const auto frames = DecodeVideo(path).frames;
+    ASSERT_EQ(frames.size(), 30U);
+    EXPECT_NEAR(frames[10].seconds - frames[9].seconds, 1.0 + (soundAt == 0.5 ? 1.0 / 30 : 1.0 / 15), 0.01) << camera;
+    EXPECT_NEAR(DecodeSound(path).startSeconds, soundAt, 0.04) << camera;
+  }
+  for (const auto& entry : fs::directory_iterator(m_input.outputDir)) {
+    if (!entry.path().string().ends_with(".times")) fs::remove(entry);
+  }
+  EXPECT_TRUE(Collect() && fs::is_empty(m_input.outputDir)) << "companions outlive what they belong to";
+}
+
+// One event that becomes two, or never goes away, because a copy or a mux was interrupted.
+TEST_F(RecoveryTest, OfTwoCopiesTheBetterOneIsRecovered) {
+  const std::string event = "crash-0a1b2c3d_20261121T071500Z_0";
+  Save("restore/video0_" + event + ".h264", m_cut);
+  Save("restore/video0_" + event + ".mp4", {'m'});
+  Save("restore/video1_" + event + ".h264", m_video);
+  Save("restore/video1_" + event + ".h264.part", m_cut);
+  Save("restore/gps_" + event + ".dat", {1, 2, 3});
+  Save("restore/gps_" + event + ".dat.part", {1});
+  EXPECT_TRUE(Collect()) << GetLog();
+  EXPECT_TRUE(fs::is_empty(m_dir + "restore"));
+  EXPECT_EQ(ReadFile(m_dir + "out/video0_" + event + ".mp4"), "m");
+  EXPECT_EQ(ReadFile(m_dir + "out/gps_" + event + ".dat").size(), 3U);
+  EXPECT_EQ(std::get<0>(Decode("video1_" + event + ".mp4")), 30);
+}
+
+// A recorder that dies of, or waits for, the same file at each start.
+TEST_F(RecoveryTest, AFileThatHasFailedTwiceIsLeftAlone) {
+  Save("restore/video0_x.h264", m_garbage);
+  Save("restore/video1_x.h264", m_video);
+  for (const int run : {1, 2, 3, 4}) {
+    EXPECT_FALSE(Collect());
+    EXPECT_EQ(CountLogged("cannot recover " + m_dir + "restore/video0_x.h264"), std::min(run, 2)) << GetLog();
+    EXPECT_THAT(m_output.leftovers, ElementsAre(m_dir + "restore/video0_x.h264"));
+    EXPECT_TRUE(m_output.events.at(0).isComplete) << "nothing more becomes of it";
+  }
+  EXPECT_EQ(CountLogged("it is left alone"), 2) << GetLog();
 }
 
 struct SavedStream : Tavi::PipelineCollect::CollectBase {
@@ -149,6 +229,7 @@ int LiveIn(const std::string& dir) {
   raise(SIGSTOP);  // its life counts from where the parent lets it go on
   std::vector<std::thread> copies;
   for (const auto& entry : fs::directory_iterator(dir + "ram")) {
+    if (entry.path().extension() == ".times") continue;
     copies.emplace_back([&dir, path = entry.path()] {
       SavedStream(path).Backup(dir + "backup", ParseBackupName(path.filename())->event);
     });
@@ -185,6 +266,9 @@ bool Live(const std::string& dir, Clock::duration life) {
 TEST_F(RecoveryTest, WhatWasSavedIsRecoveredWheneverTheKillComes) {
   const std::vector<std::uint8_t> fixes(1'000'000, 'f');
   for (const std::string event : {"a_20261121T071500Z_30", "b_20261121T071501Z_4"}) SaveWhole("kept/", event, fixes);
+  for (const std::string file : {"video0_a_20261121T071500Z_30.h264", "audio_a_20261121T071500Z_30.mp3"}) {
+    Save("kept/" + file + ".times", MakeTimes(30, 30, 5'000, -2'000));
+  }
   setenv("TAVI_KILL_ROUNDS", "10", 0);
   const int rounds = std::atoi(std::getenv("TAVI_KILL_ROUNDS"));
   const std::string otherDisk = "/dev/shm/tavi-kill-" + std::to_string(getpid());
@@ -204,6 +288,7 @@ TEST_F(RecoveryTest, WhatWasSavedIsRecoveredWheneverTheKillComes) {
     std::map<std::string, std::string> saved;
     for (const auto& entry : fs::directory_iterator(m_dir + "kept")) {
       const std::string name = entry.path().filename();
+      if (entry.path().extension() == ".times") continue;
       const std::string product = BuildProductName(ParseBackupName(name)->type, ParseBackupName(name)->event);
       for (const auto& place : {"backup/" + name, "restore/" + name, "out/" + product}) {
         if (fs::exists(m_dir + place)) saved[name] = product;
@@ -216,7 +301,14 @@ TEST_F(RecoveryTest, WhatWasSavedIsRecoveredWheneverTheKillComes) {
     Collect();
     for (const auto& left : m_output.leftovers) EXPECT_TRUE(left.ends_with(".part")) << left;
     EXPECT_TRUE(fs::is_empty(m_dir + "backup"));
-    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir + "out"), {}), Record().size()) << "something is half-made";
+    std::size_t companions = 0;
+    for (const auto& [name, product] : saved) {
+      if (!fs::exists(m_dir + "kept/" + name + ".times")) continue;
+      EXPECT_TRUE(ReadFile(m_dir + "out/" + product + ".times") == ReadFile(m_dir + "kept/" + name + ".times")) << name;
+      ++companions;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir + "out"), {}), Record().size() + companions)
+        << "something is half-made";
     for (const auto& [name, product] : saved) {
       const bool withSound = saved.contains("audio_" + ParseBackupName(name)->event + ".mp3");
       EXPECT_TRUE(name.starts_with("video") ? Decode(product) >= std::tuple(30, withSound, 0)

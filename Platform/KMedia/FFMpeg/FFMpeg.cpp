@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "KMedia/FFMpeg/MappedFile.h"
+#include "KMedia/FFMpeg/FileBytes.h"
 #include "KMedia/FFMpeg/Mp4Writer.h"
 #include "KMedia/H264/TailCheck.h"
 #include "Kbase/Klog/Logger.h"
@@ -82,9 +82,9 @@ bool FFMpeg::Mux(bool withAudio) {
   const FrameRate rate = FrameRate::FromFps(m_config.fps);
   if (rate.numerator == 0)
     return Fail(std::string(m_config.video) + ": " + std::to_string(m_config.fps) + " is no frame rate");
-  MappedFile videoFile;
-  if (!videoFile.Map(m_config.video)) return FailWithErrno(std::string("cannot read ") + m_config.video);
-  auto video = H264::SplitAccessUnits(videoFile.GetBytes());
+  FileBytes videoFile;
+  if (!videoFile.Load(m_config.video)) return FailWithErrno(std::string("cannot read ") + m_config.video);
+  auto video = H264::SplitAccessUnits(videoFile.Get());
   DropDamagedTail(video, m_config.video);
   if (video.units.empty()) return Fail(std::string(m_config.video) + " holds no frame that a decoder could start with");
 
@@ -94,11 +94,11 @@ bool FFMpeg::Mux(bool withAudio) {
   const std::int64_t leftOutNs = stamped.empty() ? 0 : static_cast<std::int64_t>(stamped.front() - all.front());
   const FrameTimes times(rate, stamped, video.units.size());
 
-  MappedFile audioFile;
+  FileBytes audioFile;
   Soundtrack sound;
   if (withAudio) {
-    if (!audioFile.Map(m_config.audio)) return FailWithErrno(std::string("cannot read ") + m_config.audio);
-    sound.mp3 = Mp3::SplitMp3Frames(audioFile.GetBytes());
+    if (!audioFile.Load(m_config.audio)) return FailWithErrno(std::string("cannot read ") + m_config.audio);
+    sound.mp3 = Mp3::SplitMp3Frames(audioFile.Get());
     if (sound.mp3.frames.empty()) return Fail(std::string(m_config.audio) + " holds no MP3 frame");
     sound.Delay(m_config.audioDelayNs - leftOutNs);
   }
