@@ -23,18 +23,18 @@ void EventProducts::Mux() const {
     return CollectorSet::GetFinished<Video::VideoPipelineCollect>(m_collectors, type);
   };
   Mux(getCamera(PipelineCollectType::VideoCamera1), getCamera(PipelineCollectType::VideoCamera0),
-      CollectorSet::GetFinished<Audio::AudioPipelineCollect>(m_collectors, PipelineCollectType::Audio));
+      CollectorSet::GetFinished<Audio::AudioPipelineCollect>(m_collectors, PipelineCollectType::Audio), m_keepStreams);
 }
 
 void EventProducts::Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0,
-                        const Audio::AudioPipelineCollect* audio) {
+                        const Audio::AudioPipelineCollect* audio, bool keepStreams) {
   const bool withSound = audio != nullptr && audio->IsCollected() && !audio->GetPath().empty();
   for (Video::VideoPipelineCollect* camera : {camera1, camera0}) {
     if (camera == nullptr) continue;
     if (withSound) {
-      camera->Mux(audio->GetPath(), DelayBetween(*camera, *audio));
+      camera->Mux(audio->GetPath(), DelayBetween(*camera, *audio), keepStreams);
     } else {
-      camera->BuildMp4();
+      camera->BuildMp4(keepStreams);
     }
   }
 }

@@ -13,6 +13,7 @@
 #include "Ksystem/SysUtil/ClearCache.h"
 #include "Tavi/EventCollect/EventProducts.h"
 #include "Tavi/EventCollect/StartSync.h"
+#include "Tavi/EventCollect/WorkRoom.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/Pipeline/PipelineManager.h"
 
@@ -31,6 +32,9 @@ constexpr Milliseconds AbortLimit{2000};
 /// How long collectors may take to write and sync their last entries when power fails.
 constexpr Milliseconds SaveLimit{2000};
 constexpr Milliseconds ShortPollPeriod{1};
+/// How long the backup waits for the drivers.
+constexpr Milliseconds StopLimit{1000};
+constexpr double BytesPerMB = 1024.0 * 1024.0;
 /// What a held window takes beyond its end, so that an entry of the end is in it also at a low rate.
 constexpr std::chrono::seconds HoldGrace{3};
 
@@ -199,6 +203,7 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
       EndCancelledStart();
     } else {
       LogFreeSpace("before");
+      CompareRoom(input);
       WaitForCollectors(input);
       if (callback != nullptr && !GetState().powerFailure && !input.discard && CanMuxAsync()) {
         HandOver(input, callback, userData);
@@ -250,7 +255,7 @@ void PipelineCollectManager::HandOver(const PipelineCollectInput& input, Collect
 
 void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
   ClearCache();
-  const EventProducts products(*params.collectors);
+  const EventProducts products(*params.collectors, m_config.keepStreams);
   products.Mux();
   PipelineCollectOutput output;
   output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
@@ -305,6 +310,18 @@ void PipelineCollectManager::LogFreeSpace(const char* when) const {
                         m_config.workDir));
 }
 
+/// Says beforehand what cannot go well.
+void PipelineCollectManager::CompareRoom(const PipelineCollectInput& input) const {
+  Ksystem::DiskUtils::DiskBase disk(input.outputDir);
+  if (!disk.LoadDiskInfo()) return;
+  const auto bytes = EstimateWorkBytes(m_config.pipelineManager->GetConfig(), AbsoluteSeconds(input.durationSeconds),
+                                       input.withPreview && !m_config.cr);
+  const double neededMB = static_cast<double>(bytes) / BytesPerMB;
+  if (disk.GetFreeMB() >= neededMB) return;
+  Log::Error(fmt::format("{} has {:.1f} MB free, and the event needs some {:.1f} MB: it may not be whole",
+                         input.outputDir, disk.GetFreeMB(), neededMB));
+}
+
 void PipelineCollectManager::PowerFailure() {
   // A camera that dies with the power must not restart the unit before the event is saved.
   if (m_config.pipelineManager != nullptr) m_config.pipelineManager->EndSupervision();
@@ -322,12 +339,18 @@ std::string PipelineCollectManager::GetBackupBase(const PipelineCollectInput& in
 void PipelineCollectManager::SaveAll(const PipelineCollectInput& input) {
   EndCollectors();
   Log::Info("[Power Failure]Stopping the aquisition...");
-  m_config.pipelineManager->RunSigInt();
+  StopAcquisition();
   Log::Info("[Power Failure]Making backup...");
   const bool isSaved = m_backup.Save(m_collectors.GetMap(), GetBackupBase(input, "event"));
   Log::Info("[Power Failure]Backup finished");
   // Should the machine outlive this, the event must not be there twice.
   if (isSaved) DeleteAll();
+}
+
+/// Nobody reads the rings any more, so the backup need not wait for a driver that does not answer.
+void PipelineCollectManager::StopAcquisition() {
+  if (m_stop == nullptr) m_stop = std::make_unique<AcquisitionStop>(*m_config.pipelineManager);
+  if (!m_stop->StopWithin(StopLimit)) Log::Error("acquisition is not stopped yet: the event is saved all the same");
 }
 
 /// Nothing may read a ring any more when acquisition stops. Those that hang in their disk are left behind: their files
@@ -352,7 +375,7 @@ void PipelineCollectManager::ClearCache() {
 }
 
 void PipelineCollectManager::Mux() {
-  EventProducts(m_collectors.GetMap()).Mux();
+  EventProducts(m_collectors.GetMap(), m_config.keepStreams).Mux();
 }
 
 void PipelineCollectManager::Mux(Video::VideoPipelineCollect* camera1, Video::VideoPipelineCollect* camera0,

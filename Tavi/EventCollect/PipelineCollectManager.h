@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "Tavi/EventCollect/AcquisitionStop.h"
 #include "Tavi/EventCollect/CollectorSet.h"
 #include "Tavi/EventCollect/MuxAsync.h"
 #include "Tavi/EventCollect/PowerBackup.h"
@@ -112,7 +113,9 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   [[nodiscard]] bool IsMuxToBeSaved();
   [[nodiscard]] std::string GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const;
   void SaveAll(const PipelineCollectInput& input);
+  void StopAcquisition();
   void EndCollectors();
+  void CompareRoom(const PipelineCollectInput& input) const;
   void LogFreeSpace(const char* when) const;
 
   const PipelineCollectManagerConfig m_config;
@@ -126,6 +129,8 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   mutable std::mutex m_mutex;
   State m_state;
   std::unique_ptr<MuxAsyncThread> m_muxThread;
+  /// Null until power has failed.
+  std::unique_ptr<AcquisitionStop> m_stop;
 };
 
 }  // namespace Tavi::PipelineCollect

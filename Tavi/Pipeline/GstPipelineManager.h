@@ -42,6 +42,7 @@ class GstPipelineManager {
   /// Back to the state after construction.
   virtual void Stop();
 
+  [[nodiscard]] const PipelineConfig& GetConfig() const { return m_config; }
   /// The pipeline of that kind, borrowed until Stop; null when none was created.
   GstElement* GetGstPipeline(GstPipelineType type) const;
   /// A new pipeline whose bus calls BusCall on this manager; the caller has the reference.

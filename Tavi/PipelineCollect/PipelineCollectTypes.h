@@ -148,6 +148,9 @@ struct PipelineCollectManagerConfig {
   std::int32_t limitMs = 0;
   /// What the limit is measured with; borrowed, null stands for the steady clock.
   Kbase::Util::IClock* clock = nullptr;
+  /// A stream that cannot be muxed is kept: it is muxed without sound where that helps, else it is delivered as it is,
+  /// with its companion beside it. Otherwise it is deleted.
+  bool keepStreams = false;
 };
 
 }  // namespace Tavi::PipelineCollect

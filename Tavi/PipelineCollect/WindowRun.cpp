@@ -61,7 +61,8 @@ void PipelineCollect::WindowRun::Write() {
     ++m_wakes;
     if (m_collect.ShouldStop() || !Step()) break;
   }
-  if (m_collect.IsSaving()) WriteWhatIsSaved();
+  // Behind an entry that did not fit nothing can be decoded, should there be room again.
+  if (m_collect.IsSaving() && !m_isFull) WriteWhatIsSaved();
   if (m_times) m_times->Close(m_collect.m_syncToDisk);
   ReportWindow();
 }
@@ -142,12 +143,16 @@ bool PipelineCollect::WindowRun::WritePending(std::uint64_t limit) {
 }
 
 bool PipelineCollect::WindowRun::WriteEntry(const Entry& entry) {
-  if (!m_file.Append([&](FILE* stream) { return m_collect.Write(stream, entry.get()); })) return false;
+  m_isFull = !m_file.Append([&](FILE* stream) { return m_collect.Write(stream, entry.get()); });
+  if (m_isFull) return false;
   if (m_times) {
     const auto arrived = GetMadeAt(entry.get()) - m_moment;
     const EntryTime time{std::chrono::nanoseconds(arrived).count(), GetTimestamp(entry.get())};
-    // A companion that cannot be written has its line in the log, and costs no entry.
-    m_times->Append([&](FILE* file) { return std::fputs(FormatEntryTime(time).c_str(), file) >= 0; });
+    // A companion that cannot be written has its line in the log, and costs no entry. It ends there: a line less in the
+    // middle would give each later entry the time of another.
+    if (!m_times->Append([&](FILE* file) { return std::fputs(FormatEntryTime(time).c_str(), file) >= 0; })) {
+      m_times.reset();
+    }
   }
   Note(entry.get());
   m_lastEntry = entry;

@@ -58,6 +58,8 @@ class PipelineCollect::WindowRun {
   std::uint64_t m_wakes = 0;
   /// How old the newest entry was when the collect began.
   std::chrono::milliseconds m_silentBefore{0};
+  /// An entry could not be written.
+  bool m_isFull = false;
   Entry m_firstEntry;
   Entry m_lastEntry;
 };

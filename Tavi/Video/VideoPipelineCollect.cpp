@@ -5,6 +5,7 @@
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Tavi/GstUtil/BufferMap.h"
+#include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/Video/VideoPipelineCbElement.h"
 
@@ -98,26 +99,31 @@ bool VideoPipelineCollect::BuildMp4(const std::string& videoPath, float fps, std
   return IsPathAvailable(outPath);
 }
 
-void VideoPipelineCollect::Mux(const std::string& audioPath, std::int64_t audioDelayNs) {
+void VideoPipelineCollect::Mux(const std::string& audioPath, std::int64_t audioDelayNs, bool keepsStream) {
   if (!m_collected) return;
   std::string mp4Path;
-  Replace(Mux(m_path, audioPath, GetCollectedFps(), mp4Path, audioDelayNs), mp4Path);
+  if (Mux(m_path, audioPath, GetCollectedFps(), mp4Path, audioDelayNs)) return Replace(mp4Path);
+  if (!keepsStream) return Lose(false);
+  Log::Warning(m_path + " cannot be muxed with the sound of " + audioPath + ": trying without");
+  BuildMp4(true);
 }
 
-void VideoPipelineCollect::BuildMp4() {
+void VideoPipelineCollect::BuildMp4(bool keepsStream) {
   if (!m_collected) return;
   std::string mp4Path;
-  Replace(BuildMp4(m_path, GetCollectedFps(), mp4Path), mp4Path);
+  if (BuildMp4(m_path, GetCollectedFps(), mp4Path)) return Replace(mp4Path);
+  Lose(keepsStream);
 }
 
-void VideoPipelineCollect::Replace(bool muxed, const std::string& mp4Path) {
-  Kfile(m_path, true).Remove();
-  Kfile(m_path + std::string(Tavi::PipelineCollect::TimesSuffix), true).Remove();
-  if (muxed) {
-    m_path = mp4Path;
-  } else {
-    m_collected = false;
-  }
+void VideoPipelineCollect::Replace(const std::string& mp4Path) {
+  DeletePath();
+  m_path = mp4Path;
+  m_collected = true;
+}
+
+void VideoPipelineCollect::Lose(bool keepsStream) {
+  if (!keepsStream) return DeletePath();
+  Log::Error(m_path + " cannot be made an MP4: it is kept as it is");
 }
 
 }  // namespace Tavi::Video

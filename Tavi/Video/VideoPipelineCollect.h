@@ -32,15 +32,17 @@ class VideoPipelineCollect final : public PipelineCollect::PipelineCollect {
   static bool Mux(const std::string& videoPath, const std::string& audioPath, float fps, std::string& outPath,
                   std::int64_t audioDelayNs = 0);
   /// The same for this collect's file, which is replaced by the MP4. On failure nothing is left and the collect counts
-  /// as not collected. Does nothing unless something was collected.
-  void Mux(const std::string& audioPath, std::int64_t audioDelayNs = 0);
+  /// as not collected; with `keepsStream` it is tried without the sound, and then left as it is. Does nothing unless
+  /// something was collected.
+  void Mux(const std::string& audioPath, std::int64_t audioDelayNs = 0, bool keepsStream = false);
   /// The same without sound.
   static bool BuildMp4(const std::string& videoPath, float fps, std::string& outPath);
-  void BuildMp4();
+  void BuildMp4(bool keepsStream = false);
 
  private:
   bool WriteSetup(FILE* file, const VideoPipelineCbElement& entry, std::span<const std::uint8_t> accessUnit);
-  void Replace(bool muxed, const std::string& mp4Path);
+  void Replace(const std::string& mp4Path);
+  void Lose(bool keepsStream);
 
   /// What the file has been told of; belongs to the thread that collects.
   std::shared_ptr<const StreamSetup> m_writtenSetup;

@@ -1,5 +1,9 @@
 // The collect manager on rings that the test fills itself: requests, cancels, limits, and a vanishing acquisition.
+#include <sys/mount.h>
+
 #include "EventCollect/ManagerFixture.h"
+#include "Tavi/EventCollect/WorkRoom.h"
+#include "Tavi/Video/VideoPipelineCollect.h"
 
 namespace {
 
@@ -126,6 +130,55 @@ TEST_F(CollectManagerTest, AnOutputDirectoryThatCannotBeMadeOrVanishesLosesOnlyI
   EXPECT_EQ(CountDescriptors(), descriptors);
   EXPECT_TRUE(manager.Collect(m_input, m_output)) << "the next event makes its directory again";
   EXPECT_EQ(m_output.outputs.size(), 2U);
+}
+
+// Both intact videos deleted, and success reported, because the disk had no room for a second copy or the sound was
+// broken.
+TEST_F(CollectManagerTest, AStreamThatCannotBeMuxedIsKeptWhereThatIsAskedFor) {
+  StartFeeding(3);
+  m_input.durationSeconds = 1;
+  m_input.care.keepTimes = true;
+  // Longer than the muxer takes.
+  m_input.outputDir = m_dir + std::string(200, 'd') + "/" + std::string(60, 'e');
+  for (const bool isKept : {false, true}) {
+    m_managerConfig.keepStreams = isKept;
+    PipelineCollectManager manager(m_managerConfig);
+    PipelineCollectOutput output;
+    EXPECT_TRUE(manager.Collect(m_input, output));
+    EXPECT_EQ(output.outputs.contains(PipelineCollectType::VideoCamera0), isKept);
+    EXPECT_EQ(output.outputs.contains(PipelineCollectType::VideoCamera1), isKept);
+    if (!isKept) continue;
+    const std::string path = output.GetOutputPath(PipelineCollectType::VideoCamera0);
+    EXPECT_TRUE(path.ends_with(".h264"));
+    EXPECT_GE(DecodeVideo(path).frames.size(), 30U);
+    EXPECT_TRUE(CollectBase::IsPathAvailable(path + ".times"));
+  }
+  m_input.outputDir = m_dir;
+  PipelineCollectManager manager(m_managerConfig);
+  manager.Init(m_input);
+  manager.Start();
+  EXPECT_TRUE(WaitUntil([&] { return !manager.Running(); }));
+  Tavi::Simulator::WriteBytes(m_dir + "broken.mp3", std::vector<std::uint8_t>(1000, 'x'));
+  auto* camera =
+      dynamic_cast<Tavi::Video::VideoPipelineCollect*>(manager.GetCollectElement(PipelineCollectType::VideoCamera0));
+  ASSERT_TRUE(camera != nullptr && camera->IsCollected());
+  camera->Mux(m_dir + "broken.mp3", 0, true);
+  EXPECT_TRUE(camera->IsCollected() && camera->GetPath().ends_with(".mp4")) << GetLog();
+}
+
+// An event that cannot become whole, and nobody is told.
+TEST_F(CollectManagerTest, ADiskThatIsTooSmallIsSaidBeforehand) {
+  const auto needed = EstimateWorkBytes(PipelineConfig(), 30, true);
+  EXPECT_GT(needed, 29'000'000U) << "31 s of 4.5 Mbit/s, and the larger stream once more";
+  EXPECT_LT(needed, 40'000'000U);
+  std::filesystem::create_directory(m_input.outputDir);
+  if (mount("tmpfs", m_input.outputDir.c_str(), "tmpfs", 0, "size=1m") != 0) GTEST_SKIP() << "nothing can be mounted";
+  StartFeeding(3);
+  m_input.durationSeconds = 1;
+  PipelineCollectManager manager(m_managerConfig);
+  EXPECT_TRUE(manager.Collect(m_input, m_output));
+  EXPECT_EQ(CountLogged("it may not be whole"), 1) << GetLog();
+  umount((m_dir + "event").c_str());
 }
 
 }  // namespace

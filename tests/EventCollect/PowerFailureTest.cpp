@@ -51,6 +51,35 @@ TEST_F(PowerFailureTest, EveryStreamIsSavedUpToTheMomentOfTheFailure) {
   EXPECT_FALSE(manager.Collect(m_input, later)) << "until acquisition runs again";
 }
 
+// Catches a backup that waits for a driver.
+TEST_F(PowerFailureTest, ADriverThatHangsInItsStopHoldsUpNothing) {
+  class Hanging final : public PipelineManager {
+   public:
+    using PipelineManager::PipelineManager;
+    void RunSigInt() override {
+      WaitUntil([this] { return goesOn.load(); });
+      PipelineManager::RunSigInt();
+    }
+    std::atomic<bool> goesOn{false};
+  };
+  auto hanging = std::make_unique<Hanging>(CamerasOnly());
+  auto& goesOn = hanging->goesOn;
+  m_pipeline = std::move(hanging);
+  m_managerConfig.pipelineManager = m_pipeline.get();
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  m_pipeline->Start();
+  m_input.durationSeconds = 30;
+  auto collect = CollectInBackground(manager);
+  manager.PowerFailure();
+  EXPECT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  EXPECT_EQ(Saved().size(), 2U) << GetLog();
+  EXPECT_EQ(CountLogged("acquisition is not stopped yet"), 1);
+  EXPECT_NE(m_pipeline->ShareElement(PipelineType::Camera0), nullptr);
+  goesOn = true;
+  EXPECT_TRUE(WaitUntil([&] { return m_pipeline->ShareElement(PipelineType::Camera0) == nullptr; }));
+}
+
 TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
   class Slow final : public CollectAsyncCallbackInterface {
    public:
@@ -89,7 +118,7 @@ TEST_F(PowerFailureTest, WhereNotAllFitsTheSmallFilesComeFirstAndTheRestIsKeptAs
   m_input.durationSeconds = 30;
   // One stream has some 270 kB, the other twice that.
   if (mount("tmpfs", m_managerConfig.backupDir.c_str(), "tmpfs", 0, "size=400k") != 0) {
-    GTEST_SKIP() << "mounting needs root";
+    GTEST_SKIP() << "nothing can be mounted";
   }
   auto collect = CollectInBackground(manager);
   manager.PowerFailure();

@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "Support/Media.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/PipelineCollect/PipelineCollect.h"
 
 namespace {
@@ -36,6 +37,22 @@ class TextCollect final : public PipelineCollect {
     return written;
   }
   std::atomic<int> writes{0};
+};
+
+/// Power fails while an entry is written that does not fit; the next ones would.
+class FullAtPowerFailure final : public PipelineCollect {
+ public:
+  explicit FullAtPowerFailure(Kbase::Pipeline::IPipelineElement* ring)
+      : PipelineCollect(ring, PipelineCollectType::Gps, "COLLECT-TEST") {}
+  ~FullAtPowerFailure() override { Stop(); }
+  bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override {
+    if (entry->frameId == 20) {
+      SetSyncToDisk(true);
+      RequestStop();
+      return false;
+    }
+    return std::fputs(Tavi::Testing::EntryText(entry->frameId).c_str(), file) >= 0;
+  }
 };
 
 std::string Range(int first, int last) {
@@ -74,6 +91,23 @@ TEST_F(CollectTest, WritesTheWindowAndTheEntryAtItsEnd) {
     EXPECT_TRUE(collector.IsCollected());
     EXPECT_EQ(collector.GetTotalSecondsCollected(), duration == 0 ? 0U : 1U);
   }
+}
+
+// Entries behind one that is missing: nothing of them can be decoded, and a companion tells of other ones.
+TEST_F(CollectTest, BehindAnEntryThatCouldNotBeSavedThereIsNothing) {
+  TestRing ring(1000, Fps);
+  for (int i = 0; i < 50; ++i) AddMedia(ring, 0);
+  FullAtPowerFailure collector(&ring);
+  PipelineCollectConfig config{-1, 1, m_dir};
+  config.care.keepTimes = true;
+  collector.Init(config);
+  collector.SetStartPos(10);
+  ASSERT_TRUE(RunToItsEnd(collector, ring));
+  const std::string whole = Range(10, 19);
+  EXPECT_EQ(ReadFile(collector.GetPath()), whole.substr(1, whole.size() - 2));
+  const auto times = ReadTimesOf(collector.GetPath());
+  ASSERT_TRUE(times);
+  EXPECT_EQ(times->entries.size(), 10U);
 }
 
 TEST_F(CollectTest, AWindowAsLongAsTheRingComesOutInOrderWhileItIsOverwritten) {

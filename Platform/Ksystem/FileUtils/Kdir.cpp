@@ -23,9 +23,14 @@ bool IsDirectory(const std::string& path) {
   return ::stat(path.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode);
 }
 
-/// Creates one level; an existing directory is fine, whoever made it meanwhile.
+/// Creates one level, on the disk when this returns; an existing directory is fine, whoever made it meanwhile.
 bool CreateLevel(const std::string& path) {
-  if (::mkdir(path.c_str(), DirectoryMode) == 0) return true;
+  if (::mkdir(path.c_str(), DirectoryMode) == 0) {
+    const std::string parent = Kdir::GetParentOf(path);
+    // Not every file system, and not every parent, lets itself be synced: the directory is there all the same.
+    if (!Kdir::TrySync(parent) && errno != EINVAL && errno != EACCES) LogFailure("sync the directory", parent);
+    return true;
+  }
   const int reason = errno;
   if (IsDirectory(path)) return true;
   errno = reason;

@@ -12,7 +12,8 @@ class Kdir {
  public:
   explicit Kdir(std::string path);
 
-  /// Creates the directory and its missing parents (mode 0755). True also when it is there already; false, with one
+  /// Creates the directory and its missing parents (mode 0755), each synced: what is saved in a directory that a power
+  /// cut takes away again is not saved. True also when it is there already; false, with one
   /// line in the log, when something else stands in the way.
   bool Create() const;
   /// Sorted names of what is in the directory; none when there is no such directory. With an error, which is not
