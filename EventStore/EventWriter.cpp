@@ -1,15 +1,12 @@
 // Makes event directories: complete under their final name, or not there.
 #include "EventStore/EventWriter.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <set>
@@ -20,10 +17,11 @@
 #include "EventStore/EventList.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
+#include "Ksystem/FileUtils/Kdir.h"
 
 namespace Tavi::EventStore {
 
-using Ksystem::FileUtils::UniqueFd;
+using Ksystem::FileUtils::Kdir;
 
 namespace {
 
@@ -32,9 +30,23 @@ constexpr mode_t DirectoryMode = 0755;
 constexpr std::int64_t StepNs = 2'000'000'000;
 
 /// The order in which files are listed.
-constexpr std::array<std::string_view, 10> FileTypes{
-    "VideoCamera1",     "VideoCamera0",     "Audio",   "Gps",         "Acc", "Other",
-    "ThumbnailCamera1", "ThumbnailCamera0", "Preview", "PreviewStill"};
+constexpr std::array<std::string_view, 17> FileTypes{"VideoCamera1",
+                                                     "VideoCamera1Stream",
+                                                     "VideoCamera1Times",
+                                                     "VideoCamera0",
+                                                     "VideoCamera0Stream",
+                                                     "VideoCamera0Times",
+                                                     "Audio",
+                                                     "Gps",
+                                                     "GpsTimes",
+                                                     "Acc",
+                                                     "AccTimes",
+                                                     "Other",
+                                                     "OtherTimes",
+                                                     "ThumbnailCamera1",
+                                                     "ThumbnailCamera0",
+                                                     "Preview",
+                                                     "PreviewStill"};
 
 std::ptrdiff_t GetRank(const EventFile& file) {
   return std::find(FileTypes.begin(), FileTypes.end(), file.type) - FileTypes.begin();
@@ -118,6 +130,13 @@ class CommitRun {
       if (::unlink(source.path.c_str()) == 0 || Fail("remove", source.path, problem)) continue;
       LogWarning(problem + "; the event has it");
     }
+    // Else a power cut brings them back, and with them the event a second time.
+    std::set<std::string> parents;
+    for (const SourceFile& source : m_sources) parents.insert(Kdir::GetParentOf(source.path));
+    for (const std::string& parent : parents) {
+      std::string problem;
+      if (!SyncDirectory(parent, problem)) LogWarning(problem);
+    }
     return true;
   }
 
@@ -163,20 +182,10 @@ bool IsLeftover(const std::string& name) {
 
 }  // namespace
 
-EventWriter::EventWriter(std::string eventsDir) : m_eventsDir(std::move(eventsDir)) {}
+EventWriter::EventWriter(std::string eventsDir) : m_eventsDir(std::move(eventsDir)), m_lock(m_eventsDir, ".lock") {}
 
 bool EventWriter::Lock(std::string& problem) {
-  if (!CreateEventsDir(m_eventsDir, problem)) return false;
-  const std::string path = m_eventsDir + "/.lock";
-  UniqueFd lock = UniqueFd::Open(path, O_RDWR | O_CREAT | O_NOFOLLOW);
-  if (!lock.IsValid()) return Fail("open", path, problem);
-  if (::flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) {
-    m_lock = std::move(lock);
-    return true;
-  }
-  if (errno != EWOULDBLOCK) return Fail("lock", path, problem);
-  problem = fmt::format("the events directory {} is in use by another process", m_eventsDir);
-  return false;
+  return CreateEventsDir(m_eventsDir, problem) && m_lock.Take(problem);
 }
 
 int EventWriter::CleanUp() {
@@ -191,6 +200,15 @@ int EventWriter::CleanUp() {
   FindNewest();
   if (count > 0) LogInfo(fmt::format("{} interrupted event directories cleaned up in {}", count, m_eventsDir));
   return count;
+}
+
+/// Another disk may have been put in the place of the one that was locked.
+bool EventWriter::HoldLock(std::string& problem) {
+  if (!m_lock.IsTaken() || m_lock.IsCurrent()) return true;
+  LogWarning(m_eventsDir + " is another disk than before");
+  if (!Lock(problem)) return false;
+  CleanUp();
+  return true;
 }
 
 void EventWriter::FindNewest() {
@@ -211,6 +229,7 @@ bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>&
                          std::string& eventDir, std::string& problem) {
   eventDir.clear();
   problem.clear();
+  if (!HoldLock(problem)) return false;
   const std::int64_t savedNs = ChooseSavedNs();
   CommitRun run(m_eventsDir, event, sources, isProtected, savedNs);
   int number = 0;

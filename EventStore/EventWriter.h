@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "EventStore/DirectoryLock.h"
 #include "EventStore/EventDescription.h"
 #include "EventStore/FileTransfer.h"
-#include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace Tavi::EventStore {
 
@@ -19,8 +19,8 @@ class EventWriter {
  public:
   explicit EventWriter(std::string eventsDir);
 
-  /// Keeps other processes from writing here until this object ends, or the process does. False, with one sentence in
-  /// `problem`, when another one holds it.
+  /// Keeps other processes from writing here until this object ends, or the process does; also on a disk that is put in
+  /// the place of this one meanwhile. False, with one sentence in `problem`, when another one holds it.
   [[nodiscard]] bool Lock(std::string& problem);
 
   /// Removes what a process that was interrupted has left half made or half removed. Call it at the start, with the
@@ -39,13 +39,14 @@ class EventWriter {
   void SetStepObserver(std::function<bool(int)> goesOn) { m_goesOn = std::move(goesOn); }
 
  private:
+  bool HoldLock(std::string& problem);
   void FindNewest();
   [[nodiscard]] std::int64_t ChooseSavedNs();
 
   const std::string m_eventsDir;
   /// EventEntry::savedNs of the newest event; empty before the first commit.
   std::optional<std::int64_t> m_newestNs;
-  Ksystem::FileUtils::UniqueFd m_lock;
+  DirectoryLock m_lock;
   std::function<bool(int)> m_goesOn;
 };
 

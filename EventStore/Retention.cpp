@@ -42,11 +42,23 @@ RetentionResult ForeseeLeast(const std::vector<EventEntry>& entries, RetentionRe
   return state;
 }
 
-bool ReportFull(const std::string& eventsDir, RetentionResult& result) {
+/// Which limit it is that cannot be held by `least`, which is all that must stay.
+std::string NameLimit(const RetentionLimits& limits, std::uint64_t bytesNeeded, const RetentionResult& least) {
+  const std::uint32_t added = bytesNeeded > 0 ? 1 : 0;
+  if (limits.maxEvents != 0 && least.events + added > limits.maxEvents) {
+    return fmt::format("maxEvents allows {}, and {} of them may not go", limits.maxEvents, least.events);
+  }
+  if (limits.maxBytes != 0 && least.bytesUsed + bytesNeeded > limits.maxBytes) {
+    return fmt::format("maxBytes allows {}, {} may not go, and {} are needed", limits.maxBytes, least.bytesUsed,
+                       bytesNeeded);
+  }
+  return fmt::format("{} bytes can be free, {} are needed, and minFreeBytes keeps {}", least.freeBytes, bytesNeeded,
+                     limits.minFreeBytes);
+}
+
+bool ReportFull(const std::string& eventsDir, const std::string& limit, RetentionResult& result) {
   result.isFull = true;
-  result.problem =
-      fmt::format("there is no room in {}: {} events with {} bytes, {} bytes free, and nothing that may go", eventsDir,
-                  result.events, result.bytesUsed, result.freeBytes);
+  result.problem = fmt::format("there is no room in {}: {}", eventsDir, limit);
   return false;
 }
 
@@ -81,7 +93,10 @@ bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, 
   result.events = static_cast<std::uint32_t>(entries.size());
   for (const EventEntry& entry : entries) result.bytesUsed += entry.bytes;
   if (!MeasureFree(result)) return false;
-  if (!Holds(limits, bytesNeeded, ForeseeLeast(entries, result))) return ReportFull(m_eventsDir, result);
+  const RetentionResult least = ForeseeLeast(entries, result);
+  if (!Holds(limits, bytesNeeded, least)) {
+    return ReportFull(m_eventsDir, NameLimit(limits, bytesNeeded, least), result);
+  }
   for (const EventEntry& entry : entries) {
     if (Holds(limits, bytesNeeded, result)) return true;
     bool isKept = entry.isProtected;
@@ -91,7 +106,7 @@ bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, 
     result.removed.push_back(entry.name);
     if (!MeasureFree(result)) return false;
   }
-  return Holds(limits, bytesNeeded, result) || ReportFull(m_eventsDir, result);
+  return Holds(limits, bytesNeeded, result) || ReportFull(m_eventsDir, NameLimit(limits, bytesNeeded, result), result);
 }
 
 }  // namespace Tavi::EventStore

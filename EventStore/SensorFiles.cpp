@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -11,6 +12,7 @@
 #include "Tavi/Accel/AccDataPak.h"
 #include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GPSLine.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 
 namespace Tavi::EventTools {
 namespace {
@@ -103,8 +105,11 @@ bool ReadFix(std::string_view sentence, Fix& fix) {
   return true;
 }
 
-double TimeOf(const TimeBase& base, double entry) {
-  return base.fromSeconds + entry / base.rate;
+/// `part`: how far it is on the way to the next entry.
+double TimeOf(const TimeBase& base, std::size_t entry, double part = 0.0) {
+  if (base.seconds.empty()) return base.fromSeconds + (static_cast<double>(entry) + part) / base.rate;
+  const std::size_t known = std::min(entry, base.seconds.size() - 1);
+  return base.seconds[known] + (static_cast<double>(entry - known) + part) / base.rate;
 }
 
 /// The number called `name`, empty when there is none from `low` to 255, the highest that a sample holds.
@@ -133,12 +138,17 @@ nlohmann::json ParseArray(std::string_view bytes, std::string& problem) {
 
 }  // namespace
 
+std::vector<double> ParseEntrySeconds(std::string_view companion) {
+  const auto times = PipelineCollect::ParseTimes(companion);
+  return times ? times->GetSeconds() : std::vector<double>();
+}
+
 SensorRecords<Fix> ParseGps(std::string_view bytes, const TimeBase& base) {
   SensorRecords<Fix> result;
   EntryCutter entries(bytes);
   while (entries.Next(0, sizeof(Gps::GpsData::gprmc_line) - 1)) {
     Fix fix;
-    fix.secondsFromEvent = TimeOf(base, static_cast<double>(entries.GetIndex()));
+    fix.secondsFromEvent = TimeOf(base, entries.GetIndex());
     if (!entries.GetContent().empty() && !ReadFix(entries.GetContent(), fix) && result.problem.empty()) {
       result.problem = fmt::format("entry {} is no RMC sentence", entries.GetIndex() + 1);
     }
@@ -155,7 +165,7 @@ SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base) 
     for (std::size_t i = 0; i < SamplesOfBlock; ++i) {
       AccSample sample;
       const double part = static_cast<double>(i) / static_cast<double>(SamplesOfBlock);
-      sample.secondsFromEvent = TimeOf(base, static_cast<double>(entries.GetIndex()) + part);
+      sample.secondsFromEvent = TimeOf(base, entries.GetIndex(), part);
       for (std::size_t axis = 0; axis < Axes; ++axis) {
         const auto native = static_cast<unsigned char>(entries.GetContent()[i * Axes + axis]);
         const double g = static_cast<double>(Kbase::UtilAcc::AccNativeToFloat(native, FullScaleG));
@@ -174,7 +184,7 @@ SensorRecords<MetricSample> ParseOther(std::string_view bytes, const TimeBase& b
   if (!array.is_array()) return result;
   for (const auto& object : array) {
     MetricSample sample;
-    sample.secondsFromEvent = TimeOf(base, static_cast<double>(result.records.size()));
+    sample.secondsFromEvent = TimeOf(base, result.records.size());
     sample.cpuPercent = ReadMetric(object, "cpu_usage", 0);
     sample.temperatureCelsius = ReadTemperature(object);
     if (!sample.cpuPercent && !sample.temperatureCelsius && result.problem.empty()) {

@@ -11,13 +11,20 @@
 
 namespace Tavi::EventTools {
 
-/// Where a stream lies on the time line: its entry n is at fromSeconds + n / rate.
+/// Where a stream lies on the time line: its entry n is at seconds[n], or, where there is no such number, an interval
+/// of the rate behind the one before it. Without any, at fromSeconds + n / rate.
 struct TimeBase {
   /// Of the first entry, in seconds relative to the event.
   double fromSeconds = 0.0;
   /// Entries a second, above 0.
   double rate = 1.0;
+  /// When each entry was, as its companion tells; may be fewer than there are.
+  std::vector<double> seconds = {};
 };
+
+/// When each entry of a sensor file was, in seconds relative to the event, from the text of its companion (".times");
+/// none when it is no companion. Reentrant.
+std::vector<double> ParseEntrySeconds(std::string_view companion);
 
 /// One entry of the receiver. Without a valid position everything but `secondsFromEvent` is unset.
 struct Fix {

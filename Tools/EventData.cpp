@@ -45,7 +45,14 @@ SensorRecords<Record> LoadSensor(EventData& data, std::string_view type, double 
     AddProblem(data, result.problem);
     return result;
   }
-  result = parse(content, GetTimeBase(data.description, type, fallbackRate));
+  TimeBase base = GetTimeBase(data.description, type, fallbackRate);
+  std::string companion;
+  std::string problem;
+  if (ReadEventFile(data, std::string(type) + "Times", MaxSensorBytes, companion, problem)) {
+    base.seconds = ParseEntrySeconds(companion);
+  }
+  AddProblem(data, problem);
+  result = parse(content, base);
   if (!result.problem.empty()) {
     AddProblem(data, GetPath(data, *FindFile(data.description, type)) + ": " + result.problem);
   }

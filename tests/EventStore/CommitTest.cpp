@@ -97,7 +97,7 @@ TEST_F(CommitTest, ASourceThatCannotBeStoredLeavesEverythingAsItWas) {
 // A short write that is taken for success; an event directory that keeps the disk full.
 TEST_F(CommitTest, AFullDiskIsReportedAndTheNextCommitSucceedsWhenThereIsRoom) {
   std::filesystem::create_directory(m_events);
-  if (mount("tmpfs", m_events.c_str(), "tmpfs", 0, "size=6m") != 0) GTEST_SKIP() << "mounting needs root";
+  if (mount("tmpfs", m_events.c_str(), "tmpfs", 0, "size=6m") != 0) GTEST_SKIP() << "nothing can be mounted";
   std::ofstream(m_events + "/hog") << std::string(2'000'000, 'h');
   EventWriter writer(m_events);
   const auto sources = MakeSources();
@@ -108,6 +108,18 @@ TEST_F(CommitTest, AFullDiskIsReportedAndTheNextCommitSucceedsWhenThereIsRoom) {
   std::filesystem::remove(m_events + "/hog");
   EXPECT_TRUE(Commit(writer, sources)) << m_problem;
   ExpectWholeEvent(m_eventDir);
+  umount(m_events.c_str());
+}
+
+// A disk that is put in the place of another while the recorder runs, and that two of them then write to.
+TEST_F(CommitTest, ADiskThatIsPutInItsPlaceIsLockedToo) {
+  EventStore store(m_events, {});
+  ASSERT_TRUE(store.Open(m_problem)) << m_problem;
+  if (mount("tmpfs", m_events.c_str(), "tmpfs", 0, "size=16m") != 0) GTEST_SKIP() << "nothing can be mounted";
+  m_event = MakeEvent("9f3ca1b2");
+  EXPECT_EQ(store.Save(m_event, MakeSources(), false, m_eventDir, m_problem), SaveResult::Saved) << m_problem;
+  EXPECT_EQ(List(m_events), std::string(".lock ") + Name + " ");
+  EXPECT_FALSE(EventStore(m_events, {}).Open(m_problem));
   umount(m_events.c_str());
 }
 
@@ -139,7 +151,7 @@ TEST_F(CommitTest, OneProcessOwnsTheDirectoryAndCleansUpItsOwnOnly) {
     ASSERT_TRUE(first.Open(m_problem)) << m_problem;
     EXPECT_EQ(List(m_events), ".lock .new_photos " + other + " ");
     EXPECT_FALSE(store.Open(m_problem));
-    EXPECT_EQ(m_problem, "the events directory " + m_events + " is in use by another process");
+    EXPECT_EQ(m_problem, "the directory " + m_events + " is in use by another process");
   }
   EXPECT_TRUE(store.Open(m_problem)) << m_problem;
 }

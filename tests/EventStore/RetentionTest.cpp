@@ -65,6 +65,8 @@ TEST_F(RetentionTest, WhenNothingHelpsNothingGoes) {
   for (const auto& [limits, needed] : std::vector<std::pair<RetentionLimits, std::uint64_t>>{
            {{50'000, 0, 0}, 0}, {{0, 1, 0}, 1}, {{0, 0, 450'000}, 0}, {{0, 0, 0}, 450'000}, {{0, 0, ~0ULL}, 100}}) {
     EXPECT_FALSE(retention.Apply(limits, needed, m_result));
+    const char* limit = limits.maxBytes != 0 ? "maxBytes" : limits.maxEvents != 0 ? "maxEvents" : "minFreeBytes";
+    EXPECT_NE(m_result.problem.find(limit), std::string::npos) << m_result.problem;
     EXPECT_TRUE(m_result.isFull && m_result.removed.empty()) << m_result.problem;
     EXPECT_EQ(GetIds(), "1234");
   }

@@ -59,6 +59,23 @@ TEST(SensorFilesTest, AccelerationsAreInGWithoutGravityAndATenthOfABlockApart) {
   EXPECT_NEAR(acc.records[19].secondsFromEvent, -0.81, 1e-9);
 }
 
+// Entries at their rate's places where a companion tells that the source had stood still.
+TEST(SensorFilesTest, ACompanionTellsWhenEachEntryWas) {
+  const std::string text = "times 1 10 counted\n-1000000000 -\n500000000 7\n6000";
+  TimeBase base{-9.0, 10.0, ParseEntrySeconds(text)};
+  ASSERT_EQ(base.seconds.size(), 2U) << "the last line is cut";
+  const std::string block = MakeEntry(std::string(30, '\x20'));
+  const auto acc = ParseAcc(block + block + block, base);
+  ASSERT_EQ(acc.records.size(), 30U);
+  EXPECT_NEAR(acc.records[1].secondsFromEvent, -0.99, 1e-9);
+  EXPECT_NEAR(acc.records[10].secondsFromEvent, 0.5, 1e-9);
+  EXPECT_NEAR(acc.records[20].secondsFromEvent, 0.6, 1e-9);
+  base.rate = 1.0;
+  const auto gps = ParseGps(MakeEntry("") + MakeEntry("") + MakeEntry(""), base);
+  EXPECT_NEAR(gps.records.at(2).secondsFromEvent, 1.5, 1e-9);
+  EXPECT_TRUE(ParseEntrySeconds("[{}]").empty());
+}
+
 // Catches a cold morning that a person reads as 251 degrees.
 TEST(SensorFilesTest, UnknownTemperaturesAreEmptyAndThoseBelowZeroAreNegative) {
   const auto other = ParseOther(R"([{"cpu_usage":16,"temperature":0},{"cpu_usage":17,"temperature":47}])", {0.0, 1.0});
