@@ -2,97 +2,138 @@
 #include "Recorder/Service/EventArchive.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <filesystem>
-#include <system_error>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string_view>
 #include <utility>
 
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
-#include "Kbase/Util/Naming.h"
 #include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/RecoveredEvent.h"
 #include "Tavi/GstUtil/Log.h"
-#include "Tavi/RecoveryCollect/EventFileName.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 #include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
 
 namespace Tavi::Recorder {
 namespace {
 
 using EventStore::SaveResult;
-using PipelineCollect::PipelineCollectType;
+using Ksystem::FileUtils::Kdir;
+using Ksystem::FileUtils::Kfile;
 namespace fs = std::filesystem;
 
 /// What fits beside a running event on a unit's RAM disk.
 constexpr std::size_t MaxWaiting = 4;
 /// Products of recovered events until they are events; hidden from whoever lists these.
 constexpr const char* RecoveredDir = ".recovered/";
+/// Before the id, in the name of a complete event that waits in the backup directory.
+constexpr std::string_view SecuredPrefix = ".event-";
 
-void RemoveTree(const std::string& path) {
-  std::string problem;
-  if (!EventStore::RemoveTree(path, problem)) Log::Warning(problem);
-}
-
-std::time_t GetTime(const fs::path& path) {
-  struct stat attributes {};
-  return ::stat(path.c_str(), &attributes) == 0 ? attributes.st_mtime : 0;
-}
-
-/// The name under which a collector's file would be saved in a power failure; empty for what would not: the preview and
-/// what it is made of, which bear other names than a collector's own.
-std::string GetBackupName(const std::string& fileName, const std::string& event) {
-  const auto file = RecoveryCollect::ParseBackupName(fileName);
-  const bool isSaved =
-      file && !file->isHalf && file->type != PipelineCollectType::Preview && RecoveryCollect::IsUid(file->event);
-  return isSaved ? RecoveryCollect::BuildBackupName(*file, event) : std::string();
+/// Of recovered products: a clip has its times in itself by now, and what a sensor's tells is in the event.
+void RemoveCompanions(const std::vector<EventStore::SourceFile>& sources) {
+  for (const auto& source : sources) Kfile(source.path + std::string(PipelineCollect::TimesSuffix), true).Remove();
 }
 
 }  // namespace
 
 EventArchive::EventArchive(const StorageSettings& settings)
     : m_settings(settings),
+      m_workingDisk(m_settings),
       m_store(fs::path(settings.eventsDir).parent_path().string(),
               {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}),
       m_notes(fs::path(settings.eventsDir).parent_path().string()) {}
 
 bool EventArchive::Open(std::string& problem) {
   if (!m_store.Open(problem)) return false;
-  const bool isThere = Ksystem::FileUtils::Kdir(m_settings.workDir).Create();
+  const bool isThere = Kdir(m_settings.workDir).Create();
   if (!isThere || ::access(m_settings.workDir.c_str(), W_OK | X_OK) != 0) {
     problem = "storage.workDir: nothing can be written into \"" + m_settings.workDir +
               "\"; give a directory that can be created or written to";
     return false;
   }
-  SaveLeftovers();
+  if (!LockDirs(problem)) return false;
+  std::vector<std::string> known;
+  for (const auto& event : m_store.List()) known.push_back(event.id);
+  std::vector<WaitingEvent> waiting;
+  m_workingDisk.TakeLeft(known, waiting);
+  TakeWaiting(std::move(waiting));
+  TakeWaiting(FindSecured());
   Maintain();
   return true;
 }
 
-/// A process that died has left its events here, and the machine has not: they are saved as if power had failed.
-void EventArchive::SaveLeftovers() const {
-  std::error_code error;
-  std::vector<fs::path> left;
-  for (const auto& entry : fs::directory_iterator(m_settings.workDir, error)) {
-    if (EventStore::IsEventId(entry.path().filename().string())) left.push_back(entry.path());
+bool EventArchive::LockDirs(std::string& problem) {
+  for (const std::string& dir : {m_settings.workDir, m_settings.backupDir, m_settings.restoreDir}) {
+    // What cannot be made is no obstacle to recording; whoever needs it says so.
+    if (!Kdir(dir).Create()) continue;
+    m_locks.emplace_back(dir);
+    if (!m_locks.back().Take(problem)) return false;
   }
-  if (!left.empty()) Ksystem::FileUtils::Kdir(m_settings.backupDir).Create();
-  for (const auto& dir : left) {
-    Log::Warning("the event in " + dir.string() + " was not finished: what there is of it is recovered");
-    const auto name = Kbase::Util::BuildEventFileName(BuildCrashName(dir.filename().string()), GetTime(dir)) + "_0";
-    bool isSaved = true;
-    for (const auto& file : fs::directory_iterator(dir, error)) {
-      const std::string saved = GetBackupName(file.path().filename().string(), name);
-      isSaved = (saved.empty() || Ksystem::FileUtils::Kfile(file.path()).CopyTo(m_settings.backupDir + saved, false)) &&
-                isSaved;
+  return true;
+}
+
+/// Another disk may have been put in the place of one that was locked.
+void EventArchive::HoldLocks() {
+  for (auto& lock : m_locks) {
+    std::string problem;
+    if (!lock.IsCurrent() && !lock.Take(problem)) Log::Error(problem);
+  }
+}
+
+/// Complete events that an earlier process could not save.
+std::vector<WaitingEvent> EventArchive::FindSecured() const {
+  std::vector<WaitingEvent> found;
+  for (const std::string& name : EventStore::ListNames(m_settings.backupDir)) {
+    if (!name.starts_with(SecuredPrefix)) continue;
+    const std::string dir = m_settings.backupDir + name + "/";
+    auto waiting = EventStore::IsEventId(name.substr(SecuredPrefix.size())) ? ReadWaiting(dir) : std::nullopt;
+    std::string problem;
+    if (waiting) {
+      found.push_back(std::move(*waiting));
+    } else if (!EventStore::RemoveTree(dir, problem)) {
+      // Half a copy: what it was copied from went with the power, or is still on the working disk.
+      Log::Warning(problem);
     }
-    if (isSaved) RemoveTree(dir);
+  }
+  return found;
+}
+
+/// What is complete twice, because the process died in between, is so once.
+void EventArchive::TakeWaiting(std::vector<WaitingEvent> found) {
+  std::set<std::string> known;
+  for (const auto& event : m_store.List()) known.insert(event.id);
+  for (const auto& waiting : m_waiting) known.insert(waiting.noteId);
+  for (auto& waiting : found) {
+    if (!known.insert(waiting.noteId).second) {
+      WorkingDisk::Remove(waiting.dir);
+      continue;
+    }
+    Log::Info("event " + waiting.noteId + " waits in " + waiting.dir + " until it can be saved");
+    const std::lock_guard lock(m_mutex);
+    m_waiting.push_back(std::move(waiting));
+  }
+}
+
+void EventArchive::SecureWaiting() {
+  const std::lock_guard lock(m_mutex);
+  for (auto& waiting : m_waiting) {
+    if (!waiting.dir.starts_with(m_settings.workDir)) continue;
+    const std::string dir = m_settings.backupDir + std::string(SecuredPrefix) + waiting.noteId + "/";
+    std::string problem;
+    if (CopyWaiting(waiting, dir, problem)) {
+      WorkingDisk::Remove(std::exchange(waiting.dir, dir));
+      for (auto& source : waiting.sources) source.path = dir + EventStore::GetFileName(source.path);
+    } else {
+      Log::Error("event " + waiting.noteId + " stays in " + waiting.dir + ": " + problem);
+    }
   }
 }
 
@@ -106,11 +147,20 @@ void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
   auto notes = m_notes.Read();
   ForgetSettled(notes);
   for (const auto& recovered : output.events) SaveRecovered(recovered, config, notes);
+  Complain(notes);
+}
+
+/// Of requests for which there is nothing.
+void EventArchive::Complain(const Notes& notes) {
+  std::set<std::string> waiting;
+  {
+    const std::lock_guard lock(m_mutex);
+    for (const auto& event : m_waiting) waiting.insert(event.noteId);
+  }
   for (const auto& note : notes) {
     const auto& request = note.request;
-    std::error_code error;
     // What could not be recovered for want of room may be at the next start.
-    if (fs::exists(GetWorkDir(request.id), error)) continue;
+    if (waiting.contains(request.id) || EventStore::Exists(m_settings.workDir + request.id)) continue;
     Log::Error(fmt::format(
         "nothing is there of the event {} of {} ({}{}{}): it was interrupted before anything was saved", request.id,
         EventStore::FormatTime(request.timeMs), request.trigger, request.label.empty() ? "" : ", ", request.label));
@@ -119,7 +169,7 @@ void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
 }
 
 /// A process may have died between an event and the end of its note.
-void EventArchive::ForgetSettled(std::vector<EventStore::RequestNote>& notes) {
+void EventArchive::ForgetSettled(Notes& notes) {
   const auto events = m_store.List();
   std::erase_if(notes, [&](const EventStore::RequestNote& note) {
     const std::string& id = note.request.id;
@@ -130,41 +180,57 @@ void EventArchive::ForgetSettled(std::vector<EventStore::RequestNote>& notes) {
   });
 }
 
+/// True when an event of that id has all that was recovered: a power cut has brought back what it was made of.
+bool EventArchive::IsStored(const RecoveryCollect::RecoveredEvent& recovered, const std::string& id) const {
+  for (const auto& entry : m_store.List()) {
+    if (entry.id != id) continue;
+    std::string problem;
+    const auto event = EventStore::ReadEvent(m_settings.eventsDir + entry.name, problem);
+    if (!event) return false;
+    std::set<std::string> types;
+    for (const auto& file : event->files) types.insert(file.type);
+    const auto sources = ListSources(recovered.output);
+    return std::all_of(sources.begin(), sources.end(), [&](const auto& source) { return types.contains(source.type); });
+  }
+  return false;
+}
+
 void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered,
-                                 const Pipeline::PipelineConfig& config, std::vector<EventStore::RequestNote>& notes) {
-  const auto note = TakeNote(recovered, notes);
-  auto event = DescribeRecovered(recovered, note, config);
-  const std::string id = event.id;
-  std::string directory;
-  std::string problem;
-  const bool keep = note && note->isProtected;
-  if (m_store.Save(event, ListSources(recovered.output), keep, directory, problem) != SaveResult::Saved) {
-    Log::Error("the interrupted event " + recovered.name + " stays in " + m_settings.eventsDir + RecoveredDir +
-               " until the next start: " + problem);
+                                 const Pipeline::PipelineConfig& config, Notes& notes) {
+  const auto sources = ListSources(recovered.output);
+  const std::string id = GetInterruptedId(recovered.name);
+  if (IsStored(recovered, id)) {
+    Log::Info("the interrupted event " + recovered.name + " is an event already");
+    for (const auto& source : sources) Kfile(source.path).Remove();
+    RemoveCompanions(sources);
+    Kdir::Sync(m_settings.eventsDir + RecoveredDir);
     return;
   }
-  ++m_saved;
-  m_notes.Remove(id);
-  Log::Info("the interrupted event " + recovered.name + " is in " + directory);
-}
-
-std::string EventArchive::GetWorkDir(const std::string& id) const {
-  return m_settings.workDir + id + "/";
-}
-
-void EventArchive::DropWorkDir(const std::string& id) const {
-  RemoveTree(GetWorkDir(id));
+  const auto note = TakeNote(recovered, notes);
+  if (!recovered.isComplete) {
+    Log::Error("the interrupted event " + recovered.name + " waits in " + m_settings.eventsDir + RecoveredDir +
+               " for room for the rest of it, which is tried at the next start");
+    return;
+  }
+  WaitingEvent waiting{DescribeRecovered(recovered, note, config), sources, id, {}, note && note->isProtected};
+  EventResult result;
+  if (TrySave(waiting, result)) return;
+  Log::Error("the interrupted event " + recovered.name + " waits in " + m_settings.eventsDir + RecoveredDir +
+             " until it can be saved: " + result.problem);
+  const std::lock_guard lock(m_mutex);
+  m_waitingFor = result.problem;
+  m_waiting.push_back(std::move(waiting));
 }
 
 EventResult EventArchive::Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
                                const std::string& workId, bool keep) {
-  Waiting waiting{std::move(event), sources, workId, keep};
+  WaitingEvent waiting{std::move(event), sources, workId, GetWorkDir(workId), keep};
   EventResult result;
   if (!TrySave(waiting, result)) KeepForLater(std::move(waiting), result.problem);
   return result;
 }
 
-bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
+bool EventArchive::TrySave(WaitingEvent& waiting, EventResult& result) {
   result = {};
   const Kbase::Util::TimeMonitor sinceStart;
   const auto saved = m_store.Save(waiting.event, waiting.sources, waiting.keep, result.directory, result.problem);
@@ -173,41 +239,54 @@ bool EventArchive::TrySave(Waiting& waiting, EventResult& result) {
   result.files = waiting.event.files.size();
   if (!result.isSaved) return false;
   ++m_saved;
-  m_notes.Remove(waiting.workId);
-  RemoveTree(GetWorkDir(waiting.workId));
+  if (waiting.dir.empty()) {
+    RemoveCompanions(waiting.sources);
+  } else {
+    WorkingDisk::Remove(waiting.dir);
+  }
+  m_notes.Remove(waiting.noteId);
   Log::Info(fmt::format("event {} is in {}, complete within {} ms", result.id, result.directory,
                         sinceStart.Elapsed().count()));
   return true;
 }
 
-void EventArchive::KeepForLater(Waiting waiting, const std::string& problem) {
+void EventArchive::KeepForLater(WaitingEvent waiting, const std::string& problem) {
   ++m_failed;
-  Log::Error("event " + waiting.event.id + " waits in " + GetWorkDir(waiting.workId) +
-             " until it can be saved: " + problem);
-  std::optional<Waiting> oldest;
+  Log::Error("event " + waiting.event.id + " waits in " + waiting.dir + " until it can be saved: " + problem);
+  std::string trouble;
+  if (!WriteDown(waiting, trouble)) Log::Warning(trouble);
   {
     const std::lock_guard lock(m_mutex);
     m_waiting.push_back(std::move(waiting));
     m_waitingFor = problem;
-    if (m_waiting.size() > MaxWaiting) {
-      oldest = std::move(m_waiting.front());
-      m_waiting.pop_front();
-    }
   }
-  if (oldest) Discard(*oldest);
+  if (const auto superfluous = TakeSuperfluous()) Discard(*superfluous);
 }
 
-void EventArchive::Discard(const Waiting& waiting) {
+/// The oldest of those that nobody has asked to keep, when more wait on the working disk than may.
+std::optional<WaitingEvent> EventArchive::TakeSuperfluous() {
+  const std::lock_guard lock(m_mutex);
+  const auto isWorking = [this](const WaitingEvent& w) { return w.dir.starts_with(m_settings.workDir); };
+  if (static_cast<std::size_t>(std::ranges::count_if(m_waiting, isWorking)) <= MaxWaiting) return std::nullopt;
+  const auto oldest = std::ranges::find_if(m_waiting, [&](const auto& w) { return isWorking(w) && !w.keep; });
+  if (oldest == m_waiting.end()) return std::nullopt;
+  WaitingEvent superfluous = std::move(*oldest);
+  m_waiting.erase(oldest);
+  return superfluous;
+}
+
+void EventArchive::Discard(const WaitingEvent& waiting) {
   Log::Error("event " + waiting.event.id +
              " is given up: there was no room for it, and newer ones need the working disk");
-  m_notes.Remove(waiting.workId);
-  RemoveTree(GetWorkDir(waiting.workId));
+  m_notes.Remove(waiting.noteId);
+  WorkingDisk::Remove(waiting.dir);
 }
 
 void EventArchive::Maintain() {
+  HoldLocks();
   EventStore::RetentionResult state;
   m_store.Apply(state);
-  std::deque<Waiting> waiting;
+  std::deque<WaitingEvent> waiting;
   {
     const std::lock_guard lock(m_mutex);
     if (state.isFull && !m_state.isFull) Log::Error("events cannot be saved: " + state.problem);
@@ -215,7 +294,11 @@ void EventArchive::Maintain() {
     m_state = std::move(state);
     waiting.swap(m_waiting);
   }
-  for (EventResult result; !waiting.empty() && TrySave(waiting.front(), result);) waiting.pop_front();
+  // One that cannot be saved for a reason of its own keeps no other back.
+  std::erase_if(waiting, [this](WaitingEvent& event) {
+    EventResult result;
+    return TrySave(event, result);
+  });
   const std::lock_guard lock(m_mutex);
   m_waiting.insert(m_waiting.begin(), std::move_iterator(waiting.begin()), std::move_iterator(waiting.end()));
 }

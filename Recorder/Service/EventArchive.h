@@ -5,12 +5,16 @@
 #include <deque>
 #include <mutex>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "EventStore/DirectoryLock.h"
 #include "EventStore/EventStore.h"
 #include "EventStore/RequestNotes.h"
 #include "Recorder/Service/EventOrder.h"
+#include "Recorder/Service/WaitingEvent.h"
+#include "Recorder/Service/WorkingDisk.h"
 #include "Recorder/Settings/Settings.h"
 #include "Tavi/Pipeline/PipelineConfig.h"
 #include "Tavi/RecoveryCollect/RecoveryCollectTypes.h"
@@ -18,13 +22,13 @@
 namespace Tavi::Recorder {
 
 /// Owns the working directory's content and the events directory. An event for which there is no room waits on the
-/// working disk and is saved as soon as there is; a few of them, then the oldest gives way. Thread-safe, and slow: it
-/// waits for disks.
+/// working disk and is saved as soon as there is; a few of them, then the oldest that nobody has asked to keep gives
+/// way. Thread-safe, and slow: it waits for disks.
 class EventArchive {
  public:
   explicit EventArchive(const StorageSettings& settings);
 
-  /// Takes both directories for this process. False, with one sentence in `problem`, when one cannot be had.
+  /// Takes all directories for this process. False, with one sentence in `problem`, when one cannot be had.
   [[nodiscard]] bool Open(std::string& problem);
   /// Finishes what a power failure has interrupted, and makes events of it. Call it before the first Announce.
   void Recover(const Pipeline::PipelineConfig& config);
@@ -36,40 +40,47 @@ class EventArchive {
   void Withdraw(const std::string& id) { m_notes.Remove(id); }
 
   /// Where the files of that event are collected, with a "/" at its end.
-  [[nodiscard]] std::string GetWorkDir(const std::string& id) const;
+  [[nodiscard]] std::string GetWorkDir(const std::string& id) const { return m_workingDisk.GetDir(id); }
   /// Removes it: there is nothing in it that anybody asked for.
-  void DropWorkDir(const std::string& id) const;
+  void DropWorkDir(const std::string& id) const { WorkingDisk::Remove(GetWorkDir(id)); }
   /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone.
   EventResult Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
                    const std::string& workId, bool keep);
   /// Looks how full the disk is, makes room, and saves what waits. To be called every few seconds.
   void Maintain();
+  /// Brings what waits in the working directory, which may not outlive the machine, to where power that fails does not
+  /// reach it. To be called when the recorder ends; the next start finds it there.
+  void SecureWaiting();
 
   [[nodiscard]] const EventStore::EventStore& GetStore() const { return m_store; }
   /// {"eventsDir","bytes","events","freeBytes","full","waiting","saved","failed","problem"}.
   [[nodiscard]] nlohmann::ordered_json Describe() const;
 
  private:
-  struct Waiting {
-    EventStore::EventDescription event;
-    std::vector<EventStore::SourceFile> sources;
-    std::string workId;
-    bool keep = false;
-  };
+  using Notes = std::vector<EventStore::RequestNote>;
 
-  void SaveLeftovers() const;
-  void ForgetSettled(std::vector<EventStore::RequestNote>& notes);
+  bool LockDirs(std::string& problem);
+  void HoldLocks();
+  void TakeWaiting(std::vector<WaitingEvent> found);
+  [[nodiscard]] std::vector<WaitingEvent> FindSecured() const;
   void SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered, const Pipeline::PipelineConfig& config,
-                     std::vector<EventStore::RequestNote>& notes);
-  bool TrySave(Waiting& waiting, EventResult& result);
-  void KeepForLater(Waiting waiting, const std::string& problem);
-  void Discard(const Waiting& waiting);
+                     Notes& notes);
+  [[nodiscard]] bool IsStored(const RecoveryCollect::RecoveredEvent& recovered, const std::string& id) const;
+  void ForgetSettled(Notes& notes);
+  void Complain(const Notes& notes);
+  bool TrySave(WaitingEvent& waiting, EventResult& result);
+  void KeepForLater(WaitingEvent waiting, const std::string& problem);
+  [[nodiscard]] std::optional<WaitingEvent> TakeSuperfluous();
+  void Discard(const WaitingEvent& waiting);
 
   const StorageSettings m_settings;
+  const WorkingDisk m_workingDisk;
   EventStore::EventStore m_store;
   EventStore::RequestNotes m_notes;
+  /// Of all directories but that of the events, whose writer has its own.
+  std::vector<EventStore::DirectoryLock> m_locks;
   mutable std::mutex m_mutex;
-  std::deque<Waiting> m_waiting;
+  std::deque<WaitingEvent> m_waiting;
   /// Why the last of them could not be saved.
   std::string m_waitingFor;
   EventStore::RetentionResult m_state;

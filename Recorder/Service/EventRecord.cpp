@@ -3,12 +3,15 @@
 
 #include <chrono>
 #include <memory>
+#include <string_view>
 
 #include "EventStore/EventName.h"
 #include "Recorder/Version.h"
 #include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GpsData.h"
 #include "Tavi/GstUtil/GstPipelineCbElement.h"
+#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 
 namespace Tavi::Recorder {
 namespace {
@@ -17,6 +20,8 @@ using PipelineCollect::GetPipelineCollectTypeName;
 using PipelineCollect::PipelineCollectType;
 
 constexpr std::chrono::seconds FreshFix{5};
+/// A camera's video that could not be made an MP4.
+constexpr std::string_view StreamExtension = ".h264";
 
 EventStore::StreamWindow DescribeWindow(PipelineCollectType type, const PipelineCollect::CollectedWindow& window) {
   EventStore::StreamWindow stream;
@@ -61,7 +66,18 @@ EventStore::EventDescription DescribeEvent(const EventOrder& order,
 
 std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output) {
   std::vector<EventStore::SourceFile> sources;
-  for (const auto& [type, path] : output.outputs) sources.push_back({GetPipelineCollectTypeName(type), path});
+  for (const auto& [type, path] : output.outputs) {
+    const std::string name = GetPipelineCollectTypeName(type);
+    const bool isStream = path.ends_with(StreamExtension);
+    sources.push_back({name + (isStream ? "Stream" : ""), path});
+    const bool isSensor =
+        type == PipelineCollectType::Gps || type == PipelineCollectType::Acc || type == PipelineCollectType::Other;
+    const std::string times = path + std::string(PipelineCollect::TimesSuffix);
+    // A clip has its times in itself.
+    if ((isSensor || isStream) && PipelineCollect::CollectBase::IsPathAvailable(times)) {
+      sources.push_back({name + "Times", times});
+    }
+  }
   if (!output.previewStill.empty()) sources.push_back({"PreviewStill", output.previewStill});
   return sources;
 }

@@ -19,7 +19,7 @@ EventStore::EventDescription DescribeEvent(const EventOrder& order,
                                            const PipelineCollect::PipelineCollectOutput& output, bool second,
                                            double waitedSeconds);
 
-/// Every file of the event, the preview's still included.
+/// Every file of the event, the preview's still and the companions of what does not tell its own times included.
 std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output);
 
 /// The newest fix; empty when it is not valid or older than five seconds. Thread-safe.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -12,6 +13,7 @@
 #include "Recorder/MediaLength.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Version.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
 
 namespace Tavi::Recorder {
 namespace {
@@ -57,12 +59,25 @@ class FileReader {
  public:
   FileReader(EventDescription& event, const Pipeline::PipelineConfig& config) : m_event(event), m_config(config) {}
 
+  /// Moves the streams of which nothing tells when they were to `from`; empty: so that the longest ends with the
+  /// event's moment.
+  void Place(std::optional<double> from) {
+    double longest = 0.0;
+    for (const auto& stream : m_event.streams) longest = std::max(longest, stream.toSeconds);
+    for (auto& stream : m_event.streams) {
+      if (!m_unplaced.contains(stream.type)) continue;
+      stream.fromSeconds = from.value_or(-longest);
+      stream.toSeconds += stream.fromSeconds;
+    }
+  }
+  [[nodiscard]] bool IsAllPlaced() const { return m_unplaced.empty(); }
+
   void Read(PipelineCollectType type, const std::string& path) {
     switch (type) {
       case PipelineCollectType::VideoCamera0:
       case PipelineCollectType::VideoCamera1:
       case PipelineCollectType::Audio:
-        if (const auto length = ReadMediaLength(path)) AddMedia(type, *length);
+        if (const auto length = ReadMediaLength(path)) AddMedia(type, *length, path);
         break;
       case PipelineCollectType::Gps:
         ReadGps(path);
@@ -71,7 +86,7 @@ class FileReader {
         ReadAcc(path);
         break;
       case PipelineCollectType::Other:
-        AddStream(type, EventTools::ParseOther(ReadFile(path), {}).records.size(), m_config.other.rate);
+        AddStream(type, EventTools::ParseOther(ReadFile(path), {}).records.size(), m_config.other.rate, path);
         break;
       default:
         break;
@@ -86,13 +101,13 @@ class FileReader {
     return content;
   }
 
-  void AddMedia(PipelineCollectType type, const MediaLength& length) {
-    if (length.seconds > 0.0) AddStream(type, length.frames, static_cast<double>(length.frames) / length.seconds);
+  void AddMedia(PipelineCollectType type, const MediaLength& length, const std::string& path) {
+    if (length.seconds > 0.0) AddStream(type, length.frames, static_cast<double>(length.frames) / length.seconds, path);
   }
 
   void ReadGps(const std::string& path) {
     const auto gps = EventTools::ParseGps(ReadFile(path), {});
-    AddStream(PipelineCollectType::Gps, gps.records.size(), m_config.gps.rate);
+    AddStream(PipelineCollectType::Gps, gps.records.size(), m_config.gps.rate, path);
     for (const auto& fix : gps.records) {
       if (fix.isValid) m_event.maxSpeedKnots = std::max(m_event.maxSpeedKnots.value_or(0.0), fix.speedKnots);
     }
@@ -100,35 +115,58 @@ class FileReader {
 
   void ReadAcc(const std::string& path) {
     const auto acc = EventTools::ParseAcc(ReadFile(path), {});
-    AddStream(PipelineCollectType::Acc, acc.records.size() / EventTools::SamplesOfBlock, m_config.acc.rate);
+    AddStream(PipelineCollectType::Acc, acc.records.size() / EventTools::SamplesOfBlock, m_config.acc.rate, path);
     for (const auto& sample : acc.records) {
       for (const double g : sample.g) m_event.maxG = std::max(m_event.maxG.value_or(0.0), std::fabs(g));
     }
   }
 
-  /// From 0 on; Place moves it.
-  void AddStream(PipelineCollectType type, std::uint64_t entries, double rate) {
+  /// Where no companion tells, from 0 on: Place moves it.
+  void AddStream(PipelineCollectType type, std::uint64_t entries, double rate, const std::string& path) {
     if (entries == 0 || !(rate > 0.0)) return;
     StreamWindow stream;
     stream.type = GetPipelineCollectTypeName(type);
     stream.entries = entries;
     stream.rate = rate;
     stream.toSeconds = static_cast<double>(entries - 1) / rate;
+    if (!PlaceByTimes(stream, path)) m_unplaced.insert(stream.type);
     m_event.streams.push_back(std::move(stream));
+  }
+
+  /// Of a stream that was cut the companion may tell more, or less, than there is.
+  static bool PlaceByTimes(StreamWindow& stream, const std::string& path) {
+    const auto times = PipelineCollect::ReadTimesOf(path);
+    if (!times || times->entries.empty() || !(times->rate > 0.0)) return false;
+    const auto seconds = times->GetSeconds();
+    const std::size_t last = std::min<std::size_t>(stream.entries, seconds.size()) - 1;
+    const auto toSigned = [](const std::optional<std::uint64_t>& ns) {
+      return ns ? std::optional(static_cast<std::int64_t>(*ns)) : std::nullopt;
+    };
+    stream.rate = times->rate;
+    stream.fromSeconds = seconds.front();
+    stream.toSeconds = seconds[last] + static_cast<double>(stream.entries - 1 - last) / times->rate;
+    stream.firstTimestampNs = toSigned(times->entries.front().timestampNs);
+    stream.lastTimestampNs = toSigned(times->entries[last].timestampNs);
+    return true;
   }
 
   EventDescription& m_event;
   const Pipeline::PipelineConfig& m_config;
+  std::set<std::string> m_unplaced;
 };
 
-/// Moves the streams to where they begin; `from` empty: so that the longest ends with the event's moment.
-void Place(std::vector<StreamWindow>& streams, std::optional<double> from) {
-  double longest = 0.0;
-  for (const auto& stream : streams) longest = std::max(longest, stream.toSeconds);
-  for (auto& stream : streams) {
-    stream.fromSeconds = from.value_or(-longest);
-    stream.toSeconds += stream.fromSeconds;
+/// The moment and the window of an event whose request is unknown, by what its streams tell of them: power failed, or
+/// the process died, when the last of them ended.
+void GuessRequest(EventDescription& event) {
+  double from = 0.0;
+  double to = 0.0;
+  for (const auto& stream : event.streams) {
+    from = std::min(from, stream.fromSeconds);
+    to = std::max(to, stream.toSeconds);
   }
+  event.timeMs -= std::llround(to * 1000.0);
+  event.startSeconds = static_cast<int>(std::floor(from));
+  event.durationSeconds = static_cast<int>(std::ceil(to - from));
 }
 
 }  // namespace
@@ -171,7 +209,11 @@ EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::o
   event.interrupted = true;
   FileReader reader(event, config);
   for (const auto& [type, path] : recovered.output.outputs) reader.Read(type, path);
-  Place(event.streams, FindFrom(recovered, note));
+  if (!note && reader.IsAllPlaced() && !event.streams.empty()) {
+    GuessRequest(event);
+  } else {
+    reader.Place(FindFrom(recovered, note));
+  }
   return event;
 }
 

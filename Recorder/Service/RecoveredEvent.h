@@ -22,8 +22,8 @@ std::string GetInterruptedId(const std::string& name);
 std::optional<EventStore::RequestNote> TakeNote(const RecoveryCollect::RecoveredEvent& recovered,
                                                 std::vector<EventStore::RequestNote>& notes);
 
-/// The event as far as its files and its request, which may be unknown, tell. The streams' places on the time line are
-/// right to about a second: what is saved in a power failure has no time stamps. Reads the files.
+/// The event as far as its files, their companions and its request, which may be unknown, tell. A stream without a
+/// companion has its place on the time line to about a second. Reads the files.
 EventStore::EventDescription DescribeRecovered(const RecoveryCollect::RecoveredEvent& recovered,
                                                const std::optional<EventStore::RequestNote>& note,
                                                const Pipeline::PipelineConfig& config);

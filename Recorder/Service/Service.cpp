@@ -17,6 +17,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds MaintainPeriod{10};
 constexpr std::chrono::milliseconds LongestNap{1000};
 constexpr std::chrono::milliseconds EndPoll{10};
+/// sysexits.h, EX_TEMPFAIL. Should the machine outlive the failure, the service manager starts the recorder again.
+constexpr int PowerFailedExitStatus = 75;
 
 std::unique_ptr<EventTaker> MakeTaker(const Settings& settings, Pipeline::PipelineManager& pipeline, bool second,
                                       EventQueue& queue, EventArchive& archive, std::function<bool()> isEnding,
@@ -26,6 +28,7 @@ std::unique_ptr<EventTaker> MakeTaker(const Settings& settings, Pipeline::Pipeli
   config.cr = second;
   config.workDir = settings.storage.workDir;
   config.backupDir = settings.storage.backupDir;
+  config.keepStreams = true;
   return std::make_unique<EventTaker>(config, queue, archive, std::move(isEnding), std::move(isStarting));
 }
 
@@ -83,7 +86,7 @@ int Service::Run() {
     maintained = Clock::now();
   }
   End();
-  return 0;
+  return m_powerFailed ? PowerFailedExitStatus : 0;
 }
 
 void Service::Stop() {
@@ -138,9 +141,12 @@ void Service::End() {
     m_second->PowerFailure();
     std::this_thread::sleep_for(EndPoll);
   }
+  // Before what may wait for a driver, and once more with what ends now.
+  if (m_powerFailed) m_archive.SecureWaiting();
   m_pipeline->RunSigInt();
   m_first->Wait();
   m_second->Wait();
+  m_archive.SecureWaiting();
   m_control.reset();
   m_disk.Finish();
   m_health->Stop();

@@ -171,7 +171,7 @@ TEST_F(MuxTest, AFileThatCannotBeFinishedLeavesTheOldOne) {
   EXPECT_FALSE(Mux("", 30.0F, "missing/out.mp4"));
   const std::string full = m_dir + "full";
   std::filesystem::create_directory(full);
-  if (mount("tmpfs", full.c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "mounting needs root";
+  if (mount("tmpfs", full.c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "nothing can be mounted";
   WriteBytes(full + "/out.mp4", {'o', 'l', 'd'});
   EXPECT_FALSE(Mux("", 30.0F, "full/out.mp4"));
   EXPECT_EQ(CountLogged("No such file"), 1) << GetLog();

@@ -44,7 +44,7 @@ TEST_F(ThumbnailTest, WhiteIsWhiteAndRedIsRedInEverySize) {
 TEST_F(ThumbnailTest, WhatCannotBeWrittenLeavesNothingBehind) {
   const std::string full = m_dir + "full";
   std::filesystem::create_directory(full);
-  if (mount("tmpfs", full.c_str(), "tmpfs", 0, "size=4k") != 0) GTEST_SKIP() << "mounting needs root";
+  if (mount("tmpfs", full.c_str(), "tmpfs", 0, "size=4k") != 0) GTEST_SKIP() << "nothing can be mounted";
   for (const auto& path : {m_dir + "missing/x.jpg", full, full + "/x.jpg"}) {
     EXPECT_FALSE(MakeStill(64, 48, path, 1280, 720));
     EXPECT_EQ(CountLogged("cannot make the thumbnail " + path + ": "), 1) << GetLog();

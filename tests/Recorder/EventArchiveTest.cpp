@@ -1,48 +1,202 @@
-// What a process that died has left on the working disk is saved for the next start.
+// From the working disk to the events directory: what waits for room, and what deaths in between leave.
 #include "Recorder/Service/EventArchive.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
+#include <map>
 
+#include "EventStore/EventName.h"
 #include "Kbase/Util/Naming.h"
 #include "Support/Fixtures.h"
 
 namespace Tavi::Recorder {
 namespace {
 
-class EventArchiveTest : public Tavi::Testing::TempDirTest {};
+namespace fs = std::filesystem;
+using EventStore::EventDescription;
+using EventStore::SourceFile;
 
-// Catches the few seconds of sound that the preview is made of in the place of the event's own.
-TEST_F(EventArchiveTest, OfWhatADeadProcessLeftTheCollectorsOwnFilesAreSaved) {
-  StorageSettings settings;
-  settings.eventsDir = m_dir + "events/";
-  settings.workDir = m_dir + "work/";
-  settings.backupDir = m_dir + "backup/";
-  settings.minFreeBytes = 0;
+constexpr std::int64_t Noon = 1'795'262'400'000;
+const std::string Stamp = "_20261121T120010Z_12";
+
+class EventArchiveTest : public Testing::TempDirTest {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    m_settings.eventsDir = m_dir + "events/";
+    m_settings.workDir = m_dir + "work/";
+    m_settings.backupDir = m_dir + "backup/";
+    m_settings.restoreDir = m_dir + "restore/";
+    m_settings.minFreeBytes = 0;
+  }
+  static void Write(const std::string& path, const std::string& text) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path) << text;
+  }
+  /// As a start of the recorder does.
+  std::unique_ptr<EventArchive> Start() {
+    auto archive = std::make_unique<EventArchive>(m_settings);
+    std::string problem;
+    EXPECT_TRUE(archive->Open(problem)) << problem;
+    archive->Recover({});
+    return archive;
+  }
+  static EventDescription Describe(const std::string& id) {
+    EventDescription event;
+    event.id = id;
+    event.label = "label " + id;
+    event.timeMs = Noon;
+    event.streams = {{"Gps", 3, 1.0, -1.25, 0.75, {}, {}}};
+    return event;
+  }
+  EventResult Save(EventArchive& archive, const std::string& id, bool keep) {
+    const std::string path = m_settings.workDir + id + "/gps_" + Kbase::Util::NewUid() + ".dat";
+    Write(path, id);
+    auto event = Describe(id);
+    archive.Announce(event, keep);
+    return archive.Save(event, {{"Gps", path}}, id, keep);
+  }
+  /// Label and files of each event.
+  std::map<std::string, std::string> ReadEvents() const {
+    std::map<std::string, std::string> events;
+    for (const auto& entry : EventStore::ListEvents(m_settings.eventsDir)) {
+      std::string problem;
+      const auto event = EventStore::ReadEvent(m_settings.eventsDir + entry.name, problem);
+      EXPECT_TRUE(event) << problem;
+      std::string& text = events[entry.id];
+      text = event->label + (event->interrupted ? ", interrupted" : "");
+      for (const auto& file : event->files) text += " " + file.type;
+    }
+    return events;
+  }
+  /// Nothing is left of anything but the events.
+  void ExpectClean() const {
+    for (const auto& dir : {m_settings.workDir, m_settings.backupDir, m_settings.restoreDir}) {
+      EXPECT_TRUE(fs::is_empty(dir)) << dir << fs::directory_iterator(dir)->path();
+    }
+    const std::string recovered = m_settings.eventsDir + ".recovered";
+    EXPECT_TRUE(!fs::exists(recovered) || fs::is_empty(recovered));
+    for (const auto& entry : fs::directory_iterator(m_settings.eventsDir)) {
+      EXPECT_FALSE(entry.path().filename().string().starts_with(".request-")) << entry;
+    }
+  }
+
+  StorageSettings m_settings;
+};
+
+// A complete event that comes back as an interrupted one without its words and times, that is lost with the RAM disk,
+// or that waits for ever.
+TEST_F(EventArchiveTest, WhatWaitsForRoomSurvivesAsWhatItIs) {
+  m_settings.maxEvents = 1;
+  for (const bool isSecured : {false, true}) {
+    SCOPED_TRACE(isSecured);
+    {
+      const auto archive = Start();
+      EXPECT_TRUE(Save(*archive, "0000000a", true).isSaved);
+      const auto refused = Save(*archive, "0000000b", true);
+      EXPECT_FALSE(refused.isSaved);
+      EXPECT_NE(refused.problem.find("maxEvents"), std::string::npos) << refused.problem;
+      if (isSecured) archive->SecureWaiting();
+      EXPECT_EQ(fs::exists(m_settings.workDir + "0000000b"), !isSecured);
+    }
+    if (isSecured) fs::remove_all(m_settings.workDir);
+    {
+      const auto archive = Start();
+      EXPECT_EQ(archive->Describe()["waiting"], 1);
+      archive->Maintain();
+      EXPECT_EQ(ReadEvents().size(), 1U);
+      std::string problem;
+      EXPECT_TRUE(archive->GetStore().SetProtected("0000000a", false, problem)) << problem;
+      archive->Maintain();
+      const std::map<std::string, std::string> expected{{"0000000b", "label 0000000b Gps"}};
+      EXPECT_EQ(ReadEvents(), expected);
+      EXPECT_TRUE(EventStore::ListEvents(m_settings.eventsDir)[0].isProtected);
+    }
+    ExpectClean();
+    fs::remove_all(m_settings.eventsDir);
+  }
+}
+
+// One that was asked to be kept and gives way to others.
+TEST_F(EventArchiveTest, WhatIsToBeKeptIsNeverGivenUp) {
+  m_settings.maxEvents = 1;
+  const auto archive = Start();
+  EXPECT_TRUE(Save(*archive, "00000000", true).isSaved);
+  for (int n = 1; n <= 7; ++n) EXPECT_FALSE(Save(*archive, "0000000" + std::to_string(n), n <= 2).isSaved);
+  EXPECT_EQ(archive->Describe()["waiting"], 4);
+  for (int n = 1; n <= 7; ++n) {
+    EXPECT_EQ(fs::exists(m_settings.workDir + "0000000" + std::to_string(n)), n <= 2 || n >= 6) << n;
+  }
+}
+
+// One event that becomes two, by each way that a death at some instant was found to lead there.
+TEST_F(EventArchiveTest, NothingIsThereTwice) {
+  const std::string id = "0a1b2c3d";
   const std::string uid = Kbase::Util::NewUid();
-  const std::vector<std::string> collected{"video1_" + uid + ".h264", "video0_" + uid + ".mp4", "gps_" + uid + ".dat",
-                                           "thumbnail1_" + uid + ".jpg"};
-  const std::vector<std::string> others{"video0_" + uid + ".mp4.part", "preview_" + uid + ".h264",
-                                        "preview_" + uid + ".jpg", "audio_preview_preview_" + uid + ".h264.mp3"};
-  const std::string dir = settings.workDir + "0123abcd/";
-  std::filesystem::create_directories(dir);
-  for (const auto* names : {&collected, &others}) {
-    for (const auto& name : *names) std::ofstream(dir + name) << name;
+  const std::string work = m_settings.workDir + id + "/";
+  const std::string recovered = m_settings.eventsDir + ".recovered/gps_" + id + Stamp + ".dat";
+  const auto collect = [&] {
+    Write(work + "gps_" + uid + ".dat", "fix");
+    Write(work + "acc_" + uid + ".dat", "acc");
+  };
+  const struct {
+    const char* what;
+    std::function<void()> leave;
+  } cases[] = {
+      {"the process died", collect},
+      {"and an empty file is there, and the preview's sound",
+       [&] {
+         collect();
+         Write(work + "other_" + uid + ".dat", "");
+         Write(work + "audio_preview_preview_" + uid + ".h264.mp3", "sound");
+       }},
+      {"power failed, one file was not saved, and the machine has outlived it",
+       [&] {
+         collect();
+         Write(m_settings.backupDir + "gps_" + id + Stamp + ".dat", "fix");
+         Write(m_settings.backupDir + "acc_" + id + Stamp + ".dat.part", "a");
+       }},
+      {"half of it is on the way out",
+       [&] {
+         collect();
+         fs::rename(m_settings.workDir + id, m_settings.workDir + ".old_" + id);
+         Write(m_settings.backupDir + "gps_" + id + Stamp + ".dat", "fix");
+         Write(m_settings.restoreDir + "acc_" + id + Stamp + ".dat", "acc");
+       }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    fs::remove_all(m_settings.eventsDir);
+    Start()->Announce(Describe(id), false);
+    c.leave();
+    const std::map<std::string, std::string> expected{{id, "label " + id + ", interrupted Gps Acc"}};
+    Start();
+    EXPECT_EQ(ReadEvents(), expected) << GetLog();
+    ExpectClean();
+    // The event is there, and power comes back to what it was made of.
+    collect();
+    Write(recovered, "fix");
+    Write(m_settings.restoreDir + "acc_" + id + Stamp + ".dat", "acc");
+    Write(m_settings.backupDir + "gps_crash-" + id + Stamp + ".dat", "fix");
+    Start();
+    EXPECT_EQ(ReadEvents(), expected) << GetLog();
+    ExpectClean();
   }
-  EventArchive archive(settings);
-  std::string problem;
-  ASSERT_TRUE(archive.Open(problem)) << problem;
-  std::vector<std::string> saved;
-  for (const auto& file : std::filesystem::directory_iterator(settings.backupDir)) {
-    saved.push_back(Tavi::Testing::ReadFile(file.path()));
-    const std::string prefix = saved.back().substr(0, saved.back().find('_') + 1);
-    EXPECT_THAT(file.path().filename().string(), testing::StartsWith(prefix));
-    EXPECT_EQ(file.path().extension(), std::filesystem::path(saved.back()).extension());
+}
+
+// Two recorders that take each other's files away.
+TEST_F(EventArchiveTest, EachDirectoryBelongsToOneProcess) {
+  const auto first = Start();
+  const auto own = m_settings;
+  for (std::string StorageSettings::*shared : {&StorageSettings::eventsDir, &StorageSettings::workDir,
+                                               &StorageSettings::backupDir, &StorageSettings::restoreDir}) {
+    m_settings = {m_dir + "e2/", m_dir + "w2/", m_dir + "b2/", m_dir + "r2/"};
+    m_settings.*shared = own.*shared;
+    std::string problem;
+    EXPECT_FALSE(EventArchive(m_settings).Open(problem));
+    EXPECT_NE(problem.find("in use by another process"), std::string::npos) << problem;
   }
-  EXPECT_THAT(saved, testing::UnorderedElementsAreArray(collected));
-  EXPECT_FALSE(std::filesystem::exists(dir));
 }
 
 }  // namespace

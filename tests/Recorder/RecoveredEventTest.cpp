@@ -79,5 +79,24 @@ TEST(RecoveredEventTest, StreamsBeginWhereTheRecordDoes) {
   }
 }
 
+// A place that is guessed although a companion tells it, and a moment that is the end of what was recorded.
+TEST(RecoveredEventTest, WhereACompanionTellsNothingIsGuessed) {
+  const std::string path = testing::TempDir() + "tavi_told.dat";
+  std::ofstream(path) << R"([{"cpu_usage":1},{"cpu_usage":2},{"cpu_usage":3}])";
+  std::ofstream(path + ".times") << "times 1 1 counted\n-4250000000 11\n-2750000000 12\n3250000000 13\n";
+  auto recovered = MakeRecovered("0000000a_x_8", 18, 8);
+  recovered.output.outputs[PipelineCollect::PipelineCollectType::Other] = path;
+  std::vector<RequestNote> notes{MakeNote("0000000a", 10.4, 15)};
+  for (const auto& note : {TakeNote(recovered, notes), std::optional<RequestNote>()}) {
+    const auto event = DescribeRecovered(recovered, note, {});
+    ASSERT_EQ(event.streams.size(), 1U);
+    EXPECT_NEAR(event.streams[0].fromSeconds, -4.25, 1e-9);
+    EXPECT_NEAR(event.streams[0].toSeconds, 3.25, 1e-9);
+    EXPECT_EQ(event.streams[0].firstTimestampNs, 11);
+    EXPECT_EQ(event.timeMs, note ? Noon * 1000 + 10'400 : (Noon + 18) * 1000 - 3250);
+    EXPECT_EQ(event.startSeconds, note ? -15 : -5);
+  }
+}
+
 }  // namespace
 }  // namespace Tavi::Recorder

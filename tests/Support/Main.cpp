@@ -1,7 +1,11 @@
 // The test programs' main, and what GStreamer and the sanitizers need to be told before it.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <string>
 
 namespace {
 
@@ -11,6 +15,24 @@ constexpr const char* ThreadSanitizerOptions = "ignore_noninstrumented_modules=1
 // Other libraries have no frame pointers: without unwinding by tables their allocations cannot be told from ours.
 constexpr const char* AddressSanitizerOptions = "fast_unwind_on_malloc=0";
 constexpr const char* LeakSanitizerOptions = "suppressions=" TAVI_LSAN_SUPPRESSIONS;
+
+void Put(const char* path, const std::string& text) {
+  if (FILE* file = std::fopen(path, "w")) {
+    std::fputs(text.c_str(), file);
+    std::fclose(file);
+  }
+}
+
+/// Whoever is not root may be it, and mount, where nobody else sees it. What the system does not allow makes the tests
+/// that mount skip. Before any thread: a process of several cannot change its user namespace.
+void BecomeRootOfOwnNamespace() {
+  const std::string user = std::to_string(::geteuid());
+  const std::string group = std::to_string(::getegid());
+  if (::geteuid() == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return;
+  Put("/proc/self/setgroups", "deny");
+  Put("/proc/self/uid_map", "0 " + user + " 1");
+  Put("/proc/self/gid_map", "0 " + group + " 1");
+}
 
 }  // namespace
 
@@ -29,6 +51,7 @@ const char* __lsan_default_options() {
 }
 
 int main(int argc, char** argv) {
+  if (std::getenv("TAVI_TEST_MOUNTS") != nullptr) BecomeRootOfOwnNamespace();
   testing::InitGoogleTest(&argc, argv);
   setenv("GST_PLUGIN_PATH", TAVI_PLUGIN_DIR, 1);
   setenv("GST_REGISTRY", TAVI_TEST_REGISTRY, 1);

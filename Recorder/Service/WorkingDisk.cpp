@@ -1,0 +1,122 @@
+// The directories of the events that are collected, and what a process that died has left in them.
+#include "Recorder/Service/WorkingDisk.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <ctime>
+#include <string_view>
+
+#include "EventStore/EventName.h"
+#include "EventStore/Storage.h"
+#include "Kbase/Util/Naming.h"
+#include "Ksystem/FileUtils/Kdir.h"
+#include "Ksystem/FileUtils/Kfile.h"
+#include "Recorder/Service/RecoveredEvent.h"
+#include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/CollectBase.h"
+#include "Tavi/PipelineCollect/EntryTimes.h"
+#include "Tavi/RecoveryCollect/EventFileName.h"
+
+namespace Tavi::Recorder {
+namespace {
+
+using Ksystem::FileUtils::Kdir;
+using Ksystem::FileUtils::Kfile;
+using PipelineCollect::CollectBase;
+using PipelineCollect::PipelineCollectType;
+using RecoveryCollect::EventFileName;
+
+/// Before the id, in the name of a directory that is on its way out.
+constexpr std::string_view OldPrefix = ".old_";
+constexpr std::string_view StreamExtension = ".h264";
+constexpr std::string_view Mp4Extension = ".mp4";
+
+std::time_t GetTime(const std::string& path) {
+  struct stat attributes {};
+  return ::stat(path.c_str(), &attributes) == 0 ? attributes.st_mtime : 0;
+}
+
+/// True for what a collector has written, and nobody else: the preview's own sound is none of the event's.
+bool IsCollected(const EventFileName& name) {
+  return !name.isHalf && name.type != PipelineCollectType::Preview && RecoveryCollect::IsUid(name.event);
+}
+
+/// The name under which the file would be saved in a power failure; empty for what would not. A stream that is an MP4
+/// already is saved as that, and its companion with it.
+std::string GetBackupName(const std::string& dir, const std::string& fileName, const std::string& event) {
+  const auto parsed = RecoveryCollect::ParseBackupName(fileName);
+  if (!parsed || !IsCollected(*parsed) || !CollectBase::IsPathAvailable(dir + fileName)) return {};
+  std::string name = fileName;
+  name.replace(name.find(parsed->event), parsed->event.size(), event);
+  const auto extension = fileName.find(StreamExtension);
+  if (extension == std::string::npos) return name;
+  const bool hasMp4 = CollectBase::IsPathAvailable(dir + fileName.substr(0, extension) + std::string(Mp4Extension));
+  if (!hasMp4) return name;
+  return parsed->isTimes ? name.replace(name.find(StreamExtension), StreamExtension.size(), Mp4Extension) : "";
+}
+
+/// The name under which files of that event are in one of the directories already, by power that failed or an
+/// interrupted start; empty when there are none.
+std::string FindSavedName(const std::string& id, const std::vector<std::string>& dirs) {
+  for (const std::string& dir : dirs) {
+    for (const std::string& file : EventStore::ListNames(dir)) {
+      const auto parsed = RecoveryCollect::ParseBackupName(file);
+      if (parsed && GetInterruptedId(parsed->event) == id) return parsed->event;
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+void WorkingDisk::Remove(const std::string& dir) {
+  const std::string path = dir.substr(0, dir.find_last_not_of('/') + 1);
+  const std::string parent = Kdir::GetParentOf(path);
+  const std::string old = parent + "/" + std::string(OldPrefix) + path.substr(path.rfind('/') + 1);
+  std::string problem;
+  if (!EventStore::Exists(path)) return;
+  // Half of it would be taken for an event.
+  const bool isRenamed = EventStore::Rename(path, old, problem) && EventStore::SyncDirectory(parent, problem);
+  if (!isRenamed || !EventStore::RemoveTree(old, problem)) Log::Warning(problem);
+}
+
+void WorkingDisk::TakeLeft(const std::vector<std::string>& known, std::vector<WaitingEvent>& waiting) const {
+  for (const std::string& name : EventStore::ListNames(m_settings.workDir)) {
+    const std::string dir = GetDir(name);
+    std::string problem;
+    if (name.starts_with(OldPrefix) && !EventStore::RemoveTree(dir, problem)) Log::Warning(problem);
+    if (!EventStore::IsEventId(name)) continue;
+    if (std::find(known.begin(), known.end(), name) != known.end()) {
+      Remove(dir);
+    } else if (auto complete = ReadWaiting(dir)) {
+      waiting.push_back(std::move(*complete));
+    } else {
+      SaveLeft(name);
+    }
+  }
+}
+
+/// A process that died has left its event here, and the machine has not: it is saved as if power had failed.
+void WorkingDisk::SaveLeft(const std::string& id) const {
+  const std::string dir = GetDir(id);
+  Log::Warning("the event in " + dir + " was not finished: what there is of it is recovered");
+  std::vector<std::string> files;
+  if (const auto error = Kdir(dir).List(files)) {
+    Log::Error("cannot read " + dir + ": " + error.message() + "; it stays");
+    return;
+  }
+  const std::string saved = FindSavedName(id, {m_settings.backupDir, m_settings.restoreDir});
+  const std::string event =
+      saved.empty() ? Kbase::Util::BuildEventFileName(BuildCrashName(id), GetTime(dir)) + "_0" : saved;
+  bool isSaved = Kdir(m_settings.backupDir).Create();
+  for (const std::string& file : files) {
+    const std::string name = GetBackupName(dir, file, event);
+    const bool isThere = name.empty() || EventStore::Exists(m_settings.backupDir + name) ||
+                         EventStore::Exists(m_settings.restoreDir + name);
+    isSaved = isSaved && (isThere || Kfile(dir + file).CopyTo(m_settings.backupDir + name, false));
+  }
+  if (isSaved) Remove(dir);
+}
+
+}  // namespace Tavi::Recorder

@@ -1,0 +1,32 @@
+// The directories of the events that are collected, and what a process that died has left in them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Recorder/Service/WaitingEvent.h"
+#include "Recorder/Settings/Settings.h"
+
+namespace Tavi::Recorder {
+
+/// One directory an event on the working disk. Thread-safe; borrows the settings.
+class WorkingDisk {
+ public:
+  explicit WorkingDisk(const StorageSettings& settings) : m_settings(settings) {}
+
+  /// Where the files of that event are collected, with a "/" at its end.
+  [[nodiscard]] std::string GetDir(const std::string& id) const { return m_settings.workDir + id + "/"; }
+  /// Removes the directory of an event, in one step for whoever looks at it after an interruption.
+  static void Remove(const std::string& dir);
+
+  /// Looks through what a process has left: removes the events `known`, adds to `waiting` those that were complete, and
+  /// saves all others in the backup directory as if power had failed. What cannot be saved stays.
+  void TakeLeft(const std::vector<std::string>& known, std::vector<WaitingEvent>& waiting) const;
+
+ private:
+  void SaveLeft(const std::string& id) const;
+
+  const StorageSettings& m_settings;
+};
+
+}  // namespace Tavi::Recorder
