@@ -75,7 +75,8 @@ int Record(Options options, int reportFd) {
   if (!missing.empty()) return Complain(FailureExitStatus, missing);
   Kbase::Util::TemperatureMonitor::GetInstance().Start();
   const auto recorder = std::make_unique<Recorder>(options, reportFd);
-  return signalled.Run(*recorder);
+  std::string problem;
+  return recorder->Open(problem) ? signalled.Run(*recorder) : Complain(FailureExitStatus, problem);
 }
 
 int Serve(Settings settings) {

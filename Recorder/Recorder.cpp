@@ -12,6 +12,7 @@
 
 #include "Kbase/Util/Clock.h"
 #include "Kbase/Util/TimeMonitor.h"
+#include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/RecoveryCollect/RecoveryCollectManager.h"
@@ -61,6 +62,15 @@ Recorder::Recorder(const Options& options, int reportFd)
       m_second(options.secondManager ? MakeManager(options, m_pipeline, true) : nullptr) {}
 
 Recorder::~Recorder() = default;
+
+bool Recorder::Open(std::string& problem) {
+  for (const std::string& dir : {WithSlash(m_options.outputDir), GetSaveDir(m_options, "power_failure/")}) {
+    if (!Ksystem::FileUtils::Kdir(dir).Create()) continue;
+    m_locks.emplace_back(dir);
+    if (!m_locks.back().Take(problem)) return false;
+  }
+  return true;
+}
 
 int Recorder::Run() {
   Recover();

@@ -6,7 +6,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "EventStore/DirectoryLock.h"
 #include "Kbase/Util/EntryGuard.h"
 #include "Recorder/Console.h"
 #include "Recorder/EventReport.h"
@@ -25,6 +27,8 @@ class Recorder final : private PipelineCollect::CollectAsyncCallbackInterface {
   Recorder(const Options& options, int reportFd);
   ~Recorder() override;
 
+  /// Takes the directories for this process. False, with one sentence in `problem`, when another one has them.
+  [[nodiscard]] bool Open(std::string& problem);
   /// First finishes what a power failure has interrupted. Exit status: 0 when every event has files or the run was
   /// ended from outside, 1 otherwise.
   int Run();
@@ -49,6 +53,8 @@ class Recorder final : private PipelineCollect::CollectAsyncCallbackInterface {
 
   const Options m_options;
   const int m_reportFd;
+  /// Output and backup directory; what is restored lies beside the latter.
+  std::vector<EventStore::DirectoryLock> m_locks;
   Console m_console;
   std::atomic<bool> m_interrupted{false};
   std::atomic<bool> m_powerFailed{false};

@@ -115,6 +115,19 @@ TEST_F(ProgramTest, PowerThatFailsIsBridgedAndTheNextStartFinishesTheEvents) {
   }
 }
 
+// Catches two recorders that take each other's files away.
+TEST_F(ProgramTest, TwoRecordersCannotShareADirectory) {
+  const std::string output = m_dir + "events";
+  const pid_t first = Spawn({"--simulate", "--collect-after", "60", "--output", output});
+  ASSERT_TRUE(Tavi::Testing::WaitUntil([&] { return Err().find("camera0 has been started") != std::string::npos; }));
+  EXPECT_EQ(Wait(Spawn({"--simulate", "--output", m_dir + "other", "--backup", output})), 1);
+  EXPECT_THAT(Err(), HasSubstr("is in use by another process"));
+  EXPECT_EQ(Wait(Spawn({"run", "--simulate", "--output", output, "--control", m_dir + "ctl/socket"})), 1);
+  EXPECT_THAT(Err(), HasSubstr("is in use by another process"));
+  kill(first, SIGINT);
+  EXPECT_EQ(Wait(first), 0);
+}
+
 // Catches an interrupt that has to wait until a silent receiver has been given up.
 TEST_F(ProgramTest, AnInterruptEndsTheSupervisionOfTheStart) {
   mkfifo((m_dir + "receiver").c_str(), 0600);
