@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "Tavi/Accel/AccPipelineElement.h"
+#include "Tavi/Audio/AudioPipelineElement.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/Video/VideoPipelineElement.h"
 
 namespace Tavi::Recorder {
 
@@ -27,6 +29,10 @@ void Health::SampleSource(SourceWatch& source) {
     notice = source.Observe(ring, newest, rate, now);
     if (const auto* chip = dynamic_cast<const Accel::AccPipelineElement*>(ring.get())) {
       source.NoteDevice(chip->GetBusErrorCount(), chip->GetOverflowCount());
+    } else if (const auto* camera = dynamic_cast<const Video::VideoPipelineElement*>(ring.get())) {
+      source.NoteRevivals(camera->GetBranch().GetCount());
+    } else if (const auto* audio = dynamic_cast<const Audio::AudioPipelineElement*>(ring.get())) {
+      source.NoteRevivals(audio->GetBranch().GetCount());
     }
   }
   if (notice) Kbase::Klog::Logger::GetInstance().Log(notice->level, Log::Tag, notice->text);

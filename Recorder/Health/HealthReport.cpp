@@ -28,7 +28,7 @@ Value ToValue(const std::optional<std::uint64_t>& count) {
   return count ? Value(static_cast<double>(*count)) : std::nullopt;
 }
 
-constexpr std::array<Metric, 9> Metrics{{
+constexpr std::array<Metric, 10> Metrics{{
     {"tavi_source_entries_total", Type::Counter, "Entries that the source has delivered.",
      [](const SourceHealth& s) { return Value(static_cast<double>(s.entries)); }},
     {"tavi_source_rate_hertz", Type::Gauge, "Entries per second over the last five seconds.",
@@ -43,6 +43,8 @@ constexpr std::array<Metric, 9> Metrics{{
      [](const SourceHealth& s) { return Value(static_cast<double>(s.restarts)); }},
     {"tavi_source_silent", Type::Gauge, "1 while the source should deliver, has delivered and does not any more.",
      [](const SourceHealth& s) { return Value(s.state == SourceState::Silent ? 1.0 : 0.0); }},
+    {"tavi_source_revivals_total", Type::Counter, "How often the source was started anew because it was silent.",
+     [](const SourceHealth& s) { return ToValue(s.revivals); }},
     {"tavi_source_bus_errors_total", Type::Counter, "Transfers that failed on the source's bus.",
      [](const SourceHealth& s) { return ToValue(s.busErrors); }},
     {"tavi_source_overflows_total", Type::Counter, "How often the source's chip lost samples before they were read.",
@@ -67,6 +69,7 @@ nlohmann::ordered_json ToJson(const std::vector<SourceHealth>& sources) {
     if (source.newestAge) json["newestEntryAgeMs"] = source.newestAge->count();
     json["missed"] = source.missed;
     json["restarts"] = source.restarts;
+    if (source.revivals) json["revivals"] = *source.revivals;
     if (source.busErrors) json["busErrors"] = *source.busErrors;
     if (source.overflows) json["overflows"] = *source.overflows;
   }

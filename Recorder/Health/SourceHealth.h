@@ -37,6 +37,8 @@ struct SourceHealth {
   std::uint64_t missed = 0;
   /// How often the source began anew: another ring, or ids that start again.
   std::uint64_t restarts = 0;
+  /// Of cameras and microphone: how often they were started anew because they were silent. Their rings go on.
+  std::optional<std::uint64_t> revivals;
   /// Of the accelerometer alone: transfers that failed on its bus, and how often its FIFO ran over.
   std::optional<std::uint64_t> busErrors;
   std::optional<std::uint64_t> overflows;

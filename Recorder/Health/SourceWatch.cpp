@@ -41,7 +41,7 @@ std::optional<SourceWatch::Notice> SourceWatch::Observe(const Ring& ring, const 
   }
   if (m_ring.owner_before(ring) || ring.owner_before(m_ring)) {
     if (m_wasThere) BeginAnew();
-    m_busErrors = m_overflows = 0;
+    m_busErrors = m_overflows = m_revivals = 0;
     m_ring = ring;
     m_wasThere = true;
   }
@@ -71,6 +71,11 @@ void SourceWatch::NoteDevice(std::uint64_t busErrors, std::uint64_t overflows) {
   m_health.overflows = m_health.overflows.value_or(0) + overflows - m_overflows;
   m_busErrors = busErrors;
   m_overflows = overflows;
+}
+
+void SourceWatch::NoteRevivals(std::uint64_t revivals) {
+  m_health.revivals = m_health.revivals.value_or(0) + revivals - m_revivals;
+  m_revivals = revivals;
 }
 
 std::uint64_t SourceWatch::Take(const Entry& newest, Milliseconds now) {

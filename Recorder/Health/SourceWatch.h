@@ -35,6 +35,7 @@ class SourceWatch {
   [[nodiscard]] std::optional<Notice> Observe(const Ring& ring, const Entry& newest, double rate, Milliseconds now);
   /// What a device has counted since its ring was made; told after Observe, without a ring not at all.
   void NoteDevice(std::uint64_t busErrors, std::uint64_t overflows);
+  void NoteRevivals(std::uint64_t revivals);
   /// As of the last sample.
   [[nodiscard]] const SourceHealth& GetHealth() const { return m_health; }
   /// False for a source that no acquisition has had so far.
@@ -70,6 +71,7 @@ class SourceWatch {
   /// What the present ring's device has told.
   std::uint64_t m_busErrors = 0;
   std::uint64_t m_overflows = 0;
+  std::uint64_t m_revivals = 0;
   /// Empty until the present ring has delivered.
   std::optional<std::uint64_t> m_newestId;
   Moment m_newest;

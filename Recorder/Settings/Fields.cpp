@@ -54,7 +54,9 @@ void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {
                   "what its driver delivers: 10 blocks of 10 samples"},
                  {"pipeline.otherEnabled", &pipeline.otherEnabled, {}, "", "record processor load and temperature"},
                  {"pipeline.other.rate", &pipeline.other.rate, Limits::OtherRate, "samples/s",
-                  "what is stated of them; they are taken once a second"}});
+                  "what is stated of them; they are taken once a second"},
+                 {"pipeline.restartAfterSeconds", &pipeline.restartAfterSeconds, Limits::RestartAfterSeconds, "s",
+                  "a camera or microphone silent for so long is started anew; 0 for never"}});
 }
 
 void AddEvents(Fields& fields, EventSettings& events) {

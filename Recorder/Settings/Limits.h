@@ -32,6 +32,8 @@ inline constexpr std::array<int, 6> GpsBauds{4800, 9600, 19200, 38400, 57600, 11
 inline constexpr Range<int> AccRate{10, 10};
 inline constexpr Range<int> OtherRate{1, 1};
 
+inline constexpr Range<int> RestartAfterSeconds{0, 3600};
+
 inline constexpr Range<int> QueueLength{1, 1000};
 
 /// 1 PiB: more than any medium has, and exact in every number format.

@@ -52,6 +52,12 @@ std::string ReadFile(const std::string& path, std::string& text) {
 
 }  // namespace
 
+Pipeline::PipelineConfig RestartingPipeline() {
+  Pipeline::PipelineConfig config;
+  config.restartAfterSeconds = 10;
+  return config;
+}
+
 bool LoadSettings(const std::string& path, Settings& settings, std::string& problem) {
   std::string text;
   problem = ReadFile(path, text);

@@ -60,9 +60,12 @@ struct ControlSettings {
   std::string socket = "/run/tavi/control.sock";
 };
 
+/// The library's defaults, with sources that are started anew when they fall silent.
+[[nodiscard]] Pipeline::PipelineConfig RestartingPipeline();
+
 /// Plain values, copied by whoever receives them. docs/settings.md tells of each field.
 struct Settings {
-  Pipeline::PipelineConfig pipeline;
+  Pipeline::PipelineConfig pipeline = RestartingPipeline();
   EventSettings events;
   StorageSettings storage;
   TriggerSettings triggers;

@@ -48,7 +48,10 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   GstUtil::LinkChain({source, encoder, sink});
   m_ends.ConnectSource(source, RunningCallback, this);
   m_ends.ConnectSink(sink, SetEncodedFrameCallback, this);
-  if (problem.empty()) return;
+  if (problem.empty()) {
+    m_branch.Keep({source, encoder, sink});
+    return;
+  }
   Log::Error("the microphone cannot be opened (" + problem + "): there is no sound until the next start");
   for (GstElement* element : {source, encoder, sink}) gst_element_set_locked_state(element, TRUE);
 }

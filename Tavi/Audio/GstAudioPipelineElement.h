@@ -6,6 +6,7 @@
 
 #include "Tavi/Audio/AudioConfig.h"
 #include "Tavi/GstUtil/BranchEnds.h"
+#include "Tavi/GstUtil/BranchRestart.h"
 
 namespace Tavi::Audio {
 
@@ -28,6 +29,10 @@ class GstAudioPipelineElement {
   /// Receives one MP3 frame with one reference; null is ignored.
   virtual void SetFrame(GstBuffer* buffer) = 0;
 
+  /// The branch, to be started anew by whoever drives the pipeline; its ring, ids and time stamps go on.
+  [[nodiscard]] GstUtil::BranchRestart& GetBranch() { return m_branch; }
+  [[nodiscard]] const GstUtil::BranchRestart& GetBranch() const { return m_branch; }
+
   static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element) noexcept;
   static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept;
 
@@ -46,6 +51,7 @@ class GstAudioPipelineElement {
 
   GstUtil::BranchEnds m_ends{"a frame of sound is lost"};
   AudioConfig m_config;
+  GstUtil::BranchRestart m_branch;
 };
 
 }  // namespace Tavi::Audio

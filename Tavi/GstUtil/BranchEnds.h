@@ -26,6 +26,7 @@ class BranchEnds {
 
   /// A pipeline of the element's own, borrowed; Detach takes it to NULL. Null when it cannot be made.
   GstElement* MakePipeline(const std::string& name);
+  [[nodiscard]] GstElement* GetOwnPipeline() const { return m_ownPipeline.Get(); }
   /// Puts the gate behind `source`: `probe` is called with `element` and answers with Pass.
   void ConnectSource(GstElement* source, GstPadProbeCallback probe, void* element);
   /// `newSample` is called with `element` and answers with Deliver.

@@ -43,6 +43,11 @@ void MainLoopThread::Body(GMainLoop* loop) noexcept {
   m_changed.notify_all();
 }
 
+bool MainLoopThread::HasEnded() {
+  const std::lock_guard lock(m_mutex);
+  return m_ended;
+}
+
 void MainLoopThread::Quit() {
   g_main_loop_quit(m_loop);
   std::unique_lock lock(m_mutex);

@@ -19,6 +19,8 @@ class MainLoopThread {
   /// Ends the loop, also when the thread has not come to run it yet, and waits until the thread is done with it. Called
   /// on the thread itself (a bus handler that stops the manager) it only quits the loop.
   void Quit();
+  /// The loop has been quit, by whomever.
+  [[nodiscard]] bool HasEnded();
 
  private:
   explicit MainLoopThread(GMainLoop* loop) : m_loop(loop) {}

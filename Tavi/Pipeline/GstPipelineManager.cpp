@@ -1,9 +1,11 @@
 // The GStreamer side of the acquisition.
 #include "Tavi/Pipeline/GstPipelineManager.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "Ksystem/System/Reboot.h"
+#include "Tavi/GstUtil/GstRef.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/GstUtil/MainLoopThread.h"
 
@@ -11,6 +13,20 @@ namespace Tavi::Pipeline {
 namespace {
 
 constexpr const char* TurnOffMessage = "turn_off";
+
+/// Pauses it; the running time that it has come to, if that is behind `runningTime`, else this.
+GstClockTime Pause(GstElement* pipeline, GstClockTime runningTime) {
+  gst_element_set_state(pipeline, GST_STATE_PAUSED);
+  const GstClockTime reached = gst_element_get_start_time(pipeline);
+  return GST_CLOCK_TIME_IS_VALID(reached) ? std::max(reached, runningTime) : runningTime;
+}
+
+void PlayBySystemClock(GstElement* pipeline, GstClockTime runningTime) {
+  const auto clock = GstUtil::GstRef<GstClock>::Adopt(gst_system_clock_obtain());
+  gst_pipeline_use_clock(GST_PIPELINE(pipeline), clock.Get());
+  gst_element_set_start_time(pipeline, runningTime);
+  gst_element_set_state(pipeline, GST_STATE_PLAYING);
+}
 
 }  // namespace
 
@@ -55,6 +71,25 @@ void GstPipelineManager::Stop() {
 void GstPipelineManager::StopMainLoop() {
   if (m_loopThread) m_loopThread->Quit();
   m_loopThread.reset();
+}
+
+bool GstPipelineManager::HasLoopEnded() const {
+  return m_started && (!m_loopThread || m_loopThread->HasEnded());
+}
+
+void GstPipelineManager::RestartPipelines(GstClockTime runningTime) {
+  for (const auto& [type, pipeline] : m_pipelines) {
+    const GstClockTime time = Pause(pipeline, runningTime);
+    // The errors that wait on its bus go with the old life.
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_element_set_state(pipeline, GST_STATE_PAUSED);
+    PlayBySystemClock(pipeline, time);
+  }
+  if (HasLoopEnded()) m_loopThread = MainLoopThread::Run(m_loop);
+}
+
+void GstPipelineManager::ChangeToSystemClock(GstClockTime runningTime) {
+  for (const auto& [type, pipeline] : m_pipelines) PlayBySystemClock(pipeline, Pause(pipeline, runningTime));
 }
 
 GstElement* GstPipelineManager::GetGstPipeline(GstPipelineType type) const {

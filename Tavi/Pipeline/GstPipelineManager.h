@@ -58,6 +58,13 @@ class GstPipelineManager {
   void HandleError(GstMessage* message);
   void HandleElementMessage(GstMessage* message);
   void StopMainLoop();
+  /// An error or the end of the stream has ended the main loop of a started manager.
+  [[nodiscard]] bool HasLoopEnded() const;
+  /// Takes the pipelines to NULL and starts them, and the main loop where that has ended, once more. Running time goes
+  /// on at `runningTime` or where it has come to, and by the system's clock: a sound card's may be what has failed.
+  void RestartPipelines(GstClockTime runningTime);
+  /// Only pauses the pipelines for that.
+  void ChangeToSystemClock(GstClockTime runningTime);
 
   GMainLoop* m_loop = nullptr;
   std::map<GstPipelineType, GstElement*> m_pipelines;

@@ -1,6 +1,8 @@
 // Everything the acquisition needs to know before it starts.
 #pragma once
 
+#include <cstdint>
+
 #include "Tavi/Accel/AccConfig.h"
 #include "Tavi/Audio/AudioConfig.h"
 #include "Tavi/Gps/GpsConfig.h"
@@ -27,6 +29,9 @@ struct PipelineConfig {
   Accel::AccConfig acc;
   bool otherEnabled = true;
   Other::OtherConfig other;
+  /// Seconds after which a silent camera or microphone is started anew, with growing pauses while that does not help:
+  /// first its branch, then the pipeline. 0 leaves it to whoever looks.
+  std::int32_t restartAfterSeconds = 0;
 };
 
 }  // namespace Tavi::Pipeline

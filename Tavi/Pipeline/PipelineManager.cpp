@@ -9,6 +9,8 @@
 #include "Tavi/Accel/AccPipelineElement.h"
 #include "Tavi/Audio/AudioPipelineElement.h"
 #include "Tavi/Gps/GpsPipelineElement.h"
+#include "Tavi/GstUtil/BranchRestart.h"
+#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/Other/OtherPipelineElement.h"
 #include "Tavi/Video/PreviewPipelineElement.h"
@@ -33,6 +35,13 @@ constexpr std::array<SupervisedSource, 3> SupervisedSources{{
     {PipelineType::Camera1, "Aquisition for camera 0 cannot be started"},
     {PipelineType::Gps, "Aquisition for gps cannot be started"},
 }};
+
+/// The running time of the entry and what has passed since; 0 where it has none.
+GstClockTime GetTimeSince(const Kbase::Pipeline::IPipelineElement::Entry& entry) {
+  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry.get());
+  if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return 0;
+  return GST_BUFFER_PTS(media->buffer) + static_cast<GstClockTime>(std::chrono::nanoseconds(media->GetAge()).count());
+}
 
 }  // namespace
 
@@ -118,8 +127,68 @@ void PipelineManager::Init() {
 void PipelineManager::Start() {
   const std::lock_guard lock(m_lifecycleMutex);
   if (!m_initialized || m_started) return;
+  m_startedAt = std::chrono::steady_clock::now();
   GstPipelineManager::Start();
   for (const auto& [type, element] : m_elements) element->Start();
+  if (m_config.restartAfterSeconds <= 0) return;
+  m_stallWatch = std::make_unique<StallWatch>(
+      std::chrono::seconds(m_config.restartAfterSeconds), [this](PipelineType type) { return GetSilence(type); },
+      [this](PipelineType type, bool whole) { return RestartSource(type, whole); });
+  m_stallWatch->Start();
+}
+
+void PipelineManager::ReviveLoop() {
+  const std::lock_guard lock(m_lifecycleMutex);
+  if (!HasLoopEnded() || m_supervisionEnded) return;
+  Log::Warning("an error has ended the pipeline: it is started anew");
+  RestartPipelines(GetRunningTime());
+}
+
+std::optional<PipelineManager::Milliseconds> PipelineManager::GetSilence(PipelineType type) const {
+  const auto element = ShareElement(type);
+  if (FindBranch(element) == nullptr) return {};
+  const auto newest = std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(element->RetrieveCurrent());
+  if (newest) return newest->GetAge();
+  return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - m_startedAt.load());
+}
+
+GstUtil::BranchRestart* PipelineManager::FindBranch(const Element& element) {
+  GstUtil::BranchRestart* branch = nullptr;
+  if (auto* camera = dynamic_cast<Video::VideoPipelineElement*>(element.get())) branch = &camera->GetBranch();
+  if (auto* audio = dynamic_cast<Audio::AudioPipelineElement*>(element.get())) branch = &audio->GetBranch();
+  return branch != nullptr && branch->IsPossible() ? branch : nullptr;
+}
+
+/// What the entries tell: the newest, and, where the clock has stood still since, the oldest.
+GstClockTime PipelineManager::GetRunningTime() const {
+  GstClockTime latest = 0;
+  for (const auto type : {PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio}) {
+    const auto element = ShareElement(type);
+    if (!element || !element->IsDataAvailable()) continue;
+    const auto oldest = element->GetElementAt(static_cast<unsigned int>(element->GetCurrentFrameId() + 1));
+    for (const auto& entry : {element->RetrieveCurrent(), oldest, element->GetElementAt(0)}) {
+      latest = std::max(latest, GetTimeSince(entry));
+    }
+  }
+  return latest;
+}
+
+/// On the thread "STALL". A manager that is being started or stopped is left alone.
+bool PipelineManager::RestartSource(PipelineType type, bool whole) {
+  const std::unique_lock lock(m_lifecycleMutex, std::try_to_lock);
+  if (!lock || !m_started || m_supervisionEnded) return false;
+  const auto element = ShareElement(type);
+  GstUtil::BranchRestart* branch = FindBranch(element);
+  if (branch == nullptr) return false;
+  branch->TakeDown();
+  if (whole || HasLoopEnded()) {
+    RestartPipelines(GetRunningTime());
+  } else if (type == PipelineType::Audio) {
+    // Its clock has stopped with it, and with the clock whatever waits for it.
+    ChangeToSystemClock(GetRunningTime());
+  }
+  branch->BringUp(GetGstPipeline(GstPipelineType::Camera01Audio));
+  return true;
 }
 
 void PipelineManager::Stop() {
@@ -130,6 +199,7 @@ void PipelineManager::Stop() {
 }
 
 void PipelineManager::TearDown() {
+  m_stallWatch.reset();
   for (const auto& [type, element] : m_elements) element->Stop();
   GstPipelineManager::Stop();
   std::map<PipelineType, Element> elements;
@@ -142,6 +212,7 @@ void PipelineManager::TearDown() {
 
 void PipelineManager::RunIgnitionStart() {
   Start();
+  ReviveLoop();
   const bool running = RunProperly();
   if (m_supervisionEnded) return;
   if (running) {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "Kbase/Interfaces/ISignInt.h"
 #include "Kbase/Interfaces/IgnitionOffMode.h"
@@ -13,7 +15,11 @@
 #include "Kbase/Util/Clock.h"
 #include "Tavi/Pipeline/GstPipelineManager.h"
 #include "Tavi/Pipeline/PipelineType.h"
+#include "Tavi/Pipeline/StallWatch.h"
 
+namespace Tavi::GstUtil {
+class BranchRestart;
+}
 namespace Tavi::Video {
 class VideoPipelineElement;
 }
@@ -49,8 +55,9 @@ class PipelineManager : public GstPipelineManager,
   /// waits for anybody, nothing restarts the unit any more. Thread-safe.
   void Stop() override;
 
-  /// Ignition on: Start, then up to 50 seconds of waiting for the first data. Restarts the unit when a camera or the
-  /// GPS receiver stays silent; otherwise a GStreamer error restarts it from now on, unless it has been stopped.
+  /// Ignition on: Start, and what an error has ended while nothing was armed begins anew; then up to 50 seconds of
+  /// waiting for the first data. Restarts the unit when a camera or the GPS receiver stays silent; otherwise a
+  /// GStreamer error restarts it from now on, unless it has been stopped.
   void RunIgnitionStart() override;
   /// Until the next Init nothing restarts the unit: not an error, and a RunIgnitionStart that runs or comes later waits
   /// for nothing. For whoever wants to stop, and for the moment when power fails. Thread-safe, waits for nobody.
@@ -61,6 +68,7 @@ class PipelineManager : public GstPipelineManager,
   void RunSigInt() override;
 
  private:
+  using Milliseconds = std::chrono::milliseconds;
   using VideoElement = std::shared_ptr<Video::VideoPipelineElement>;
 
   VideoElement CreateCamera(PipelineType type, const Video::VideoConfig& config);
@@ -75,6 +83,14 @@ class PipelineManager : public GstPipelineManager,
   [[nodiscard]] bool IsSupervised() const;
   [[nodiscard]] bool HasData(PipelineType type) const;
   void Arm();
+  void ReviveLoop();
+
+  [[nodiscard]] std::optional<Milliseconds> GetSilence(PipelineType type) const;
+  bool RestartSource(PipelineType type, bool whole);
+  /// The branch of a camera or the microphone; null where there is none that could be started anew.
+  [[nodiscard]] static GstUtil::BranchRestart* FindBranch(const Element& element);
+  /// Where the pipeline's time is, or would be if nothing had stopped it.
+  [[nodiscard]] GstClockTime GetRunningTime() const;
 
   Kbase::Util::IClock& m_clock;
   std::atomic<bool> m_supervisionEnded{false};
@@ -85,6 +101,9 @@ class PipelineManager : public GstPipelineManager,
   /// Guards the map, never held while an element is started, stopped or destroyed.
   mutable std::mutex m_elementsMutex;
   std::map<PipelineType, Element> m_elements;
+  std::atomic<std::chrono::steady_clock::time_point> m_startedAt{};
+  /// Its thread only tries to take the lifecycle's lock, so whoever holds that may wait for it.
+  std::unique_ptr<StallWatch> m_stallWatch;
 };
 
 }  // namespace Tavi::Pipeline

@@ -3,13 +3,14 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Tavi/GstUtil/BranchParts.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Video {
 
-using GstUtil::AddToBin;
 using GstUtil::LinkChain;
 
 namespace {
@@ -49,11 +50,14 @@ class Builder {
     MakeAll();
     if (!m_parts.IsComplete()) return {};
     SetAll();
-    AddToBin(bin, {m_source, m_crop, m_cropCaps, m_tee, m_rawQueue, m_rawSink, m_encoderQueue, m_encoder, m_streamTee,
-                   m_recordQueue, m_encodedSink, m_networkQueue, m_gdp, m_server, m_previewQueue, m_rate, m_scale,
-                   m_previewCaps, m_previewSink});
+    std::vector<GstElement*> all{m_source,      m_crop,         m_cropCaps,    m_tee,        m_rawQueue,
+                                 m_rawSink,     m_encoderQueue, m_encoder,     m_streamTee,  m_recordQueue,
+                                 m_encodedSink, m_networkQueue, m_gdp,         m_server,     m_previewQueue,
+                                 m_rate,        m_scale,        m_previewCaps, m_previewSink};
+    std::erase(all, nullptr);
+    for (GstElement* element : all) gst_bin_add(bin, element);
     LinkAll();
-    return {m_source, m_rawSink, m_encodedSink, m_previewSink};
+    return {m_source, m_rawSink, m_encodedSink, m_previewSink, std::move(all)};
   }
 
  private:

@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include <vector>
+
 #include "Tavi/Video/VideoConfig.h"
 
 namespace Tavi::Video {
@@ -14,6 +16,8 @@ struct CameraBranch {
   GstElement* encodedSink = nullptr;
   /// Null when there is no preview.
   GstElement* previewSink = nullptr;
+  /// All of them, the source first.
+  std::vector<GstElement*> elements;
 
   /// Builds the branch in `bin`:
   ///

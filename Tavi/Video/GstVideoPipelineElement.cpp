@@ -52,6 +52,7 @@ void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& conf
   const CameraBranch branch = CameraBranch::Build(GST_BIN(pipeline), config);
   m_config = config;
   if (branch.source == nullptr) return;
+  m_branch.Keep(branch.elements);
   m_ends.ConnectSource(branch.source, RunningCallback, this);
   m_rawSink = GstRef<GstElement>::Share(branch.rawSink);
   KeepNewestOnly(branch.rawSink);

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "Tavi/GstUtil/BranchEnds.h"
+#include "Tavi/GstUtil/BranchRestart.h"
 #include "Tavi/GstUtil/GstRef.h"
 #include "Tavi/Video/StreamSetup.h"
 #include "Tavi/Video/VideoConfig.h"
@@ -49,6 +50,12 @@ class GstVideoPipelineElement {
   GstIpuFrame* GetIpuFrame();
   GstIpuFrame* GetIpuFrame(const std::function<bool()>& giveUp);
 
+  /// The pipeline of its own, borrowed, for whoever sets it playing; null when the branch is in somebody else's.
+  [[nodiscard]] GstElement* GetOwnPipeline() const { return m_ends.GetOwnPipeline(); }
+  /// The branch, to be started anew by whoever drives the pipeline; its ring, ids and time stamps go on.
+  [[nodiscard]] GstUtil::BranchRestart& GetBranch() { return m_branch; }
+  [[nodiscard]] const GstUtil::BranchRestart& GetBranch() const { return m_branch; }
+
   static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element) noexcept;
   static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept;
   static GstFlowReturn SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept;
@@ -81,6 +88,7 @@ class GstVideoPipelineElement {
   std::mutex m_rawFrameMutex;
   std::condition_variable m_pullEnded;
   bool m_pulling = false;
+  GstUtil::BranchRestart m_branch;
 };
 
 }  // namespace Tavi::Video
