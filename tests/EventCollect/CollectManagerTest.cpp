@@ -19,6 +19,11 @@ TEST_F(CollectManagerTest, AWindowOfBothCamerasBecomesTwoMp4Files) {
     ASSERT_EQ(video.frames.size(), 3U * fps + 1);
     EXPECT_TRUE(video.frames.front().key);
     EXPECT_EQ(video.decodeErrors, 0);
+    // Which window it is: two seconds back, and up to one more to a key frame.
+    const auto& window = m_output.windows.at(type);
+    EXPECT_LE(window.fromSeconds, -1.9);
+    EXPECT_GE(window.fromSeconds, -3.2);
+    EXPECT_NEAR(window.toSeconds - window.fromSeconds, 3.0, 0.05);
   }
   for (const char* line :
        {"Current frame camera 0: ", "Current frame camera 1: ", "Free space before: ", "Free space after: "}) {
@@ -68,6 +73,26 @@ TEST_F(CollectManagerTest, CancelAtAnyMomentEndsEveryThreadBeforeAnythingIsReset
     while (collect.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
       manager.CancelCollect(i % 2 == 0);
     EXPECT_FALSE(manager.Running());
+  }
+}
+
+// Catches a cancel that comes when its event has just ended, and takes the next one's files instead.
+TEST_F(CollectManagerTest, ACancelNeverReachesTheNextEvent) {
+  StartFeeding(5);
+  PipelineCollectManager manager(m_managerConfig);
+  m_input.durationSeconds = 0;
+  for (int i = 0; i < 20; ++i) {
+    std::atomic<bool> ended{false};
+    auto cancel = std::async(std::launch::async, [&] {
+      while (!ended) manager.CancelCollect(false);
+      manager.CancelCollect(true);
+    });
+    manager.Collect(m_input, m_output);
+    ended = true;
+    cancel.get();
+    PipelineCollectOutput next;
+    ASSERT_TRUE(manager.Collect(m_input, next));
+    ASSERT_EQ(next.outputs.size(), 2U) << i;
   }
 }
 
