@@ -85,7 +85,7 @@ std::string DescribeBusyPorts(const Pipeline::PipelineConfig& config, const Devi
 }  // namespace
 
 std::string DescribeMissingDevices(const Pipeline::PipelineConfig& config, bool simulated, const DeviceHints& hints) {
-  const std::string cameras = simulated ? std::string() : DescribeMissingCameras(config, hints);
+  std::string cameras = simulated ? std::string() : DescribeMissingCameras(config, hints);
   if (!cameras.empty()) return cameras;
   const std::string receiver = DescribeMissingReceiver(config, hints);
   return !receiver.empty() ? receiver : DescribeBusyPorts(config, hints);

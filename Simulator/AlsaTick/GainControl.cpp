@@ -52,7 +52,7 @@ snd_ctl_ext_callback_t BuildCallbacks() {
 }
 
 int Open(snd_ctl_t** handle, const char* name, int mode) {
-  static const snd_ctl_ext_callback_t Callbacks = BuildCallbacks();
+  static const snd_ctl_ext_callback_t callbacks = BuildCallbacks();
   std::unique_ptr<snd_ctl_ext_t> ext(new (std::nothrow) snd_ctl_ext_t{});
   if (!ext) return -ENOMEM;
   ext->version = SND_CTL_EXT_VERSION;
@@ -62,7 +62,7 @@ int Open(snd_ctl_t** handle, const char* name, int mode) {
   std::strcpy(ext->name, "Simulated microphone");
   std::strcpy(ext->mixername, "Simulated microphone");
   ext->poll_fd = -1;
-  ext->callback = &Callbacks;
+  ext->callback = &callbacks;
   const int error = snd_ctl_ext_create(ext.get(), name, mode);
   if (error < 0) return error;
   *handle = ext.release()->handle;

@@ -23,7 +23,7 @@ class BackupThread {
   BackupThread& operator=(const BackupThread&) = delete;
 
   /// Waits for the copy's end.
-  void join();  // NOLINT(readability-identifier-naming): named like a std::thread's, in whose place it is handed out
+  void join();
   /// What the copy has returned. Joins.
   [[nodiscard]] bool IsSaved();
 

@@ -144,7 +144,7 @@ TEST_F(CommitTest, OneProcessOwnsTheDirectoryAndCleansUpItsOwnOnly) {
        {std::string(".new_") + Name, std::string(".old_") + Name, std::string(".new_photos"), ".old_" + other}) {
     std::filesystem::create_directories(m_events + "/" + dir + "/x");
   }
-  std::ofstream(m_events + "/.old_" + other + "/protected");
+  std::ofstream(m_events + "/.old_" + other + "/protected").close();
   EventStore store(m_events, {});
   {
     EventStore first(m_events, {});

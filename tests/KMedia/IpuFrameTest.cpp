@@ -16,10 +16,9 @@ struct Picture {
     record.width = static_cast<std::uint16_t>(width);
     record.height = static_cast<std::uint16_t>(height);
   }
-  std::uint8_t& Luma(int x, int y) { return bytes[static_cast<std::size_t>(y * layout.lumaStride + x)]; }
-  std::uint8_t& U(int x, int y) {
-    return bytes[layout.uOffset + static_cast<std::size_t>(y * layout.chromaStride + x)];
-  }
+  static std::size_t At(int stride, int x, int y) { return static_cast<std::size_t>(std::int64_t{stride} * y + x); }
+  std::uint8_t& Luma(int x, int y) { return bytes[At(layout.lumaStride, x, y)]; }
+  std::uint8_t& U(int x, int y) { return bytes[layout.uOffset + At(layout.chromaStride, x, y)]; }
 
   I420Layout layout;
   std::vector<std::uint8_t> bytes;
