@@ -112,11 +112,11 @@ TEST_F(AudioTest, APreviewsSoundEndsWhereTheRingDoesAndForeignEntriesAreRefused)
     collect.CollectPreview(m_dir + "p.mp3", start, seconds);
     return Tavi::Testing::ReadFile(m_dir + "p.mp3");
   };
+  const long descriptors = CountDescriptors();
   std::string expected;
   for (std::uint64_t id = 5; id < 5 + 229; ++id) expected += Tavi::Testing::EntryText(id);
   EXPECT_EQ(preview(5, 6), expected) << "6 s are 229 frames";
   EXPECT_EQ(preview(238, 6), "<238><239>");
-  const long descriptors = CountDescriptors();
   EXPECT_EQ(preview(5, 0), "");
   EXPECT_TRUE(std::filesystem::exists(m_dir + "p.mp3"));
   Tavi::GstUtil::GstPipelineCbElement foreign(0, Tavi::Testing::MakeBuffer("x", 0), "video");

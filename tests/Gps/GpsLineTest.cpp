@@ -1,10 +1,32 @@
 // Sentences: which are taken, what their fields are, where those lie.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <new>
+
 #include "Support/Nmea.h"
 #include "Tavi/Gps/GPSLine.h"
 
 using Tavi::Gps::GPSLine;
+
+namespace {
+
+/// Allocations of this thread.
+thread_local int t_allocations = 0;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  ++t_allocations;
+  if (void* memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 TEST(GpsLine, TakesWhatTheChecksumCoversAndNamesItsType) {
   const std::tuple<std::string, int, int, std::string, std::string> cases[] = {
@@ -33,6 +55,12 @@ TEST(GpsLine, KeepsThirtyFieldsWithoutAnAllocationEachAndForgetsThoseOfTheSenten
   GPSLine copy(line);
   const auto offset = copy.ViewElement(29).data() - reinterpret_cast<const char*>(&copy);
   EXPECT_TRUE(offset > 0 && offset < static_cast<long>(sizeof(copy)));
+  std::string sentence = MakeSentence("GPGSV" + std::string(28, ',') + "12118.8685453,30,31");
+  const int before = t_allocations;
+  GPSLine many(sentence.data());
+  const std::size_t length = many.ViewElement(28).size() + many.ViewElement(29).size() + many.ViewElement(30).size();
+  EXPECT_LE(t_allocations - before, 1) << "not one a field";
+  EXPECT_EQ(length, std::string("12118.868545330").size());
   line = GPSLine(MakeSentence("GPGSA,1").data());
   EXPECT_EQ(copy.SplitLine(MakeSentence("GPGSA,1").data()), 1);
   for (const auto* now : {&line, &copy})

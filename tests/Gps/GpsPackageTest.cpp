@@ -4,7 +4,11 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
+#include <utility>
+#include <vector>
 
+#include "Kdevice/GpsDevice/EpochSplitter.h"
 #include "Support/Nmea.h"
 #include "Tavi/Gps/GPSDataPackage.h"
 
@@ -108,7 +112,38 @@ TEST_F(GpsPackage, TheTripBelievesNoSpikeAndStartsAgainAfterAFixIsLost) {
   }
 }
 
-/// The figures were counted by a program of its own: sentences in order, others, epochs, fixes; metres; the last fix.
+// Catches a receiver that sends GGA first and gets the dilution and the satellites of the epoch behind.
+TEST_F(GpsPackage, EachEpochHasItsOwnDilutionWhicheverSentenceComesFirst) {
+  for (const bool ggaFirst : {true, false}) {
+    std::string text;
+    for (int second = 0; second < 6; ++second) {
+      const std::string time = "12000" + std::to_string(second) + ".00";
+      // Every other epoch is too diluted for a fix.
+      const std::string gga = MakeSentence("GPGGA," + time + ",4807.0,N,01131.0,E,1,0" + std::to_string(second) + "," +
+                                           (second % 2 == 0 ? "1.5" : "20.0") + ",500.0,M");
+      const std::string rmc = MakeSentence("GPRMC," + time + ",A,4807.0,N,01131.0,E,5.0,,010720");
+      text += ggaFirst ? gga + rmc : rmc + gga;
+    }
+    std::vector<std::pair<int, int>> epochs;
+    Kdevice::GpsDevice::EpochSplitter splitter([&](const Kdevice::GpsDevice::EpochSplitter::Epoch& epoch) {
+      GPSDataPackage package;
+      std::istringstream lines(epoch.text);
+      for (std::string line; std::getline(lines, line);) {
+        GPSLine sentence(line.data());
+        package.AddLine(sentence);
+      }
+      package.PostProcess();
+      epochs.emplace_back(package.GetData()->noOfSatellites, package.GetData()->isValidPackage);
+    });
+    splitter.Feed(text);
+    splitter.Flush();
+    const std::vector<std::pair<int, int>> expected{{0, 1}, {1, 0}, {2, 1}, {3, 0}, {4, 1}, {5, 0}};
+    EXPECT_EQ(epochs, expected) << ggaFirst;
+  }
+}
+
+/// Grouped by their RMC sentences, as most of these receivers send them first. The figures were counted by a program of
+/// its own: sentences in order, others, epochs, fixes; metres; the last fix.
 TEST_F(GpsPackage, ReceiversLogsGiveTheFixesThatTheyHold) {
   if (!std::filesystem::is_directory(TAVI_NMEA_LOGS)) GTEST_SKIP() << "no receiver logs in " TAVI_NMEA_LOGS;
   const std::tuple<std::string, std::array<int, 4>, double, double, double, std::string> logs[] = {

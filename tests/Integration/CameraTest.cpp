@@ -7,8 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <future>
 #include <memory>
+#include <tuple>
+#include <utility>
 
 #include "Support/Media.h"
 #include "Tavi/Pipeline/PipelineManager.h"
@@ -49,6 +52,14 @@ class CameraTest : public Tavi::Testing::MediaTest {
     }
     gst_video_frame_unmap(&frame);
   }
+  static GstElement* FindSource(const PipelineManager& manager) {
+    const auto* pipeline = manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio);
+    for (GList* item = GST_BIN_CHILDREN(pipeline); item != nullptr; item = item->next) {
+      auto* element = GST_ELEMENT(item->data);
+      if (std::string(GST_OBJECT_NAME(gst_element_get_factory(element))) == "imxv4l2videosrc") return element;
+    }
+    return nullptr;
+  }
   static std::shared_ptr<VideoPipelineElement> GetCamera(const PipelineManager& manager) {
     return std::dynamic_pointer_cast<VideoPipelineElement>(manager.ShareElement(PipelineType::Camera1));
   }
@@ -77,19 +88,41 @@ TEST_F(CameraTest, EncodedFramesHaveIdsKeyFramesAndTimesOnTheirGrid) {
   EXPECT_EQ(CountLogged("Aquisition for preview camera0 has been started"), 1);
 }
 
+/// Counts what a pad hands on.
+GstPadProbeReturn CountBuffers(GstPad*, GstPadProbeInfo*, gpointer counter) {
+  ++*static_cast<std::atomic<int>*>(counter);
+  return GST_PAD_PROBE_OK;
+}
+
+// Catches a gate that is open from the start or stays open: the source behind it is seen to deliver all the time.
 TEST_F(CameraTest, AStoppedCameraDeliversNothingUntilItIsStartedAgain) {
   PipelineManager manager(OneCamera());
   const auto camera = GetCamera(manager);
+  std::atomic<int> captured{0};
+  const auto capturesMore = [&captured](int count) {
+    return WaitUntil([&captured, enough = captured + count] { return captured >= enough; });
+  };
+  auto* pipeline = manager.GetGstPipeline(GstPipelineManager::GstPipelineType::Camera01Audio);
+  gst_element_set_state(pipeline, GST_STATE_READY);  // the source makes its scene
+  GstElement* scene = gst_bin_get_by_name(GST_BIN(pipeline), "scene");
+  ASSERT_NE(scene, nullptr);
+  GstPad* pad = gst_element_get_static_pad(scene, "src");
+  gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, CountBuffers, &captured, nullptr);
   manager.GstPipelineManager::Start();
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  ASSERT_TRUE(capturesMore(15));
   EXPECT_FALSE(camera->IsDataAvailable());
   camera->Start();
   EXPECT_TRUE(WaitUntil([&] { return camera->IsDataAvailable(); }));
   camera->Stop();
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_TRUE(capturesMore(10));  // what was on its way has come
   const auto last = camera->GetCurrentFrameId();
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  ASSERT_TRUE(capturesMore(15));
   EXPECT_EQ(camera->GetCurrentFrameId(), last);
+  camera->Start();
+  EXPECT_TRUE(WaitUntil([&] { return camera->GetCurrentFrameId() > last + 5; }));
+  manager.Stop();
+  gst_object_unref(pad);
+  gst_object_unref(scene);
 }
 
 TEST_F(CameraTest, RawFramesAreScaledWithoutACopyAndPreviewsComeAtTheirOwnRate) {
@@ -150,6 +183,12 @@ TEST_F(CameraTest, TheLiveStreamOfACroppedCameraIsServedFramedOnItsPort) {
   GstBuffer* frame = GetCamera(manager)->GetRawFrame();
   EXPECT_EQ(gst_buffer_get_size(frame), 1280U * 720 * 3 / 2) << "a crop keeps the frame size";
   gst_buffer_unref(frame);
+  for (const auto& [property, expected] : {std::pair("crop-meta-x", 72), std::pair("crop-meta-y", 8),
+                                           std::pair("crop-meta-width", 1176), std::pair("crop-meta-height", 664)}) {
+    int value = -1;
+    g_object_get(FindSource(manager), property, &value, nullptr);
+    EXPECT_EQ(value, expected) << property;
+  }
   const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -251,12 +290,33 @@ TEST_F(CameraTest, ARawFrameIsReadAsItsCapsAndItsMetaSay) {
   }
 }
 
+// Catches a pipeline that plays on behind its camera, and names that do not cross over: camera type 0 is "camera1".
 TEST_F(CameraTest, ACameraInItsOwnPipelineEndsWithIt) {
-  VideoConfig config;
-  config.device = "sim:alone";
-  VideoPipelineElement camera(config, 30);
-  camera.Start();
-  EXPECT_EQ(camera.GetRawFrame(), nullptr) << "the pipeline does not run";
+  for (const auto& [type, name, preview] : {std::tuple(CameraType::Camera0, std::string("camera1"), "preview1"),
+                                            std::tuple(CameraType::Camera1, std::string("camera0"), "preview0")}) {
+    VideoConfig config;
+    config.cameraType = type;
+    config.device = "sim:alone";
+    PreviewPipelineElement previews(config, 18);
+    auto camera = std::make_unique<VideoPipelineElement>(config, 30);
+    camera->SetPreviewElement(&previews);
+    camera->Start();
+    EXPECT_EQ(camera->GetRawFrame(), nullptr) << "the pipeline does not run";
+    GstElement* pipeline = camera->GetOwnPipeline();
+    ASSERT_NE(pipeline, nullptr);
+    EXPECT_EQ(GST_OBJECT_NAME(pipeline), name + "-pipeline");
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    ASSERT_TRUE(WaitUntil([&] { return camera->IsDataAvailable() && previews.IsDataAvailable(); }));
+    const auto entry = std::dynamic_pointer_cast<VideoPipelineCbElement>(camera->RetrieveCurrent());
+    EXPECT_EQ(entry->cameraName, name);
+    EXPECT_EQ(entry->name, name);
+    EXPECT_EQ(std::dynamic_pointer_cast<PreviewPipelineCbElement>(previews.RetrieveCurrent())->name, preview);
+    EXPECT_EQ(CountLogged("Aquisition for " + name + " has been started"), 1);
+    g_object_add_weak_pointer(G_OBJECT(pipeline), reinterpret_cast<gpointer*>(&pipeline));
+    camera.reset();
+    EXPECT_EQ(pipeline, nullptr) << "it is gone with its camera";
+  }
+  VideoPipelineElement camera(VideoConfig(), 30);
   GstBuffer* frame = gst_buffer_ref(Tavi::Testing::MakeBuffer("frame", 0));
   camera.SetPreviewFrame(frame);
   EXPECT_EQ(GST_MINI_OBJECT_REFCOUNT_VALUE(frame), 1) << "without a preview element nobody keeps it";

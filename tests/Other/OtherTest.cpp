@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "Kbase/Util/CpuMonitor.h"
+#include "Kbase/Util/TemperatureMonitor.h"
 #include "Kbase/Util/Timer.h"
 #include "Support/Media.h"
 #include "Tavi/Other/OtherPipelineCbElement.h"
@@ -83,6 +84,27 @@ TEST_F(OtherTest, SamplesCarryTheStatedRateAndOneStartMessage) {
     EXPECT_EQ(gst_buffer_get_size(sample.buffer), 4U);
   }
   EXPECT_EQ(CountLogged("Aquisition (other) has been started"), 1);
+}
+
+// Catches the two bytes swapped, one that is never set, and a temperature below zero that is cut to nothing.
+TEST_F(OtherTest, ASampleIsLoadThenTheTemperaturesLowBits) {
+  for (const auto& [millidegrees, byte] : {std::pair("47300", 47), std::pair("-5000", 251)}) {
+    std::ofstream(m_dir + "zone") << millidegrees << std::flush;
+    Kbase::Util::TemperatureMonitor monitor(m_dir + "zone");
+    ASSERT_TRUE(monitor.Start());
+    ASSERT_TRUE(WaitUntil([] { return Kbase::Util::TemperatureMonitor::Known().has_value(); }));
+    OtherPipelineElement element(OtherConfig(), 8);
+    element.Tick(nullptr);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(150);
+    while (std::chrono::steady_clock::now() < end) continue;  // load
+    element.Tick(nullptr);
+    std::uint8_t bytes[2] = {};
+    const auto entry = element.RetrieveCurrent();
+    gst_buffer_extract(dynamic_cast<const OtherPipelineCbElement&>(*entry).buffer, 0, bytes, sizeof(bytes));
+    EXPECT_GT(bytes[0], 0);
+    EXPECT_LE(bytes[0], 100);
+    EXPECT_EQ(bytes[1], byte);
+  }
 }
 
 TEST_F(OtherTest, ACollectIsOneArrayWithoutTheLastEventsSamples) {
