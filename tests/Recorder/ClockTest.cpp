@@ -1,0 +1,73 @@
+// The service while its wall clock is set.
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "Recorder/Program.h"
+
+namespace {
+
+using namespace Tavi::Testing;
+using nlohmann::json;
+
+class ClockTest : public ProgramTest {
+ protected:
+  void TearDown() override {
+    if (m_child > 0) kill(m_child, SIGKILL), Wait(m_child);
+    ProgramTest::TearDown();
+  }
+  json ReadSources() const {
+    const std::string line = std::string(CTL_PROGRAM) + " --json --control " + m_dir + "ctl/socket status 2>/dev/null";
+    std::string reply;
+    FILE* pipe = popen(line.c_str(), "r");
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) reply += static_cast<char>(c);
+    pclose(pipe);
+    return json::accept(reply) ? json::parse(reply)["sources"] : json();
+  }
+  bool WaitForEntries(const char* source, int count) const {
+    for (int tries = 0; tries < 4; ++tries) {
+      if (WaitUntil([&] {
+            const json sources = ReadSources();
+            return sources.contains(source) && sources[source]["entries"] >= count;
+          })) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  pid_t m_child = 0;
+};
+
+// Catches a source, a restart or an end that waits by the wall clock: set back, it would wait for an hour.
+TEST_F(ClockTest, SetForthAndBackNoSourceFallsSilentAndSigtermEndsInTime) {
+#ifndef FAST_CLOCK
+  GTEST_SKIP() << "the sanitizers define the functions of the preloaded clock themselves";
+#else
+  std::ofstream(m_dir + "settings.json") << "{}";
+  for (const char* step : {"3600@8", "-3600@8", "820540800@8"}) {  // so many seconds off, for the first eight
+    setenv("LD_PRELOAD", FAST_CLOCK, 1);
+    setenv("TAVI_CLOCK_STEP", step, 1);
+    m_child = Spawn({"run", "--simulate", "--config", m_dir + "settings.json", "--output", m_dir + "tavi", "--control",
+                     m_dir + "ctl/socket"});
+    unsetenv("LD_PRELOAD");
+    unsetenv("TAVI_CLOCK_STEP");
+    ASSERT_TRUE(WaitForEntries("other", 14)) << step << Err();
+    const json before = ReadSources();
+    ASSERT_TRUE(WaitForEntries("other", before["other"]["entries"].get<int>() + 3));
+    const json after = ReadSources();
+    for (const char* source : {"camera0", "camera1", "audio", "gps", "acc", "other"}) {
+      EXPECT_EQ(after[source]["state"], "running") << step << source;
+      EXPECT_GT(after[source]["entries"], before[source]["entries"]) << step << source;
+      EXPECT_EQ(after[source].value("revivals", 0), 0) << step << source;
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    kill(m_child, SIGTERM);
+    EXPECT_EQ(Wait(std::exchange(m_child, 0)), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << step;
+  }
+#endif
+}
+
+}  // namespace
