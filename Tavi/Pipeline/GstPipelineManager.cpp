@@ -139,8 +139,11 @@ void GstPipelineManager::HandleError(GstMessage* message) {
   g_error_free(error);
   g_main_loop_quit(m_loop);
   if (m_rebootOnError) {
-    Log::Error("Fatal gstreamer error");
-    Log::Info("Rebooting...");
+    // A line for which there is no memory keeps nothing from restarting.
+    m_guard.Run([] {
+      Log::Error("Fatal gstreamer error");
+      Log::Info("Rebooting...");
+    });
     Ksystem::System::Reboot();
   }
 }

@@ -10,9 +10,9 @@
 #include "Tavi/Audio/AudioPipelineElement.h"
 #include "Tavi/Gps/GpsPipelineElement.h"
 #include "Tavi/GstUtil/BranchRestart.h"
-#include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/Other/OtherPipelineElement.h"
+#include "Tavi/PipelineCollect/RingTime.h"
 #include "Tavi/Video/PreviewPipelineElement.h"
 #include "Tavi/Video/VideoPipelineElement.h"
 
@@ -38,9 +38,9 @@ constexpr std::array<SupervisedSource, 3> SupervisedSources{{
 
 /// The running time of the entry and what has passed since; 0 where it has none.
 GstClockTime GetTimeSince(const Kbase::Pipeline::IPipelineElement::Entry& entry) {
-  const auto* media = dynamic_cast<const GstUtil::GstPipelineCbElement*>(entry.get());
-  if (media == nullptr || !GstUtil::IsUsable(media->buffer) || !GST_BUFFER_PTS_IS_VALID(media->buffer)) return 0;
-  return GST_BUFFER_PTS(media->buffer) + static_cast<GstClockTime>(std::chrono::nanoseconds(media->GetAge()).count());
+  const auto timestamp = PipelineCollect::GetTimestamp(entry.get());
+  if (!timestamp) return 0;
+  return *timestamp + static_cast<GstClockTime>(std::chrono::nanoseconds(PipelineCollect::GetAge(entry.get())).count());
 }
 
 }  // namespace
@@ -147,8 +147,7 @@ void PipelineManager::ReviveLoop() {
 std::optional<PipelineManager::Milliseconds> PipelineManager::GetSilence(PipelineType type) const {
   const auto element = ShareElement(type);
   if (FindBranch(element) == nullptr) return {};
-  const auto newest = std::dynamic_pointer_cast<GstUtil::GstPipelineCbElement>(element->RetrieveCurrent());
-  if (newest) return newest->GetAge();
+  if (element->IsDataAvailable()) return PipelineCollect::GetAge(*element);
   return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - m_startedAt.load());
 }
 

@@ -19,7 +19,7 @@ constexpr int MostDoublings = 10;
 
 // The microphone first: when the sound card's clock stands still, everything that goes by it does, too.
 StallWatch::StallWatch(Milliseconds limit, GetSilence getSilence, Restart restart)
-    : IThread("STALL"),
+    : IThread("STALL", OnFailure::GoOn),
       m_limit(limit),
       m_getSilence(std::move(getSilence)),
       m_restart(std::move(restart)),
