@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 namespace Tavi::Recorder {

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <initializer_list>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 namespace Tavi::Recorder {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cassert>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Control/Protocol.h"

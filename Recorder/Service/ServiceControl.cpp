@@ -1,6 +1,8 @@
 // The recorder as a service: what it answers on the control socket.
 #include "Recorder/Service/Service.h"
 
+#include <nlohmann/json.hpp>
+
 #include "EventStore/EventName.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/MissingParts.h"

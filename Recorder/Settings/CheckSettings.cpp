@@ -3,6 +3,7 @@
 
 #include <array>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <tuple>
 #include <utility>
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Ksystem/FileUtils/UniqueFd.h"

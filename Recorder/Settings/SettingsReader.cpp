@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Recorder/Settings/FieldNames.h"

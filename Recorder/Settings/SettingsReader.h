@@ -1,6 +1,7 @@
 // Reads settings out of JSON text and knows the line of each mistake.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>

@@ -2,6 +2,7 @@
 #include "Tools/Ctl/ReplyText.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 

@@ -4,6 +4,8 @@
 
 #include "Control/Protocol.h"
 
+#include <nlohmann/json.hpp>
+
 namespace {
 
 using namespace Tavi::Recorder;

@@ -7,6 +7,7 @@
 
 #include <fstream>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "Control/Served.h"
 

@@ -1,6 +1,8 @@
 // The sources' health, sample by sample, and its reports.
 #include "Recorder/Health/Health.h"
 
+#include <nlohmann/json.hpp>
+
 #include <gtest/gtest.h>
 
 #include "Kdevice/I2C/I2c.h"
