@@ -182,8 +182,7 @@ TEST_F(ServiceTest, TheServiceManagerHearsOfReadinessAndFeeding) {
   close(socket);
 }
 
-// Catches windows, silences and queues that are counted by the wall clock, which the first fix sets by decades, and an
-// event of before that is dated after.
+// Catches windows, silences and queues that are counted by the wall clock, which the first fix sets by decades.
 TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesItsNameOnly) {
 #ifndef FAST_CLOCK
   GTEST_SKIP() << "the sanitizers define the functions of the preloaded clock themselves";
