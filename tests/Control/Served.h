@@ -7,6 +7,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <nlohmann/json.hpp>
 
 #include "Control/ControlServer.h"
 #include "Control/SocketAddress.h"
