@@ -259,6 +259,18 @@ void GetTimes(GstBaseSrc* source, GstBuffer* buffer, GstClockTime* start, GstClo
   *end = isFirst ? GST_CLOCK_TIME_NONE : GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer);
 }
 
+/// As of a camera: a frame is there when it has been exposed, and may then wait in the capture queue.
+gboolean Query(GstBaseSrc* source, GstQuery* query) noexcept {
+  if (GST_QUERY_TYPE(query) != GST_QUERY_LATENCY) {
+    return GST_BASE_SRC_CLASS(g_type_class_peek(GST_TYPE_PUSH_SRC))->query(source, query);
+  }
+  SceneState& state = StateOf(source);
+  const std::lock_guard lock(state.mutex);
+  const GstClockTime frame = FrameTime(state.settings, 1);
+  gst_query_set_latency(query, TRUE, frame, frame * static_cast<guint64>(state.settings.queueSize));
+  return TRUE;
+}
+
 void Finalize(GObject* object) noexcept {
   SceneState* const state = &StateOf(object);
   G_OBJECT_CLASS(g_type_class_peek(GST_TYPE_PUSH_SRC))->finalize(object);
@@ -278,6 +290,7 @@ void ClassInit(gpointer klass, gpointer) noexcept {
   base->stop = Stop;
   base->get_caps = GetCaps;
   base->get_times = GetTimes;
+  base->query = Query;
   base->decide_allocation = DecideAllocation;
   GST_PUSH_SRC_CLASS(klass)->fill = Fill;
 }

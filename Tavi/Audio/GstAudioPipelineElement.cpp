@@ -16,6 +16,9 @@ namespace {
 
 constexpr int UntouchedGain = -1;
 constexpr float MicrosecondsPerSecond = 1e6F;
+/// What the card holds while the processor is busy elsewhere; alsasrc asks for 0.2 s, which a full disk's flush
+/// outlasts.
+constexpr gint64 SoundBufferUs = 1'000'000;
 
 }  // namespace
 
@@ -39,7 +42,7 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   if (!parts.IsComplete()) return;
   // One MP3 frame at a time: the usual 10 ms would wake three threads that find nothing to encode.
   g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
-               nullptr);
+               "buffer-time", SoundBufferUs, nullptr);
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
   // Opened once, as the pipeline's start will do: a card that is not there would fail that start as a whole, cameras
   // included. Before the source is in the bin: an error on the pipeline's bus would end the watch over the cameras.

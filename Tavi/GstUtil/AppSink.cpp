@@ -13,6 +13,10 @@ GstBuffer* ShareBuffer(GstSample* sample) {
   return gst_buffer_ref(gst_sample_get_buffer(sample));
 }
 
+void DeliverAtOnce(GstElement* sink) {
+  g_object_set(sink, "sync", FALSE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
+}
+
 void SetSampleCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element) {
   GstAppSinkCallbacks callbacks{};
   callbacks.new_sample = newSample;

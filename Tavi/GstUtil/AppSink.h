@@ -13,6 +13,10 @@ namespace Tavi::GstUtil {
 /// The sample's buffer with a reference for the caller.
 [[nodiscard]] GstBuffer* ShareBuffer(GstSample* sample);
 
+/// Has the sink deliver what comes when it comes. It would otherwise hold each entry back by the longest latency of any
+/// branch (a slow camera would stop the sound), and keep all of its pipeline from playing until its own first buffer.
+void DeliverAtOnce(GstElement* sink);
+
 /// `newSample` is called on the sink's streaming thread; signals are off.
 void SetSampleCallback(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element);
 

@@ -15,6 +15,7 @@ void BranchEnds::ConnectSource(GstElement* source, GstPadProbeCallback probe, vo
 
 void BranchEnds::ConnectSink(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element) {
   m_sinks.push_back(GstRef<GstElement>::Share(sink));
+  DeliverAtOnce(sink);
   SetSampleCallback(sink, newSample, element);
 }
 

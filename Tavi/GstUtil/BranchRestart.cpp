@@ -34,8 +34,6 @@ void BranchRestart::BringUp(GstElement* pipeline) {
   for (const bool sinks : {true, false}) {
     std::for_each(m_elements.rbegin(), m_elements.rend(), [&](const auto& element) {
       if (IsSink(element.Get()) != sinks) return;
-      // A sink that waits for its first buffer would take the whole pipeline's state along, and its time with that.
-      if (sinks) g_object_set(element.Get(), "async", FALSE, nullptr);
       gst_element_set_locked_state(element.Get(), FALSE);
       gst_element_set_clock(element.Get(), clock.Get());
       gst_element_set_base_time(element.Get(), baseTime);

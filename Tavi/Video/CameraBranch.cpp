@@ -87,7 +87,8 @@ class Builder {
       return false;
     }
     // A viewer that does not read is let go before it costs memory: its frames are in the ring anyway.
-    g_object_set(m_server, "host", "0.0.0.0", "port", m_config.streamPort, "units-max",
+    // A camera without a picture must not keep its pipeline from playing.
+    g_object_set(m_server, "async", FALSE, "host", "0.0.0.0", "port", m_config.streamPort, "units-max",
                  gint64{m_config.fps} * ViewerPatience.count(), "timeout",
                  guint64{std::chrono::nanoseconds(ViewerPatience).count()}, nullptr);
     // It listens from PAUSED on.

@@ -55,6 +55,7 @@ void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& conf
   m_branch.Keep(branch.elements);
   m_ends.ConnectSource(branch.source, RunningCallback, this);
   m_rawSink = GstRef<GstElement>::Share(branch.rawSink);
+  GstUtil::DeliverAtOnce(branch.rawSink);
   KeepNewestOnly(branch.rawSink);
   m_ends.ConnectSink(branch.encodedSink, SetEncodedFrameCallback, this);
   if (branch.previewSink == nullptr) return;
