@@ -1,6 +1,7 @@
 // tavi-recorder: records and turns events into files.
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -11,6 +12,7 @@
 
 #include "Kbase/Klog/Logger.h"
 #include "Kbase/Util/TemperatureMonitor.h"
+#include "Ksystem/System/Reboot.h"
 #include "Recorder/InputDevices.h"
 #include "Recorder/Options.h"
 #include "Recorder/PluginPath.h"
@@ -19,6 +21,7 @@
 #include "Recorder/ServiceOptions.h"
 #include "Recorder/SignalThread.h"
 #include "Recorder/Simulation.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace {
 
@@ -32,24 +35,38 @@ int Complain(int exitStatus, const std::string& sentence) {
   return exitStatus;
 }
 
-/// Hands signals on to what runs, while it does.
+/// Hands signals on to what runs, while it does. A restart of the unit is a power failure that was announced: what is
+/// being collected is saved first.
 template <class Running>
 class Signalled {
  public:
-  Signalled(void (Running::*end)(), void (Running::*powerFail)())
-      : m_signals([this, end, powerFail](int signal) {
-          const std::lock_guard lock(m_mutex);
-          if (m_running != nullptr) (m_running->*(signal == SIGPWR ? powerFail : end))();
-        }) {}
+  Signalled() : m_signals([this](int signal) { Take(signal); }) {}
 
   int Run(Running& running) {
     Set(&running);
+    // Whoever restarts the unit runs on a thread of the acquisition, which is to be taken down now.
+    Ksystem::System::SetRebootHandler([this] {
+      m_isRestarting = true;
+      kill(getpid(), SIGPWR);
+    });
     const int status = running.Run();
+    Ksystem::System::SetRebootHandler({});
     Set(nullptr);
+    if (m_isRestarting) Ksystem::System::Reboot();
     return status;
   }
 
  private:
+  void Take(int signal) {
+    const std::lock_guard lock(m_mutex);
+    if (m_running == nullptr) return;
+    if (signal == SIGPWR) {
+      m_running->PowerFail(m_isRestarting ? "the unit is to be restarted" : "power fails");
+    } else {
+      m_running->Stop();
+    }
+  }
+
   void Set(Running* running) {
     const std::lock_guard lock(m_mutex);
     m_running = running;
@@ -57,6 +74,7 @@ class Signalled {
 
   std::mutex m_mutex;
   Running* m_running = nullptr;
+  std::atomic<bool> m_isRestarting{false};
   const SignalThread m_signals;
 };
 
@@ -68,7 +86,7 @@ int ReserveStandardOutput() {
 }
 
 int Record(Options options, int reportFd) {
-  Signalled<Recorder> signalled(&Recorder::Interrupt, &Recorder::PowerFail);
+  Signalled<Recorder> signalled;
   const auto car = options.simulate ? BoardSimulatedCar(options.pipeline) : nullptr;
   if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
   const std::string missing = DescribeMissingDevices(options.pipeline, options.simulate, OptionHints);
@@ -80,11 +98,12 @@ int Record(Options options, int reportFd) {
 }
 
 int Serve(Settings settings) {
-  Signalled<Service> signalled(&Service::Stop, &Service::PowerFail);
+  Signalled<Service> signalled;
   const auto car = settings.simulate ? BoardSimulatedCar(settings.pipeline) : nullptr;
   if (car && !car->GetProblem().empty()) return Complain(FailureExitStatus, car->GetProblem());
+  // One device that is missing keeps nobody from recording with the others; it may come later.
   const std::string missing = DescribeMissingDevices(settings.pipeline, settings.simulate, SettingHints);
-  if (!missing.empty()) return Complain(FailureExitStatus, missing);
+  if (!missing.empty()) Tavi::Log::Warning(missing);
   Kbase::Util::TemperatureMonitor::GetInstance().Start();
   Service service(settings);
   std::string problem;

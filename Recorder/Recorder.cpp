@@ -85,15 +85,15 @@ int Recorder::Run() {
   return m_failed ? 1 : 0;
 }
 
-void Recorder::Interrupt() {
+void Recorder::Stop() {
   m_interrupted = true;
   m_pipeline.EndSupervision();
   m_first->CancelCollect(false);
   if (m_second) m_second->CancelCollect(false);
 }
 
-void Recorder::PowerFail() {
-  if (!m_powerFailed.exchange(true)) Log::Warning("power fails: a running event is saved, then recording ends");
+void Recorder::PowerFail(const std::string& why) {
+  if (!m_powerFailed.exchange(true)) Log::Warning(why + ": a running event is saved, then recording ends");
   m_pipeline.EndSupervision();
   m_first->PowerFailure();
   if (m_second) m_second->PowerFailure();

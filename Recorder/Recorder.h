@@ -19,7 +19,7 @@
 
 namespace Tavi::Recorder {
 
-/// Runs what the options say on the thread that calls Run. Interrupt and PowerFail may be called from any other thread,
+/// Runs what the options say on the thread that calls Run. Stop and PowerFail may be called from any other thread,
 /// and are to be called again until Run returns: what came between two events ends the next one then.
 class Recorder final : private PipelineCollect::CollectAsyncCallbackInterface {
  public:
@@ -33,9 +33,9 @@ class Recorder final : private PipelineCollect::CollectAsyncCallbackInterface {
   /// ended from outside, 1 otherwise.
   int Run();
   /// A collect under way ends early and is reported, then acquisition is stopped.
-  void Interrupt();
-  /// A collect under way is saved in the backup directory, then acquisition is stopped.
-  void PowerFail();
+  void Stop();
+  /// A collect under way is saved in the backup directory, then acquisition is stopped. `why` begins the log's line.
+  void PowerFail(const std::string& why);
 
  private:
   using CollectManager = PipelineCollect::PipelineCollectManager;

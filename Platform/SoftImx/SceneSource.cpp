@@ -157,6 +157,12 @@ bool TakeFrameNumber(SceneState& state, GstClockTime runningTime, std::uint64_t&
   return isLost;
 }
 
+bool IsPulled(const SceneState& state) {
+  if (state.settings.failMs == 0) return false;
+  const GstClockTime played = FrameTime(state.settings, state.nextFrame) - FrameTime(state.settings, *state.firstFrame);
+  return played > static_cast<GstClockTime>(state.settings.failMs) * GST_MSECOND;
+}
+
 SOFTIMX_FILLS_HEADER void Stamp(const SceneState& state, GstBuffer* buffer, std::uint64_t frame, bool isLost) {
   GST_BUFFER_PTS(buffer) = StampOf(state, frame);
   GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
@@ -195,6 +201,10 @@ GstFlowReturn Fill(GstPushSrc* source, GstBuffer* buffer) noexcept {
   if (isFirst) AnchorToWallClock(state, now, baseTime);
   std::uint64_t frame = 0;
   const bool isLost = TakeFrameNumber(state, now.clock > baseTime ? now.clock - baseTime : 0, frame);
+  if (IsPulled(state)) {
+    GST_ELEMENT_ERROR(source, RESOURCE, READ, ("The simulated camera is pulled."), (nullptr));
+    return GST_FLOW_ERROR;
+  }
   if (isLost) GST_CAT_WARNING_OBJECT(Category(), source, "frames lost, downstream is too slow");
   Stamp(state, buffer, frame, isLost);
   // The base class pushes the frame when the clock reaches its time stamp: this is the wall time that it will be then.
@@ -325,11 +335,11 @@ bool ApplySceneName(const std::string& text, SceneSettings& settings) {
   settings.name = text.substr(0, at);
   if (at != std::string::npos) {
     const auto rest = std::string_view(text).substr(at + 1);
-    const auto tilde = rest.find('~');
-    const auto still = tilde == std::string_view::npos ? std::optional(0) : ToNumber<int>(rest.substr(tilde + 1));
-    const auto delivered = ToNumber<double>(rest.substr(0, tilde));
-    if (!still || *still < 0 || *still > 30000 || !delivered || *delivered < 0.1 || *delivered > 2.0) return false;
-    settings.stallMs = *still;
+    const auto mark = rest.find_first_of("~!");
+    const auto time = mark == std::string_view::npos ? std::optional(0) : ToNumber<int>(rest.substr(mark + 1));
+    const auto delivered = ToNumber<double>(rest.substr(0, mark));
+    if (!time || *time < 0 || *time > 30000 || !delivered || *delivered < 0.1 || *delivered > 2.0) return false;
+    (mark != std::string_view::npos && rest[mark] == '!' ? settings.failMs : settings.stallMs) = *time;
     settings.rateNumerator *= static_cast<int>(std::lround(*delivered * Thousandths));
     settings.rateDenominator *= Thousandths;
   }

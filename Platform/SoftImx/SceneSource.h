@@ -17,12 +17,14 @@ struct SceneSettings {
   int queueSize = 4;
   /// So long the camera stands still in every 40 s, in milliseconds; 0: never.
   int stallMs = 0;
+  /// So long after each start it fails as a camera does that is pulled, in milliseconds; 0: never.
+  int failMs = 0;
 };
 
 /// Takes a simulated camera's name apart: "NAME", "NAME@0.5" (delivers half of the rate that it is set to, as some do
-/// at night), "NAME@1~4000" (stands still for 4 s in every 40). `settings` has the camera's own rate before and the
-/// delivered one behind. False when what stands behind the name is no share from 0.1 to 2 or no
-/// time up to 30 s.
+/// at night), "NAME@1~4000" (stands still for 4 s in every 40), "NAME@1!5000" (is pulled 5 s after each
+/// start). `settings` has the camera's own rate before and the delivered one behind. False when what stands behind the
+/// name is no share from 0.1 to 2 or no time up to 30 s.
 [[nodiscard]] bool ApplySceneName(const std::string& text, SceneSettings& settings);
 
 /// A new floating scene source. It is no element of the registry: only VideoSource makes one.

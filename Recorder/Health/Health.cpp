@@ -6,10 +6,19 @@
 
 #include "Tavi/Accel/AccPipelineElement.h"
 #include "Tavi/Audio/AudioPipelineElement.h"
+#include "Tavi/GstUtil/BranchRestart.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/Video/VideoPipelineElement.h"
 
 namespace Tavi::Recorder {
+namespace {
+
+void NoteBranch(SourceWatch& source, const GstUtil::BranchRestart& branch) {
+  source.NoteRevivals(branch.GetCount());
+  source.NoteProblem(branch.GetProblem());
+}
+
+}  // namespace
 
 Health::Health(GetRing getRing, Kbase::Util::IClock& clock)
     : m_getRing(std::move(getRing)), m_clock(clock), m_sources(AllSources.begin(), AllSources.end()) {}
@@ -30,9 +39,9 @@ void Health::SampleSource(SourceWatch& source) {
     if (const auto* chip = dynamic_cast<const Accel::AccPipelineElement*>(ring.get())) {
       source.NoteDevice(chip->GetBusErrorCount(), chip->GetOverflowCount());
     } else if (const auto* camera = dynamic_cast<const Video::VideoPipelineElement*>(ring.get())) {
-      source.NoteRevivals(camera->GetBranch().GetCount());
+      NoteBranch(source, camera->GetBranch());
     } else if (const auto* audio = dynamic_cast<const Audio::AudioPipelineElement*>(ring.get())) {
-      source.NoteRevivals(audio->GetBranch().GetCount());
+      NoteBranch(source, audio->GetBranch());
     }
   }
   if (notice) Kbase::Klog::Logger::GetInstance().Log(notice->level, Log::Tag, notice->text);

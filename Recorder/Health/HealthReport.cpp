@@ -42,8 +42,10 @@ constexpr std::array<Metric, 10> Metrics{{
      [](const SourceHealth& s) { return Value(static_cast<double>(s.missed)); }},
     {"tavi_source_restarts_total", Type::Counter, "How often the source began anew.",
      [](const SourceHealth& s) { return Value(static_cast<double>(s.restarts)); }},
-    {"tavi_source_silent", Type::Gauge, "1 while the source should deliver, has delivered and does not any more.",
-     [](const SourceHealth& s) { return Value(s.state == SourceState::Silent ? 1.0 : 0.0); }},
+    {"tavi_source_silent", Type::Gauge, "1 while the source should deliver and does not.",
+     [](const SourceHealth& s) {
+       return Value(s.state == SourceState::Silent || s.state == SourceState::Missing ? 1.0 : 0.0);
+     }},
     {"tavi_source_revivals_total", Type::Counter, "How often the source was started anew because it was silent.",
      [](const SourceHealth& s) { return ToValue(s.revivals); }},
     {"tavi_source_bus_errors_total", Type::Counter, "Transfers that failed on the source's bus.",
@@ -63,6 +65,7 @@ nlohmann::ordered_json ToJson(const std::vector<SourceHealth>& sources) {
   for (const SourceHealth& source : sources) {
     auto& json = all[GetSourceName(source.type)];
     json["state"] = GetStateName(source.state);
+    if (!source.problem.empty()) json["problem"] = source.problem;
     json["entries"] = source.entries;
     json["rate"] = RoundRate(source.rate);
     json["configuredRate"] = RoundRate(source.configuredRate);

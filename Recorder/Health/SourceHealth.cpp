@@ -35,6 +35,8 @@ const char* GetStateName(SourceState state) {
       return "running";
     case SourceState::Silent:
       return "silent";
+    case SourceState::Missing:
+      return "missing";
   }
   return "";
 }

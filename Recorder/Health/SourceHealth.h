@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "Tavi/Pipeline/PipelineType.h"
 
@@ -18,12 +19,16 @@ enum class SourceState {
   Running,
   /// It has delivered, and then nothing for five periods, half a second at least.
   Silent,
+  /// It cannot be opened, has failed, or has not delivered for ten seconds after the start.
+  Missing,
 };
 
 /// One source at one moment. Counts are the process's: they go on over restarts of the acquisition.
 struct SourceHealth {
   Pipeline::PipelineType type = Pipeline::PipelineType::Camera0;
   SourceState state = SourceState::Stopped;
+  /// Of cameras and microphone: what is known to be wrong; empty when nothing is.
+  std::string problem;
   /// Entries delivered. What came between the last sample and a restart is not in it.
   std::uint64_t entries = 0;
   /// Entries per second over the last five samples, 0 until two have been taken.
@@ -52,7 +57,7 @@ inline constexpr std::array AllSources{Pipeline::PipelineType::Camera0,  Pipelin
 
 /// "camera0" and so on, after the settings: the camera whose files are "video1_".
 [[nodiscard]] const char* GetSourceName(Pipeline::PipelineType type);
-/// "stopped", "starting", "running", "silent".
+/// "stopped", "starting", "running", "silent", "missing".
 [[nodiscard]] const char* GetStateName(SourceState state);
 
 }  // namespace Tavi::Recorder

@@ -15,6 +15,8 @@ using Pipeline::PipelineType;
 namespace {
 
 constexpr int SilentPeriods = 5;
+/// A source takes its time to start, a receiver or a camera on USB some seconds.
+constexpr std::chrono::milliseconds LongestStart{10'000};
 /// On a loaded machine a source of 30 entries a second pauses for five periods without being ill.
 constexpr std::chrono::milliseconds LeastSilence{500};
 
@@ -57,11 +59,14 @@ void SourceWatch::Stop() {
   m_health.state = SourceState::Stopped;
   m_health.rate = 0.0;
   m_health.newestAge.reset();
+  m_health.problem.clear();
+  m_startedAt.reset();
 }
 
 void SourceWatch::BeginAnew() {
   ++m_health.restarts;
   m_newestId.reset();
+  m_startedAt.reset();
   m_pointCount = 0;
   m_owed = 0;
 }
@@ -71,6 +76,11 @@ void SourceWatch::NoteDevice(std::uint64_t busErrors, std::uint64_t overflows) {
   m_health.overflows = m_health.overflows.value_or(0) + overflows - m_overflows;
   m_busErrors = busErrors;
   m_overflows = overflows;
+}
+
+void SourceWatch::NoteProblem(const std::string& problem) {
+  m_health.problem = problem;
+  if (!problem.empty()) m_health.state = SourceState::Missing;
 }
 
 void SourceWatch::NoteRevivals(std::uint64_t revivals) {
@@ -133,8 +143,11 @@ double SourceWatch::MeasureRate() const {
 
 std::optional<SourceWatch::Notice> SourceWatch::JudgeSilence(std::uint64_t delivered, Milliseconds now) {
   m_health.newestAge.reset();
-  m_health.state = SourceState::Starting;
-  if (!m_newestId) return std::nullopt;
+  if (!m_newestId) {
+    m_startedAt = m_startedAt.value_or(now);
+    m_health.state = now - *m_startedAt < LongestStart ? SourceState::Starting : SourceState::Missing;
+    return std::nullopt;
+  }
   const Milliseconds age = std::max(now - m_newest.arrival, Milliseconds(0));
   m_health.newestAge = age;
   m_health.state = SourceState::Running;

@@ -36,6 +36,8 @@ class SourceWatch {
   /// What a device has counted since its ring was made; told after Observe, without a ring not at all.
   void NoteDevice(std::uint64_t busErrors, std::uint64_t overflows);
   void NoteRevivals(std::uint64_t revivals);
+  /// What keeps it from delivering; empty when nothing is known.
+  void NoteProblem(const std::string& problem);
   /// As of the last sample.
   [[nodiscard]] const SourceHealth& GetHealth() const { return m_health; }
   /// False for a source that no acquisition has had so far.
@@ -74,6 +76,8 @@ class SourceWatch {
   std::uint64_t m_revivals = 0;
   /// Empty until the present ring has delivered.
   std::optional<std::uint64_t> m_newestId;
+  /// When it was first waited for.
+  std::optional<Milliseconds> m_startedAt;
   Moment m_newest;
   /// Entries that were missing at the last sample.
   std::int64_t m_owed = 0;

@@ -95,8 +95,8 @@ void Service::Stop() {
   m_wake.notify_all();
 }
 
-void Service::PowerFail() {
-  if (!m_powerFailed.exchange(true)) Log::Warning("power fails: running events are saved, then recording ends");
+void Service::PowerFail(const std::string& why) {
+  if (!m_powerFailed.exchange(true)) Log::Warning(why + ": running events are saved, then recording ends");
   if (m_pipeline) m_pipeline->EndSupervision();
   if (m_first) m_first->PowerFailure();
   if (m_second) m_second->PowerFailure();

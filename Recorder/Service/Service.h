@@ -41,8 +41,9 @@ class Service final : public ControlHandler {
   int Run();
   /// The interrupt: events under way end with what the rings hold, and are saved.
   void Stop();
-  /// Power goes: events under way are saved for the next start.
-  void PowerFail();
+  /// Power goes, or the unit is about to be restarted: events under way are saved for the next start. `why` begins the
+  /// log's line.
+  void PowerFail(const std::string& why);
 
  private:
   using Task = std::function<void()>;

@@ -56,7 +56,7 @@ void Service::Handle(const json& request, Reply reply) {
     m_disk.Post([this, reply] { ListEvents(reply); });
   } else if (command == Command::PowerFail) {
     reply(ordered_json::object());
-    PowerFail();
+    PowerFail("power fails");
   } else if (command == Command::Stop) {
     reply(ordered_json::object());
     Stop();

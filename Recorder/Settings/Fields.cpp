@@ -8,6 +8,8 @@ namespace {
 
 using Fields = std::vector<Field>;
 
+constexpr const char* Optional = "missing for long, it is no reason to restart the unit";
+
 void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::VideoConfig& camera, int type) {
   const auto add = [&](const char* member, Field::Target target, Allowed allowed, const char* unit,
                        const char* meaning) {
@@ -33,30 +35,37 @@ void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::Vi
   add("previewFps", &camera.previewFps, Limits::PreviewFps, "frames/s", "how many of them; exact where it divides fps");
   add("previewSeconds", &camera.previewSeconds, Limits::PreviewSeconds, "s", "how long they are kept");
   add("cropEnabled", &camera.cropEnabled, {}, "", "cut the border of the picture away");
+  add("optional", &camera.optional, {}, "", Optional);
 }
 
 void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {
   const auto& [audio, gps] = std::tie(pipeline.audio, pipeline.gps);
-  fields.insert(fields.end(),
-                {{"pipeline.audioEnabled", &pipeline.audioEnabled, {}, "", "record the microphone"},
-                 {"pipeline.audio.bitrate", &audio.bitrate, Limits::Mp3BitratesKbit, "kbit/s", "MP3 bit rate"},
-                 {"pipeline.audio.frameRate", &audio.frameRate, Limits::Mp3FrameRate, "frames/s",
-                  "MP3 frames a second; 38.3 stands for the 44.1 kHz of the software encoder"},
-                 {"pipeline.audio.gainLevel", &audio.gainLevel, Limits::Gain, "",
-                  "capture gain in the sound card's own scale; -1 leaves its mixer untouched"},
-                 {"pipeline.gpsEnabled", &pipeline.gpsEnabled, {}, "", "record the GPS receiver"},
-                 {"pipeline.gps.rate", &gps.rate, Limits::GpsRate, "fixes/s", "what the receiver sends"},
-                 {"pipeline.gps.path", &gps.path, Limits::OptionalPathBytes, "",
-                  "a serial port, a FIFO, or a log to be replayed; empty for /dev/gps0"},
-                 {"pipeline.gps.baud", &gps.baud, Limits::GpsBauds, "bit/s", "speed of a serial port"},
-                 {"pipeline.accEnabled", &pipeline.accEnabled, {}, "", "record the accelerometer"},
-                 {"pipeline.acc.rate", &pipeline.acc.rate, Limits::AccRate, "blocks/s",
-                  "what its driver delivers: 10 blocks of 10 samples"},
-                 {"pipeline.otherEnabled", &pipeline.otherEnabled, {}, "", "record processor load and temperature"},
-                 {"pipeline.other.rate", &pipeline.other.rate, Limits::OtherRate, "samples/s",
-                  "what is stated of them; they are taken once a second"},
-                 {"pipeline.restartAfterSeconds", &pipeline.restartAfterSeconds, Limits::RestartAfterSeconds, "s",
-                  "a camera or microphone silent for so long is started anew; 0 for never"}});
+  fields.insert(
+      fields.end(),
+      {{"pipeline.audioEnabled", &pipeline.audioEnabled, {}, "", "record the microphone"},
+       {"pipeline.audio.bitrate", &audio.bitrate, Limits::Mp3BitratesKbit, "kbit/s", "MP3 bit rate"},
+       {"pipeline.audio.frameRate", &audio.frameRate, Limits::Mp3FrameRate, "frames/s",
+        "MP3 frames a second; 38.3 stands for the 44.1 kHz of the software encoder"},
+       {"pipeline.audio.gainLevel", &audio.gainLevel, Limits::Gain, "",
+        "capture gain in the sound card's own scale; -1 leaves its mixer untouched"},
+       {"pipeline.audio.optional", &audio.optional, {}, "", Optional},
+       {"pipeline.gpsEnabled", &pipeline.gpsEnabled, {}, "", "record the GPS receiver"},
+       {"pipeline.gps.rate", &gps.rate, Limits::GpsRate, "fixes/s", "what the receiver sends"},
+       {"pipeline.gps.path", &gps.path, Limits::OptionalPathBytes, "",
+        "a serial port, a FIFO, or a log to be replayed; empty for /dev/gps0"},
+       {"pipeline.gps.baud", &gps.baud, Limits::GpsBauds, "bit/s", "speed of a serial port"},
+       {"pipeline.gps.optional", &gps.optional, {}, "", Optional},
+       {"pipeline.accEnabled", &pipeline.accEnabled, {}, "", "record the accelerometer"},
+       {"pipeline.acc.rate", &pipeline.acc.rate, Limits::AccRate, "blocks/s",
+        "what its driver delivers: 10 blocks of 10 samples"},
+       {"pipeline.acc.optional", &pipeline.acc.optional, {}, "", Optional},
+       {"pipeline.otherEnabled", &pipeline.otherEnabled, {}, "", "record processor load and temperature"},
+       {"pipeline.other.rate", &pipeline.other.rate, Limits::OtherRate, "samples/s",
+        "what is stated of them; they are taken once a second"},
+       {"pipeline.restartAfterSeconds", &pipeline.restartAfterSeconds, Limits::RestartAfterSeconds, "s",
+        "a camera or microphone silent for so long is started anew; 0 for never"},
+       {"pipeline.restartUnitAfterMinutes", &pipeline.restartUnitAfterMinutes, Limits::RestartUnitAfterMinutes, "min",
+        "a source missing for so long, unless it is optional, restarts the unit; 0 for never"}});
 }
 
 void AddEvents(Fields& fields, EventSettings& events) {

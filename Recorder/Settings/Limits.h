@@ -33,6 +33,8 @@ inline constexpr Range<int> AccRate{10, 10};
 inline constexpr Range<int> OtherRate{1, 1};
 
 inline constexpr Range<int> RestartAfterSeconds{0, 3600};
+/// Up to a week.
+inline constexpr Range<int> RestartUnitAfterMinutes{0, 10080};
 
 inline constexpr Range<int> QueueLength{1, 1000};
 

@@ -56,6 +56,9 @@ std::string ReadFile(const std::string& path, std::string& text) {
 Pipeline::PipelineConfig RestartingPipeline() {
   Pipeline::PipelineConfig config;
   config.restartAfterSeconds = 10;
+  config.keepGoing = true;
+  config.restartUnitAfterMinutes = 60;
+  config.audio.optional = config.acc.optional = true;
   return config;
 }
 

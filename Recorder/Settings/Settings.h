@@ -60,7 +60,7 @@ struct ControlSettings {
   std::string socket = "/run/tavi/control.sock";
 };
 
-/// The library's defaults, with sources that are started anew when they fall silent.
+/// The library's defaults, with sources that are started anew when they fall silent or fail, each for itself.
 [[nodiscard]] Pipeline::PipelineConfig RestartingPipeline();
 
 /// Plain values, copied by whoever receives them. docs/settings.md tells of each field.

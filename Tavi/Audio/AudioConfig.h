@@ -12,6 +12,8 @@ struct AudioConfig {
   float frameRate = 38.3F;
   /// Capture gain in the sound card's own scale; -1 leaves the card's mixer untouched.
   std::int32_t gainLevel = -1;
+  /// Where the pipeline keeps going: this source missing for long is no reason to restart the unit.
+  bool optional = false;
 };
 
 }  // namespace Tavi::Audio

@@ -44,19 +44,19 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
                "buffer-time", SoundBufferUs, nullptr);
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
-  // Opened once, as the pipeline's start will do: a card that is not there would fail that start as a whole, cameras
-  // included. Before the source is in the bin: an error on the pipeline's bus would end the watch over the cameras.
-  const std::string problem = GstUtil::TryState(source, GST_STATE_READY);
   GstUtil::AddToBin(GST_BIN(pipeline), {source, encoder, sink});
   GstUtil::LinkChain({source, encoder, sink});
   m_ends.ConnectSource(source, RunningCallback, this);
   m_ends.ConnectSink(sink, SetEncodedFrameCallback, this);
-  if (problem.empty()) {
-    m_branch.Keep({source, encoder, sink});
-    return;
+  m_branch.Keep({source, encoder, sink});
+  // Opened once, as the pipeline's start will do: a card that is not there would fail that start as a whole, cameras
+  // included.
+  m_branch.TakeDown();
+  if (m_branch.TryOpen()) {
+    m_branch.Release();
+  } else {
+    Log::Error("the microphone cannot be opened (" + m_branch.GetProblem() + "): there is no sound");
   }
-  Log::Error("the microphone cannot be opened (" + problem + "): there is no sound until the next start");
-  for (GstElement* element : {source, encoder, sink}) gst_element_set_locked_state(element, TRUE);
 }
 
 GstPadProbeReturn GstAudioPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/,

@@ -14,6 +14,8 @@ struct GpsConfig {
   std::string path;
   /// Bits per second of a serial port.
   std::int32_t baud = 9600;
+  /// Where the pipeline keeps going: this source missing for long is no reason to restart the unit.
+  bool optional = false;
 };
 
 }  // namespace Tavi::Gps

@@ -36,6 +36,7 @@ bool BranchParts::MakeLeg(const char* leg, std::initializer_list<Part> parts) {
 }
 
 std::string TryState(GstElement* element, GstState state) {
+  const auto before = GstRef<GstBus>::Adopt(gst_element_get_bus(element));
   const auto bus = GstRef<GstBus>::Adopt(gst_bus_new());
   gst_element_set_bus(element, bus.Get());
   std::string problem;
@@ -52,7 +53,7 @@ std::string TryState(GstElement* element, GstState state) {
   }
   gst_element_set_state(element, GST_STATE_NULL);
   gst_bus_set_flushing(bus.Get(), TRUE);
-  gst_element_set_bus(element, nullptr);
+  gst_element_set_bus(element, before.Get());
   return problem;
 }
 

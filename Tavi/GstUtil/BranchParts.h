@@ -32,8 +32,9 @@ class BranchParts {
   bool m_complete = true;
 };
 
-/// Takes an element that is in no bin yet to `state` and back to NULL, on a bus of its own: what it has to report stays
-/// away from a pipeline's bus, where an error has consequences. Empty, or why it does not get there.
+/// Takes an element that is at NULL to `state` and back, on a bus of its own: what it has to report stays away from a
+/// pipeline's bus, where an error has consequences. One that is in a bin must be locked against the bin's own state
+/// changes. Empty, or why it does not get there.
 std::string TryState(GstElement* element, GstState state);
 
 /// Adds the elements in the given order, leaving out null ones: those that this branch does not have.

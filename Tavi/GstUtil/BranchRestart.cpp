@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "Tavi/GstUtil/BranchParts.h"
+
 namespace Tavi::GstUtil {
 namespace {
 
@@ -28,6 +30,15 @@ void BranchRestart::TakeDown() {
   }
 }
 
+bool BranchRestart::TryOpen() {
+  SetProblem(TryState(m_elements.front().Get(), GST_STATE_READY));
+  return GetProblem().empty();
+}
+
+void BranchRestart::Release() {
+  for (const auto& element : m_elements) gst_element_set_locked_state(element.Get(), FALSE);
+}
+
 void BranchRestart::BringUp(GstElement* pipeline) {
   const auto clock = GstRef<GstClock>::Adopt(gst_element_get_clock(pipeline));
   const GstClockTime baseTime = gst_element_get_base_time(pipeline);
@@ -41,6 +52,22 @@ void BranchRestart::BringUp(GstElement* pipeline) {
     });
   }
   ++m_count;
+}
+
+bool BranchRestart::Owns(GstObject* object) const {
+  return std::any_of(m_elements.begin(), m_elements.end(), [object](const auto& element) {
+    return object == GST_OBJECT(element.Get()) || gst_object_has_as_ancestor(object, GST_OBJECT(element.Get())) == TRUE;
+  });
+}
+
+std::string BranchRestart::GetProblem() const {
+  const std::lock_guard lock(m_problemMutex);
+  return m_problem;
+}
+
+void BranchRestart::SetProblem(const std::string& problem) {
+  const std::lock_guard lock(m_problemMutex);
+  m_problem = problem;
 }
 
 }  // namespace Tavi::GstUtil

@@ -28,6 +28,12 @@ void PlayBySystemClock(GstElement* pipeline, GstClockTime runningTime) {
   gst_element_set_state(pipeline, GST_STATE_PLAYING);
 }
 
+bool GoesBySystemClock(GstElement* pipeline) {
+  const auto clock = GstUtil::GstRef<GstClock>::Adopt(gst_element_get_clock(pipeline));
+  const auto system = GstUtil::GstRef<GstClock>::Adopt(gst_system_clock_obtain());
+  return clock.Get() == system.Get();
+}
+
 }  // namespace
 
 GstPipelineManager::GstPipelineManager(const PipelineConfig& config) : m_config(config) {}
@@ -47,6 +53,7 @@ void GstPipelineManager::Init() {
 void GstPipelineManager::Start() {
   if (!m_initialized || m_started) return;
   m_started = true;
+  PrepareStart();
   for (const auto& [type, pipeline] : m_pipelines) gst_element_set_state(pipeline, GST_STATE_PLAYING);
   m_loopThread = MainLoopThread::Run(m_loop);
 }
@@ -82,6 +89,7 @@ void GstPipelineManager::RestartPipelines(GstClockTime runningTime) {
     const GstClockTime time = Pause(pipeline, runningTime);
     // The errors that wait on its bus go with the old life.
     gst_element_set_state(pipeline, GST_STATE_NULL);
+    PrepareStart();
     gst_element_set_state(pipeline, GST_STATE_PAUSED);
     PlayBySystemClock(pipeline, time);
   }
@@ -89,7 +97,9 @@ void GstPipelineManager::RestartPipelines(GstClockTime runningTime) {
 }
 
 void GstPipelineManager::ChangeToSystemClock(GstClockTime runningTime) {
-  for (const auto& [type, pipeline] : m_pipelines) PlayBySystemClock(pipeline, Pause(pipeline, runningTime));
+  for (const auto& [type, pipeline] : m_pipelines) {
+    if (!GoesBySystemClock(pipeline)) PlayBySystemClock(pipeline, Pause(pipeline, runningTime));
+  }
 }
 
 GstElement* GstPipelineManager::GetGstPipeline(GstPipelineType type) const {
@@ -131,12 +141,14 @@ void GstPipelineManager::Handle(GstMessage* message) {
 void GstPipelineManager::HandleError(GstMessage* message) {
   GError* error = nullptr;
   gst_message_parse_error(message, &error, nullptr);
+  const std::string text = error->message != nullptr ? error->message : "";
   if (error->message != nullptr) {
-    std::cout << "ERROR:" << error->message << "\n" << std::flush;
+    std::cout << "ERROR:" << text << "\n" << std::flush;
   } else {
     std::cout.setstate(std::ios::badbit);
   }
   g_error_free(error);
+  if (TakeError(GST_MESSAGE_SRC(message), text)) return;
   g_main_loop_quit(m_loop);
   if (m_rebootOnError) {
     // A line for which there is no memory keeps nothing from restarting.

@@ -55,6 +55,10 @@ class GstPipelineManager {
   GstPipelineManager& operator=(const GstPipelineManager&) = delete;
 
  protected:
+  /// Called before the pipelines leave NULL.
+  virtual void PrepareStart() {}
+  /// Takes care of an element's error. False when it is one of the whole pipeline, which then has its consequences.
+  [[nodiscard]] virtual bool TakeError(GstObject* /*source*/, const std::string& /*text*/) { return false; }
   void HandleError(GstMessage* message);
   void HandleElementMessage(GstMessage* message);
   void StopMainLoop();
@@ -63,7 +67,7 @@ class GstPipelineManager {
   /// Takes the pipelines to NULL and starts them, and the main loop where that has ended, once more. Running time goes
   /// on at `runningTime` or where it has come to, and by the system's clock: a sound card's may be what has failed.
   void RestartPipelines(GstClockTime runningTime);
-  /// Only pauses the pipelines for that.
+  /// Only pauses the pipelines for that; nothing happens to one that goes by it already.
   void ChangeToSystemClock(GstClockTime runningTime);
 
   GMainLoop* m_loop = nullptr;

@@ -32,6 +32,12 @@ struct PipelineConfig {
   /// Seconds after which a silent camera or microphone is started anew, with growing pauses while that does not help:
   /// first its branch, then the pipeline. 0 leaves it to whoever looks.
   std::int32_t restartAfterSeconds = 0;
+  /// One device's fault stops nothing else: what is there records, what is missing is left out and tried again with
+  /// growing pauses, and no error restarts the unit. Without it the first error may.
+  bool keepGoing = false;
+  /// What remains while it keeps going: minutes after which a source that is not optional, and that nothing has brought
+  /// back, restarts the unit; so never more often than that. 0 for never.
+  std::int32_t restartUnitAfterMinutes = 0;
 };
 
 }  // namespace Tavi::Pipeline

@@ -1,6 +1,8 @@
 // The acquisition's entry object.
 #include "Tavi/Pipeline/PipelineManager.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -12,7 +14,6 @@
 #include "Tavi/GstUtil/BranchRestart.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/Other/OtherPipelineElement.h"
-#include "Tavi/PipelineCollect/RingTime.h"
 #include "Tavi/Video/PreviewPipelineElement.h"
 #include "Tavi/Video/VideoPipelineElement.h"
 
@@ -22,7 +23,10 @@ namespace {
 /// What every ring holds.
 constexpr int RingSeconds = 32;
 constexpr int SupervisionRounds = 50;
+/// One that keeps going waits so long for what may never come.
+constexpr int ShortRounds = 10;
 constexpr Kbase::Util::IClock::Milliseconds SupervisionPeriod{1000};
+constexpr std::chrono::seconds RevivalPause{10};
 
 struct SupervisedSource {
   PipelineType type;
@@ -36,17 +40,18 @@ constexpr std::array<SupervisedSource, 3> SupervisedSources{{
     {PipelineType::Gps, "Aquisition for gps cannot be started"},
 }};
 
-/// The running time of the entry and what has passed since; 0 where it has none.
-GstClockTime GetTimeSince(const Kbase::Pipeline::IPipelineElement::Entry& entry) {
-  const auto timestamp = PipelineCollect::GetTimestamp(entry.get());
-  if (!timestamp) return 0;
-  return *timestamp + static_cast<GstClockTime>(std::chrono::nanoseconds(PipelineCollect::GetAge(entry.get())).count());
+template <class Condition>
+bool AreAll(Condition condition) {
+  return std::all_of(SupervisedSources.begin(), SupervisedSources.end(),
+                     [&](const SupervisedSource& source) { return condition(source.type); });
 }
 
 }  // namespace
 
 PipelineManager::PipelineManager(const PipelineConfig& config, Kbase::Util::IClock& clock)
-    : GstPipelineManager(config), m_clock(clock) {
+    : GstPipelineManager(config),
+      m_clock(clock),
+      m_branches(m_config, [this](PipelineType type) { return ShareElement(type); }) {
   PipelineManager::Init();
 }
 
@@ -127,67 +132,78 @@ void PipelineManager::Init() {
 void PipelineManager::Start() {
   const std::lock_guard lock(m_lifecycleMutex);
   if (!m_initialized || m_started) return;
-  m_startedAt = std::chrono::steady_clock::now();
+  m_branches.NoteStart();
   GstPipelineManager::Start();
   for (const auto& [type, element] : m_elements) element->Start();
-  if (m_config.restartAfterSeconds <= 0) return;
+  if (m_config.restartAfterSeconds <= 0 && !m_config.keepGoing) return;
   m_stallWatch = std::make_unique<StallWatch>(
-      std::chrono::seconds(m_config.restartAfterSeconds), [this](PipelineType type) { return GetSilence(type); },
-      [this](PipelineType type, bool whole) { return RestartSource(type, whole); });
+      std::chrono::seconds(m_config.restartAfterSeconds),
+      [this](PipelineType type) { return m_branches.GetCondition(type); },
+      [this](PipelineType type, bool whole) { return RestartSource(type, whole); }, [this] { KeepGoing(); });
   m_stallWatch->Start();
+}
+
+std::string PipelineManager::GetProblem(PipelineType type) const {
+  const auto branch = m_branches.Find(type);
+  return branch ? branch->GetProblem() : std::string();
+}
+
+void PipelineManager::PrepareStart() {
+  if (m_config.keepGoing) m_branches.LeaveOutMissing();
+}
+
+bool PipelineManager::TakeError(GstObject* source, const std::string& text) {
+  return m_config.keepGoing && m_branches.NoteError(source, text);
 }
 
 void PipelineManager::ReviveLoop() {
   const std::lock_guard lock(m_lifecycleMutex);
   if (!HasLoopEnded() || m_supervisionEnded) return;
+  Revive();
+}
+
+void PipelineManager::Revive() {
   Log::Warning("an error has ended the pipeline: it is started anew");
-  RestartPipelines(GetRunningTime());
+  RestartPipelines(m_branches.GetRunningTime());
 }
 
-std::optional<PipelineManager::Milliseconds> PipelineManager::GetSilence(PipelineType type) const {
-  const auto element = ShareElement(type);
-  if (FindBranch(element) == nullptr) return {};
-  if (element->IsDataAvailable()) return PipelineCollect::GetAge(*element);
-  return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - m_startedAt.load());
-}
-
-GstUtil::BranchRestart* PipelineManager::FindBranch(const Element& element) {
-  GstUtil::BranchRestart* branch = nullptr;
-  if (auto* camera = dynamic_cast<Video::VideoPipelineElement*>(element.get())) branch = &camera->GetBranch();
-  if (auto* audio = dynamic_cast<Audio::AudioPipelineElement*>(element.get())) branch = &audio->GetBranch();
-  return branch != nullptr && branch->IsPossible() ? branch : nullptr;
-}
-
-/// What the entries tell: the newest, and, where the clock has stood still since, the oldest.
-GstClockTime PipelineManager::GetRunningTime() const {
-  GstClockTime latest = 0;
-  for (const auto type : {PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio}) {
-    const auto element = ShareElement(type);
-    if (!element || !element->IsDataAvailable()) continue;
-    const auto oldest = element->GetElementAt(static_cast<unsigned int>(element->GetCurrentFrameId() + 1));
-    for (const auto& entry : {element->RetrieveCurrent(), oldest, element->GetElementAt(0)}) {
-      latest = std::max(latest, GetTimeSince(entry));
+/// On the thread "STALL", once a second.
+void PipelineManager::KeepGoing() {
+  if (!m_config.keepGoing) return;
+  {
+    const std::unique_lock lock(m_lifecycleMutex, std::try_to_lock);
+    if (!lock || !m_started || m_supervisionEnded) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (HasLoopEnded() && now >= m_nextRevival) {
+      m_nextRevival = now + RevivalPause;
+      Revive();
     }
   }
-  return latest;
+  const std::chrono::minutes limit(m_config.restartUnitAfterMinutes);
+  const char* missing = limit.count() > 0 ? m_branches.FindMissing(limit) : nullptr;
+  if (missing == nullptr || m_restartAsked.exchange(true)) return;
+  Log::Error(fmt::format("{} has been missing for {} min, and nothing has brought it back", missing, limit.count()));
+  Log::Info("Rebooting...");
+  Ksystem::System::Reboot();
 }
 
 /// On the thread "STALL". A manager that is being started or stopped is left alone.
-bool PipelineManager::RestartSource(PipelineType type, bool whole) {
+StallWatch::Outcome PipelineManager::RestartSource(PipelineType type, bool whole) {
   const std::unique_lock lock(m_lifecycleMutex, std::try_to_lock);
-  if (!lock || !m_started || m_supervisionEnded) return false;
-  const auto element = ShareElement(type);
-  GstUtil::BranchRestart* branch = FindBranch(element);
-  if (branch == nullptr) return false;
+  if (!lock || !m_started || m_supervisionEnded) return StallWatch::Outcome::PutOff;
+  const auto branch = m_branches.Find(type);
+  if (!branch) return StallWatch::Outcome::PutOff;
   branch->TakeDown();
-  if (whole || HasLoopEnded()) {
-    RestartPipelines(GetRunningTime());
+  const bool isThere = branch->TryOpen();
+  if (isThere && (whole || HasLoopEnded())) {
+    RestartPipelines(m_branches.GetRunningTime());
   } else if (type == PipelineType::Audio) {
     // Its clock has stopped with it, and with the clock whatever waits for it.
-    ChangeToSystemClock(GetRunningTime());
+    ChangeToSystemClock(m_branches.GetRunningTime());
   }
+  if (!isThere) return StallWatch::Outcome::Missing;
   branch->BringUp(GetGstPipeline(GstPipelineType::Camera01Audio));
-  return true;
+  return StallWatch::Outcome::Restarted;
 }
 
 void PipelineManager::Stop() {
@@ -213,7 +229,7 @@ void PipelineManager::RunIgnitionStart() {
   Start();
   ReviveLoop();
   const bool running = RunProperly();
-  if (m_supervisionEnded) return;
+  if (m_supervisionEnded || m_config.keepGoing) return;
   if (running) {
     Arm();
     return;
@@ -242,8 +258,7 @@ void PipelineManager::RunSigInt() {
 }
 
 bool PipelineManager::IsSupervised() const {
-  return std::all_of(SupervisedSources.begin(), SupervisedSources.end(),
-                     [this](const SupervisedSource& source) { return ShareElement(source.type) != nullptr; });
+  return AreAll([this](PipelineType type) { return ShareElement(type) != nullptr; });
 }
 
 /// The element is shared for the look only: who keeps one would keep it from ending when it is stopped.
@@ -254,11 +269,10 @@ bool PipelineManager::HasData(PipelineType type) const {
 
 bool PipelineManager::RunProperly() const {
   if (!IsSupervised()) return true;
-  for (int round = 0; round < SupervisionRounds && !m_supervisionEnded; ++round) {
-    if (std::all_of(SupervisedSources.begin(), SupervisedSources.end(),
-                    [this](const SupervisedSource& source) { return HasData(source.type); })) {
-      return true;
-    }
+  const int rounds = m_config.keepGoing ? ShortRounds : SupervisionRounds;
+  for (int round = 0; round < rounds && !m_supervisionEnded; ++round) {
+    if (AreAll([this](PipelineType type) { return HasData(type); })) return true;
+    if (m_config.keepGoing && AreAll([this](PipelineType type) { return m_branches.IsSettled(type); })) break;
     m_clock.Sleep(SupervisionPeriod);
   }
   if (m_supervisionEnded) return false;

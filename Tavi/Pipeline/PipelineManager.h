@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 
 #include "Kbase/Interfaces/ISignInt.h"
 #include "Kbase/Interfaces/IgnitionOffMode.h"
@@ -15,11 +14,9 @@
 #include "Kbase/Util/Clock.h"
 #include "Tavi/Pipeline/GstPipelineManager.h"
 #include "Tavi/Pipeline/PipelineType.h"
+#include "Tavi/Pipeline/SourceBranches.h"
 #include "Tavi/Pipeline/StallWatch.h"
 
-namespace Tavi::GstUtil {
-class BranchRestart;
-}
 namespace Tavi::Video {
 class VideoPipelineElement;
 }
@@ -55,9 +52,14 @@ class PipelineManager : public GstPipelineManager,
   /// waits for anybody, nothing restarts the unit any more. Thread-safe.
   void Stop() override;
 
+  /// The branch of a camera or the microphone has this problem; empty when it has none, or there is no such branch.
+  /// Thread-safe.
+  [[nodiscard]] std::string GetProblem(PipelineType type) const;
+
   /// Ignition on: Start, and what an error has ended while nothing was armed begins anew; then up to 50 seconds of
   /// waiting for the first data. Restarts the unit when a camera or the GPS receiver stays silent; otherwise a
-  /// GStreamer error restarts it from now on, unless it has been stopped.
+  /// GStreamer error restarts it from now on, unless it has been stopped. One that keeps going waits no longer than ten
+  /// seconds, and not for what has a problem; it arms nothing.
   void RunIgnitionStart() override;
   /// Until the next Init nothing restarts the unit: not an error, and a RunIgnitionStart that runs or comes later waits
   /// for nothing. For whoever wants to stop, and for the moment when power fails. Thread-safe, waits for nobody.
@@ -68,9 +70,10 @@ class PipelineManager : public GstPipelineManager,
   void RunSigInt() override;
 
  private:
-  using Milliseconds = std::chrono::milliseconds;
   using VideoElement = std::shared_ptr<Video::VideoPipelineElement>;
 
+  void PrepareStart() override;
+  [[nodiscard]] bool TakeError(GstObject* source, const std::string& text) override;
   VideoElement CreateCamera(PipelineType type, const Video::VideoConfig& config);
   void CreatePreview(PipelineType type, const Video::VideoConfig& config, const VideoElement& camera);
   void CreateAudioAndSensors();
@@ -84,13 +87,10 @@ class PipelineManager : public GstPipelineManager,
   [[nodiscard]] bool HasData(PipelineType type) const;
   void Arm();
   void ReviveLoop();
+  void Revive();
 
-  [[nodiscard]] std::optional<Milliseconds> GetSilence(PipelineType type) const;
-  bool RestartSource(PipelineType type, bool whole);
-  /// The branch of a camera or the microphone; null where there is none that could be started anew.
-  [[nodiscard]] static GstUtil::BranchRestart* FindBranch(const Element& element);
-  /// Where the pipeline's time is, or would be if nothing had stopped it.
-  [[nodiscard]] GstClockTime GetRunningTime() const;
+  void KeepGoing();
+  StallWatch::Outcome RestartSource(PipelineType type, bool whole);
 
   Kbase::Util::IClock& m_clock;
   std::atomic<bool> m_supervisionEnded{false};
@@ -101,7 +101,10 @@ class PipelineManager : public GstPipelineManager,
   /// Guards the map, never held while an element is started, stopped or destroyed.
   mutable std::mutex m_elementsMutex;
   std::map<PipelineType, Element> m_elements;
-  std::atomic<std::chrono::steady_clock::time_point> m_startedAt{};
+  SourceBranches m_branches;
+  /// Both used by "STALL" only, like the pause after which a pipeline that an error has ended is started again.
+  std::chrono::steady_clock::time_point m_nextRevival;
+  std::atomic<bool> m_restartAsked{false};
   /// Its thread only tries to take the lifecycle's lock, so whoever holds that may wait for it.
   std::unique_ptr<StallWatch> m_stallWatch;
 };

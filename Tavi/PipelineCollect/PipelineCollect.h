@@ -23,6 +23,8 @@ class PipelineCollect : public CollectBase {
  public:
   /// After how long without a new entry a source counts as silent: five intervals, and no less than this.
   static constexpr std::chrono::milliseconds SilenceLimit{3000};
+  /// The same for a covered window, which outlasts a stall of four seconds at its very end, too.
+  static constexpr std::chrono::milliseconds CoveredSilenceLimit{5000};
 
   /// `element` is borrowed (see Bind), may be null: then nothing is ever collected.
   PipelineCollect(Kbase::Pipeline::IPipelineElement* element, PipelineCollectType type,

@@ -47,7 +47,7 @@ PipelineCollect::WindowRun::WindowRun(PipelineCollect& collect, CollectFile& fil
       m_care(collect.m_config.care),
       m_moment(m_care.moment.value_or(collect.m_armedAt)),
       m_period(WakePeriod(collect.m_fps)),
-      m_silenceLimit(std::max(SilenceLimit, 5 * m_period)),
+      m_silenceLimit(std::max(m_care.cover ? CoveredSilenceLimit : SilenceLimit, 5 * m_period)),
       m_startId(startId),
       m_reader(collect.m_held ? std::move(*collect.m_held) : RingReader(collect.m_start)),
       m_clock(collect.m_type),

@@ -31,6 +31,8 @@ struct VideoConfig {
   std::int32_t previewSeconds = 6;
   /// Cut the frame's border away before anything else sees it.
   bool cropEnabled = false;
+  /// Where the pipeline keeps going: this source missing for long is no reason to restart the unit.
+  bool optional = false;
 };
 
 }  // namespace Tavi::Video

@@ -50,7 +50,8 @@ def read_flags(build_dir):
 def choose_flags(flags, path):
     if path in flags:
         return flags[path]
-    like = next(other for other in sorted(flags) if other.startswith("tests/Integration/"))
+    room = os.path.dirname(path) + "/"
+    like = next(other for place in (room, "tests/Integration/") for other in sorted(flags) if other.startswith(place))
     return [*flags[like], "-I" + os.getcwd()]
 
 

@@ -280,8 +280,10 @@ TEST_F(CameraTest, ARawFrameIsReadAsItsCapsAndItsMetaSay) {
     for (guint y = 0; y < Height; ++y) {
       EXPECT_EQ(raw->data[y * layout.lumaStride + 2], 40) << "dark and blue on the left, line " << y;
       EXPECT_EQ(raw->data[y * layout.lumaStride + Width - 3], 200) << "bright and red on the right, line " << y;
-      EXPECT_NEAR(raw->data[layout.uOffset + y / 2 * layout.chromaStride + 2], 190, 1);
-      EXPECT_NEAR(raw->data[layout.vOffset + y / 2 * layout.chromaStride + Width / 2 - 3], 210, 1);
+      const auto chroma = y / 2 * layout.chromaStride;
+      const auto right = layout.vOffset + chroma + Width / 2 - 3;
+      EXPECT_NEAR(raw->data[layout.uOffset + chroma + 2], 190, 1);
+      EXPECT_NEAR(raw->data[right], 210, 1);
     }
     frame->ClearRawFrame();
     gst_sample_unref(sample);

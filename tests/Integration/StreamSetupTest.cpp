@@ -40,7 +40,7 @@ class StreamSetupTest : public Tavi::Testing::MediaTest {
   /// The file of a clip that begins with the ring's entry `first`.
   std::string WriteClip(VideoPipelineElement& camera, unsigned int first) {
     VideoPipelineCollect collect(&camera, CameraType::Camera1, false);
-    const std::string path = m_dir + "clip" + std::to_string(first) + ".h264";
+    std::string path = m_dir + "clip" + std::to_string(first) + ".h264";
     FILE* file = std::fopen(path.c_str(), "wb");
     EXPECT_TRUE(collect.WriteHeader(file));
     for (unsigned int pos = first; pos < Frames; ++pos) {
@@ -130,7 +130,7 @@ TEST_F(StreamSetupTest, AClipBeginsWithParameterSetsWhereverTheEncoderHasThem) {
                                                        static_cast<GstVideoPipelineElement*>(&camera));
     }
     ASSERT_EQ(camera.GetCurrentFrameId(), Frames - 1);
-    const std::string path = WriteClip(camera, KeyInterval);
+    std::string path = WriteClip(camera, KeyInterval);
     EXPECT_EQ(CountSets(path), setsInFile) << format << once;
     std::string mp4;
     EXPECT_TRUE(VideoPipelineCollect::BuildMp4(path, 30.0F, mp4));

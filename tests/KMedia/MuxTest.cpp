@@ -132,7 +132,7 @@ TEST_F(MuxTest, PlacesTheSoundByItsDelay) {
 TEST_F(MuxTest, DeliversTheWholeFramesAndNoFileWithoutAny) {
   const auto units = EncodeH264(320, 176, 15, 15, 20);
   const auto whole = Join(units);
-  const auto first = [&](std::size_t bytes) { return std::vector(whole.begin(), whole.begin() + bytes); };
+  const auto first = [&](std::size_t bytes) { return std::vector(whole.data(), whole.data() + bytes); };
   const std::size_t end = whole.size();
   const std::size_t last = units.back().size();
   const std::vector<std::uint8_t> garbage(5000, 0x5A);

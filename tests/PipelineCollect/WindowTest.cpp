@@ -123,7 +123,7 @@ TEST_F(WindowTest, ASourceThatStandsStillKeepsItsPlaceUntilNobodyWaits) {
   std::this_thread::sleep_for(milliseconds(1500));
   for (const bool comesBack : {true, false}) {
     CameraCollect collector(ring.get());
-    auto config = MakeConfig(Clock::now(), 1, comesBack ? 6 : 60);
+    auto config = MakeConfig(Clock::now(), 1, comesBack ? 8 : 60);
     collector.Init(config);
     collector.SetStart(FindStarts(ring, config).at(PipelineCollectType::VideoCamera0));
     ASSERT_TRUE(collector.IThread::Start());
@@ -134,14 +134,14 @@ TEST_F(WindowTest, ASourceThatStandsStillKeepsItsPlaceUntilNobodyWaits) {
     m_stalled = false;
     if (comesBack) {
       ASSERT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
-      EXPECT_GE(collector.GetWindow().toSeconds, 5.0 - 0.02);
-      EXPECT_NEAR(collector.GetWindow().longestGapSeconds, 3.35, 0.3);
+      EXPECT_GE(collector.GetWindow().toSeconds, 7.0 - 0.02);
+      EXPECT_NEAR(collector.GetWindow().longestGapSeconds, 5.35, 0.3);
     } else {
       m_stalled = true;
       collector.EndInSilence();
       ASSERT_TRUE(WaitUntil([&] { return !collector.IsRunning(); }));
       EXPECT_TRUE(collector.IsCollected());
-      EXPECT_LT(collector.GetWindow().toSeconds, 4.5);
+      EXPECT_LT(collector.GetWindow().toSeconds, 6.5);
     }
   }
 }

@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 
 #include "EventStore/EventName.h"
 #include "Kbase/Util/Naming.h"

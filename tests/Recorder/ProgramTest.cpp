@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include "Ksystem/System/Reboot.h"
 #include "Recorder/Program.h"
 #include "Support/VideoDecode.h"
 
@@ -63,6 +64,19 @@ TEST_F(ProgramTest, WithAFasterClockAnEventTakesAsLongByThatClock) {
   EXPECT_NEAR(static_cast<double>(std::filesystem::file_size(event["files"]["Audio"].get<std::string>())), 240'000.0,
               12'000.0);
 #endif
+}
+
+// Catches a unit that restarts on an error without what it was collecting.
+TEST_F(ProgramTest, ARestartOfTheUnitSavesTheRunningEventFirst) {
+  const pid_t child = Spawn({"--simulate", "--device1", "sim:camera0@1!5000", "--collect-after", "1", "--start", "-1",
+                             "--duration", "20", "--output", m_dir + "events", "--backup", m_dir + "backup"});
+  EXPECT_EQ(Wait(child), Ksystem::System::RebootExitStatus) << Err();
+  EXPECT_THAT(Err(), HasSubstr("the unit is to be restarted: a running event is saved, then recording ends"));
+  std::uintmax_t saved = 0;
+  for (const auto& file : std::filesystem::directory_iterator(m_dir + "backup/power_failure")) {
+    saved += std::filesystem::file_size(file);
+  }
+  EXPECT_GT(saved, 500'000U);
 }
 
 TEST_F(ProgramTest, PrintsATableForPeople) {

@@ -76,6 +76,24 @@ class ServiceTest : public ProgramTest {
   pid_t m_child = 0;
 };
 
+// Catches a camera whose plug is pulled in an event and that takes the recorder along, or the rest of the event, or is
+// not taken up again.
+TEST_F(ServiceTest, ACameraThatIsPulledCostsItsOwnPicturesOnly) {
+  WriteSettings({{"withPreview", false}}, {{"camera1", {{"device", "sim:camera0@1!2000"}}}});
+  StartService();
+  const auto reply = Ctl("event --before 1 --duration 9 --wait");
+  EXPECT_EQ(reply["ok"], false);
+  ASSERT_EQ(reply["missing"].size(), 1U) << reply;
+  EXPECT_EQ(reply["missing"][0]["type"], "VideoCamera0") << "the numbers cross over";
+  EXPECT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera1"]["revivals"] > 0; }));
+  EXPECT_EQ(Ctl("status")["state"], "recording");
+  const auto events = ReadEvents();
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_GE(CountFrames(events[0], "VideoCamera1"), 135U);
+  EXPECT_GT(CountFrames(events[0], "VideoCamera0"), 60U);
+  EXPECT_EQ(EndService(SIGTERM), 0);
+}
+
 // Catches a window that is counted from another moment than that of the request, and requests that are lost or
 // forgotten.
 TEST_F(ServiceTest, ARequestBecomesADirectoryAndMoreThanTwoWaitTheirTurn) {

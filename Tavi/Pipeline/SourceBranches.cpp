@@ -1,0 +1,110 @@
+// The branches of cameras and microphone, looked after while the pipeline plays.
+#include "Tavi/Pipeline/SourceBranches.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "Tavi/Audio/AudioPipelineElement.h"
+#include "Tavi/GstUtil/BranchRestart.h"
+#include "Tavi/GstUtil/Log.h"
+#include "Tavi/PipelineCollect/RingTime.h"
+#include "Tavi/Video/VideoPipelineElement.h"
+
+namespace Tavi::Pipeline {
+namespace {
+
+constexpr std::array BranchTypes{PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio};
+
+/// The running time of the entry and what has passed since; 0 where it has none.
+GstClockTime GetTimeSince(const Kbase::Pipeline::IPipelineElement::Entry& entry) {
+  const auto timestamp = PipelineCollect::GetTimestamp(entry.get());
+  if (!timestamp) return 0;
+  return *timestamp + static_cast<GstClockTime>(std::chrono::nanoseconds(PipelineCollect::GetAge(entry.get())).count());
+}
+
+}  // namespace
+
+std::shared_ptr<GstUtil::BranchRestart> SourceBranches::Find(PipelineType type) const {
+  const Element element = m_share(type);
+  GstUtil::BranchRestart* branch = nullptr;
+  if (auto* camera = dynamic_cast<Video::VideoPipelineElement*>(element.get())) branch = &camera->GetBranch();
+  if (auto* audio = dynamic_cast<Audio::AudioPipelineElement*>(element.get())) branch = &audio->GetBranch();
+  if (branch == nullptr || !branch->IsPossible()) return nullptr;
+  return {element, branch};
+}
+
+SourceBranches::Milliseconds SourceBranches::GetSilence(const Element& element) const {
+  if (element->IsDataAvailable()) return PipelineCollect::GetAge(*element);
+  return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - m_startedAt.load());
+}
+
+std::optional<StallWatch::Condition> SourceBranches::GetCondition(PipelineType type) const {
+  const auto branch = Find(type);
+  const Element element = m_share(type);
+  if (!branch || !element) return {};
+  return StallWatch::Condition{GetSilence(element), branch->GetProblem()};
+}
+
+void SourceBranches::LeaveOutMissing() const {
+  for (const PipelineType type : BranchTypes) {
+    const auto branch = Find(type);
+    if (!branch) continue;
+    branch->TakeDown();
+    if (branch->TryOpen()) {
+      branch->Release();
+    } else {
+      Log::Error(fmt::format("{} cannot be opened ({}): it is left out until it can", GetPeoplesName(type),
+                             branch->GetProblem()));
+    }
+  }
+}
+
+bool SourceBranches::NoteError(GstObject* source, const std::string& text) const {
+  for (const PipelineType type : BranchTypes) {
+    const auto branch = Find(type);
+    if (!branch || !branch->Owns(source)) continue;
+    // The first of several tells what has happened, the others what came of it.
+    if (!branch->GetProblem().empty()) return true;
+    Log::Error(fmt::format("{} has failed: {}", GetPeoplesName(type), text));
+    branch->SetProblem(text);
+    return true;
+  }
+  return false;
+}
+
+bool SourceBranches::IsSettled(PipelineType type) const {
+  const Element element = m_share(type);
+  if (!element || element->IsDataAvailable()) return true;
+  const auto branch = Find(type);
+  return branch && !branch->GetProblem().empty();
+}
+
+const char* SourceBranches::FindMissing(Milliseconds limit) const {
+  const std::array<std::pair<PipelineType, bool>, 5> sources{{{PipelineType::Camera0, m_config.camera0.optional},
+                                                              {PipelineType::Camera1, m_config.camera1.optional},
+                                                              {PipelineType::Audio, m_config.audio.optional},
+                                                              {PipelineType::Gps, m_config.gps.optional},
+                                                              {PipelineType::Acc, m_config.acc.optional}}};
+  for (const auto& [type, isOptional] : sources) {
+    const Element element = isOptional ? nullptr : m_share(type);
+    if (element && GetSilence(element) >= limit) return GetPeoplesName(type);
+  }
+  return nullptr;
+}
+
+GstClockTime SourceBranches::GetRunningTime() const {
+  GstClockTime latest = 0;
+  for (const PipelineType type : BranchTypes) {
+    const Element element = m_share(type);
+    if (!element || !element->IsDataAvailable()) continue;
+    const auto oldest = element->GetElementAt(static_cast<unsigned int>(element->GetCurrentFrameId() + 1));
+    for (const auto& entry : {element->RetrieveCurrent(), oldest, element->GetElementAt(0)}) {
+      latest = std::max(latest, GetTimeSince(entry));
+    }
+  }
+  return latest;
+}
+
+}  // namespace Tavi::Pipeline
