@@ -30,7 +30,7 @@ std::string BuildText(const std::string& modulePath) {
   std::string text;
   if (fs::exists(SystemConfig, ignored)) {
     // The hooks load the machine's and the user's own files after this one, and with them another default device.
-    text += std::string("<") + SystemConfig + ">\n!@hooks []\n";
+    text.append("<").append(SystemConfig).append(">\n!@hooks []\n");
   }
   text += "pcm_type.tavi_sim.lib " + Quote(modulePath) + "\n";
   text += "ctl_type.tavi_sim.lib " + Quote(modulePath) + "\n";

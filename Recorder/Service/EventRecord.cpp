@@ -21,7 +21,7 @@ using PipelineCollect::PipelineCollectType;
 
 constexpr std::chrono::seconds FreshFix{5};
 /// A camera's video that could not be made an MP4.
-constexpr std::string_view StreamExtension = ".h264";
+using PipelineCollect::StreamExtension;
 
 EventStore::StreamWindow DescribeWindow(PipelineCollectType type, const PipelineCollect::CollectedWindow& window) {
   EventStore::StreamWindow stream;

@@ -12,6 +12,7 @@ using EventStore::MissingPart;
 using PipelineCollect::CollectedWindow;
 using PipelineCollect::PipelineCollectOutput;
 using PipelineCollect::PipelineCollectType;
+using PipelineCollect::StreamExtension;
 
 /// What nobody misses: less than a second, and what a source's own interval makes of it.
 constexpr double ToleranceSeconds = 1.0;
@@ -20,6 +21,16 @@ constexpr double LeastShare = 0.95;
 
 bool IsStream(PipelineCollectType type) {
   return type <= PipelineCollectType::Other;
+}
+
+/// What became of the file of a stream that has a window.
+void CheckFile(const std::string& type, const CollectedWindow& window, const std::string* path,
+               std::vector<MissingPart>& missing) {
+  if (path == nullptr) {
+    missing.push_back({type, window.toSeconds - window.fromSeconds, "its file could not be made"});
+  } else if (path->ends_with(StreamExtension)) {
+    missing.push_back({type, 0.0, "no clip could be made of its stream, which is kept as it is"});
+  }
 }
 
 /// Seconds relative to the event.
@@ -63,6 +74,8 @@ std::vector<MissingPart> FindMissing(const EventOrder& order, const std::set<Pip
     const auto window = output.windows.find(type);
     if (IsStream(type) && window != output.windows.end()) {
       CheckWindow(name, window->second, asked, missing);
+      const auto file = output.outputs.find(type);
+      CheckFile(name, window->second, file != output.outputs.end() ? &file->second : nullptr, missing);
     } else if (IsStream(type)) {
       missing.push_back({name, static_cast<double>(order.durationSeconds), "its source delivered nothing"});
     } else if (type == PipelineCollectType::Preview && !order.withPreview) {

@@ -29,7 +29,7 @@ using RecoveryCollect::EventFileName;
 
 /// Before the id, in the name of a directory that is on its way out.
 constexpr std::string_view OldPrefix = ".old_";
-constexpr std::string_view StreamExtension = ".h264";
+using PipelineCollect::StreamExtension;
 constexpr std::string_view Mp4Extension = ".mp4";
 
 std::time_t GetTime(const std::string& path) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Kbase/Util/Clock.h"
 #include "Tavi/PipelineCollect/CameraType.h"
@@ -82,6 +83,9 @@ struct PipelineCollectInput {
   /// "event", "event-cr" by the second manager, and "mux" or "mux-cr" while it is muxed behind the caller.
   std::string name = {};
 };
+
+/// Of a camera's file before it is made a clip, and where that could not be done.
+inline constexpr std::string_view StreamExtension = ".h264";
 
 /// What a stream's file holds in time.
 struct CollectedWindow {

@@ -30,7 +30,6 @@ std::vector<std::uint64_t> ReadTimestamps(const std::string& videoPath) {
   return timestamps;
 }
 
-constexpr const char* StreamExtension = ".h264";
 constexpr const char* Mp4Extension = ".mp4";
 
 std::string BuildThreadName(CameraType camera, bool cr) {

@@ -1,11 +1,16 @@
 // Names and times in text form: unique identifiers, dates, event file names.
 #pragma once
 
+#include <sys/types.h>
+
 #include <ctime>
 #include <string>
 #include <string_view>
 
 namespace Kbase::Util {
+
+static_assert(sizeof(std::time_t) == 8 && sizeof(off_t) == 8,
+              "build with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64: times end in 2038 and files at 2 GiB otherwise");
 
 /// A fresh random identifier (RFC 4122 version 4, lower case, 36 characters). Thread-safe.
 std::string NewUid();
