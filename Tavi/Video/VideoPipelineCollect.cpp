@@ -30,6 +30,8 @@ std::vector<std::uint64_t> ReadTimestamps(const std::string& videoPath) {
   return timestamps;
 }
 
+using PipelineCollect::StreamExtension;
+
 constexpr const char* Mp4Extension = ".mp4";
 
 std::string BuildThreadName(CameraType camera, bool cr) {
