@@ -51,7 +51,7 @@ std::string DescribeMissingCameras(const Pipeline::PipelineConfig& config, const
 /// The same about the receiver, whose silence would restart the unit.
 std::string DescribeMissingReceiver(const Pipeline::PipelineConfig& config, const DeviceHints& hints) {
   const std::string path = config.gps.path.empty() ? Kdevice::GpsDevice::GpsDevice::DefaultPath : config.gps.path;
-  if (!config.gpsEnabled || access(path.c_str(), R_OK) == 0) return {};
+  if (!config.gpsEnabled || Kdevice::GpsDevice::Receiver::IsGpsd(path) || access(path.c_str(), R_OK) == 0) return {};
   return fmt::format("the GPS receiver {} {}: connect it, choose another with {}, or leave it out with {}", path,
                      errno == ENOENT ? "is missing" : fmt::format("cannot be read ({})", std::strerror(errno)),
                      hints.receiver, hints.noReceiver);

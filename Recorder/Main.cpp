@@ -104,6 +104,7 @@ int Serve(Settings settings) {
   // One device that is missing keeps nobody from recording with the others; it may come later.
   const std::string missing = DescribeMissingDevices(settings.pipeline, settings.simulate, SettingHints);
   if (!missing.empty()) Tavi::Log::Warning(missing);
+  Kbase::Util::TemperatureMonitor::GetInstance().SetZone(settings.temperatureZone);
   Kbase::Util::TemperatureMonitor::GetInstance().Start();
   Service service(settings);
   std::string problem;

@@ -61,7 +61,8 @@ void AddSensorOptions(CLI::App& app, Pipeline::PipelineConfig& pipeline) {
   inGroup(app.add_option("--gain", pipeline.audio.gainLevel,
                          "Capture gain in the sound card's own scale; -1 leaves the card's mixer untouched"))
       ->check(WholeNumber(Limits::Gain));
-  inGroup(app.add_option("--gps", pipeline.gps.path, "GPS receiver: a serial port, a FIFO, or a log to be replayed"));
+  inGroup(app.add_option("--gps", pipeline.gps.path,
+                         "GPS receiver: a serial port, gpsd://HOST:PORT, a FIFO, or a log to be replayed"));
   inGroup(app.add_option("--gps-rate", pipeline.gps.rate, "Fixes a second that the receiver sends"))
       ->check(WholeNumber(Limits::GpsRate));
   inGroup(app.add_option("--gps-baud", pipeline.gps.baud, "Bits per second of the receiver's port"))

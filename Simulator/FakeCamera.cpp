@@ -200,6 +200,7 @@ int FakeCamera::QueryBuffer(v4l2_buffer& buffer) const {
 /// Keeps the frame rate by answering when the next frame is due, as a blocking read of a camera does.
 int FakeCamera::Dequeue(v4l2_buffer& buffer) {
   if (m_queued.empty()) return EAGAIN;
+  m_startUs += std::int64_t{m_stallMs.exchange(0)} * 1000;
   const std::int64_t dueUs = m_startUs + std::int64_t{++m_sequence} * G_USEC_PER_SEC / Fps;
   const std::int64_t waitUs = dueUs - g_get_monotonic_time();
   if (waitUs > 0) g_usleep(static_cast<gulong>(waitUs));

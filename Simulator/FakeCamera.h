@@ -38,6 +38,8 @@ class FakeCamera {
 
   /// Makes the device appear. What went wrong, empty when nothing did.
   [[nodiscard]] std::string PlugIn();
+  /// The next frame is so much later than due, and all behind it with it.
+  void Stall(int durationMs) { m_stallMs = durationMs; }
   /// From now on the device answers as one that was pulled out.
   void Unplug() { m_isUnplugged = true; }
   /// Buffers that the last capture asked for.
@@ -59,6 +61,7 @@ class FakeCamera {
   bool m_isAttached = false;
   std::atomic<bool> m_isUnplugged = false;
   std::atomic<unsigned> m_bufferCount = 0;
+  std::atomic<int> m_stallMs = 0;
   /// Buffers that wait for a picture.
   std::deque<std::uint32_t> m_queued;
   /// Frames delivered since the stream was started, and when that was.

@@ -19,7 +19,7 @@ stream=(gstreamer1.0-plugins-bad)
 pack=(dpkg-dev)
 test=(
   gstreamer1.0-tools libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
-  clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
+  gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
 )
 schema=
 for option in "$@"; do

@@ -121,7 +121,7 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* descripti
 void Finalize(GObject* object) noexcept {
   AudioState* const state = &StateOf(object);
   G_OBJECT_CLASS(ParentClass())->finalize(object);
-  delete state;
+  DiscardState(state);
 }
 
 void InstallProperties(GObjectClass* object) {

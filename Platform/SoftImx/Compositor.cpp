@@ -119,7 +119,7 @@ void GetPadProperty(GObject* object, guint id, GValue* value, GParamSpec* descri
 void FinalizePad(GObject* object) noexcept {
   PadState* const state = &StateOf(object);
   G_OBJECT_CLASS(PadParentClass())->finalize(object);
-  delete state;
+  DiscardState(state);
 }
 
 void PadClassInit(gpointer klass, gpointer) noexcept {

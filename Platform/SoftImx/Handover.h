@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 /// Marks a function that fills in a buffer's header before the buffer is handed downstream. The receiving thread is
 /// ordered behind it by GLib's locks, which are futexes of its own that ThreadSanitizer cannot see.
@@ -19,6 +20,14 @@ void PublishState(State*& field, State* state) noexcept {
 template <class State>
 [[nodiscard]] State* LoadState(State*& field) noexcept {
   return std::atomic_ref<State*>(field).load(std::memory_order_acquire);
+}
+
+/// Deletes an instance's state behind whoever has used it last, with its `mutex` held: the count of references, which
+/// orders that, is GLib's.
+template <class State>
+void DiscardState(State* state) noexcept {
+  { const std::lock_guard lock(state->mutex); }
+  delete state;
 }
 
 }  // namespace SoftImx

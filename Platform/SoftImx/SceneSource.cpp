@@ -284,7 +284,7 @@ gboolean Query(GstBaseSrc* source, GstQuery* query) noexcept {
 void Finalize(GObject* object) noexcept {
   SceneState* const state = &StateOf(object);
   G_OBJECT_CLASS(g_type_class_peek(GST_TYPE_PUSH_SRC))->finalize(object);
-  delete state;
+  DiscardState(state);
 }
 
 void ClassInit(gpointer klass, gpointer) noexcept {

@@ -187,7 +187,7 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* descripti
 void Finalize(GObject* object) noexcept {
   EncoderState* const state = &StateOf(object);
   G_OBJECT_CLASS(ParentClass())->finalize(object);
-  delete state;
+  DiscardState(state);
 }
 
 void InstallUint(GObjectClass* klass, Property id, const char* name, const char* blurb, guint low, guint high,

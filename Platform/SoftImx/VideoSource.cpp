@@ -20,6 +20,8 @@ namespace {
 constexpr int Width = ScenePainter::Width;
 constexpr int Height = ScenePainter::Height;
 constexpr std::string_view ScenePrefix = "sim:";
+/// What a device that delivers 4 frames a second needs to be brought to the rate.
+constexpr GstClockTime MostCopied = 250 * GST_MSECOND;
 
 struct CropRect {
   int x = 0;
@@ -153,8 +155,9 @@ GstElement* BuildCapture(GstElement* self, const Settings& settings) {
   if (capture == nullptr || convert == nullptr || rate == nullptr || filter == nullptr) return nullptr;
   // Left open, a device that does not tell its pixels' shape would get the flattest one that the converter takes.
   g_object_set(capture, "device", settings.device.c_str(), "pixel-aspect-ratio", "1/1", nullptr);
-  // Otherwise the gap between pipeline start and the first frame would be filled with copies of that frame.
-  g_object_set(rate, "skip-to-first", TRUE, nullptr);
+  // Otherwise the gap between pipeline start and the first frame, or a standstill of the device, would be filled with
+  // copies of a frame: pictures of nothing, seconds of them at once.
+  g_object_set(rate, "skip-to-first", TRUE, "max-duplication-time", guint64{MostCopied}, nullptr);
   GstCaps* caps = OutputCaps(settings.rateNumerator, settings.rateDenominator);
   g_object_set(filter, "caps", caps, nullptr);
   gst_caps_unref(caps);
@@ -304,7 +307,7 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* descripti
 void Finalize(GObject* object) noexcept {
   SourceState* const state = &StateOf(object);
   G_OBJECT_CLASS(ParentClass())->finalize(object);
-  delete state;
+  DiscardState(state);
 }
 
 void InstallInt(GObjectClass* klass, Property id, const char* name, const char* blurb, int low, int high, int value,

@@ -249,7 +249,7 @@ gboolean Stop(GstBaseTransform* base) noexcept {
 void Finalize(GObject* object) noexcept {
   TransformState* const state = &StateOf(object);
   G_OBJECT_CLASS(ParentClass())->finalize(object);
-  delete state;
+  DiscardState(state);
 }
 
 void ClassInit(gpointer klass, gpointer) noexcept {

@@ -48,16 +48,22 @@ void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {
         "MP3 frames a second; 38.3 stands for the 44.1 kHz of the software encoder"},
        {"pipeline.audio.gainLevel", &audio.gainLevel, Limits::Gain, "",
         "capture gain in the sound card's own scale; -1 leaves its mixer untouched"},
+       {"pipeline.audio.device", &audio.device, Limits::OptionalPathBytes, "",
+        "ALSA's name of the sound card, as plughw:1,0; empty for ALSA's default"},
+       {"pipeline.audio.channels", &audio.channels, Limits::Channels, "", "1 or 2; 0 leaves it to the sound card"},
        {"pipeline.audio.optional", &audio.optional, {}, "", Optional},
        {"pipeline.gpsEnabled", &pipeline.gpsEnabled, {}, "", "record the GPS receiver"},
        {"pipeline.gps.rate", &gps.rate, Limits::GpsRate, "fixes/s", "what the receiver sends"},
        {"pipeline.gps.path", &gps.path, Limits::OptionalPathBytes, "",
-        "a serial port, a FIFO, or a log to be replayed; empty for /dev/gps0"},
+        "a serial port, gpsd://host:port, a FIFO, or a log to be replayed; empty for /dev/gps0"},
        {"pipeline.gps.baud", &gps.baud, Limits::GpsBauds, "bit/s", "speed of a serial port"},
        {"pipeline.gps.optional", &gps.optional, {}, "", Optional},
        {"pipeline.accEnabled", &pipeline.accEnabled, {}, "", "record the accelerometer"},
        {"pipeline.acc.rate", &pipeline.acc.rate, Limits::AccRate, "blocks/s",
         "what its driver delivers: 10 blocks of 10 samples"},
+       {"pipeline.acc.bus", &pipeline.acc.bus, Limits::I2cBus, "", "number of the I2C bus"},
+       {"pipeline.acc.address", &pipeline.acc.address, Limits::AccAddresses, "",
+        "of the chip on its bus: 28 is 0x1C, 29 is 0x1D"},
        {"pipeline.acc.optional", &pipeline.acc.optional, {}, "", Optional},
        {"pipeline.otherEnabled", &pipeline.otherEnabled, {}, "", "record processor load and temperature"},
        {"pipeline.other.rate", &pipeline.other.rate, Limits::OtherRate, "samples/s",
@@ -121,6 +127,8 @@ std::vector<Field> DescribeFields(Settings& settings) {
   fields.emplace_back("control.socket", &settings.control.socket, Limits::SocketPathBytes, "",
                       "path of the Unix socket that takes commands");
   fields.emplace_back("simulate", &settings.simulate, Allowed(), "", "a simulated car in place of the devices");
+  fields.emplace_back("temperatureZone", &settings.temperatureZone, Limits::PathBytes, "",
+                      "the kernel's file with the unit's temperature in thousandths of a degree Celsius");
   fields.emplace_back("logFile", &settings.logFile, Limits::OptionalPathBytes, "",
                       "append the log to this file, too; empty for none");
   return fields;

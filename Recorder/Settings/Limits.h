@@ -26,11 +26,16 @@ inline constexpr Range<double> Mp3FrameRate{27.7, 41.7};
 /// -1 leaves the mixer untouched.
 inline constexpr Range<int> Gain{-1, 1000000};
 
+inline constexpr Range<int> Channels{0, 2};
+
 inline constexpr Range<int> GpsRate{1, 10};
-inline constexpr std::array<int, 6> GpsBauds{4800, 9600, 19200, 38400, 57600, 115200};
+inline constexpr std::array<int, 9> GpsBauds{4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600};
 /// What the drivers deliver. Windows are counted by the stated rate: any other would wait for minutes.
 inline constexpr Range<int> AccRate{10, 10};
 inline constexpr Range<int> OtherRate{1, 1};
+inline constexpr Range<int> I2cBus{0, 255};
+/// By the pin SA0 (MMA8451Q data sheet, I2C device address).
+inline constexpr std::array<int, 2> AccAddresses{0x1C, 0x1D};
 
 inline constexpr Range<int> RestartAfterSeconds{0, 3600};
 /// Up to a week.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Kbase/Util/TemperatureMonitor.h"
 #include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Recorder {
@@ -72,6 +73,8 @@ struct Settings {
   ControlSettings control;
   /// A simulated car in place of the devices.
   bool simulate = false;
+  /// Where the unit's temperature is read.
+  std::string temperatureZone = Kbase::Util::TemperatureMonitor::DefaultZone;
   /// Also append the log to this file; empty for none.
   std::string logFile;
 };

@@ -14,17 +14,13 @@ using Kdevice::ACC::SampleBlock;
 
 namespace {
 
-/// Where the unit's accelerometer is.
-constexpr int Bus = 1;
-constexpr std::uint8_t Address = 0x1C;
-
 /// Values that each axis is averaged over: 0.61 s.
 constexpr std::int32_t Window = 61;
 
 }  // namespace
 
 GstAccPipelineElement::GstAccPipelineElement(const AccConfig& config)
-    : m_device(Bus, Address, GForceScale::G4, OutputDataRate::Hz100),
+    : m_device(config.bus, static_cast<std::uint8_t>(config.address), GForceScale::G4, OutputDataRate::Hz100),
       m_axisAverage1(Window),
       m_axisAverage2(Window),
       m_axisAverage3(Window),

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace Tavi::Audio {
 
@@ -14,6 +15,10 @@ struct AudioConfig {
   std::int32_t gainLevel = -1;
   /// Where the pipeline keeps going: this source missing for long is no reason to restart the unit.
   bool optional = false;
+  /// ALSA's name of the capture device ("plughw:1,0"); empty for ALSA's default.
+  std::string device;
+  /// 1 or 2; 0 leaves it to the device.
+  std::int32_t channels = 0;
 };
 
 }  // namespace Tavi::Audio

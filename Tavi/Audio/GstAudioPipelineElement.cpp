@@ -39,16 +39,23 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   GstElement* source = parts.Make("alsasrc");
   GstElement* sink = parts.Make("appsink");
   GstElement* encoder = parts.Make("imxmp3audioenc");
+  GstElement* channels = config.channels > 0 ? parts.Make("capsfilter") : nullptr;
   if (!parts.IsComplete()) return;
   // One MP3 frame at a time: the usual 10 ms would wake three threads that find nothing to encode.
   g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
                "buffer-time", SoundBufferUs, nullptr);
+  if (!config.device.empty()) g_object_set(source, "device", config.device.c_str(), nullptr);
+  if (channels != nullptr) {
+    GstCaps* caps = gst_caps_new_simple("audio/x-raw", "channels", G_TYPE_INT, config.channels, nullptr);
+    g_object_set(channels, "caps", caps, nullptr);
+    gst_caps_unref(caps);
+  }
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
-  GstUtil::AddToBin(GST_BIN(pipeline), {source, encoder, sink});
-  GstUtil::LinkChain({source, encoder, sink});
+  GstUtil::AddToBin(GST_BIN(pipeline), {source, channels, encoder, sink});
+  GstUtil::LinkChain({source, channels, encoder, sink});
   m_ends.ConnectSource(source, RunningCallback, this);
   m_ends.ConnectSink(sink, SetEncodedFrameCallback, this);
-  m_branch.Keep({source, encoder, sink});
+  m_branch.Keep({source, channels, encoder, sink});
   // Opened once, as the pipeline's start will do: a card that is not there would fail that start as a whole, cameras
   // included.
   m_branch.TakeDown();

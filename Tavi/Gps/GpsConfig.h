@@ -9,7 +9,7 @@ namespace Tavi::Gps {
 struct GpsConfig {
   /// Fixes per second.
   std::int32_t rate = 1;
-  /// What the receiver's text comes from: a serial port, a pseudo-terminal, a FIFO, or a log to be replayed. Empty
+  /// What the receiver's text comes from: a serial port, a pseudo-terminal, a FIFO, gpsd ("gpsd://HOST:PORT"), or a log to be replayed. Empty
   /// stands for the device library's own default.
   std::string path;
   /// Bits per second of a serial port.

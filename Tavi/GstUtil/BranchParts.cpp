@@ -66,6 +66,7 @@ void AddToBin(GstBin* bin, std::initializer_list<GstElement*> elements) {
 void LinkChain(std::initializer_list<GstElement*> chain) {
   GstElement* previous = nullptr;
   for (GstElement* element : chain) {
+    if (element == nullptr) continue;
     if (previous != nullptr) gst_element_link(previous, element);
     previous = element;
   }

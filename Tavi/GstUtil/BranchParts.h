@@ -40,7 +40,7 @@ std::string TryState(GstElement* element, GstState state);
 /// Adds the elements in the given order, leaving out null ones: those that this branch does not have.
 void AddToBin(GstBin* bin, std::initializer_list<GstElement*> elements);
 
-/// Links each element to the next one.
+/// Links each element to the next one, leaving out null ones.
 void LinkChain(std::initializer_list<GstElement*> chain);
 
 }  // namespace Tavi::GstUtil

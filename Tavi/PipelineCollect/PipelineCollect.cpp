@@ -103,6 +103,8 @@ void PipelineCollect::Finish(CollectFile& file) {
   file.Append([this](FILE* stream) { return WriteFooter(stream); });
   file.Close(m_syncToDisk);
   m_collected = IsPathAvailable();
+  // Nobody lists a file of 0 bytes, and nobody would remove it.
+  if (!m_collected) DeletePath();
 }
 
 bool PipelineCollect::GetPipelineTimestamp(const IPipelineElement* element, int pos, std::uint64_t& timestampNs) {

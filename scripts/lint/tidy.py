@@ -163,6 +163,9 @@ def main():
     latest = {path: place for place, path in enumerate(list_latest())}
     places = {path: min(latest.get(name, len(latest)) for name in (path, header_of(path))) for path in files}
     units = sorted(list_units(set(files)), key=lambda path: (places[path], path))
+    if not options.all:
+        # Beside other tests, some of which measure time.
+        os.nice(10)
     run = Run(None if options.all else time.monotonic() + options.seconds)
     known = 0
     with ThreadPoolExecutor(os.cpu_count()) as pool:

@@ -1,6 +1,7 @@
 // Clips of encoders that do not send their parameter sets with each key frame.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <vector>
 
 #include "KMedia/H264/AnnexB.h"
@@ -65,8 +66,8 @@ class StreamSetupTest : public Tavi::Testing::MediaTest {
 };
 
 struct Stripper {
-  bool hasLengths = false;
-  bool isFirst = true;
+  std::atomic<bool> hasLengths{false};
+  std::atomic<bool> isFirst{true};
 };
 
 bool IsParameterSet(std::uint8_t header) {
@@ -95,7 +96,7 @@ std::string StripSets(KMedia::H264::Bytes bytes, bool hasLengths) {
 GstPadProbeReturn SendSetsOnce(GstPad*, GstPadProbeInfo* info, gpointer data) {
   auto* stripper = static_cast<Stripper*>(data);
   GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (std::exchange(stripper->isFirst, false) && !stripper->hasLengths) return GST_PAD_PROBE_OK;
+  if (stripper->isFirst.exchange(false) && !stripper->hasLengths) return GST_PAD_PROBE_OK;
   GstMapInfo map;
   gst_buffer_map(buffer, &map, GST_MAP_READ);
   GstBuffer* stripped =
@@ -115,10 +116,12 @@ TEST_F(StreamSetupTest, AClipBeginsWithParameterSetsWhereverTheEncoderHasThem) {
     bool once;
     std::size_t setsInFile;
   };
+  Stripper stripper;
   for (const auto& [format, once, setsInFile] :
        {Case{"byte-stream", false, 2}, Case{"byte-stream", true, 1}, Case{"avc", true, 1}}) {
+    stripper.hasLengths = std::string(format) == "avc";
+    stripper.isFirst = true;
     StartEncoder(format);
-    Stripper stripper{std::string(format) == "avc"};
     GstPad* pad = gst_element_get_static_pad(m_sink, "sink");
     if (once) gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, SendSetsOnce, &stripper, nullptr);
     gst_object_unref(pad);

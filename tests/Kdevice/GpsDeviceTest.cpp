@@ -1,11 +1,17 @@
-// The receiver on real pseudo-terminals, FIFOs and files: going, coming back, stopping.
+// The receiver on real pseudo-terminals, FIFOs, files and behind a real gpsd: going, coming back, stopping.
 #include "Kdevice/GpsDevice/GpsDevice.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <fstream>
 
 #include "Support/Fixtures.h"
@@ -109,6 +115,51 @@ TEST_F(GpsDeviceTest, ALogIsReplayedOnceAndItsWaitsEndAtAStop) {
   ExpectBlocks({R1 + G1, R2, R1 + G1});
   EXPECT_TRUE(m_device.Abort(500ms));
   ExpectBlocks({R1 + G1, R2, R1 + G1});
+}
+
+std::string FindFreePort() {
+  const UniqueFd probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof(address);
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  if (::bind(probe.Get(), generic, size) != 0 || ::getsockname(probe.Get(), generic, &size) != 0) return {};
+  return std::to_string(ntohs(address.sin_port));
+}
+
+// Catches a daemon that is not asked for its sentences, sentences that it has changed, and one that comes back unheard.
+TEST_F(GpsDeviceTest, GpsdsSentencesComeAsTheReceiverSentThemAndAgainAfterItsRestart) {
+  constexpr const char* Player = "/usr/bin/gpsfake";
+  if (access(Player, X_OK) != 0) GTEST_SKIP() << Player << " is missing";
+  const auto makeFix = [](int second) {
+    return MakeSentence("GPRMC,1015" + std::to_string(second) + ".00,A,4807.038,N,01131.000,E,022.4,084.4,211126,,");
+  };
+  std::ofstream log(m_dir + "log.nmea");
+  for (int second = 10; second < 40; ++second) log << makeFix(second);
+  log.close();
+  const std::string port = FindFreePort();
+  m_device.path = "gpsd://127.0.0.1:" + port;
+  ASSERT_TRUE(m_device.Start());
+  ExpectLog("cannot be reached: Connection refused");
+  for (int round = 1; round <= 2; ++round) {
+    const pid_t player = fork();
+    if (player == 0) {
+      // Of its own group: the daemon that it starts ends with it.
+      setpgid(0, 0);
+      execl(Player, Player, "-q", "-c", "0.1", "-P", port.c_str(), (m_dir + "log.nmea").c_str(), nullptr);
+      _exit(127);
+    }
+    EXPECT_TRUE(WaitUntil([&] {
+      const std::lock_guard lock(m_mutex);
+      return std::ranges::any_of(m_blocks, [&](const auto& block) { return block == makeFix(20); });
+    }));
+    ::kill(-player, SIGTERM), ::waitpid(player, nullptr, 0);
+    ExpectLog("has gone", round);
+    const std::lock_guard lock(m_mutex);
+    m_blocks.clear();
+  }
+  m_device.Stop();
 }
 
 }  // namespace

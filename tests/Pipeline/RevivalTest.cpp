@@ -146,6 +146,7 @@ TEST_F(RevivalTest, ASilentSourceIsStartedAnewAndTheRingsGoOn) {
   config.camera0Enabled = config.audioEnabled = true;
   config.camera0.device = "sim:camera1";
   config.restartAfterSeconds = 2;
+  std::atomic<bool> stalled{false};
   PipelineManager manager(config);
   manager.Start();
   const auto ring = [&](PipelineType type) { return manager.ShareElement(type); };
@@ -156,7 +157,7 @@ TEST_F(RevivalTest, ASilentSourceIsStartedAnewAndTheRingsGoOn) {
     ASSERT_TRUE(enough(type, 20));
   }
   const auto& stalling = [&](GstElement* source, PipelineType type, const char* name) {
-    std::atomic<bool> stalled{true};
+    stalled = true;
     GstPad* pad = gst_element_get_static_pad(source, "src");
     const gulong probe = gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, DropWhile, &stalled, nullptr);
     EXPECT_TRUE(WaitUntil([&] { return CountLogged(std::string(name) + " has been silent for ") == 1; })) << name;

@@ -11,20 +11,9 @@ namespace {
 using namespace Tavi::Testing;
 using nlohmann::json;
 
-class ClockTest : public ProgramTest {
+class ClockTest : public ServiceProgramTest {
  protected:
-  void TearDown() override {
-    if (m_child > 0) kill(m_child, SIGKILL), Wait(m_child);
-    ProgramTest::TearDown();
-  }
-  json ReadSources() const {
-    const std::string line = std::string(CTL_PROGRAM) + " --json --control " + m_dir + "ctl/socket status 2>/dev/null";
-    std::string reply;
-    FILE* pipe = popen(line.c_str(), "r");
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) reply += static_cast<char>(c);
-    pclose(pipe);
-    return json::accept(reply) ? json::parse(reply)["sources"] : json();
-  }
+  json ReadSources() const { return Ctl("status").value("sources", json::object()); }
   bool WaitForEntries(const char* source, int count) const {
     for (int tries = 0; tries < 4; ++tries) {
       if (WaitUntil([&] {
@@ -36,8 +25,6 @@ class ClockTest : public ProgramTest {
     }
     return false;
   }
-
-  pid_t m_child = 0;
 };
 
 // Catches a source, a restart or an end that waits by the wall clock: set back, it would wait for an hour.

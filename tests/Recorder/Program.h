@@ -7,6 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -38,6 +41,28 @@ class ProgramTest : public TempDirTest {
   }
   [[nodiscard]] std::string Out() const { return ReadFile(m_dir + "out"); }
   [[nodiscard]] std::string Err() const { return ReadFile(m_dir + "err"); }
+};
+
+/// The recorder as a service, which ends with the test.
+class ServiceProgramTest : public ProgramTest {
+ protected:
+  void TearDown() override {
+    if (m_child > 0) kill(m_child, SIGKILL), Wait(m_child);
+    ProgramTest::TearDown();
+  }
+  /// The recorder's reply.
+  nlohmann::json Ctl(const std::string& words) const {
+    const std::string line = std::string(CTL_PROGRAM) + " --json --control " + m_dir + "ctl/socket " + words + " 2>&1";
+    std::string reply;
+    FILE* pipe = popen(line.c_str(), "r");
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) reply += static_cast<char>(c);
+    pclose(pipe);
+    // A refusal has its sentence behind the reply's line.
+    if (reply.starts_with('{')) reply = reply.substr(0, reply.find('\n'));
+    return nlohmann::json::accept(reply) ? nlohmann::json::parse(reply) : nlohmann::json{{"error", reply}};
+  }
+
+  pid_t m_child = 0;
 };
 
 }  // namespace Tavi::Testing

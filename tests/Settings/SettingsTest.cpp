@@ -49,7 +49,8 @@ TEST_F(SettingsTest, AMistakeIsOneLineWithItsPlaceAndWhatWouldBeRight) {
       {R"({"pipeline": {"acc": {"rate": 100}}})", "1: field pipeline.acc.rate: 100 is out of range, only 10 is right"},
       {R"({"pipeline": {"other": {"rate": 10}}})", "1: field pipeline.other.rate: 10 is out of range, only 1 is right"},
       {"{\"pipeline\":{\"gps\":{\"baud\":9601}}}",
-       "1: field pipeline.gps.baud: 9601 is not possible, one of 4800, 9600, 19200, 38400, 57600, 115200 is right"},
+       "1: field pipeline.gps.baud: 9601 is not possible, one of 4800, 9600, 19200, 38400, 57600, 115200, 230400, "
+       "460800, 921600 is right"},
       {"{\n\"events\":{\"startSeconds\":1.5}}",
        "2: field events.startSeconds: 1.5 is no whole number, -31 to 0 is right"},
       {"{\"storage\":{\"maxEvents\":18446744073709551617}}",
@@ -74,12 +75,13 @@ TEST_F(SettingsTest, AMistakeIsOneLineWithItsPlaceAndWhatWouldBeRight) {
        "2: field pipeline.camera0.\"FPS \": unknown, the nearest name is fps"},
       {"{\"events\":{},\"fps\":5}",
        "1: field fps: unknown here, there is pipeline.camera0.fps; known here are pipeline, events, storage, triggers, "
-       "control, simulate, logFile"},
+       "control, simulate, temperatureZone, logFile"},
       {"{\"simulate\":true,\"a\\nb\":5}",
-       "1: field \"a\\nb\": unknown, known here are pipeline, events, storage, triggers, control, simulate, logFile"},
+       "1: field \"a\\nb\": unknown, known here are pipeline, events, storage, triggers, control, simulate, "
+       "temperatureZone, logFile"},
       {"{\"events\":{},\n\"events.queueLength\":5}",
        "2: field \"events.queueLength\": unknown here, there is events.queueLength; known here are pipeline, events, "
-       "storage, triggers, control, simulate, logFile"},
+       "storage, triggers, control, simulate, temperatureZone, logFile"},
       {"{\"events\":{\"queueLength\":1,\n\"queueLength\":1}}",
        "2: field events.queueLength: it is there twice, once is right"},
       {"{\"events\":{},\"simulate\":true,\n\"events\":{}}", "2: field events: it is there twice, once is right"},

@@ -1,6 +1,7 @@
 // The source on a capture device: what the device offers becomes what the unit expects.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -13,7 +14,8 @@ namespace {
 using Tavi::Simulator::FakeCamera;
 
 // Catches a source that delivers the device's format, size or rate instead of the unit's, distorts the picture, keeps
-// the device busy after a stop, ignores the number of buffers, or is silent about a camera that is pulled out.
+// the device busy after a stop, ignores the number of buffers, fills a standstill with copies, or is silent about a
+// camera that is pulled out.
 TEST(Device, BecomesTheUnitsFormatUntilItIsPulledOut) {
   if (!FakeCamera::IsPossible()) GTEST_SKIP() << "libumockdev-preload.so.0 is missing";
   FakeCamera camera;
@@ -30,6 +32,12 @@ TEST(Device, BecomesTheUnitsFormatUntilItIsPulledOut) {
     stamps.clear();
     ASSERT_TRUE(run.PlayUntil([&] { return stamps.size() >= 31; })) << run.Error();
   }
+  camera.Stall(1500);
+  const std::size_t before = stamps.size();
+  ASSERT_TRUE(run.PlayUntil([&] { return stamps.size() >= before + 45; })) << run.Error();
+  GstClockTime gap = 0;
+  for (std::size_t i = 1; i < stamps.size(); ++i) gap = std::max(gap, stamps[i] - stamps[i - 1]);
+  EXPECT_NEAR(static_cast<double>(gap), 1.55 * GST_SECOND, 0.1 * GST_SECOND) << "no copies of the last frame";
   camera.Unplug();
   EXPECT_THAT(run.Error(), testing::HasSubstr(FakeCamera::Device));
   run.Stop();

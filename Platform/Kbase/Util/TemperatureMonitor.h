@@ -14,9 +14,14 @@ class TemperatureMonitor : public Interfaces::IThread {
  public:
   static TemperatureMonitor& GetInstance();
 
+  static constexpr const char* DefaultZone = "/sys/class/thermal/thermal_zone0/temp";
+
   /// `zonePath` holds millidegrees Celsius as decimal text (kernel documentation, thermal sysfs API).
-  explicit TemperatureMonitor(std::string zonePath = "/sys/class/thermal/thermal_zone0/temp");
+  explicit TemperatureMonitor(std::string zonePath = DefaultZone);
   ~TemperatureMonitor() override;
+
+  /// Another zone; called before Start.
+  void SetZone(const std::string& zonePath) { m_zonePath = zonePath; }
 
   /// The temperature in degrees Celsius that some monitor read last, empty when not known. Thread-safe, lock-free.
   static std::optional<int> Known();

@@ -32,7 +32,8 @@ class GpsDevice : public Kbase::Interfaces::IThread {
   /// before Start; the delegate is borrowed and outlives the thread.
   void Prepare(IThreadDelegate*& delegate);
 
-  /// Set before Start: a serial port, a pseudo-terminal, a FIFO, or a log file, which is replayed.
+  /// Set before Start: a serial port, a pseudo-terminal, a FIFO, a daemon ("gpsd://HOST:PORT"), or a log file, which is
+  /// replayed.
   std::string path;
   /// Bits per second of a serial port: one of the standard rates from 1200 to 921600.
   std::int32_t baud = DefaultBaud;

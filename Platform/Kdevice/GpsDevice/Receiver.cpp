@@ -1,8 +1,10 @@
-// The descriptor that a receiver's text is read from: a serial port, a FIFO or a log file.
+// The descriptor that a receiver's text is read from: a serial port, a FIFO, gpsd or a log file.
 #include "Kdevice/GpsDevice/Receiver.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 namespace Kdevice::GpsDevice {
 namespace {
@@ -26,6 +29,36 @@ constexpr Rate Rates[] = {{1200, B1200},     {2400, B2400},     {4800, B4800},  
 const Rate* FindRate(std::int32_t baud) {
   const auto* found = std::ranges::find(Rates, baud, &Rate::baud);
   return found == std::end(Rates) ? nullptr : found;
+}
+
+/// gpsd's assigned port (IANA, service "gpsd").
+constexpr const char* GpsdPort = "2947";
+/// The receivers' sentences as they came, and those that gpsd makes of binary ones; no reports of its own
+/// (gpsd_json(5), WATCH).
+constexpr std::string_view GpsdWatch = "?WATCH={\"enable\":true,\"nmea\":true,\"json\":false};\n";
+constexpr std::chrono::milliseconds ConnectPatience{1000};
+
+/// "host", "host:port", "[address]:port".
+std::pair<std::string, std::string> SplitAddress(const std::string& address) {
+  const auto bracket = address.starts_with('[') ? address.find(']') : std::string::npos;
+  if (bracket != std::string::npos) {
+    const bool hasPort = bracket + 1 < address.size() && address[bracket + 1] == ':';
+    return {address.substr(1, bracket - 1), hasPort ? address.substr(bracket + 2) : GpsdPort};
+  }
+  const auto colon = address.rfind(':');
+  if (colon == std::string::npos) return {address, GpsdPort};
+  return {address.substr(0, colon), address.substr(colon + 1)};
+}
+
+/// 0 once the socket is connected, or errno.
+int ConnectInTime(int socket, const addrinfo& to) {
+  if (::connect(socket, to.ai_addr, to.ai_addrlen) == 0) return 0;
+  if (errno != EINPROGRESS) return errno;
+  pollfd watched{socket, POLLOUT, 0};
+  if (::poll(&watched, 1, static_cast<int>(ConnectPatience.count())) <= 0) return ETIMEDOUT;
+  int error = 0;
+  socklen_t size = sizeof(error);
+  return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
 }
 
 }  // namespace
@@ -47,6 +80,7 @@ void Receiver::Close() {
 
 bool Receiver::Open(const std::string& path, std::int32_t baud) {
   m_path = path;
+  if (IsGpsd(path)) return Connect(path.substr(GpsdScheme.size()));
   m_fd = Ksystem::FileUtils::UniqueFd::Open(path, O_RDONLY | O_NOCTTY | O_NONBLOCK);
   if (!m_fd.IsValid()) return Fail("cannot be opened", errno);
   struct stat attributes {};
@@ -60,6 +94,29 @@ bool Receiver::Open(const std::string& path, std::int32_t baud) {
     return Configure(baud);
   }
   return true;
+}
+
+bool Receiver::Connect(const std::string& address) {
+  const auto [host, port] = SplitAddress(address);
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (const int error = ::getaddrinfo(host.c_str(), port.c_str(), &hints, &found); error != 0) {
+    m_reason = std::string("cannot be looked up: ") + ::gai_strerror(error);
+    Close();
+    return false;
+  }
+  int error = EADDRNOTAVAIL;
+  for (const addrinfo* to = found; to != nullptr && error != 0; to = to->ai_next) {
+    const int type = to->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK;
+    m_fd = Ksystem::FileUtils::UniqueFd(::socket(to->ai_family, type, to->ai_protocol));
+    error = m_fd.IsValid() ? ConnectInTime(m_fd.Get(), *to) : errno;
+  }
+  ::freeaddrinfo(found);
+  if (error != 0) return Fail("cannot be reached", error);
+  m_kind = Kind::Gpsd;
+  const ssize_t sent = ::send(m_fd.Get(), GpsdWatch.data(), GpsdWatch.size(), MSG_NOSIGNAL);
+  return sent == static_cast<ssize_t>(GpsdWatch.size()) || Fail("does not listen", sent < 0 ? errno : EIO);
 }
 
 bool Receiver::Configure(std::int32_t baud) {

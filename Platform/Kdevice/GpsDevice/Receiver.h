@@ -1,4 +1,4 @@
-// The descriptor that a receiver's text is read from: a serial port, a FIFO or a log file.
+// The descriptor that a receiver's text is read from: a serial port, a FIFO, gpsd or a log file.
 #pragma once
 
 #include <array>
@@ -11,10 +11,11 @@
 
 namespace Kdevice::GpsDevice {
 
-/// Owns the descriptor. Nothing here blocks but Wait, which a second descriptor ends. Thread-bound.
+/// Owns the descriptor. Nothing here blocks but Wait, which a second descriptor ends, and Open while gpsd's host is
+/// looked up and answers: up to a second where it is given as an address. Thread-bound.
 class Receiver {
  public:
-  enum class Kind { None, Serial, Fifo, File };
+  enum class Kind { None, Serial, Fifo, File, Gpsd };
   enum class Event {
     /// GetBytes() has what came.
     Data,
@@ -26,7 +27,9 @@ class Receiver {
 
   /// Opens `path`, never waiting for a FIFO's writer or a modem's carrier. A serial port, pseudo-terminals included, is
   /// set to raw bytes, 8N1, no flow control, `baud` bits per second. What was open before is closed after that, so that
-  /// a FIFO never lacks a reader between two openings. False, with GetReason(), when it cannot be read.
+  /// a FIFO never lacks a reader between two openings. "gpsd://HOST" and "gpsd://HOST:PORT", the port 2947 unless
+  /// given, is the daemon there, which is asked for its receivers' sentences (gpsd_json(5), WATCH). False, with
+  /// GetReason(), when it cannot be read.
   bool Open(const std::string& path, std::int32_t baud);
   void Close();
 
@@ -44,9 +47,13 @@ class Receiver {
 
   /// True for the rates of POSIX and Linux from 1200 to 921600 bits per second.
   static bool IsStandardRate(std::int32_t baud);
+  static constexpr std::string_view GpsdScheme = "gpsd://";
+  /// The path stands for a daemon and no file.
+  static bool IsGpsd(const std::string& path) { return path.starts_with(GpsdScheme); }
 
  private:
   bool Configure(std::int32_t baud);
+  bool Connect(const std::string& address);
   bool Fail(const std::string& action, int error);
 
   std::string m_path;
