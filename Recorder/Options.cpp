@@ -1,10 +1,12 @@
 // What the recorder is told on its command line.
 #include "Recorder/Options.h"
+#include "Recorder/Devices/DeviceList.h"
 
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <set>
 
@@ -97,7 +99,9 @@ void AddOptions(CLI::App& app, Options& options) {
   app.add_option("--backup", options.backupDir,
                  "Directory on persistent storage where events are saved when power fails (SIGPWR), and finished from "
                  "at the next start; the output directory unless given");
-  app.add_flag("--json", options.json, "One JSON object an event on standard output");
+  app.add_flag("--json", options.json, "One JSON object an event, or the list of devices, on standard output");
+  app.add_flag("--list-devices", options.listDevices,
+               "Only print what is connected: cameras with their modes, sound cards, serial ports, accelerometers");
   app.add_option("--log", options.logFile, "Append the log to this file, too");
   AddCameraOptions(app, "0", options.pipeline.camera0, options.pipeline.camera0Enabled);
   AddCameraOptions(app, "1", options.pipeline.camera1, options.pipeline.camera1Enabled);
@@ -140,6 +144,11 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
   std::string problem;
   try {
     app.parse(argc, argv);
+    if (options.listDevices) {
+      const auto devices = Devices::ListDevices();
+      out << (options.json ? Devices::ToJson(devices).dump(2) + "\n" : Devices::FormatText(devices));
+      return 0;
+    }
     problem = CheckTogether(options);
   } catch (const CLI::Success& done) {
     app.exit(done, out, err);

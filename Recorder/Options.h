@@ -21,6 +21,8 @@ struct Options {
   int eventCount = 1;
   /// Mux behind the next event's waiting.
   bool async = false;
+  /// Only tell what is connected.
+  bool listDevices = false;
   /// Make the side-by-side clip and its still, too.
   bool withPreview = false;
   /// Collect every event a second time, beside the first.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +14,14 @@
 #include "Tavi/Pipeline/PipelineManager.h"
 
 namespace Tavi::Testing {
+
+/// What the supervision does in place of each of its pauses.
+struct Pauses final : Kbase::Util::IClock {
+  Milliseconds Now() override { return Steady().Now(); }
+  void Sleep(Milliseconds) override { ++count, pause(); }
+  std::function<void()> pause;
+  int count = 0;
+};
 
 class PipelineFixture : public MediaTest {
  protected:

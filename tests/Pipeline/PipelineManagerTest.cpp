@@ -121,23 +121,17 @@ TEST_F(PipelineManagerTest, AStopEndsTheSupervisionAndAStoppedManagerIsNeverArme
   config.camera0Enabled = config.gpsEnabled = true;
   config.camera0.device = "sim:camera1";
   config.gps.path = m_dir + "none";
-  class StopInTheThirdRound final : public Kbase::Util::IClock {
-   public:
-    Milliseconds Now() override { return Steady().Now(); }
-    void Sleep(Milliseconds) override {
-      if (++rounds != 3) return;
-      const std::weak_ptr<Kbase::Pipeline::IPipelineElement> camera = manager->ShareElement(PipelineType::Camera1);
-      manager->RunSigInt();
-      EXPECT_TRUE(camera.expired()) << "the supervision only looks";
-    }
-    PipelineManager* manager = nullptr;
-    int rounds = 0;
-  } clock;
+  Tavi::Testing::Pauses clock;
   CapturedOutput output;
   PipelineManager manager(config, clock);
-  clock.manager = &manager;
+  clock.pause = [&] {
+    if (clock.count != 3) return;
+    const std::weak_ptr<Kbase::Pipeline::IPipelineElement> camera = manager.ShareElement(PipelineType::Camera1);
+    manager.RunSigInt();
+    EXPECT_TRUE(camera.expired()) << "the supervision only looks";
+  };
   manager.RunIgnitionStart();
-  EXPECT_EQ(clock.rounds, 3);
+  EXPECT_EQ(clock.count, 3);
   EXPECT_EQ(CountLogged("cannot be started"), 0);
   manager.RunIgnitionStart();
   manager.Init();
@@ -224,23 +218,15 @@ TEST_F(PipelineManagerTest, SensorsThatAreAbsentDoNotStopTheCamerasAndOnlyTheRec
   config.camera0.device = "sim:camera1";
   config.camera1.device = "sim:camera0";
   config.gps.path = m_dir + "none";
-  /// Lets each second of the supervision pass once the cameras have started.
-  class CamerasFirst final : public Kbase::Util::IClock {
-   public:
-    Milliseconds Now() override { return Steady().Now(); }
-    void Sleep(Milliseconds) override {
-      ++rounds;
-      for (const auto camera : {PipelineType::Camera0, PipelineType::Camera1}) {
-        EXPECT_TRUE(WaitUntil([&] { return manager->GetPipelineElement(camera)->IsDataAvailable(); }));
-      }
-    }
-    PipelineManager* manager = nullptr;
-    int rounds = 0;
-  } clock;
+  Tavi::Testing::Pauses clock;
   PipelineManager manager(config, clock);
-  clock.manager = &manager;
+  clock.pause = [&] {
+    for (const auto camera : {PipelineType::Camera0, PipelineType::Camera1}) {
+      EXPECT_TRUE(WaitUntil([&] { return manager.GetPipelineElement(camera)->IsDataAvailable(); }));
+    }
+  };
   manager.RunIgnitionStart();
-  EXPECT_EQ(clock.rounds, 50);
+  EXPECT_EQ(clock.count, 50);
   EXPECT_EQ(reboots, 1);
   EXPECT_EQ(CountLogged("cannot be started"), 1);
   EXPECT_EQ(CountLogged("[ERROR][Tavi] Aquisition for gps cannot be started"), 1);

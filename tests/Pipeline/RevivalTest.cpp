@@ -36,17 +36,12 @@ TEST_F(RevivalTest, TheSupervisionNamesTheCameraThatIsSilent) {
     config.gps.path = m_dir + "none";
     const PipelineType silent = second ? PipelineType::Camera1 : PipelineType::Camera0;
     const PipelineType running = second ? PipelineType::Camera0 : PipelineType::Camera1;
-    class UntilDelivered final : public Kbase::Util::IClock {
-     public:
-      Milliseconds Now() override { return Steady().Now(); }
-      void Sleep(Milliseconds) override {
-        EXPECT_TRUE(WaitUntil([this] { return ring->IsDataAvailable(); }));
-      }
-      std::shared_ptr<Kbase::Pipeline::IPipelineElement> ring;
-    } clock;
+    Tavi::Testing::Pauses clock;
     std::atomic<bool> stalled{true};
     PipelineManager manager(config, clock);
-    clock.ring = manager.ShareElement(running);
+    clock.pause = [&] {
+      EXPECT_TRUE(WaitUntil([&] { return manager.GetPipelineElement(running)->IsDataAvailable(); }));
+    };
     GstElement* pipeline = manager.GetGstPipeline(Shared);
     GstPad* pad = gst_element_get_static_pad(FindCamera(pipeline, second ? "sim:camera0" : "sim:camera1"), "src");
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, DropWhile, &stalled, nullptr);
@@ -92,12 +87,8 @@ TEST_F(RevivalTest, WhatIsThereRecordsAndWhatIsMissingJoinsWhenItComes) {
   config.camera0Enabled = config.audioEnabled = config.gpsEnabled = config.keepGoing = true;
   config.camera0.device = m_dir + "camera";
   config.gps.path = m_dir + "none";
-  class Rounds final : public Kbase::Util::IClock {
-   public:
-    Milliseconds Now() override { return Steady().Now(); }
-    void Sleep(Milliseconds) override { Steady().Sleep(Milliseconds(++count < 10 ? 100 : 1500)); }
-    int count = 0;
-  } clock;
+  Tavi::Testing::Pauses clock;
+  clock.pause = [&] { clock.Steady().Sleep(std::chrono::milliseconds(clock.count < 10 ? 100 : 1500)); };
   PipelineManager manager(config, clock);
   manager.RunIgnitionStart();
   EXPECT_EQ(clock.count, 10) << "what has a problem is not waited for";
