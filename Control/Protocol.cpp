@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string_view>
 
 namespace Tavi::Recorder {
@@ -125,13 +126,21 @@ class FieldReader {
 
 std::optional<json> ParseRequest(const std::string& line, std::string& problem) {
   bool tooDeep = false;
-  const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, json&) {
+  std::set<std::string> names;
+  std::string twice;
+  const auto watch = [&](int depth, json::parse_event_t event, json& parsed) {
     tooDeep = tooDeep || depth > MaxDepth;
+    if (event == json::parse_event_t::key && depth == 1 && !names.insert(parsed).second) twice = parsed;
     return !tooDeep;
   };
-  json request = json::parse(line, watchDepth, false);
+  json request = json::parse(line, watch, false);
   if (tooDeep || !request.is_object() || !request.contains("command") || !request["command"].is_string()) {
     problem = R"(the line is no request; give one JSON object with a "command", such as {"command":"status"})";
+    return std::nullopt;
+  }
+  // Which of the two is meant nobody can tell.
+  if (!twice.empty()) {
+    problem = fmt::format("{}: it is there twice; once is right", twice);
     return std::nullopt;
   }
   if (request.contains("id") && !request["id"].is_string() && !request["id"].is_number_integer()) {
@@ -139,6 +148,10 @@ std::optional<json> ParseRequest(const std::string& line, std::string& problem) 
     return std::nullopt;
   }
   return request;
+}
+
+bool CheckPlainRequest(const json& request, std::string& problem) {
+  return FieldReader(request, problem).Finish();
 }
 
 std::optional<EventRequest> ParseEventRequest(const json& request, std::string& problem) {

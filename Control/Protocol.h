@@ -65,6 +65,9 @@ struct ProtectRequest {
 /// with one sentence in `problem`, when the line is anything else or nested deeper than requests are.
 std::optional<nlohmann::json> ParseRequest(const std::string& line, std::string& problem);
 
+/// Of a command without fields of its own: false, with one sentence in `problem`, when there is one beside "command"
+/// and "id".
+bool CheckPlainRequest(const nlohmann::json& request, std::string& problem);
 /// Read the fields beside "command" and "id"; a field that is left out has the record's default, "on" and "event" have
 /// none. Empty, with field, value and what would be right on one line in `problem`, when a value is wrong or a field
 /// unknown.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -18,6 +19,7 @@
 namespace Tavi::EventTools {
 namespace {
 
+namespace fs = std::filesystem;
 using Ksystem::FileUtils::UniqueFd;
 
 int Complain(const ToolOptions& options, int status, const std::string& sentence) {
@@ -57,6 +59,21 @@ int WriteOutput(const ToolOptions& options, std::string_view text) {
   return Complain(options, FailureStatus, std::string("standard output: ") + std::strerror(errno));
 }
 
+/// What is wrong with writing there: nobody writes onto what he reads, under whatever name it goes.
+std::string CheckOutput(const ToolOptions& options) {
+  if (IsStandardOutput(options.outputFile)) return {};
+  std::error_code ignored;
+  const auto event = fs::canonical(options.eventDir, ignored);
+  const auto output = fs::weakly_canonical(options.outputFile, ignored);
+  const auto differs = std::mismatch(event.begin(), event.end(), output.begin(), output.end());
+  bool isWithin = differs.first == event.end();
+  for (const auto& file : fs::directory_iterator(event, ignored)) {
+    isWithin = isWithin || fs::equivalent(file.path(), options.outputFile, ignored);
+  }
+  if (!isWithin) return {};
+  return fmt::format("--output: \"{}\" belongs to the event; give a file outside of its directory", options.outputFile);
+}
+
 void AddOptions(CLI::App& app, const ToolUsage& usage, ToolOptions& options) {
   for (const auto& flag : usage.flags) app.add_flag(flag.name, *flag.value, flag.meaning);
   for (const auto& choice : usage.choices) {
@@ -88,9 +105,10 @@ std::optional<int> ParseToolOptions(const ToolUsage& usage, int argc, const char
     problem = error.what();
   }
   std::error_code ignored;
-  if (problem.empty() && !std::filesystem::is_directory(options.eventDir, ignored)) {
+  if (problem.empty() && !fs::is_directory(options.eventDir, ignored)) {
     problem = fmt::format("EVENT_DIR: \"{}\" is no directory; give that of an event", options.eventDir);
   }
+  if (problem.empty()) problem = CheckOutput(options);
   if (problem.empty()) return std::nullopt;
   return Complain(options, UsageStatus, problem);
 }

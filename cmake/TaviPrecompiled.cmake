@@ -41,9 +41,16 @@ tavi_precompiled_headers(CommonHeaders)
 tavi_precompiled_headers(MediaHeaders HEADERS <gst/gst.h> LIBRARIES PkgConfig::GStreamer)
 tavi_precompiled_headers(JsonHeaders HEADERS <nlohmann/json.hpp> LIBRARIES nlohmann_json::nlohmann_json)
 
-# Files that read a command line, once a start: optimised for size, for CLI11 is most of what they are, and inlining it is
-# the longest single thing in the build.
+# Files that read a command line, once a start: CLI11 is most of what they are, and optimising it would be the longest
+# single thing in the build.
 function(tavi_command_line)
   set_source_files_properties(${ARGN} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
-    COMPILE_OPTIONS $<$<CONFIG:Release>:-Os>)
+    COMPILE_OPTIONS $<$<CONFIG:Release>:-O0>)
+endfunction()
+
+# Targets that read and write text a few times an event: the optimiser's last steps would take a fifth of their build.
+function(tavi_seldom_run)
+  foreach(target ${ARGN})
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+  endforeach()
 endfunction()

@@ -1,7 +1,10 @@
 // The recorder as a service: what it answers on the control socket.
 #include "Recorder/Service/Service.h"
 
+#include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "EventStore/EventName.h"
 #include "Recorder/Health/HealthReport.h"
@@ -38,11 +41,17 @@ ordered_json Describe(const EventResult& result) {
   return fields;
 }
 
+constexpr std::array<std::string_view, 5> PlainCommands{Command::Status, Command::Metrics, Command::Events,
+                                                        Command::PowerFail, Command::Stop};
+
 }  // namespace
 
 void Service::Handle(const json& request, Reply reply) {
   const std::string command = request.at("command");
-  if (command == Command::Status) {
+  std::string problem;
+  if (std::ranges::find(PlainCommands, command) != PlainCommands.end() && !CheckPlainRequest(request, problem)) {
+    reply.Refuse(problem);
+  } else if (command == Command::Status) {
     reply(DescribeStatus());
   } else if (command == Command::Metrics) {
     reply({{"text", WriteMetrics()}});

@@ -184,11 +184,13 @@ void TickDevice::Fill(const snd_pcm_channel_area_t* areas, snd_pcm_uframes_t off
   m_run.FollowWallClock();
   const std::uint64_t first = CountTaken();
   const double gain = static_cast<double>(GainControl::Get()) / GainControl::Middle;
-  const std::int64_t startNs = m_run.WallNs(first);
-  const double frameNs = 1e9 / m_io.rate;
-  for (snd_pcm_uframes_t i = 0; i < count; ++i) {
-    const std::int64_t wallNs = startNs + static_cast<std::int64_t>(static_cast<double>(i) * frameNs);
-    const std::int16_t value = htole16(TickSignal::At(wallNs, first + i, gain));
+  constexpr std::int64_t SecondNs = 1'000'000'000;
+  const double frameNs = static_cast<double>(SecondNs) / m_io.rate;
+  auto sinceSecondNs = static_cast<double>((m_run.WallNs(first) % SecondNs + SecondNs) % SecondNs);
+  for (snd_pcm_uframes_t i = 0; i < count; ++i, sinceSecondNs += frameNs) {
+    if (sinceSecondNs >= static_cast<double>(SecondNs)) sinceSecondNs -= static_cast<double>(SecondNs);
+    const auto index = static_cast<std::uint32_t>(first + i);
+    const std::int16_t value = htole16(TickSignal::At(static_cast<std::int32_t>(sinceSecondNs), index, gain));
     for (unsigned channel = 0; channel < m_io.channels; ++channel) {
       const snd_pcm_channel_area_t& area = areas[channel];
       std::memcpy(static_cast<char*>(area.addr) + (area.first + area.step * (offset + i)) / 8, &value, sizeof value);

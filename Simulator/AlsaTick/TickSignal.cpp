@@ -8,30 +8,34 @@
 namespace Tavi::Simulator {
 namespace {
 
-constexpr std::int64_t SecondNs = 1'000'000'000;
+constexpr double SecondNs = 1e9;
 
-/// The splitmix64 generator's output for a counter: the same sample always carries the same noise.
-std::uint64_t Hash(std::uint64_t value) {
-  value += 0x9e3779b97f4a7c15U;
-  value = (value ^ (value >> 30)) * 0xbf58476d1ce4e5b9U;
-  value = (value ^ (value >> 27)) * 0x94d049bb133111ebU;
-  return value ^ (value >> 31);
+/// Two rounds of xor-shift and multiplication mix a counter well enough for noise (C. Wellons, "Prospecting for hash
+/// functions", lowbias32): the same sample always carries the same one.
+std::uint32_t Hash(std::uint32_t value) {
+  value = (value ^ (value >> 16)) * 0x7feb352dU;
+  value = (value ^ (value >> 15)) * 0x846ca68bU;
+  return value ^ (value >> 16);
 }
 
-double Tick(std::int64_t sinceSecondNs) {
+/// Evenly from -NoisePeak to NoisePeak.
+int Noise(std::uint32_t index) {
+  constexpr std::uint32_t Range = 2 * TickSignal::NoisePeak + 1;
+  return static_cast<int>((Hash(index) >> 16) * Range >> 16) - TickSignal::NoisePeak;
+}
+
+double Tick(std::int32_t sinceSecondNs) {
   if (sinceSecondNs >= TickSignal::TickNs) return 0;
-  const std::int64_t toEdgeNs = std::min(sinceSecondNs, TickSignal::TickNs - sinceSecondNs);
+  const std::int32_t toEdgeNs = std::min(sinceSecondNs, TickSignal::TickNs - sinceSecondNs);
   const double envelope = std::min(1.0, static_cast<double>(toEdgeNs) / static_cast<double>(TickSignal::EdgeNs));
-  const double seconds = static_cast<double>(sinceSecondNs) / static_cast<double>(SecondNs);
+  const double seconds = static_cast<double>(sinceSecondNs) / SecondNs;
   return TickSignal::Peak * envelope * std::sin(2 * std::numbers::pi * TickSignal::FrequencyHz * seconds);
 }
 
 }  // namespace
 
-std::int16_t TickSignal::At(std::int64_t wallNs, std::uint64_t index, double gain) {
-  const int noise = static_cast<int>(Hash(index) % (2 * NoisePeak + 1)) - NoisePeak;
-  const std::int64_t sinceSecondNs = (wallNs % SecondNs + SecondNs) % SecondNs;
-  const double value = (Tick(sinceSecondNs) + noise) * gain;
+std::int16_t TickSignal::At(std::int32_t sinceSecondNs, std::uint32_t index, double gain) {
+  const double value = (Tick(sinceSecondNs) + Noise(index)) * gain;
   return static_cast<std::int16_t>(std::clamp(value, -32768.0, 32767.0));
 }
 

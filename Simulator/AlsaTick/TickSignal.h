@@ -9,18 +9,19 @@ namespace Tavi::Simulator {
 class TickSignal {
  public:
   /// From the full second on, as the simulated cameras' white frame.
-  static constexpr std::int64_t TickNs = 30'000'000;
+  static constexpr std::int32_t TickNs = 30'000'000;
   static constexpr double FrequencyHz = 1000.0;
   /// Half of full scale.
   static constexpr double Peak = 16384.0;
   /// Swell and decay of the tick; without them its edges would be clicks.
-  static constexpr std::int64_t EdgeNs = 500'000;
+  static constexpr std::int32_t EdgeNs = 500'000;
   /// Even distribution of +-180 has an RMS of 104, about -50 dB of full scale.
   static constexpr int NoisePeak = 180;
 
-  /// The signed 16-bit sample at `wallNs`, nanoseconds since 1970 UTC, amplified by `gain` and clipped; `index` numbers
-  /// the samples and picks the noise.
-  [[nodiscard]] static std::int16_t At(std::int64_t wallNs, std::uint64_t index, double gain);
+  /// The signed 16-bit sample so many nanoseconds, 0 to 999,999,999, behind a full second of UTC, amplified by `gain`
+  /// and clipped; `index` numbers the samples and picks the noise. No division: a 32-bit processor has none for 64
+  /// bits, and this runs 44,100 times a second.
+  [[nodiscard]] static std::int16_t At(std::int32_t sinceSecondNs, std::uint32_t index, double gain);
 };
 
 }  // namespace Tavi::Simulator

@@ -9,8 +9,8 @@ namespace Tavi::Gps {
 struct GpsConfig {
   /// Fixes per second.
   std::int32_t rate = 1;
-  /// What the receiver's text comes from: a serial port, a pseudo-terminal, a FIFO, gpsd ("gpsd://HOST:PORT"), or a log to be replayed. Empty
-  /// stands for the device library's own default.
+  /// What the receiver's text comes from: a serial port, a pseudo-terminal, a FIFO, gpsd ("gpsd://HOST:PORT"), or a log
+  /// to be replayed. Empty stands for the device library's own default.
   std::string path;
   /// Bits per second of a serial port.
   std::int32_t baud = 9600;

@@ -16,6 +16,7 @@ std::string Check(const std::string& text) {
   std::string problem;
   const auto request = ParseRequest(text, problem);
   if (!request) return problem;
+  if ((*request)["command"] == Command::Stop) CheckPlainRequest(*request, problem);
   if ((*request)["command"] == Command::Event) ParseEventRequest(*request, problem);
   if ((*request)["command"] == Command::Ignition) ParseIgnitionRequest(*request, problem);
   if ((*request)["command"] == Command::Protect) ParseProtectRequest(*request, problem);
@@ -33,6 +34,9 @@ TEST(Protocol, AMistakeIsOneLineThatSaysWhatWouldBeRight) {
       {R"({"command":"event","label":"a\u001b[2J"})", R"(label: "a\u001b[2J": it has control characters)"},
       {R"({"command":"event","label":"a\u009b2J"})", "it has control characters"},
       {R"({"command":"event","label":")" + std::string(201, 'x') + R"("})", "it has 201 characters; give at most 200"},
+      {R"({"command":"status","command":"stop"})", "command: it is there twice; once is right"},
+      {R"({"command":"stop","evnt":"9f3ca1b2"})",
+       R"("evnt": "9f3ca1b2": there is no such field; there are command, id)"},
       {R"({"command":"ignition"})", "on: it is missing; give true or false"},
       {R"({"command":"protect","event":"../../et"})", R"(event: "../../et" is no event's id)"},
       {R"({"command":"status","id":)" + nest + std::string(nest.size(), ']') + "}", "the line is no request"},

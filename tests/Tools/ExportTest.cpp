@@ -106,8 +106,11 @@ class ExportProgramTest : public Tavi::Testing::TempDirTest {
     EventData data = MakeEvent();
     data.description.streams = {{"Other", 2, 1.0, -1.0, 0.0, std::nullopt, std::nullopt}};
     data.description.files = {{"Other", "other_1.dat", metrics.size(), std::string(64, '0')}};
-    std::ofstream(m_dir + "event.json") << Tavi::EventStore::FormatEvent(data.description);
-    std::ofstream(m_dir + "other_1.dat") << metrics;
+    std::filesystem::create_directories(m_dir + "event");
+    std::ofstream(m_dir + "event/event.json") << Tavi::EventStore::FormatEvent(data.description);
+    std::ofstream(m_dir + "event/other_1.dat") << metrics;
+    if (!std::filesystem::exists(m_dir + "link"))
+      std::filesystem::create_hard_link(m_dir + "event/other_1.dat", m_dir + "link");
   }
 };
 
@@ -118,16 +121,20 @@ TEST_F(ExportProgramTest, AMistakeIsOneLineAndTwoDamageIsOneLineAndOne) {
     int status;
     std::string line;
   } cases[] = {
-      {whole, m_dir + " --csv", 0, ""},
-      {whole, m_dir + " --csv --output " + m_dir + "a.csv", 0, ""},
-      {whole, m_dir, 2, "tavi-export: give one of --gpx, --csv, --geojson and --subtitles"},
-      {whole, m_dir + " --csv --gpx", 2, "give one of"},
-      {whole, m_dir + " --csv --camera 1", 2, "--camera: it goes with --subtitles only"},
-      {whole, m_dir + " --kml", 2, "--kml"},
+      {whole, m_dir + "event --csv", 0, ""},
+      {whole, m_dir + "event --csv --output " + m_dir + "a.csv", 0, ""},
+      {whole, m_dir + "event --csv --output " + m_dir + "event/a.csv", 2,
+       "event/a.csv\" belongs to the event; give a file"},
+      {whole, m_dir + "event --csv --output " + m_dir + "link", 2, "link\" belongs to the event"},
+      {whole, m_dir + "event", 2, "tavi-export: give one of --gpx, --csv, --geojson and --subtitles"},
+      {whole, m_dir + "event --csv --gpx", 2, "give one of"},
+      {whole, m_dir + "event --csv --camera 1", 2, "--camera: it goes with --subtitles only"},
+      {whole, m_dir + "event --kml", 2, "--kml"},
       {whole, m_dir + "none --csv", 2, "none\" is no directory"},
-      {whole, m_dir + " --csv --output " + m_dir + "none/a.csv", 2, "none/a.csv\" cannot be written: No such file"},
-      {whole, m_dir + " --csv --output /dev/full", 1, "/dev/full: No space left on device"},
-      {whole.substr(0, 34), m_dir + " --csv", 1, "the event is damaged, what is whole was written: " + m_dir},
+      {whole, m_dir + "event --csv --output " + m_dir + "none/a.csv", 2,
+       "none/a.csv\" cannot be written: No such file"},
+      {whole, m_dir + "event --csv --output /dev/full", 1, "/dev/full: No space left on device"},
+      {whole.substr(0, 34), m_dir + "event --csv", 1, "the event is damaged, what is whole was written: " + m_dir},
   };
   for (const auto& [metrics, arguments, status, line] : cases) {
     WriteEvent(metrics);
@@ -138,8 +145,8 @@ TEST_F(ExportProgramTest, AMistakeIsOneLineAndTwoDamageIsOneLineAndOne) {
   }
   EXPECT_THAT(ReadFile(m_dir + "out"), HasSubstr("\nOther,-1.000,2026-11-21T13:40:04.123Z,,,,,,,,16,40\n"));
   EXPECT_EQ(ReadFile(m_dir + "a.csv"), ReadFile(m_dir + "out"));
-  std::filesystem::remove(m_dir + "event.json");
-  EXPECT_EQ(Run(m_dir + " --csv"), 1);
+  std::filesystem::remove(m_dir + "event/event.json");
+  EXPECT_EQ(Run(m_dir + "event --csv"), 1);
 }
 
 }  // namespace
