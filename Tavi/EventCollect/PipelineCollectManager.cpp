@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "Kbase/Util/TimeMonitor.h"
-#include "Ksystem/DiskUtils/DiskBase.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/SysUtil/ClearCache.h"
 #include "Tavi/EventCollect/EventProducts.h"
@@ -34,7 +33,6 @@ constexpr Milliseconds SaveLimit{2000};
 constexpr Milliseconds ShortPollPeriod{1};
 /// How long the backup waits for the drivers.
 constexpr Milliseconds StopLimit{1000};
-constexpr double BytesPerMB = 1024.0 * 1024.0;
 /// What a held window takes beyond its end, so that an entry of the end is in it also at a low rate.
 constexpr std::chrono::seconds HoldGrace{3};
 
@@ -52,31 +50,6 @@ std::chrono::steady_clock::time_point GetWindowEnd(const PipelineCollectInput& i
 
 }  // namespace
 
-/// One collect's time: nobody else's meanwhile, and nothing that was asked of it is left behind.
-class PipelineCollectManager::Turn {
- public:
-  explicit Turn(PipelineCollectManager& manager) : m_manager(manager) {
-    const std::lock_guard lock(manager.m_mutex);
-    m_taken = !std::exchange(manager.m_state.collecting, true);
-    if (m_taken) ++manager.m_state.turn;
-  }
-  ~Turn() {
-    if (!m_taken) return;
-    const std::lock_guard lock(m_manager.m_mutex);
-    m_manager.m_state.cancelled = false;
-    m_manager.m_state.powerFailure = false;
-    m_manager.m_state.collecting = false;
-  }
-  [[nodiscard]] bool IsTaken() const { return m_taken; }
-
-  Turn(const Turn&) = delete;
-  Turn& operator=(const Turn&) = delete;
-
- private:
-  PipelineCollectManager& m_manager;
-  bool m_taken;
-};
-
 PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& config)
     : m_config(config),
       m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()),
@@ -90,11 +63,6 @@ PipelineCollectManager::~PipelineCollectManager() {
   // Its callback may still ask for an event, and look at this pointer.
   if (m_muxThread) m_muxThread->Wait();
   m_muxThread.reset();
-}
-
-PipelineCollectManager::State PipelineCollectManager::GetState() const {
-  const std::lock_guard lock(m_mutex);
-  return m_state;
 }
 
 void PipelineCollectManager::Init(PipelineCollectInput& input) {
@@ -133,21 +101,14 @@ bool PipelineCollectManager::Running() const {
 }
 
 void PipelineCollectManager::CancelCollect(bool abort) {
-  std::uint64_t turn = 0;
-  {
-    const std::lock_guard lock(m_mutex);
-    if (!m_state.collecting) return;
-    m_state.cancelled = true;
-    m_collectors.RequestStop(abort);
-    turn = m_state.turn;
-  }
-  if (abort) AwaitAborted(turn);
+  const std::uint64_t turn = m_state.Cancel([this, abort] { m_collectors.RequestStop(abort); });
+  if (abort && turn != 0) AwaitAborted(turn);
 }
 
 /// Waits, within a bound, until the threads of that collect have ended.
 void PipelineCollectManager::AwaitAborted(std::uint64_t turn) const {
   const auto isPresent = [&] {
-    const State state = GetState();
+    const auto state = m_state.Read();
     return state.collecting && state.turn == turn;
   };
   const Kbase::Util::TimeMonitor monitor;
@@ -189,7 +150,7 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
   PipelineCollectOutput own;
   PipelineCollectOutput& result = output != nullptr ? *output : own;
   {
-    const Turn turn(*this);
+    const CollectTurn turn(m_state);
     if (!turn.IsTaken()) {
       Log::Warning("a collect is running already: the new request is refused");
       return false;
@@ -199,13 +160,15 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
     Init(input);
     Sync(input);
     Start();
-    if (GetState().cancelled) {
+    if (m_state.Read().cancelled) {
       EndCancelledStart();
     } else {
-      LogFreeSpace("before");
-      CompareRoom(input);
+      LogSpace("before");
+      CompareRoom(input.outputDir,
+                  EstimateWorkBytes(m_config.pipelineManager->GetConfig(), AbsoluteSeconds(input.durationSeconds),
+                                    input.withPreview && !m_config.cr));
       WaitForCollectors(input);
-      if (callback != nullptr && !GetState().powerFailure && !input.discard && CanMuxAsync()) {
+      if (callback != nullptr && !m_state.Read().powerFailure && !input.discard && CanMuxAsync()) {
         HandOver(input, callback, userData);
         return true;
       }
@@ -218,19 +181,19 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
 
 /// The end of an event on the collecting thread.
 void PipelineCollectManager::Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output) {
-  if (GetState().powerFailure) {
+  if (m_state.Read().powerFailure) {
     SaveAll(input);
   } else if (input.discard) {
     DeleteAll();
   } else {
     Mux();
     // Power may have failed meanwhile: what was muxed is saved as it is.
-    if (GetState().powerFailure) SaveAll(input);
+    if (m_state.Read().powerFailure) SaveAll(input);
     BuildOutput(output);
   }
   Reset();
   ClearCache();
-  LogFreeSpace("after");
+  LogSpace("after");
 }
 
 bool PipelineCollectManager::CanMuxAsync() const {
@@ -241,12 +204,7 @@ void PipelineCollectManager::HandOver(const PipelineCollectInput& input, Collect
                                       void* userData) {
   m_collectors.CopyTo(m_muxCollectors);
   m_muxThread.reset();
-  {
-    // From here on PowerFailure reaches the event through the mux thread.
-    const std::lock_guard lock(m_mutex);
-    m_state.muxing = true;
-    m_state.muxPowerFailure = m_state.powerFailure;
-  }
+  m_state.BeginMux();
   MuxAsyncParams params{&m_muxCollectors.GetMap(), callback, userData, this, GetBackupBase(input, "mux")};
   m_muxThread = std::make_unique<MuxAsyncThread>(m_config.cr ? "MUX-EVT-CR" : "MUX-EVT", params, *this);
   if (!m_muxThread->Start()) MuxAsync(params);
@@ -260,20 +218,13 @@ void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
   PipelineCollectOutput output;
   output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
   products.BuildOutput(output);
-  if (IsMuxToBeSaved()) {
+  if (m_state.EndMux()) {
     Log::Info("[Power Failure]Making backup...");
     // What could not be saved has its line; the files themselves stay with the callback either way.
     static_cast<void>(m_backup.Save(*params.collectors, params.backupBase));
     Log::Info("[Power Failure]Backup finished");
   }
   if (params.callback != nullptr) params.callback->CollectFinished(output, true, params.userData);
-}
-
-/// Ends the mux thread's turn: what fails from here on finds the event delivered.
-bool PipelineCollectManager::IsMuxToBeSaved() {
-  const std::lock_guard lock(m_mutex);
-  m_state.muxing = false;
-  return m_state.muxPowerFailure;
 }
 
 /// A cancel that came before or while the threads started may have been overwritten by their arming: they are told once
@@ -292,7 +243,7 @@ void PipelineCollectManager::WaitForCollectors(const PipelineCollectInput& input
   const auto windowEnd = GetWindowEnd(input);
   while (Running()) {
     m_clock.Sleep(PollPeriod);
-    if (GetState().powerFailure) return;
+    if (m_state.Read().powerFailure) return;
     if (std::chrono::steady_clock::now() > windowEnd && m_collectors.WaitsForSilentOnly()) m_collectors.EndInSilence();
     if (monitor.Elapsed() <= limit) continue;
     Log::Error(fmt::format("the collect has not ended within {} s and is aborted",
@@ -303,33 +254,14 @@ void PipelineCollectManager::WaitForCollectors(const PipelineCollectInput& input
   }
 }
 
-void PipelineCollectManager::LogFreeSpace(const char* when) const {
-  Ksystem::DiskUtils::DiskBase disk(m_config.workDir);
-  if (!disk.LoadDiskInfo()) return;
-  Log::Info(fmt::format("Free space {}{}: {:.2f}MB from {}", when, m_config.cr ? " (CR)" : "", disk.GetFreeMB(),
-                        m_config.workDir));
-}
-
-/// Says beforehand what cannot go well.
-void PipelineCollectManager::CompareRoom(const PipelineCollectInput& input) const {
-  Ksystem::DiskUtils::DiskBase disk(input.outputDir);
-  if (!disk.LoadDiskInfo()) return;
-  const auto bytes = EstimateWorkBytes(m_config.pipelineManager->GetConfig(), AbsoluteSeconds(input.durationSeconds),
-                                       input.withPreview && !m_config.cr);
-  const double neededMB = static_cast<double>(bytes) / BytesPerMB;
-  if (disk.GetFreeMB() >= neededMB) return;
-  Log::Error(fmt::format("{} has {:.1f} MB free, and the event needs some {:.1f} MB: it may not be whole",
-                         input.outputDir, disk.GetFreeMB(), neededMB));
+void PipelineCollectManager::LogSpace(const char* when) const {
+  LogFreeSpace(m_config.workDir, std::string(when) + (m_config.cr ? " (CR)" : ""));
 }
 
 void PipelineCollectManager::PowerFailure() {
   // A camera that dies with the power must not restart the unit before the event is saved.
   if (m_config.pipelineManager != nullptr) m_config.pipelineManager->EndSupervision();
-  const std::lock_guard lock(m_mutex);
-  if (m_state.muxing) m_state.muxPowerFailure = true;
-  if (!m_state.collecting) return;
-  m_state.powerFailure = true;
-  m_collectors.RequestSave();
+  m_state.FailPower([this] { m_collectors.RequestSave(); });
 }
 
 std::string PipelineCollectManager::GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const {

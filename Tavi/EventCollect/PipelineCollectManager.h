@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "Tavi/EventCollect/AcquisitionStop.h"
+#include "Tavi/EventCollect/CollectState.h"
 #include "Tavi/EventCollect/CollectorSet.h"
 #include "Tavi/EventCollect/MuxAsync.h"
 #include "Tavi/EventCollect/PowerBackup.h"
@@ -88,21 +88,6 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   PipelineCollectManager& operator=(const PipelineCollectManager&) = delete;
 
  private:
-  class Turn;
-
-  /// What the collecting thread, the mux thread and whoever cancels or says that power fails tell each other.
-  struct State {
-    /// Counts the collects, so that who waits for one does not wait for the next.
-    std::uint64_t turn = 0;
-    bool collecting = false;
-    bool cancelled = false;
-    bool powerFailure = false;
-    /// The mux thread works; it is to save its event when it is done.
-    bool muxing = false;
-    bool muxPowerFailure = false;
-  };
-
-  [[nodiscard]] State GetState() const;
   bool Prepare(PipelineCollectInput& input);
   void WaitForCollectors(const PipelineCollectInput& input);
   void AwaitAborted(std::uint64_t turn) const;
@@ -110,13 +95,11 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   [[nodiscard]] bool CanMuxAsync() const;
   void HandOver(const PipelineCollectInput& input, CollectAsyncCallbackInterface* callback, void* userData);
   void Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output);
-  [[nodiscard]] bool IsMuxToBeSaved();
   [[nodiscard]] std::string GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const;
   void SaveAll(const PipelineCollectInput& input);
   void StopAcquisition();
   void EndCollectors();
-  void CompareRoom(const PipelineCollectInput& input) const;
-  void LogFreeSpace(const char* when) const;
+  void LogSpace(const char* when) const;
 
   const PipelineCollectManagerConfig m_config;
   Kbase::Util::IClock& m_clock;
@@ -124,10 +107,7 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   /// One twin each, which the mux thread works on while the collectors are armed for the next event.
   CollectorSet m_muxCollectors;
   const PowerBackup m_backup;
-  /// Guards the state. Held while collectors are asked to end, so that what is meant for one event never reaches the
-  /// next; a collector's own locks come behind it.
-  mutable std::mutex m_mutex;
-  State m_state;
+  CollectState m_state;
   std::unique_ptr<MuxAsyncThread> m_muxThread;
   /// Null until power has failed.
   std::unique_ptr<AcquisitionStop> m_stop;

@@ -1,7 +1,12 @@
 // How much room an event takes while it is collected.
 #include "Tavi/EventCollect/WorkRoom.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+
+#include "Ksystem/DiskUtils/DiskBase.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::PipelineCollect {
 namespace {
@@ -15,6 +20,7 @@ constexpr double Overshoot = 1.15;
 constexpr double OtherBytesPerSecond = 4'000.0;
 constexpr double StillBytes = 100'000.0;
 constexpr double PreviewBytes = 1'500'000.0;
+constexpr double BytesPerMB = 1024.0 * 1024.0;
 
 }  // namespace
 
@@ -29,6 +35,21 @@ std::uint64_t EstimateWorkBytes(const Pipeline::PipelineConfig& config, int seco
   const double rest = OtherBytesPerSecond * length + StillBytes + (withPreview ? PreviewBytes : 0.0);
   // The sound is in each MP4 as well.
   return static_cast<std::uint64_t>(camera0 + camera1 + std::max(camera0, camera1) + 2.0 * sound + rest);
+}
+
+void LogFreeSpace(const std::string& directory, const std::string& when) {
+  Ksystem::DiskUtils::DiskBase disk(directory);
+  if (!disk.LoadDiskInfo()) return;
+  Log::Info(fmt::format("Free space {}: {:.2f}MB from {}", when, disk.GetFreeMB(), directory));
+}
+
+void CompareRoom(const std::string& directory, std::uint64_t neededBytes) {
+  Ksystem::DiskUtils::DiskBase disk(directory);
+  if (!disk.LoadDiskInfo()) return;
+  const double neededMB = static_cast<double>(neededBytes) / BytesPerMB;
+  if (disk.GetFreeMB() >= neededMB) return;
+  Log::Error(fmt::format("{} has {:.1f} MB free, and the event needs some {:.1f} MB: it may not be whole", directory,
+                         disk.GetFreeMB(), neededMB));
 }
 
 }  // namespace Tavi::PipelineCollect

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "Tavi/Pipeline/PipelineConfig.h"
 
@@ -10,5 +11,10 @@ namespace Tavi::PipelineCollect {
 /// Bytes that the files of an event of so many seconds take at most at one time, from the configured bit rates: all
 /// streams, and the MP4 that the larger camera's is being made into.
 std::uint64_t EstimateWorkBytes(const Pipeline::PipelineConfig& config, int seconds, bool withPreview);
+
+/// One line with what is free on the directory's file system; `when` says before or after what.
+void LogFreeSpace(const std::string& directory, const std::string& when);
+/// Says beforehand what cannot go well: one line when less than `neededBytes` are free there.
+void CompareRoom(const std::string& directory, std::uint64_t neededBytes);
 
 }  // namespace Tavi::PipelineCollect

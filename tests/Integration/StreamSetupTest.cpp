@@ -85,7 +85,8 @@ std::string StripSets(KMedia::H264::Bytes bytes, bool hasLengths) {
     if (!IsParameterSet(unit.payload.front())) keep(unit.whole);
   }
   while (hasLengths && bytes.size() > 4) {
-    const std::size_t size = 4 + GST_READ_UINT32_BE(bytes.data());
+    const std::size_t size =
+        4 + (std::size_t{bytes[0]} << 24 | std::size_t{bytes[1]} << 16 | std::size_t{bytes[2]} << 8 | bytes[3]);
     if (!IsParameterSet(bytes[4])) keep(bytes.first(size));
     bytes = bytes.subspan(size);
   }
