@@ -7,7 +7,7 @@
 #   shell       shellcheck
 #   tidy        clang-tidy, by .clang-tidy, with the flags of a build tree (build/debug)
 # clang-tidy takes some seconds a file. It is not asked again about what it found clean (build/lint/ knows), begins with what
-# git says was changed last, and begins no further file after a minute: on a fresh clone that covers the last commits, in a
+# git says was changed last, and begins no further file after half a minute: on a fresh clone that covers the last commits, in a
 # working tree everything after a few runs. --all covers the whole tree however long it takes, before a release or after a
 # change of .clang-tidy.
 source "$(dirname "$0")/common.sh"

@@ -155,7 +155,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build_dir", type=Path)
     parser.add_argument("--all", action="store_true")
-    parser.add_argument("--seconds", type=int, default=60)
+    parser.add_argument("--seconds", type=int, default=30)
     options = parser.parse_args()
     files = list_files(".", CODE)
     flags = read_flags(options.build_dir)
