@@ -36,7 +36,9 @@ class ReportTest(unittest.TestCase):
         cls.home = tempfile.TemporaryDirectory(prefix="tavi-test-")
         cls.addClassCleanup(cls.home.cleanup)
         cls.files = Events.record(RECORDER, cls.home.name)
-        cls.page = pathlib.Path(cls.home.name, "report.html")
+        cls.out = tempfile.TemporaryDirectory(prefix="tavi-test-")
+        cls.addClassCleanup(cls.out.cleanup)
+        cls.page = pathlib.Path(cls.out.name, "report.html")
         cls.browser = Browser.Browser()
         cls.addClassCleanup(cls.browser.close)
 
