@@ -313,7 +313,8 @@ TEST_F(CameraTest, ACameraInItsOwnPipelineEndsWithIt) {
     EXPECT_EQ(entry->cameraName, name);
     EXPECT_EQ(entry->name, name);
     EXPECT_EQ(std::dynamic_pointer_cast<PreviewPipelineCbElement>(previews.RetrieveCurrent())->name, preview);
-    EXPECT_TRUE(WaitUntil([&] { return CountLogged("Aquisition for " + name + " has been started") == 1; }));
+    const std::string line = "Aquisition for " + name + " has been started";
+    EXPECT_TRUE(WaitUntil([&] { return CountLogged(line) == 1; }));
     g_object_add_weak_pointer(G_OBJECT(pipeline), reinterpret_cast<gpointer*>(&pipeline));
     camera.reset();
     EXPECT_EQ(pipeline, nullptr) << "it is gone with its camera";
