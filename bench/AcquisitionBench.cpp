@@ -169,7 +169,11 @@ int MeasureMemory(int events) {
   for (int event = 1; event <= events; ++event) {
     Tavi::PipelineCollect::PipelineCollectInput input{-5, 1, false, dir + "event", false};
     Tavi::PipelineCollect::PipelineCollectOutput output;
-    if (!collect.Collect(input, output) || output.outputs.size() != 2) return 1;
+    if (!collect.Collect(input, output) || output.windows.size() != 2) {
+      fmt::print(stderr, "event {} has {} streams and {} files instead of two clips\n", event, output.windows.size(),
+                 output.outputs.size());
+      return 1;
+    }
     std::filesystem::remove_all(dir + "event");
     if (event % 10 == 0 || event == 1) {
       fmt::print("after event {}: {:.1f} MB resident, {:.1f} MB in the rings, {} threads, {} descriptors\n", event,

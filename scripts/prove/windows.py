@@ -212,13 +212,14 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--events", type=int, default=300)
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--shares", type=float, nargs="+", default=SHARES, help="of their rate that the cameras deliver")
     parser.add_argument("--keep", action="store_true", help="keep the events' directories in /tmp")
     options = parser.parse_args()
     chance = random.Random(options.seed)
     missed = 0
-    for share in SHARES:
+    for share in options.shares:
         worst = Worst()
-        missed += prove(share, max(options.events // len(SHARES), 1), chance, options.keep, worst)
+        missed += prove(share, max(options.events // len(options.shares), 1), chance, options.keep, worst)
         kinds = sorted({kind for _, kind in worst.values})
         print(f"  {'stream':14}{'late s':>9}{'early s':>9}{'clock ms':>10}{'tick ms':>9}")
         for kind in kinds:
