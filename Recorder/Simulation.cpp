@@ -12,6 +12,8 @@ std::unique_ptr<Simulator::SimulatedCar> BoardSimulatedCar(Pipeline::PipelineCon
   };
   simulate(config.camera0.device, "sim:camera1");
   simulate(config.camera1.device, "sim:camera0");
+  // The car's microphone is ALSA's default.
+  config.audio.device.clear();
   if (config.gps.path.empty()) config.gps.path = car->GetGpsPath();
   return car;
 }
