@@ -130,7 +130,7 @@ void ControlServer::HandleRequest(std::uint64_t number, ControlConnection& conne
   const auto request = ParseRequest(line, problem);
   if (!request) return connection.Refuse(problem, now);
   const auto id = request->find("id");
-  const Reply reply(m_mailbox, number, id == request->end() ? nlohmann::json() : *id);
+  const Reply reply(m_mailbox, number, id == request->end() ? nlohmann::ordered_json() : *id);
   try {
     m_handler.Handle(*request, reply);
   } catch (const std::exception& error) {

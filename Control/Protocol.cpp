@@ -6,35 +6,29 @@
 #include <algorithm>
 #include <cstdint>
 #include <initializer_list>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
+
+#include "Kbase/Json/Json.h"
 
 namespace Tavi::Recorder {
 namespace {
 
-using nlohmann::json;
+using Json = Kbase::Json::Object;
 
 /// Requests are flat. Copying and writing a JSON value recurses, so depth is what a line of 64 KiB could do harm with.
 constexpr int MaxDepth = 8;
+/// Looking for a twofold name takes the square of their number.
+constexpr std::size_t MaxFields = 64;
 constexpr std::size_t MaxQuotedBytes = 60;
 constexpr std::size_t EventIdDigits = 8;
 
 /// The value as it came, in printable characters and cut to what one line can bear.
-std::string Quote(const json& value) {
+std::string Quote(const Json& value) {
   if (value.is_structured()) return value.is_array() ? "an array" : "an object";
-  std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
+  std::string text = Kbase::Json::PrintAscii(value);
   if (text.size() > MaxQuotedBytes) text = text.substr(0, MaxQuotedBytes) + "...";
   return text;
-}
-
-bool IsUtf8(const std::string& text) {
-  try {
-    static_cast<void>(json(text).dump());
-    return true;
-  } catch (const json::type_error&) {
-    return false;
-  }
 }
 
 bool HasControlCharacters(std::string_view utf8) {
@@ -51,10 +45,10 @@ bool HasControlCharacters(std::string_view utf8) {
 /// Takes the fields of one request one after another and remembers the first thing that is wrong.
 class FieldReader {
  public:
-  FieldReader(const json& request, std::string& problem) : m_request(request), m_problem(problem) { problem.clear(); }
+  FieldReader(const Json& request, std::string& problem) : m_request(request), m_problem(problem) { problem.clear(); }
 
   void ReadWholeNumber(const char* name, int highest, std::optional<int>& target) {
-    const json* value = Find(name);
+    const Json* value = Find(name);
     if (!value) return;
     const auto number = value->is_number_integer() ? value->get<std::int64_t>() : -1;
     if (number < 0 || number > highest) {
@@ -65,7 +59,7 @@ class FieldReader {
   }
   template <class Flag>
   void ReadBool(const char* name, Flag& target) {
-    const json* value = Find(name);
+    const Json* value = Find(name);
     if (!value) return;
     if (value->is_boolean()) {
       target = value->get<bool>();
@@ -74,7 +68,7 @@ class FieldReader {
     }
   }
   void ReadLabel(const char* name, std::string& target) {
-    const json* value = Find(name);
+    const Json* value = Find(name);
     if (!value) return;
     const std::string reason = value->is_string() ? CheckLabel(value->get<std::string>()) : "it is no text";
     if (reason.empty()) {
@@ -84,7 +78,7 @@ class FieldReader {
     }
   }
   void ReadEventId(const char* name, std::string& target) {
-    const json* value = Find(name);
+    const Json* value = Find(name);
     if (!value) return;
     if (value->is_string() && IsEventId(value->get<std::string>())) {
       target = value->get<std::string>();
@@ -108,7 +102,7 @@ class FieldReader {
   }
 
  private:
-  const json* Find(const char* name) {
+  const Json* Find(const char* name) {
     m_known.emplace_back(name);
     const auto found = m_request.find(name);
     return found == m_request.end() ? nullptr : &*found;
@@ -117,23 +111,23 @@ class FieldReader {
     if (m_problem.empty()) m_problem = std::move(sentence);
   }
 
-  const json& m_request;
+  const Json& m_request;
   std::string& m_problem;
   std::vector<std::string_view> m_known;
 };
 
 }  // namespace
 
-std::optional<json> ParseRequest(const std::string& line, std::string& problem) {
+std::optional<Json> ParseRequest(const std::string& line, std::string& problem) {
   bool tooDeep = false;
   std::set<std::string> names;
   std::string twice;
-  const auto watch = [&](int depth, json::parse_event_t event, json& parsed) {
-    tooDeep = tooDeep || depth > MaxDepth;
-    if (event == json::parse_event_t::key && depth == 1 && !names.insert(parsed).second) twice = parsed;
+  const auto watch = [&](int depth, Json::parse_event_t event, Json& parsed) {
+    tooDeep = tooDeep || depth > MaxDepth || names.size() > MaxFields;
+    if (event == Json::parse_event_t::key && depth == 1 && !names.insert(parsed).second) twice = parsed;
     return !tooDeep;
   };
-  json request = json::parse(line, watch, false);
+  Json request = Json::parse(line, watch, false);
   if (tooDeep || !request.is_object() || !request.contains("command") || !request["command"].is_string()) {
     problem = R"(the line is no request; give one JSON object with a "command", such as {"command":"status"})";
     return std::nullopt;
@@ -150,11 +144,11 @@ std::optional<json> ParseRequest(const std::string& line, std::string& problem) 
   return request;
 }
 
-bool CheckPlainRequest(const json& request, std::string& problem) {
+bool CheckPlainRequest(const Json& request, std::string& problem) {
   return FieldReader(request, problem).Finish();
 }
 
-std::optional<EventRequest> ParseEventRequest(const json& request, std::string& problem) {
+std::optional<EventRequest> ParseEventRequest(const Json& request, std::string& problem) {
   EventRequest event;
   FieldReader reader(request, problem);
   reader.ReadWholeNumber("beforeSeconds", LongestBeforeSeconds, event.beforeSeconds);
@@ -166,7 +160,7 @@ std::optional<EventRequest> ParseEventRequest(const json& request, std::string& 
   return reader.Finish() ? std::make_optional(event) : std::nullopt;
 }
 
-std::optional<IgnitionRequest> ParseIgnitionRequest(const json& request, std::string& problem) {
+std::optional<IgnitionRequest> ParseIgnitionRequest(const Json& request, std::string& problem) {
   IgnitionRequest ignition;
   FieldReader reader(request, problem);
   reader.Demand("on", "true or false");
@@ -174,7 +168,7 @@ std::optional<IgnitionRequest> ParseIgnitionRequest(const json& request, std::st
   return reader.Finish() ? std::make_optional(ignition) : std::nullopt;
 }
 
-std::optional<ProtectRequest> ParseProtectRequest(const json& request, std::string& problem) {
+std::optional<ProtectRequest> ParseProtectRequest(const Json& request, std::string& problem) {
   ProtectRequest protect;
   FieldReader reader(request, problem);
   reader.Demand("event", "an event's id");
@@ -206,7 +200,7 @@ std::size_t CountCharacters(std::string_view utf8) {
 }
 
 std::string CheckLabel(const std::string& label) {
-  if (!IsUtf8(label)) return "it is no UTF-8";
+  if (!Kbase::Json::IsUtf8(label)) return "it is no UTF-8";
   if (HasControlCharacters(label)) return "it has control characters; leave them out";
   const std::size_t characters = CountCharacters(label);
   if (characters <= MaxLabelCharacters) return {};
@@ -222,7 +216,7 @@ nlohmann::ordered_json BuildError(const std::string& sentence) {
 }
 
 std::string BuildLine(const nlohmann::ordered_json& object) {
-  return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return Kbase::Json::Print(object) + "\n";
 }
 
 }  // namespace Tavi::Recorder

@@ -63,17 +63,17 @@ struct ProtectRequest {
 
 /// Reads one line into an object with a string "command" and, if any, an "id" that is a string or an integer. Empty,
 /// with one sentence in `problem`, when the line is anything else or nested deeper than requests are.
-std::optional<nlohmann::json> ParseRequest(const std::string& line, std::string& problem);
+std::optional<nlohmann::ordered_json> ParseRequest(const std::string& line, std::string& problem);
 
 /// Of a command without fields of its own: false, with one sentence in `problem`, when there is one beside "command"
 /// and "id".
-bool CheckPlainRequest(const nlohmann::json& request, std::string& problem);
+bool CheckPlainRequest(const nlohmann::ordered_json& request, std::string& problem);
 /// Read the fields beside "command" and "id"; a field that is left out has the record's default, "on" and "event" have
 /// none. Empty, with field, value and what would be right on one line in `problem`, when a value is wrong or a field
 /// unknown.
-std::optional<EventRequest> ParseEventRequest(const nlohmann::json& request, std::string& problem);
-std::optional<IgnitionRequest> ParseIgnitionRequest(const nlohmann::json& request, std::string& problem);
-std::optional<ProtectRequest> ParseProtectRequest(const nlohmann::json& request, std::string& problem);
+std::optional<EventRequest> ParseEventRequest(const nlohmann::ordered_json& request, std::string& problem);
+std::optional<IgnitionRequest> ParseIgnitionRequest(const nlohmann::ordered_json& request, std::string& problem);
+std::optional<ProtectRequest> ParseProtectRequest(const nlohmann::ordered_json& request, std::string& problem);
 
 /// The requests as the functions above read them.
 nlohmann::ordered_json BuildRequest(const EventRequest& request);

@@ -2,9 +2,9 @@
 #include "EventStore/EventDescription.h"
 
 #include <cmath>
-#include <nlohmann/json.hpp>
 
 #include "EventStore/EventName.h"
+#include "Kbase/Json/Json.h"
 
 namespace Tavi::EventStore {
 namespace {
@@ -77,7 +77,7 @@ std::string FormatEvent(const EventDescription& event) {
   json["streams"] = ToList(event.streams);
   json["missing"] = ToList(event.missing);
   json["files"] = ToList(event.files);
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return Kbase::Json::PrintLines(json);
 }
 
 }  // namespace Tavi::EventStore

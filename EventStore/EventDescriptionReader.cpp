@@ -4,17 +4,17 @@
 
 #include <cstdint>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
+#include "Kbase/Json/Json.h"
 
 namespace Tavi::EventStore {
 namespace {
 
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 constexpr int Schema = 1;
 /// A description takes some 4 KB.
@@ -187,7 +187,7 @@ void TakeEvent(Fields fields, EventDescription& event) {
 
 /// What is wrong with `text`, empty when `event` holds all of it.
 std::string ParseText(const std::string& text, EventDescription& event) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = Kbase::Json::Parse(text);
   if (json.is_discarded()) return "is no JSON text";
   if (!json.is_object()) return "holds no JSON object";
   std::string fault;

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
-#include <nlohmann/json.hpp>
 
+#include "Kbase/Json/Json.h"
 #include "Kbase/UtilAcc/UtilAcc.h"
 #include "Tavi/Accel/AccDataPak.h"
 #include "Tavi/Gps/GPSDataPackage.h"
@@ -113,7 +113,7 @@ double TimeOf(const TimeBase& base, std::size_t entry, double part = 0.0) {
 }
 
 /// The number called `name`, empty when there is none from `low` to 255, the highest that a sample holds.
-std::optional<int> ReadMetric(const nlohmann::json& object, const char* name, int low) {
+std::optional<int> ReadMetric(const nlohmann::ordered_json& object, const char* name, int low) {
   const auto found = object.find(name);
   if (found == object.end() || !found->is_number()) return std::nullopt;
   const double value = found->get<double>();
@@ -122,18 +122,18 @@ std::optional<int> ReadMetric(const nlohmann::json& object, const char* name, in
 }
 
 /// The file has the low eight bits, and 0 where the temperature was not known: 251 is five degrees below zero.
-std::optional<int> ReadTemperature(const nlohmann::json& object) {
+std::optional<int> ReadTemperature(const nlohmann::ordered_json& object) {
   const auto bits = ReadMetric(object, "temperature", 1);
   return bits && *bits > 127 ? *bits - 256 : bits;
 }
 
 /// The array, that of the whole objects of a file that is cut off, or something that is no array.
-nlohmann::json ParseArray(std::string_view bytes, std::string& problem) {
-  auto json = nlohmann::json::parse(bytes.begin(), bytes.end(), nullptr, false);
+nlohmann::ordered_json ParseArray(std::string_view bytes, std::string& problem) {
+  auto json = Kbase::Json::Parse(bytes);
   if (json.is_array()) return json;
   problem = json.is_discarded() ? "it is cut off or damaged" : "it is no array of samples";
   const std::string whole = std::string(bytes.substr(0, bytes.rfind('}') + 1)) + "]";
-  return nlohmann::json::parse(whole, nullptr, false);
+  return Kbase::Json::Parse(whole);
 }
 
 }  // namespace
@@ -180,7 +180,7 @@ SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base) 
 
 SensorRecords<MetricSample> ParseOther(std::string_view bytes, const TimeBase& base) {
   SensorRecords<MetricSample> result;
-  const nlohmann::json array = ParseArray(bytes, result.problem);
+  const nlohmann::ordered_json array = ParseArray(bytes, result.problem);
   if (!array.is_array()) return result;
   for (const auto& object : array) {
     MetricSample sample;

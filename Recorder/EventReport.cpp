@@ -6,8 +6,8 @@
 
 #include <ctime>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
+#include "Kbase/Json/Json.h"
 #include "Recorder/MediaLength.h"
 
 namespace Tavi::Recorder {
@@ -35,10 +35,6 @@ nlohmann::ordered_json ListFiles(const PipelineCollectOutput& output) {
   auto files = nlohmann::ordered_json::object();
   for (const auto& [type, path] : output.outputs) files[PipelineCollect::GetPipelineCollectTypeName(type)] = path;
   return files;
-}
-
-std::string Dump(const nlohmann::ordered_json& json) {
-  return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 std::string FormatLine(const char* what, const std::string& duration, const std::string& path) {
@@ -75,7 +71,7 @@ std::string FormatJson(const EventReport& report) {
   json["previewStill"] = nullptr;
   if (!report.output.previewStill.empty()) json["previewStill"] = report.output.previewStill;
   json["files"] = ListFiles(report.output);
-  return Dump(json);
+  return Kbase::Json::Print(json);
 }
 
 std::string FormatJson(const RecoveryCollect::RecoveredEvent& event) {
@@ -84,7 +80,7 @@ std::string FormatJson(const RecoveryCollect::RecoveredEvent& event) {
   json["time"] = event.output.eventTime;
   json["seconds"] = event.seconds;
   json["files"] = ListFiles(event.output);
-  return Dump(json);
+  return Kbase::Json::Print(json);
 }
 
 std::string FormatTable(const EventReport& report) {

@@ -6,10 +6,10 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <nlohmann/json.hpp>
 #include <ostream>
 #include <set>
 
+#include "Kbase/Json/Json.h"
 #include "Recorder/Settings/Limits.h"
 #include "Recorder/Version.h"
 
@@ -146,7 +146,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
     app.parse(argc, argv);
     if (options.listDevices) {
       const auto devices = Devices::ListDevices();
-      out << (options.json ? Devices::ToJson(devices).dump(2) + "\n" : Devices::FormatText(devices));
+      out << (options.json ? Kbase::Json::PrintLines(Devices::ToJson(devices)) : Devices::FormatText(devices));
       return 0;
     }
     problem = CheckTogether(options);

@@ -14,9 +14,14 @@ while [ $# -gt 0 ]; do
   esac
   shift 2
 done
-scripts/setup.sh
+scripts/setup.sh --build
+# What only running needs comes while the compiler works.
+scripts/setup.sh &
+rest=$!
+trap 'wait "$rest"' EXIT
 say "building build/$preset"
 {
   cmake --preset "$preset" "$@"
   cmake --build --preset "$preset" --parallel "$jobs" "${targets[@]}"
 } >&2
+wait "$rest"

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--stream] [--package] [--test]
+# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--stream] [--package] [--test]
+#   --build   only what building needs
 #   --stream  what the cameras' live streams need besides
 #   --package what packing needs besides
 #   --test    what tests, measurements, fuzzing and lint need besides
@@ -9,12 +10,11 @@ source "$(dirname "$0")/common.sh"
 packages=(
   g++ cmake ninja-build pkg-config
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
-  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
-  gstreamer1.0-alsa libasound2-dev
-  libsystemd-dev libssl-dev
+  libasound2-dev libsystemd-dev libssl-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
 )
+run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
 stream=(gstreamer1.0-plugins-bad)
 pack=(dpkg-dev)
 test=(
@@ -22,15 +22,17 @@ test=(
   gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
 )
 schema=
+[ "$*" = --build ] || packages+=("${run[@]}")
 for option in "$@"; do
   case $option in
+    --build) ;;
     --stream) packages+=("${stream[@]}") ;;
     --package) packages+=("${pack[@]}") ;;
     --test)
       packages+=("${stream[@]}" "${pack[@]}" "${test[@]}")
       schema=build/schemas/gpx11.xsd
       ;;
-    *) say "unknown option $option: --stream, --package and --test are right"; exit 2 ;;
+    *) say "unknown option $option: --build, --stream, --package and --test are right"; exit 2 ;;
   esac
 done
 

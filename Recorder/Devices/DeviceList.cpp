@@ -2,7 +2,6 @@
 #include "Recorder/Devices/DeviceList.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <nlohmann/json.hpp>
 
@@ -11,8 +10,9 @@ namespace {
 
 std::string FormatMode(const CameraMode& mode) {
   std::string text = fmt::format("    {:4} {}x{}", mode.format, mode.width, mode.height);
-  if (!mode.rates.empty()) text += fmt::format(" at {:.4g} frames/s", fmt::join(mode.rates, ", "));
-  return text + "\n";
+  std::string rates;
+  for (const double rate : mode.rates) rates += fmt::format("{}{:.4g}", rates.empty() ? " at " : ", ", rate);
+  return text + (rates.empty() ? "\n" : rates + " frames/s\n");
 }
 
 /// A heading that names the setting, and the lines below it; one that says so where there are none.

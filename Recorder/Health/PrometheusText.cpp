@@ -28,7 +28,7 @@ void PrometheusText::Add(double value, std::initializer_list<Label> labels) {
   m_text += m_name;
   char before = '{';
   for (const auto& [label, text] : labels) {
-    fmt::format_to(std::back_inserter(m_text), "{}{}=\"", before, label);
+    m_text += fmt::format("{}{}=\"", before, label);
     AppendEscaped(text, true);
     m_text += '"';
     before = ',';

@@ -48,10 +48,10 @@ class Service final : public ControlHandler {
  private:
   using Task = std::function<void()>;
 
-  void Handle(const nlohmann::json& request, Reply reply) override;
-  void HandleEvent(const nlohmann::json& request, const Reply& reply);
-  void HandleIgnition(const nlohmann::json& request, const Reply& reply);
-  void HandleProtect(const nlohmann::json& request, const Reply& reply);
+  void Handle(const nlohmann::ordered_json& request, Reply reply) override;
+  void HandleEvent(const nlohmann::ordered_json& request, const Reply& reply);
+  void HandleIgnition(const nlohmann::ordered_json& request, const Reply& reply);
+  void HandleProtect(const nlohmann::ordered_json& request, const Reply& reply);
   void ListEvents(const Reply& reply) const;
   [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;
   [[nodiscard]] std::string WriteMetrics() const;

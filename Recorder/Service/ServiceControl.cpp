@@ -15,7 +15,7 @@
 namespace Tavi::Recorder {
 namespace {
 
-using nlohmann::json;
+using Json = nlohmann::ordered_json;
 using nlohmann::ordered_json;
 
 /// What one reply has room for; the newest are the ones that are looked for.
@@ -46,7 +46,7 @@ constexpr std::array<std::string_view, 5> PlainCommands{Command::Status, Command
 
 }  // namespace
 
-void Service::Handle(const json& request, Reply reply) {
+void Service::Handle(const Json& request, Reply reply) {
   const std::string command = request.at("command");
   std::string problem;
   if (std::ranges::find(PlainCommands, command) != PlainCommands.end() && !CheckPlainRequest(request, problem)) {
@@ -75,7 +75,7 @@ void Service::Handle(const json& request, Reply reply) {
   }
 }
 
-void Service::HandleEvent(const json& request, const Reply& reply) {
+void Service::HandleEvent(const Json& request, const Reply& reply) {
   std::string problem;
   const auto wanted = ParseEventRequest(request, problem);
   if (!wanted) {
@@ -98,7 +98,7 @@ void Service::HandleEvent(const json& request, const Reply& reply) {
   }
 }
 
-void Service::HandleIgnition(const json& request, const Reply& reply) {
+void Service::HandleIgnition(const Json& request, const Reply& reply) {
   std::string problem;
   const auto wanted = ParseIgnitionRequest(request, problem);
   if (!wanted) {
@@ -117,7 +117,7 @@ void Service::HandleIgnition(const json& request, const Reply& reply) {
   });
 }
 
-void Service::HandleProtect(const json& request, const Reply& reply) {
+void Service::HandleProtect(const Json& request, const Reply& reply) {
   std::string problem;
   const auto wanted = ParseProtectRequest(request, problem);
   if (!wanted) {

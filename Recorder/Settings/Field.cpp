@@ -5,7 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <nlohmann/json.hpp>
+
+#include "Kbase/Json/Json.h"
 
 namespace Tavi::Recorder {
 namespace {
@@ -18,7 +19,7 @@ struct Getter {
     return *target;
   }
   /// The shortest digits that are this number again: 38.3, not the double nearest to the float.
-  Json operator()(const float* target) const { return Json::parse(fmt::format("{}", *target), nullptr, false); }
+  Json operator()(const float* target) const { return Kbase::Json::Parse(fmt::format("{}", *target)); }
   Json operator()(const CameraType* target) const { return static_cast<std::int32_t>(*target); }
 };
 
@@ -40,7 +41,7 @@ bool IsControlCharacter(char c) {
 
 std::string Show(const Json& value) {
   if (value.is_structured()) return value.is_object() ? "an object" : "an array";
-  std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  std::string text = Kbase::Json::Print(value);
   if (text.size() <= LongestShown) return text;
   std::size_t end = LongestShown;
   while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;  // no cut within a UTF-8 character

@@ -10,9 +10,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <utility>
 
+#include "Kbase/Json/Json.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 #include "Recorder/Settings/Fields.h"
 #include "Recorder/Settings/SettingsReader.h"
@@ -87,7 +87,7 @@ std::string FormatSettings(const Settings& settings) {
     std::ranges::replace(pointer, '.', '/');
     root[Json::json_pointer(pointer)] = field.GetValue();
   }
-  return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return Kbase::Json::PrintLines(root);
 }
 
 std::string FormatFieldTable() {

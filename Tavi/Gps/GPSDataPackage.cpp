@@ -86,9 +86,7 @@ std::optional<tm> ReadDateTimeFields(std::string_view date, std::string_view tim
   if (date.size() > DateLength || !StartsWithDigits(date, DateLength)) return {};
   if (time.size() > MaxTimeLength || !StartsWithDigits(time, ClockLength)) return {};
   // Not in daylight-saving time, whatever the zone, because UTC never is.
-  const time_t now = std::time(nullptr);
   tm fields{};
-  gmtime_r(&now, &fields);
   fields.tm_hour = ReadPair(time, 0);
   fields.tm_min = ReadPair(time, 2);
   fields.tm_sec = ReadPair(time, 4);

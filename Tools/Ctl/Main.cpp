@@ -8,6 +8,7 @@
 #include <functional>
 #include <iostream>
 
+#include "Kbase/Json/Json.h"
 #include "Tools/Ctl/ControlClient.h"
 #include "Tools/Ctl/CtlOptions.h"
 #include "Tools/Ctl/ReplyText.h"
@@ -61,7 +62,7 @@ int Ask(const CtlOptions& options) {
   std::string problem;
   const auto line = Wait(options, problem);
   if (!line) return Complain(NoRecorderExitStatus, problem);
-  const Json reply = Json::parse(*line, nullptr, false);
+  const Json reply = Kbase::Json::Parse(*line);
   if (!reply.is_object() || !reply.contains("ok") || !reply["ok"].is_boolean()) {
     return Complain(NoRecorderExitStatus, "what answers at " + options.socketPath + " is no recorder");
   }

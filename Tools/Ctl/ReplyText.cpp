@@ -2,11 +2,11 @@
 #include "Tools/Ctl/ReplyText.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
 #include "Control/Protocol.h"
+#include "Kbase/Json/Json.h"
 
 namespace Tavi::Ctl {
 namespace {
@@ -22,7 +22,7 @@ std::string FormatCell(const Json& value) {
   if (value.is_null()) return "-";
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_array()) return std::to_string(value.size());
-  return MakePrintable(value.is_string() ? value.get<std::string>() : value.dump());
+  return MakePrintable(value.is_string() ? value.get<std::string>() : Kbase::Json::Print(value));
 }
 
 /// Columns as wide as their widest cell, nothing behind the last one.

@@ -1,8 +1,8 @@
 // The fixes of an event as GeoJSON.
 #include <cmath>
-#include <nlohmann/json.hpp>
 
 #include "EventStore/EventName.h"
+#include "Kbase/Json/Json.h"
 #include "Tools/Export/Formats.h"
 
 namespace Tavi::EventTools {
@@ -72,7 +72,7 @@ std::string FormatGeoJson(const EventData& data) {
                                     {"time", EventStore::FormatTime(description.timeMs)}}));
   }
   const Json collection = {{"type", "FeatureCollection"}, {"features", std::move(features)}};
-  return collection.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return Kbase::Json::PrintLines(collection);
 }
 
 }  // namespace Tavi::EventTools

@@ -19,10 +19,9 @@ double WrapLongitude(double longitude) {
 void AddEventPoint(std::string& gpx, const EventData& data) {
   const auto& position = data.description.position;
   if (!position || std::fabs(position->latitude) > 90.0 || std::fabs(position->longitude) > 180.0) return;
-  fmt::format_to(std::back_inserter(gpx),
-                 "  <wpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time><name>Event {}</name></wpt>\n",
-                 position->latitude, WrapLongitude(position->longitude),
-                 EventStore::FormatTime(data.description.timeMs), data.description.id);
+  gpx += fmt::format("  <wpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time><name>Event {}</name></wpt>\n",
+                     position->latitude, WrapLongitude(position->longitude),
+                     EventStore::FormatTime(data.description.timeMs), data.description.id);
 }
 
 void AddSegments(std::string& gpx, const EventData& data) {
@@ -31,10 +30,10 @@ void AddSegments(std::string& gpx, const EventData& data) {
     if (fix.isValid != isOpen) gpx += fix.isValid ? "    <trkseg>\n" : "    </trkseg>\n";
     isOpen = fix.isValid;
     if (!fix.isValid) continue;
-    fmt::format_to(std::back_inserter(gpx),
-                   "      <trkpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time>"
-                   "<extensions><tavi:speedKnots>{:.2f}</tavi:speedKnots></extensions></trkpt>\n",
-                   fix.latitude, WrapLongitude(fix.longitude), EventStore::FormatTime(fix.utcMs), fix.speedKnots);
+    gpx += fmt::format(
+        "      <trkpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time>"
+        "<extensions><tavi:speedKnots>{:.2f}</tavi:speedKnots></extensions></trkpt>\n",
+        fix.latitude, WrapLongitude(fix.longitude), EventStore::FormatTime(fix.utcMs), fix.speedKnots);
   }
   if (isOpen) gpx += "    </trkseg>\n";
 }

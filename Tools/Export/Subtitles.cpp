@@ -44,9 +44,9 @@ std::string FormatSubtitles(const EventData& data, double clipFromSeconds, Subti
                                                  : 1.0;
     const double start = fixes[i].secondsFromEvent - clipFromSeconds;
     if (!(start + interval > 0.0) || start > Longest) continue;
-    if (form == SubtitleForm::Srt) fmt::format_to(std::back_inserter(text), "{}\n", ++number);
-    fmt::format_to(std::back_inserter(text), "{} --> {}\n{}\n\n", FormatMoment(std::max(start, 0.0), form),
-                   FormatMoment(start + interval, form), FormatText(data, fixes[i]));
+    if (form == SubtitleForm::Srt) text += fmt::format("{}\n", ++number);
+    text += fmt::format("{} --> {}\n{}\n\n", FormatMoment(std::max(start, 0.0), form),
+                        FormatMoment(start + interval, form), FormatText(data, fixes[i]));
   }
   return text;
 }

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <iterator>
-#include <nlohmann/json.hpp>
 
+#include "Kbase/Json/Json.h"
 #include "Tools/Markup.h"
 #include "Tools/Report/Template.h"
 
@@ -55,13 +55,13 @@ Json ToJson(const SensorRecords<MetricSample>& other) {
 /// As the content of a script element, which ends at the first "</script", whatever stands around it.
 std::string FormatScriptJson(const EventData& data) {
   Json json;
-  json["event"] = Json::parse(EventStore::FormatEvent(data.description), nullptr, false);
+  json["event"] = Kbase::Json::Parse(EventStore::FormatEvent(data.description));
   json["gps"] = ToJson(data.gps);
   json["acc"] = ToJson(data.acc);
   json["other"] = ToJson(data.other);
   json["problems"] = data.problems;
   std::string text;
-  for (const char c : json.dump(-1, ' ', false, Json::error_handler_t::replace)) {
+  for (const char c : Kbase::Json::Print(json)) {
     if (c == '<')
       text += "\\u003c";
     else
@@ -79,8 +79,8 @@ bool AppendClip(EventData& data, const Clip& clip, std::string& html) {
     if (!problem.empty() && !isKnown) data.problems.push_back(problem);
     return false;
   }
-  fmt::format_to(std::back_inserter(html),
-                 "<script type=\"text/plain\" class=\"clip\" data-type=\"{}\" data-mime=\"{}\">", clip.type, clip.mime);
+  html += fmt::format("<script type=\"text/plain\" class=\"clip\" data-type=\"{}\" data-mime=\"{}\">", clip.type,
+                      clip.mime);
   AppendBase64(content, html);
   html += "</script>\n";
   return true;

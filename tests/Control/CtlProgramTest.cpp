@@ -42,7 +42,7 @@ TEST_F(CtlProgramTest, PrintsRepliesForPeopleAndForPrograms) {
       {"metrics", "tavi_events_total 3\n"},
       {"metrics --json", "{\"ok\":true,\"text\":\"tavi_events_total 3\\n\"}\n"},
       {"event --before 5 --duration 0 --preview --label 'a b' --wait --json",
-       R"({"ok":true,"beforeSeconds":5,"command":"event","durationSeconds":0,"keep":false,"label":"a b","preview":true,"wait":true})"
+       R"({"ok":true,"command":"event","beforeSeconds":5,"durationSeconds":0,"preview":true,"label":"a b","keep":false,"wait":true})"
        "\n"},
       {"--json ignition off", "{\"ok\":true,\"command\":\"ignition\",\"on\":false}\n"},
       {"protect 9f3ca1b2 --off --json",

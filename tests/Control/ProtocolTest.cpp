@@ -9,7 +9,7 @@
 namespace {
 
 using namespace Tavi::Recorder;
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 /// The problem with a request; empty when there is none.
 std::string Check(const std::string& text) {

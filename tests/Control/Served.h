@@ -22,7 +22,7 @@ constexpr std::size_t LargeBytes = 600'000;
 /// and fails at "throw".
 class TestHandler final : public Recorder::ControlHandler {
  public:
-  void Handle(const nlohmann::json& request, Recorder::Reply reply) override {
+  void Handle(const nlohmann::ordered_json& request, Recorder::Reply reply) override {
     const std::lock_guard lock(m_mutex);
     ++handled;
     const std::string command = request["command"];

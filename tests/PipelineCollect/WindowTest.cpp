@@ -93,7 +93,8 @@ TEST_F(WindowTest, IsCoveredInTimeWhateverTheSourceDelivers) {
     ASSERT_TRUE(times);
     ASSERT_EQ(times->entries.size(), written.size());
     const auto seconds = times->GetSeconds();
-    // The window is told by the clock of this machine, which may let the feeder wait; a frame too many is 77 ms at least.
+    // The window is told by the clock of this machine, which may let the feeder wait; a frame too many is 77 ms at
+    // least.
     EXPECT_NEAR(seconds.back(), window.toSeconds, 0.03);
     EXPECT_NEAR((seconds.back() - seconds.front()) / static_cast<double>(seconds.size() - 1), 1 / (Fps * factor), 1e-4);
     collector.DeletePath();

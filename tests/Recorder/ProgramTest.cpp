@@ -57,7 +57,8 @@ TEST_F(ProgramTest, WithAFasterClockAnEventTakesAsLongByThatClock) {
   ASSERT_EQ(Wait(child), 0) << Err();
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   const auto event = nlohmann::json::parse(Out());
-  EXPECT_NEAR(event["collectSeconds"], 30.0, 8.0) << "8 s of it are one of a loaded machine; 240 or 4 would be the fault";
+  EXPECT_NEAR(event["collectSeconds"], 30.0, 8.0)
+      << "8 s of it are one of a loaded machine; 240 or 4 would be the fault";
   EXPECT_LT(elapsed.count(), 12.0) << "46 s by the program's clock";
   EXPECT_EQ(event["files"].size(), 4U);
   // MP3 at 64 kbit/s, to a twentieth: sound that was captured at another speed has another length.
