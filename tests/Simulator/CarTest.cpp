@@ -108,16 +108,16 @@ TEST(GpsSimulatorTest, APortThatNobodyReadHoldsOneWholeEpochAtMost) {
   GpsSimulator gps(drive, clock, 10);
   ASSERT_EQ(gps.GetProblem(), "");
   ASSERT_TRUE(gps.Start());
-  usleep(1'500'000);
+  usleep(3'500'000);
   for (int round = 0; round < 2; ++round) {
     const int port = open(gps.GetPath().c_str(), O_RDWR | O_NOCTTY);
     ASSERT_GE(port, 0);
     for (int epoch = 0; epoch < 3; ++epoch) {
-      const auto bodies = Verified(ReadFor(port, 1000));
+      const auto bodies = Verified(ReadFor(port, 10'000));
       ASSERT_EQ(bodies.size(), 6U) << round << " " << epoch;
       const long second = std::stol(bodies[0].substr(10, 2));
       const long behind = (std::time(nullptr) - second + 60) % 60;
-      EXPECT_LE(behind, 1);
+      EXPECT_LE(behind, 2);
     }
     close(port);
   }

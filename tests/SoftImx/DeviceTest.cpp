@@ -37,7 +37,8 @@ TEST(Device, BecomesTheUnitsFormatUntilItIsPulledOut) {
   ASSERT_TRUE(run.PlayUntil([&] { return stamps.size() >= before + 45; })) << run.Error();
   GstClockTime gap = 0;
   for (std::size_t i = 1; i < stamps.size(); ++i) gap = std::max(gap, stamps[i] - stamps[i - 1]);
-  EXPECT_NEAR(static_cast<double>(gap), 1.55 * GST_SECOND, 0.1 * GST_SECOND) << "no copies of the last frame";
+  EXPECT_GE(gap, 1.4 * GST_SECOND) << "no copies of the last frame";
+  EXPECT_LE(gap, 3 * GST_SECOND);
   camera.Unplug();
   EXPECT_THAT(run.Error(), testing::HasSubstr(FakeCamera::Device));
   run.Stop();

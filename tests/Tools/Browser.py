@@ -54,7 +54,7 @@ class Browser:
         self.call("POST", f"/element/{found[ELEMENT]}/click")
 
     def wait_for(self, condition):
-        deadline = time.monotonic() + 20
+        deadline = time.monotonic() + 60
         while not self.run("return " + condition):
             assert time.monotonic() < deadline, "never true: " + condition
             time.sleep(0.05)
