@@ -157,7 +157,7 @@ std::optional<SourceWatch::Notice> SourceWatch::JudgeSilence(std::uint64_t deliv
     if (m_silentSince) return std::nullopt;
     m_silentSince = m_newest.arrival;
     return Notice{Kbase::Klog::Level::Warning,
-                  fmt::format("{} has been silent for {} ms", GetSourceName(m_health.type), age.count())};
+                  fmt::format("{} has been silent for {} ms", Pipeline::GetPeoplesName(m_health.type), age.count())};
   }
   if (m_silentSince && delivered > 0) return ReportReturn(delivered);
   return std::nullopt;
@@ -168,8 +168,9 @@ SourceWatch::Notice SourceWatch::ReportReturn(std::uint64_t delivered) {
   const double sinceThen = static_cast<double>(delivered - 1) / m_health.configuredRate;
   const Milliseconds silence = m_newest.arrival - ToMilliseconds(sinceThen) - *m_silentSince;
   m_silentSince.reset();
-  return {Kbase::Klog::Level::Info, fmt::format("{} is back after {} ms of silence", GetSourceName(m_health.type),
-                                                std::max(silence, Milliseconds(0)).count())};
+  return {Kbase::Klog::Level::Info,
+          fmt::format("{} is back after {} ms of silence", Pipeline::GetPeoplesName(m_health.type),
+                      std::max(silence, Milliseconds(0)).count())};
 }
 
 }  // namespace Tavi::Recorder

@@ -1,6 +1,8 @@
 // The recorder as a service: its life from start to end.
 #include "Recorder/Service/Service.h"
 
+#include <fmt/format.h>
+
 #include <thread>
 #include <utility>
 
@@ -61,6 +63,8 @@ bool Service::Open(std::string& problem) {
 }
 
 int Service::Run() {
+  Log::Info(fmt::format("in this log camera0 is the settings' camera1 ({}) and camera1 is the settings' camera0 ({})",
+                        m_settings.pipeline.camera1.device, m_settings.pipeline.camera0.device));
   m_archive.Recover(m_settings.pipeline);
   m_disk.Start();
   m_health->Start();

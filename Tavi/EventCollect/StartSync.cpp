@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/KeyFrameGrid.h"
@@ -61,7 +62,8 @@ void StartSync::SetStart(PipelineCollectType type, const Ring& ring, unsigned in
 void StartSync::SeekCamera(PipelineCollectType type, const char* name) {
   Ring* ring = Get(type);
   if (ring == nullptr) return;
-  Log::Info(fmt::format("Current frame {}: {}", name, ring->GetCurrentFrameId()));
+  Log::Info(fmt::format("Current frame {}: {}", name,
+                        ring->IsDataAvailable() ? std::to_string(ring->GetCurrentFrameId()) : "none"));
   const int fps = static_cast<int>(ring->GetFps());
   SetStart(type, *ring, ring->SeekBackKeyframe(fps * m_seconds, fps));
 }

@@ -277,7 +277,8 @@ bool PipelineManager::RunProperly() const {
   }
   if (m_supervisionEnded) return false;
   for (const auto& [type, silent] : SupervisedSources) {
-    if (!HasData(type)) Log::Error(silent);
+    // What is known to be wrong has its line.
+    if (!HasData(type) && !(m_config.keepGoing && !GetProblem(type).empty())) Log::Error(silent);
   }
   return false;
 }

@@ -52,9 +52,10 @@ void SourceBranches::LeaveOutMissing() const {
     const auto branch = Find(type);
     if (!branch) continue;
     branch->TakeDown();
+    const std::string told = branch->GetProblem();
     if (branch->TryOpen()) {
       branch->Release();
-    } else {
+    } else if (branch->GetProblem() != told) {
       Log::Error(fmt::format("{} cannot be opened ({}): it is left out until it can", GetPeoplesName(type),
                              branch->GetProblem()));
     }

