@@ -201,7 +201,13 @@ std::optional<EventDescription> ReadEvent(const std::string& eventDir, std::stri
   const std::string path = eventDir + "/" + EventJsonName;
   std::string text;
   problem.clear();
-  if (!ReadSmallFile(path, MaxTextBytes, text, problem)) return std::nullopt;
+  if (!ReadSmallFile(path, MaxTextBytes, text, problem)) {
+    if (!Exists(path)) return std::nullopt;
+    // Once more: who cannot read it takes the event for another one, or for none.
+    LogWarning(problem);
+    if (!ReadSmallFile(path, MaxTextBytes, text, problem)) return std::nullopt;
+    problem.clear();
+  }
   EventDescription event;
   const std::string fault = ParseText(text, event);
   if (fault.empty()) return event;

@@ -58,8 +58,10 @@ std::vector<RequestNote> RequestNotes::Read() {
       m_added.insert(request->id);
       notes.push_back({std::move(*request), Exists(dir + "/" + ProtectedMarker)});
     } else {
+      // What is there and the disk does not give may be had at the next start.
+      const bool isUnread = problem.starts_with("cannot read") && Exists(dir + "/" + EventJsonName);
       LogWarning(problem.empty() ? dir + " is not the note of the request that it holds" : problem);
-      RemoveNote(dir);
+      if (!isUnread) RemoveNote(dir);
     }
   }
   std::stable_sort(notes.begin(), notes.end(),

@@ -27,7 +27,8 @@ class RequestNotes {
   void Add(const RequestNote& note);
   /// The request is settled: its note goes. One that is still to be added will not be.
   void Remove(const std::string& id);
-  /// What no process has settled, the oldest request first. A note that cannot be read is logged and goes.
+  /// What no process has settled, the oldest request first. A note that is none, or not whole, is logged
+  /// and goes; one that the disk does not give is logged and stays.
   [[nodiscard]] std::vector<RequestNote> Read();
 
  private:

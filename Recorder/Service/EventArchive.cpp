@@ -92,12 +92,16 @@ void EventArchive::HoldLocks() {
 std::vector<WaitingEvent> EventArchive::FindSecured() const {
   std::vector<WaitingEvent> found;
   for (const std::string& name : EventStore::ListNames(m_settings.backupDir)) {
-    if (!name.starts_with(SecuredPrefix)) continue;
+    const bool isHalfRemoved = WorkingDisk::IsHalfRemoved(name) && name.find(SecuredPrefix) != std::string::npos;
+    if (!name.starts_with(SecuredPrefix) && !isHalfRemoved) continue;
     const std::string dir = m_settings.backupDir + name + "/";
-    auto waiting = EventStore::IsEventId(name.substr(SecuredPrefix.size())) ? ReadWaiting(dir) : std::nullopt;
+    const bool isWhole = !isHalfRemoved && EventStore::IsEventId(name.substr(SecuredPrefix.size()));
+    auto waiting = isWhole ? ReadWaiting(dir) : std::nullopt;
     std::string problem;
     if (waiting) {
       found.push_back(std::move(*waiting));
+    } else if (isWhole && EventStore::Exists(dir + EventStore::EventJsonName)) {
+      Log::Error("the event in " + dir + " cannot be read and stays there");
     } else if (!EventStore::RemoveTree(dir, problem)) {
       // Half a copy: what it was copied from went with the power, or is still on the working disk.
       Log::Warning(problem);
@@ -217,6 +221,7 @@ void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovere
   if (TrySave(waiting, result)) return;
   Log::Error("the interrupted event " + recovered.name + " waits in " + m_settings.eventsDir + RecoveredDir +
              " until it can be saved: " + result.problem);
+  waiting.problem = result.problem;
   const std::lock_guard lock(m_mutex);
   m_waitingFor = result.problem;
   m_waiting.push_back(std::move(waiting));
@@ -226,7 +231,10 @@ EventResult EventArchive::Save(EventStore::EventDescription& event, const std::v
                                const std::string& workId, bool keep) {
   WaitingEvent waiting{std::move(event), sources, workId, GetWorkDir(workId), keep};
   EventResult result;
-  if (!TrySave(waiting, result)) KeepForLater(std::move(waiting), result.problem);
+  if (!TrySave(waiting, result)) {
+    waiting.problem = result.problem;
+    KeepForLater(std::move(waiting), result.problem);
+  }
   return result;
 }
 
@@ -297,7 +305,12 @@ void EventArchive::Maintain() {
   // One that cannot be saved for a reason of its own keeps no other back.
   std::erase_if(waiting, [this](WaitingEvent& event) {
     EventResult result;
-    return TrySave(event, result);
+    if (TrySave(event, result)) return true;
+    // The disk may have changed its mind, but not every ten seconds.
+    if (std::exchange(event.problem, result.problem) != result.problem) {
+      Log::Error("event " + event.event.id + " still waits in " + event.dir + ": " + result.problem);
+    }
+    return false;
   });
   const std::lock_guard lock(m_mutex);
   m_waiting.insert(m_waiting.begin(), std::move_iterator(waiting.begin()), std::move_iterator(waiting.end()));

@@ -77,7 +77,7 @@ class FileReader {
       case PipelineCollectType::VideoCamera0:
       case PipelineCollectType::VideoCamera1:
       case PipelineCollectType::Audio:
-        if (const auto length = ReadMediaLength(path)) AddMedia(type, *length, path);
+        if (const auto length = TryMediaLength(path)) AddMedia(type, *length, path);
         break;
       case PipelineCollectType::Gps:
         ReadGps(path);
@@ -94,6 +94,14 @@ class FileReader {
   }
 
  private:
+  /// Once more where the disk fails.
+  static std::optional<MediaLength> TryMediaLength(const std::string& path) {
+    auto length = ReadMediaLength(path);
+    if (length) return length;
+    EventStore::LogWarning("cannot tell how long " + path + " is: trying once more");
+    return ReadMediaLength(path);
+  }
+
   static std::string ReadFile(const std::string& path) {
     std::string content;
     std::string problem;

@@ -19,6 +19,8 @@ struct WaitingEvent {
   std::string dir;
   /// Retention leaves it alone, and it is never given up.
   bool keep = false;
+  /// Why it could not be saved last; empty before the first try.
+  std::string problem = {};
 };
 
 /// Writes down beside its files what it is, so that the next process finds it as that. False, with one sentence in

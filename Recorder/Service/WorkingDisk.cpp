@@ -4,8 +4,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <ctime>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
@@ -31,6 +34,8 @@ using RecoveryCollect::EventFileName;
 constexpr std::string_view OldPrefix = ".old_";
 using PipelineCollect::StreamExtension;
 constexpr std::string_view Mp4Extension = ".mp4";
+/// Where less than this is left beside a copy, what failed may have failed for want of room.
+constexpr std::uintmax_t Margin = std::uintmax_t{1} << 20;
 
 std::time_t GetTime(const std::string& path) {
   struct stat attributes {};
@@ -81,11 +86,15 @@ void WorkingDisk::Remove(const std::string& dir) {
   if (!isRenamed || !EventStore::RemoveTree(old, problem)) Log::Warning(problem);
 }
 
+bool WorkingDisk::IsHalfRemoved(std::string_view name) {
+  return name.starts_with(OldPrefix);
+}
+
 void WorkingDisk::TakeLeft(const std::vector<std::string>& known, std::vector<WaitingEvent>& waiting) const {
   for (const std::string& name : EventStore::ListNames(m_settings.workDir)) {
     const std::string dir = GetDir(name);
     std::string problem;
-    if (name.starts_with(OldPrefix) && !EventStore::RemoveTree(dir, problem)) Log::Warning(problem);
+    if (IsHalfRemoved(name) && !EventStore::RemoveTree(dir, problem)) Log::Warning(problem);
     if (!EventStore::IsEventId(name)) continue;
     if (std::find(known.begin(), known.end(), name) != known.end()) {
       Remove(dir);
@@ -110,13 +119,30 @@ void WorkingDisk::SaveLeft(const std::string& id) const {
   const std::string event =
       saved.empty() ? Kbase::Util::BuildEventFileName(BuildCrashName(id), GetTime(dir)) + "_0" : saved;
   bool isSaved = Kdir(m_settings.backupDir).Create();
+  std::vector<std::string> copies;
   for (const std::string& file : files) {
     const std::string name = GetBackupName(dir, file, event);
     const bool isThere = name.empty() || EventStore::Exists(m_settings.backupDir + name) ||
                          EventStore::Exists(m_settings.restoreDir + name);
-    isSaved = isSaved && (isThere || Kfile(dir + file).CopyTo(m_settings.backupDir + name, false));
+    if (isThere || !isSaved) continue;
+    isSaved = SaveFile(dir + file, name);
+    copies.push_back(m_settings.backupDir + name);
   }
-  if (isSaved) Remove(dir);
+  if (isSaved) return Remove(dir);
+  // An event without the rest of it would take the place of all of it.
+  for (const std::string& copy : copies) Kfile(copy).Remove();
+  Log::Error("the event in " + dir + " waits there for room, and is tried again at the next start");
+}
+
+/// False for want of room. Of a file that cannot be read to its end, not even at a second try, the beginning is kept.
+bool WorkingDisk::SaveFile(const std::string& path, const std::string& name) const {
+  const std::string copy = m_settings.backupDir + name;
+  if (Kfile(path).CopyTo(copy, false) || Kfile(path).CopyTo(copy, false)) return true;
+  std::error_code error;
+  const auto size = std::filesystem::file_size(path, error);
+  if (error || std::filesystem::space(m_settings.backupDir, error).available <= size + Margin) return false;
+  Kfile(path).CopyTo(copy, false, true);
+  return true;
 }
 
 }  // namespace Tavi::Recorder

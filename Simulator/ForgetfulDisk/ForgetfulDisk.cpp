@@ -1,17 +1,24 @@
-// A disk that forgets what was not synced, preloaded into a program, which it also ends before a given operation.
+// A disk that forgets what was not synced, or cannot be read at one place, preloaded into a program, which it also ends
+// before a given operation.
 //
 // TAVI_DISK_ROOT is the disk, TAVI_DISK_MEMORY an empty directory outside of it that keeps what the disk would still
 // have after a power cut: of each file its content when it was synced last, of each directory the names when it was.
-// What is there when the program starts counts as synced. TAVI_DISK_DIES_AT is the number of the operation (fsync,
-// fdatasync, rename, unlink on that disk, from 1) that the program does not live to make; 0: all of them.
+// What is there when the program starts counts as synced; without such a directory nothing is kept. TAVI_DISK_DIES_AT
+// is the number of the operation (fsync, fdatasync, rename, unlink on that disk, from 1) that the program does not live
+// to make; 0: all of them.
+//
+// TAVI_DISK_FAILS_READ is the number of the read of a file or directory on that disk, from 1, that fails with EIO; 0:
+// none.
 //
 // Stricter than any file system: a name lasts only when its directory was synced, whatever was done to the file.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -51,8 +58,18 @@ class Memory {
     if (++m_count == m_diesAt) ::kill(::getpid(), SIGKILL);
   }
 
+  /// True when this read of `path` is the one that fails, with errno set.
+  bool Fails(const std::string& path) {
+    if (m_failsRead == 0 || !Has(path)) return false;
+    const std::lock_guard lock(m_mutex);
+    if (++m_reads != m_failsRead) return false;
+    std::fprintf(stderr, "preloaded disk: EIO for %s\n", path.c_str());
+    errno = EIO;
+    return true;
+  }
+
   void Keep(const std::string& path) {
-    if (!Has(path)) return;
+    if (!Has(path) || m_memory.empty()) return;
     const std::lock_guard lock(m_mutex);
     KeepNow(path);
   }
@@ -60,7 +77,8 @@ class Memory {
  private:
   Memory() : m_root(Read("TAVI_DISK_ROOT")), m_memory(Read("TAVI_DISK_MEMORY")) {
     m_diesAt = std::atoi(Read("TAVI_DISK_DIES_AT").c_str());
-    if (m_root.empty()) return;
+    m_failsRead = std::atoi(Read("TAVI_DISK_FAILS_READ").c_str());
+    if (m_root.empty() || m_memory.empty()) return;
     KeepNow(m_root);
     for (const auto& entry : fs::recursive_directory_iterator(m_root)) KeepNow(entry.path());
     std::ofstream(m_memory + "/root") << GetKey(m_root);
@@ -94,6 +112,8 @@ class Memory {
   const std::string m_memory;
   int m_diesAt = 0;
   int m_count = 0;
+  int m_failsRead = 0;
+  int m_reads = 0;
   std::mutex m_mutex;
 };
 
@@ -101,6 +121,16 @@ std::string GetPath(int file) {
   std::error_code error;
   const auto path = fs::read_symlink("/proc/self/fd/" + std::to_string(file), error);
   return error ? "" : path.string();
+}
+
+/// With errno as it was, unless it does.
+bool FailsRead(int file) {
+  static const bool isAsked = std::getenv("TAVI_DISK_FAILS_READ") != nullptr;
+  if (!isAsked) return false;
+  const int before = errno;
+  const bool fails = Memory::Get().Fails(GetPath(file));
+  if (!fails) errno = before;
+  return fails;
 }
 
 /// As the kernel knows it: names may lead through an open directory.
@@ -138,6 +168,18 @@ int fdatasync(int file) {
 int rename(const char* from, const char* to) noexcept {
   Memory::Get().Count(Resolve(to));
   return Find<int(const char*, const char*)>("rename")(from, to);
+}
+
+ssize_t read(int file, void* data, size_t size) {
+  return FailsRead(file) ? -1 : Find<ssize_t(int, void*, size_t)>("read")(file, data, size);
+}
+
+ssize_t sendfile(int to, int from, off_t* offset, size_t size) noexcept {
+  return FailsRead(from) ? -1 : Find<ssize_t(int, int, off_t*, size_t)>("sendfile")(to, from, offset, size);
+}
+
+dirent* readdir(DIR* directory) {
+  return FailsRead(dirfd(directory)) ? nullptr : Find<dirent*(DIR*)>("readdir")(directory);
 }
 
 int unlink(const char* path) noexcept {

@@ -2,11 +2,15 @@
 #include "Tavi/PipelineCollect/EntryTimes.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
-#include <iterator>
 #include <limits>
+
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::PipelineCollect {
 namespace {
@@ -15,6 +19,7 @@ constexpr std::string_view Magic = "times 1";
 constexpr std::string_view Captured = "captured";
 constexpr std::string_view Counted = "counted";
 constexpr double NsPerSecond = 1e9;
+constexpr std::size_t ReadBlock = 4096;
 
 /// Takes what stands before `separator` off the front of `text`; nothing when it does not stand there.
 std::optional<std::string_view> TakeUpTo(std::string_view& text, char separator) {
@@ -89,10 +94,21 @@ std::optional<EntryTimes> ParseTimes(std::string_view text) {
 }
 
 std::optional<EntryTimes> ReadTimesOf(const std::string& path) {
-  std::ifstream file(path + std::string(TimesSuffix), std::ios::binary);
-  if (!file) return {};
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  return file.bad() ? std::nullopt : ParseTimes(text);
+  const std::string name = path + std::string(TimesSuffix);
+  // Once more where the disk fails: without its times a stream plays at another rate.
+  for (int tries = 0; tries < 2; ++tries) {
+    std::ifstream file(name, std::ios::binary);
+    if (!file) return {};
+    std::string text;
+    std::array<char, ReadBlock> block{};
+    // Unlike an iterator's, its failures are no exceptions.
+    while (file.read(block.data(), block.size()) || file.gcount() > 0) {
+      text.append(block.data(), static_cast<std::size_t>(file.gcount()));
+    }
+    if (!file.bad()) return ParseTimes(text);
+    Log::Warning("cannot read " + name + ": " + std::strerror(errno));
+  }
+  return {};
 }
 
 }  // namespace Tavi::PipelineCollect

@@ -77,8 +77,12 @@ RecoveryAttempts::Result EventRecovery::TryFile(Type type, const std::string& so
   m_attempts.Begin(name);
   auto result = RecoveryAttempts::Result::Done;
   if (!RecoverFile(type, source)) {
-    result = HasRoomFor(source, m_input.outputDir) ? RecoveryAttempts::Result::Failed
-                                                   : RecoveryAttempts::Result::ForWantOfRoom;
+    // Once more, as a disk may fail once: the event is not kept waiting for this file.
+    if (!HasRoomFor(source, m_input.outputDir)) {
+      result = RecoveryAttempts::Result::ForWantOfRoom;
+    } else if (!RecoverFile(type, source)) {
+      result = RecoveryAttempts::Result::Failed;
+    }
   }
   m_attempts.End(name, result);
   return result;

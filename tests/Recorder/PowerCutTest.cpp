@@ -1,4 +1,6 @@
-// Power that is cut before each operation on the disk, which then has what was synced and nothing else.
+// A start on a disk that fails: power that is cut before each operation, after which there is what was synced and
+// nothing else, and reads that fail.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -7,8 +9,10 @@
 #include <map>
 #include <sstream>
 
+#include "Kbase/Klog/Logger.h"
 #include "Kbase/Util/Naming.h"
 #include "Recorder/Service/EventArchive.h"
+#include "Recorder/Service/WaitingEvent.h"
 #include "Simulator/EncodedMaterial.h"
 #include "Support/Fixtures.h"
 
@@ -23,6 +27,10 @@ namespace fs = std::filesystem;
 constexpr const char* Saved = "0000000a";
 /// Of a process that has died: its files are in memory.
 constexpr const char* Crashed = "0000000b";
+/// Complete, and waiting in the backup directory for room.
+constexpr const char* Waiting = "0000000c";
+/// An event already, with a product that a power cut has brought back.
+constexpr const char* Stored = "0000000d";
 
 StorageSettings GetSettings(const std::string& disk, const std::string& ram) {
   StorageSettings settings;
@@ -47,6 +55,7 @@ void Start(const std::string& disk, const std::string& ram) {
   const char* dir = std::getenv("TAVI_CUT_VICTIM");
   if (dir == nullptr) return true;
   Start(std::string(dir) + "disk/", std::string(dir) + "ram/");
+  Kbase::Klog::Logger::GetInstance().Flush();
   _exit(0);
 }();
 
@@ -63,13 +72,23 @@ class PowerCutTest : public Testing::TempDirTest {
     }
     const auto settings = GetSettings(m_dir + "disk/", m_dir + "ram/");
     for (const auto& dir : {settings.eventsDir, settings.backupDir, settings.restoreDir}) fs::create_directory(dir);
-    for (const char* id : {Saved, Crashed}) {
-      EventStore::EventDescription request;
+    EventStore::EventDescription request;
+    for (const char* id : {Saved, Crashed, Waiting}) {
       request.id = id;
       request.label = id;
       request.timeMs = 1'795'262'400'000;
       EventArchive(settings).Announce(request, false);
     }
+    std::string problem;
+    Write(m_dir + "gps.dat", "fix");
+    const std::string secured = settings.backupDir + ".event-" + Waiting + "/";
+    EXPECT_TRUE(CopyWaiting({request, {{"Gps", m_dir + "gps.dat"}}, Waiting, {}}, secured, problem)) << problem;
+    request.id = request.label = Stored;
+    std::string dir;
+    EXPECT_TRUE(
+        EventStore::EventWriter(settings.eventsDir).Commit(request, {{"Gps", m_dir + "gps.dat"}}, false, dir, problem))
+        << problem;
+    Write(settings.eventsDir + ".recovered/gps_" + Stored + "_20261121T120010Z_12.dat", "fix");
     const std::string saved = std::string("_") + Saved + "_20261121T120010Z_12";
     Simulator::WriteBytes(settings.backupDir + "video0" + saved + ".h264", m_video);
     Write(settings.backupDir + "video0" + saved + ".h264.times", "times 1 30 captured\n-1000000000 5\n");
@@ -79,21 +98,36 @@ class PowerCutTest : public Testing::TempDirTest {
     Write(m_dir + "ram/" + Crashed + "/gps_" + uid + ".dat", "fix");
     Write(m_dir + "ram/" + Crashed + "/acc_" + uid + ".dat", "acc");
   }
-  /// True when the victim ended by itself: there is no operation of that number.
-  bool Live(int diesAt) const {
-    std::vector<std::string> settings{"LD_PRELOAD=" FORGETFUL_DISK, "TAVI_CUT_VICTIM=" + m_dir,
-                                      "TAVI_DISK_ROOT=" + m_dir + "disk", "TAVI_DISK_MEMORY=" + m_dir + "memory",
-                                      "TAVI_DISK_DIES_AT=" + std::to_string(diesAt)};
+  /// One start, which says what it says in the file "said". True when the victim ended by itself: there is no operation
+  /// of that number.
+  bool Live(std::vector<std::string> settings) const {
+    settings.insert(settings.end(), {"LD_PRELOAD=" FORGETFUL_DISK, "TAVI_CUT_VICTIM=" + m_dir});
     std::vector<char*> environment;
     for (auto& setting : settings) environment.push_back(setting.data());
     environment.push_back(nullptr);
     char* const arguments[]{settings[0].data(), nullptr};
     pid_t child = 0;
     int status = 0;
-    EXPECT_EQ(posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments, environment.data()), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (const int stream : {1, 2}) {
+      const int mode = O_WRONLY | O_CREAT | O_APPEND;
+      posix_spawn_file_actions_addopen(&actions, stream, (m_dir + "said").c_str(), mode, 0644);
+    }
+    EXPECT_EQ(posix_spawn(&child, "/proc/self/exe", &actions, nullptr, arguments, environment.data()), 0);
+    posix_spawn_file_actions_destroy(&actions);
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) ? WEXITSTATUS(status) == 0 : WTERMSIG(status) == SIGKILL) << status;
     return WIFEXITED(status);
+  }
+  /// Lines of warnings and errors; there is always one of the process that died.
+  static int CountComplaints(const std::string& said) {
+    std::istringstream lines(said);
+    int count = 0;
+    for (std::string line; std::getline(lines, line);) {
+      count += line.find("[WARNING]") != std::string::npos || line.find("[ERROR]") != std::string::npos ? 1 : 0;
+    }
+    return count;
   }
   /// What the disk has after the cut.
   void Rebuild(const std::string& key, const std::string& dir) const {
@@ -135,6 +169,8 @@ class PowerCutTest : public Testing::TempDirTest {
   const std::vector<std::uint8_t> m_video = Simulator::Join(Simulator::EncodeH264(64, 64, 30, 10, 30));
   const std::string m_saved = "VideoCamera0 Gps GpsTimes ;";
   const std::string m_crashed = "Gps Acc ;";
+  /// Of what waits, and of what is stored.
+  const std::string m_waiting = "Gps ;";
 };
 
 // A sync that is missing, which no kill shows: a name, a content or a removal that is taken for lasting and is not.
@@ -145,29 +181,58 @@ TEST_F(PowerCutTest, AtWhateverOperationNothingIsLostAndNothingDoubled) {
   for (bool hasEnded = false; !hasEnded && !HasFailure(); operation += step) {
     SCOPED_TRACE("cut at operation " + std::to_string(operation));
     Prepare();
-    hasEnded = Live(operation);
+    hasEnded = Live({"TAVI_DISK_ROOT=" + m_dir + "disk", "TAVI_DISK_MEMORY=" + m_dir + "memory",
+                     "TAVI_DISK_DIES_AT=" + std::to_string(operation)});
     const bool isCrashedSafe = !fs::exists(m_dir + "ram/" + Crashed);
     // The machine has lived on.
     fs::copy(m_dir + "disk", m_dir + "lived", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     auto events = FinishAndRead(m_dir + "lived/");
     EXPECT_EQ(events[Saved], m_saved) << GetLog();
     EXPECT_EQ(events[Crashed], m_crashed) << GetLog();
-    EXPECT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[Waiting] + events[Stored], m_waiting + m_waiting) << GetLog();
+    EXPECT_EQ(events.size(), 4U);
     // And here it has not.
     ClearLog();
     fs::remove_all(m_dir + "ram");
     Rebuild(Testing::ReadFile(m_dir + "memory/root"), m_dir + "after");
+    // What has become an event does not come back when that is deleted.
+    const std::string left = m_dir + "after/events/.recovered";
+    EXPECT_TRUE(!hasEnded || !fs::exists(left) || fs::is_empty(left)) << fs::directory_iterator(left)->path();
     events = FinishAndRead(m_dir + "after/");
     EXPECT_EQ(events[Saved], m_saved) << GetLog();
     if (isCrashedSafe) {
       EXPECT_EQ(events[Crashed], m_crashed) << GetLog();
     }
     EXPECT_LE(events[Crashed].size(), m_crashed.size());
-    EXPECT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[Waiting] + events[Stored], m_waiting + m_waiting) << GetLog();
+    EXPECT_EQ(events.size(), 4U);
     fs::remove_all(m_dir + "lived");
   }
   EXPECT_GT(operation, 30);
   std::cout << operation << " operations\n";
+}
+
+// What cannot be read once, and is taken for not there, for nothing or for broken.
+TEST_F(PowerCutTest, AReadThatFailsLosesNothingAndIsSaid) {
+  const int step = std::atoi(std::getenv("TAVI_CUT_STEP") != nullptr ? std::getenv("TAVI_CUT_STEP") : "12");
+  int number = 1 + static_cast<int>(getpid()) % step;
+  for (bool hasFailed = true; hasFailed && !HasFailure(); number += step) {
+    SCOPED_TRACE("read " + std::to_string(number));
+    Prepare();
+    fs::remove(m_dir + "said");
+    const bool hasEnded = Live({"TAVI_DISK_ROOT=" + m_dir, "TAVI_DISK_FAILS_READ=" + std::to_string(number)});
+    const std::string said = Testing::ReadFile(m_dir + "said");
+    EXPECT_TRUE(hasEnded) << said;
+    hasFailed = said.find("preloaded disk: EIO") != std::string::npos;
+    EXPECT_TRUE(!hasFailed || CountComplaints(said) > 1) << "nobody says so: " << said;
+    auto events = FinishAndRead(m_dir + "disk/");
+    EXPECT_EQ(events[Saved], m_saved) << said << GetLog();
+    EXPECT_EQ(events[Crashed], m_crashed) << said << GetLog();
+    EXPECT_EQ(events[Waiting] + events[Stored], m_waiting + m_waiting) << said << GetLog();
+    EXPECT_EQ(events.size(), 4U) << said << GetLog();
+  }
+  EXPECT_GT(number, 30);
+  std::cout << number << " reads\n";
 }
 
 }  // namespace

@@ -53,11 +53,15 @@ bool Kdir::Create() const {
 }
 
 std::error_code Kdir::List(std::vector<std::string>& names) const {
-  names.clear();
-  std::error_code error;
-  std::filesystem::directory_iterator entry(m_path, error);
-  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    names.push_back(entry->path().filename().string());
+  std::error_code error = std::make_error_code(std::errc::io_error);
+  // Who misses a name takes what it is of for lost.
+  for (int tries = 0; tries < 2 && error == std::errc::io_error; ++tries) {
+    names.clear();
+    std::filesystem::directory_iterator entry(m_path, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+      names.push_back(entry->path().filename().string());
+    }
+    if (error == std::errc::io_error) errno = error.value(), LogFailure("read the directory", m_path);
   }
   std::sort(names.begin(), names.end());
   return error == std::errc::no_such_file_or_directory ? std::error_code() : error;
@@ -66,6 +70,11 @@ std::error_code Kdir::List(std::vector<std::string>& names) const {
 std::error_code Kdir::RemoveTree() const {
   std::error_code error;
   std::filesystem::remove_all(m_path, error);
+  // A directory whose names cannot be read is passed over in silence.
+  std::error_code ignored;
+  if (!error && std::filesystem::exists(std::filesystem::symlink_status(m_path, ignored))) {
+    error = std::make_error_code(std::errc::io_error);
+  }
   return error;
 }
 
