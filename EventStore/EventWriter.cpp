@@ -232,12 +232,8 @@ bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>&
   if (!HoldLock(problem)) return false;
   const std::int64_t savedNs = ChooseSavedNs();
   CommitRun run(m_eventsDir, event, sources, isProtected, savedNs);
-  int number = 0;
   for (const CommitStep step : CommitSteps) {
     if (!(run.*step)(problem)) return false;
-    if (!m_goesOn || m_goesOn(++number)) continue;
-    run.Release();
-    return false;
   }
   m_newestNs = savedNs;
   eventDir = run.GetFinalDir();

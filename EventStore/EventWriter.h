@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,9 +34,6 @@ class EventWriter {
   [[nodiscard]] bool Commit(EventDescription& event, const std::vector<SourceFile>& sources, bool isProtected,
                             std::string& eventDir, std::string& problem);
 
-  /// For tests: called after each step with its number from 1; on false Commit leaves all as it is, like a power cut.
-  void SetStepObserver(std::function<bool(int)> goesOn) { m_goesOn = std::move(goesOn); }
-
  private:
   bool HoldLock(std::string& problem);
   void FindNewest();
@@ -47,7 +43,6 @@ class EventWriter {
   /// EventEntry::savedNs of the newest event; empty before the first commit.
   std::optional<std::int64_t> m_newestNs;
   DirectoryLock m_lock;
-  std::function<bool(int)> m_goesOn;
 };
 
 }  // namespace Tavi::EventStore

@@ -106,6 +106,7 @@ TEST_F(CollectManagerTest, TheLimitAbortsAndReportsWhatWasWritten) {
     m_input.durationSeconds = 100;
     m_output = {};
     auto collect = CollectInBackground(manager);
+    EXPECT_EQ(CountThreads(m_managerConfig.cr ? "COLLECT-CAM0-CR" : "COLLECT-CAM0"), 1);
     clock.Jump(std::chrono::seconds(limit - 15));
     EXPECT_EQ(collect.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
     clock.Jump(std::chrono::seconds(15));

@@ -53,24 +53,6 @@ TEST_F(CommitTest, OnOneDiskAndAcrossTwoTheEventIsWholeAndTheSourcesAreGone) {
   std::filesystem::remove(shared);
 }
 
-// Half an event under its name, a source removed too early, a leftover that stays for ever.
-TEST_F(CommitTest, AStopAfterAnyStepLeavesTheEventOrTheSources) {
-  for (int last = 1; last <= 5; ++last) {
-    SCOPED_TRACE(last);
-    const auto sources = MakeSources();
-    EventWriter writer(m_events);
-    writer.SetStepObserver([last](int step) { return step < last; });
-    EXPECT_FALSE(Commit(writer, sources));
-    const bool isComplete = last >= 4;
-    EXPECT_EQ(std::filesystem::exists(m_events + "/" + Name), isComplete);
-    EXPECT_EQ(List(m_ram), last < 5 ? "gps_1.dat video1_1.mp4 " : "");
-    EXPECT_EQ(writer.CleanUp(), isComplete ? 0 : 1);
-    EXPECT_EQ(List(m_events), isComplete ? std::string(Name) + " " : "");
-    if (isComplete) ExpectWholeEvent(m_events + "/" + Name);
-    std::filesystem::remove_all(m_events);
-  }
-}
-
 // A wait on a FIFO, a link that is stored, an overwritten description, a half event, lost sources.
 TEST_F(CommitTest, ASourceThatCannotBeStoredLeavesEverythingAsItWas) {
   const auto good = MakeSources();

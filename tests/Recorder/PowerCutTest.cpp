@@ -1,6 +1,5 @@
 // A start on a disk that fails: power that is cut before each operation, after which there is what was synced and
 // nothing else, and reads that fail.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -54,6 +53,8 @@ void Start(const std::string& disk, const std::string& ram) {
 [[maybe_unused]] const bool NoVictim = [] {
   const char* dir = std::getenv("TAVI_CUT_VICTIM");
   if (dir == nullptr) return true;
+  for (FILE* stream : {stdout, stderr})
+    static_cast<void>(!std::freopen((std::string(dir) + "said").c_str(), "a", stream));
   Start(std::string(dir) + "disk/", std::string(dir) + "ram/");
   Kbase::Klog::Logger::GetInstance().Flush();
   _exit(0);
@@ -88,7 +89,7 @@ class PowerCutTest : public Testing::TempDirTest {
     EXPECT_TRUE(
         EventStore::EventWriter(settings.eventsDir).Commit(request, {{"Gps", m_dir + "gps.dat"}}, false, dir, problem))
         << problem;
-    Write(settings.eventsDir + ".recovered/gps_" + Stored + "_20261121T120010Z_12.dat", "fix");
+    Write(settings.eventsDir + ".recovered/gps_crash-" + Stored + "_20261121T120010Z_12.dat", "fix");
     const std::string saved = std::string("_") + Saved + "_20261121T120010Z_12";
     Simulator::WriteBytes(settings.backupDir + "video0" + saved + ".h264", m_video);
     Write(settings.backupDir + "video0" + saved + ".h264.times", "times 1 30 captured\n-1000000000 5\n");
@@ -108,26 +109,10 @@ class PowerCutTest : public Testing::TempDirTest {
     char* const arguments[]{settings[0].data(), nullptr};
     pid_t child = 0;
     int status = 0;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    for (const int stream : {1, 2}) {
-      const int mode = O_WRONLY | O_CREAT | O_APPEND;
-      posix_spawn_file_actions_addopen(&actions, stream, (m_dir + "said").c_str(), mode, 0644);
-    }
-    EXPECT_EQ(posix_spawn(&child, "/proc/self/exe", &actions, nullptr, arguments, environment.data()), 0);
-    posix_spawn_file_actions_destroy(&actions);
+    EXPECT_EQ(posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments, environment.data()), 0);
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) ? WEXITSTATUS(status) == 0 : WTERMSIG(status) == SIGKILL) << status;
     return WIFEXITED(status);
-  }
-  /// Lines of warnings and errors; there is always one of the process that died.
-  static int CountComplaints(const std::string& said) {
-    std::istringstream lines(said);
-    int count = 0;
-    for (std::string line; std::getline(lines, line);) {
-      count += line.find("[WARNING]") != std::string::npos || line.find("[ERROR]") != std::string::npos ? 1 : 0;
-    }
-    return count;
   }
   /// What the disk has after the cut.
   void Rebuild(const std::string& key, const std::string& dir) const {
@@ -224,7 +209,9 @@ TEST_F(PowerCutTest, AReadThatFailsLosesNothingAndIsSaid) {
     const std::string said = Testing::ReadFile(m_dir + "said");
     EXPECT_TRUE(hasEnded) << said;
     hasFailed = said.find("preloaded disk: EIO") != std::string::npos;
-    EXPECT_TRUE(!hasFailed || CountComplaints(said) > 1) << "nobody says so: " << said;
+    // There is always one warning, of the process that died.
+    const bool isSaid = said.find("[ERROR]") != std::string::npos || said.find("[WARNING]") != said.rfind("[WARNING]");
+    EXPECT_TRUE(!hasFailed || isSaid) << said;
     auto events = FinishAndRead(m_dir + "disk/");
     EXPECT_EQ(events[Saved], m_saved) << said << GetLog();
     EXPECT_EQ(events[Crashed], m_crashed) << said << GetLog();
@@ -232,7 +219,6 @@ TEST_F(PowerCutTest, AReadThatFailsLosesNothingAndIsSaid) {
     EXPECT_EQ(events.size(), 4U) << said << GetLog();
   }
   EXPECT_GT(number, 30);
-  std::cout << number << " reads\n";
 }
 
 }  // namespace

@@ -15,8 +15,8 @@
 #include "Kdevice/ACC/AccDevice.h"
 #include "Kdevice/I2C/I2c.h"
 #include "Simulator/AccChip.h"
+#include "Simulator/GpsSimulator.h"
 #include "Simulator/NmeaText.h"
-#include "Simulator/SimulatedCar.h"
 #include "Support/Fixtures.h"
 #include "Support/Nmea.h"
 
@@ -234,24 +234,6 @@ TEST_F(AccChipTest, ABurstThatBreaksOffRotatesTheAxesOnlyUntilTheChipIsSetUpAnew
   ASSERT_TRUE(Testing::WaitUntil([&, enough = blocks.count + 3] { return blocks.count >= enough; }));
   EXPECT_TRUE(device.Abort(std::chrono::seconds(5)));
   EXPECT_EQ(device.GetErrorCount(), 3U);
-}
-
-TEST_F(AccChipTest, OtherAddressesDoNotAcknowledge) {
-  errno = 0;
-  EXPECT_FALSE(m_bus.WriteRegister(0x1D, 0x2A, 1));
-  EXPECT_EQ(errno, ENXIO);
-}
-
-TEST(SimulatedCarTest, SaysThatItsMicrophoneIsMissingAndGivesTheBusBack) {
-  Kdevice::I2C::I2c bus(1);
-  std::uint8_t id = 0;
-  {
-    const SimulatedCar car({.gpsRate = 1, .alsaModule = "/nowhere/module.so"});
-    EXPECT_THAT(car.GetProblem(), testing::HasSubstr("missing: /nowhere/module.so"));
-    EXPECT_TRUE(bus.ReadRegisters(AccChip::Address, 0x0D, {&id, 1}));
-    EXPECT_EQ(id, 0x1A);
-  }
-  EXPECT_FALSE(bus.ReadRegisters(AccChip::Address, 0x0D, {&id, 1}));
 }
 
 }  // namespace
