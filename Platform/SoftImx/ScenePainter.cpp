@@ -18,10 +18,6 @@ constexpr int Width = ScenePainter::Width;
 constexpr int Height = ScenePainter::Height;
 constexpr std::int64_t SecondNs = 1'000'000'000;
 
-// Of the planes in the background.
-constexpr int UOffset = Width * Height;
-constexpr int VOffset = UOffset + Width * Height / 4;
-
 /// How far a grain moves a pixel's luma at most: about what a sensor's noise does at dusk.
 constexpr int GrainLuma = 3;
 /// A frame shows the next grain picture at up to 60 frames a second.
@@ -56,30 +52,46 @@ struct Rect {
   int height;
 };
 
+/// A picture to paint on, in the street's coordinates whatever its own size.
+struct Canvas {
+  I420Planes planes;
+  int width;
+  int height;
+};
+
+/// The planes of a picture that lies in one piece.
+I420Planes PlanesOf(std::uint8_t* pixels, int width, int height) {
+  std::uint8_t* const chroma = pixels + width * height;
+  return {{pixels, chroma, chroma + width * height / 4}, {width, width / 2, width / 2}};
+}
+
 /// Fills what of `rect` lies in the picture. Chroma is half size: all callers keep to even coordinates.
-void Fill(const I420Planes& p, Rect rect, Yuv colour) {
-  const int left = std::clamp(rect.x, 0, Width);
-  const int top = std::clamp(rect.y, 0, Height);
-  const int right = std::clamp(rect.x + rect.width, 0, Width);
-  const int bottom = std::clamp(rect.y + rect.height, 0, Height);
+void Fill(const Canvas& canvas, Rect rect, Yuv colour) {
+  const auto& p = canvas.planes;
+  const auto toX = [&canvas](int x) { return std::clamp(x, 0, Width) * canvas.width / Width; };
+  const auto toY = [&canvas](int y) { return std::clamp(y, 0, Height) * canvas.height / Height; };
+  const int left = toX(rect.x);
+  const int top = toY(rect.y);
+  const int right = toX(rect.x + rect.width);
+  const int bottom = toY(rect.y + rect.height);
   if (right <= left || bottom <= top) return;
   libyuv::I420Rect(p.data[0], p.stride[0], p.data[1], p.stride[1], p.data[2], p.stride[2], left, top, right - left,
                    bottom - top, colour.y, colour.u, colour.v);
 }
 
 /// A span of equal height on both sides of `centreX`, `halfWidth` rounded to the chroma grid.
-void FillSpan(const I420Planes& p, int centreX, int y, double halfWidth, Yuv colour) {
+void FillSpan(const Canvas& p, int centreX, int y, double halfWidth, Yuv colour) {
   const int half = static_cast<int>(halfWidth) & ~1;
   Fill(p, {(centreX & ~1) - half, y, 2 * half, 2}, colour);
 }
 
-void FillDisc(const I420Planes& p, int centreX, int centreY, int radius, Yuv colour) {
+void FillDisc(const Canvas& p, int centreX, int centreY, int radius, Yuv colour) {
   for (int dy = -radius; dy < radius; dy += 2) {
     FillSpan(p, centreX, centreY + dy, std::sqrt(double(radius) * radius - double(dy + 1) * (dy + 1)), colour);
   }
 }
 
-void DrawGlyphRow(const I420Planes& p, int bits, Rect dot, Yuv colour) {
+void DrawGlyphRow(const Canvas& p, int bits, Rect dot, Yuv colour) {
   for (int column = 0; column < GlyphColumns;) {
     int run = 0;
     while (column + run < GlyphColumns && (bits >> (GlyphColumns - 1 - column - run) & 1) != 0) ++run;
@@ -88,7 +100,7 @@ void DrawGlyphRow(const I420Planes& p, int bits, Rect dot, Yuv colour) {
   }
 }
 
-void DrawText(const I420Planes& p, std::string_view text, int x, int y, int dotSize, Yuv colour) {
+void DrawText(const Canvas& p, std::string_view text, int x, int y, int dotSize, Yuv colour) {
   for (const char character : text) {
     const Glyph& glyph = FindGlyph(character);
     for (int row = 0; row < GlyphRows; ++row) {
@@ -131,14 +143,14 @@ Yuv Tinted(int y, double hue, double strength) {
   return {y, 128 + static_cast<int>(strength * std::cos(hue)), 128 + static_cast<int>(strength * std::sin(hue))};
 }
 
-void PaintSky(const I420Planes& p, double hue) {
+void PaintSky(const Canvas& p, double hue) {
   for (int y = 0; y < HorizonY; y += 2) {
     const double low = double(y) / HorizonY;
     Fill(p, {0, y, Width, 2}, Tinted(static_cast<int>(60 + 70 * low), hue, 34 - 12 * low));
   }
 }
 
-void PaintBuilding(const I420Planes& p, Rect house, Yuv wall, Dice& dice) {
+void PaintBuilding(const Canvas& p, Rect house, Yuv wall, Dice& dice) {
   Fill(p, house, wall);
   for (int y = house.y + 12; y < HorizonY - 16; y += 24) {
     for (int x = house.x + 10; x < house.x + house.width - 14; x += 22) {
@@ -147,7 +159,7 @@ void PaintBuilding(const I420Planes& p, Rect house, Yuv wall, Dice& dice) {
   }
 }
 
-void PaintSkyline(const I420Planes& p, double hue, Dice& dice) {
+void PaintSkyline(const Canvas& p, double hue, Dice& dice) {
   for (int x = 0; x < Width;) {
     const int width = dice.Even(60, 150);
     const int height = dice.Even(40, 150);
@@ -156,7 +168,7 @@ void PaintSkyline(const I420Planes& p, double hue, Dice& dice) {
   }
 }
 
-void PaintRoad(const I420Planes& p, double hue) {
+void PaintRoad(const Canvas& p, double hue) {
   Fill(p, {0, HorizonY, Width, Height - HorizonY}, Tinted(66, hue, 22));
   Fill(p, {0, KerbY, Width, 96}, Tarmac);
   for (int y = HorizonY; y < Height; y += 2) {
@@ -169,7 +181,7 @@ void PaintRoad(const I420Planes& p, double hue) {
 }
 
 /// The car that crosses from left to right; its place is a function of wall time, so it too shows when a frame is from.
-void PaintCar(const I420Planes& p, std::int64_t wallNs, Yuv body) {
+void PaintCar(const Canvas& p, std::int64_t wallNs, Yuv body) {
   const std::int64_t phaseNs = ((wallNs % CarPeriodNs) + CarPeriodNs) % CarPeriodNs;
   const int x = (static_cast<int>(phaseNs * (Width + CarLength) / CarPeriodNs) - CarLength) & ~1;
   const int y = KerbY + 20;
@@ -182,7 +194,7 @@ void PaintCar(const I420Planes& p, std::int64_t wallNs, Yuv body) {
   FillDisc(p, x + 156, y + 40, 20, Black);
 }
 
-void PaintClock(const I420Planes& p, std::int64_t wallNs) {
+void PaintClock(const Canvas& p, std::int64_t wallNs) {
   const std::time_t seconds = static_cast<std::time_t>(wallNs / SecondNs);
   std::tm local{};
   localtime_r(&seconds, &local);
@@ -194,8 +206,8 @@ void PaintClock(const I420Planes& p, std::int64_t wallNs) {
 
 /// The background's luma with a sensor's noise. A picture without any costs an encoder next to nothing, whatever bit
 /// rate it is asked for, and what is measured with it says little about a camera.
-std::vector<std::uint8_t> AddGrain(const std::vector<std::uint8_t>& background, Dice& dice) {
-  std::vector<std::uint8_t> luma(background.begin(), background.begin() + UOffset);
+std::vector<std::uint8_t> AddGrain(const std::vector<std::uint8_t>& background, std::ptrdiff_t pixels, Dice& dice) {
+  std::vector<std::uint8_t> luma(background.begin(), background.begin() + pixels);
   for (std::uint8_t& pixel : luma) {
     pixel = static_cast<std::uint8_t>(std::clamp(pixel + dice.Any(-GrainLuma, GrainLuma), 16, 235));
   }
@@ -204,36 +216,45 @@ std::vector<std::uint8_t> AddGrain(const std::vector<std::uint8_t>& background, 
 
 }  // namespace
 
-ScenePainter::ScenePainter(std::string_view name) : m_background(Width * Height * 3 / 2) {
+ScenePainter::ScenePainter(std::string_view name, int width, int height)
+    : m_width(width),
+      m_height(height),
+      m_background(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3 / 2) {
   const std::uint64_t hash = HashName(name);
   const double hue = 2 * std::numbers::pi * static_cast<double>(hash >> 40) / static_cast<double>(1 << 24);
   Dice dice(hash);
-  std::uint8_t* const pixels = m_background.data();
-  const I420Planes p{{pixels, pixels + UOffset, pixels + VOffset}, {Width, Width / 2, Width / 2}};
-  PaintSky(p, hue);
-  PaintSkyline(p, hue, dice);
-  PaintRoad(p, hue);
-  Fill(p,
+  std::vector<std::uint8_t> street(Width * Height * 3 / 2);
+  const Canvas canvas{PlanesOf(street.data(), Width, Height), Width, Height};
+  PaintSky(canvas, hue);
+  PaintSkyline(canvas, hue, dice);
+  PaintRoad(canvas, hue);
+  Fill(canvas,
        {ClockX - ClockMargin, ClockY - ClockMargin, ClockWidth + 2 * ClockMargin,
         GlyphRows * ClockDot + 2 * ClockMargin},
        Black);
-  DrawText(p, name, NameX, NameY, NameDot, White);
+  DrawText(canvas, name, NameX, NameY, NameDot, White);
+  const I420Planes from = canvas.planes;
+  const I420Planes to = PlanesOf(m_background.data(), width, height);
+  libyuv::I420Scale(from.data[0], from.stride[0], from.data[1], from.stride[1], from.data[2], from.stride[2], Width,
+                    Height, to.data[0], to.stride[0], to.data[1], to.stride[1], to.data[2], to.stride[2], width, height,
+                    libyuv::kFilterBox);
   m_carColour = Tinted(150, hue + std::numbers::pi, 70);
-  for (auto& luma : m_grainedLuma) luma = AddGrain(m_background, dice);
+  for (auto& luma : m_grainedLuma) luma = AddGrain(m_background, std::ptrdiff_t{width} * height, dice);
 }
 
 void ScenePainter::Paint(const I420Planes& picture, std::int64_t wallNs) const {
+  const Canvas canvas{picture, m_width, m_height};
   if (IsFlash(wallNs)) {
-    Fill(picture, {0, 0, Width, Height}, White);
+    Fill(canvas, {0, 0, Width, Height}, White);
     return;
   }
-  const std::uint8_t* const y = m_background.data();
   const auto& luma = m_grainedLuma[static_cast<std::size_t>(wallNs / GrainNs) % m_grainedLuma.size()];
-  libyuv::I420Copy(luma.data(), Width, y + UOffset, Width / 2, y + VOffset, Width / 2, picture.data[0],
-                   picture.stride[0], picture.data[1], picture.stride[1], picture.data[2], picture.stride[2], Width,
-                   Height);
-  PaintCar(picture, wallNs, m_carColour);
-  PaintClock(picture, wallNs);
+  const std::uint8_t* const u = m_background.data() + luma.size();
+  libyuv::I420Copy(luma.data(), m_width, u, m_width / 2, u + luma.size() / 4, m_width / 2, picture.data[0],
+                   picture.stride[0], picture.data[1], picture.stride[1], picture.data[2], picture.stride[2], m_width,
+                   m_height);
+  PaintCar(canvas, wallNs, m_carColour);
+  PaintClock(canvas, wallNs);
 }
 
 bool ScenePainter::IsFlash(std::int64_t wallNs) {

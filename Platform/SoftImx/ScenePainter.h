@@ -16,7 +16,7 @@ struct Yuv {
   int v;
 };
 
-/// The three planes of a writable I420 picture of the scene's size, borrowed for one call.
+/// The three planes of a writable I420 picture of the painter's size, borrowed for one call.
 struct I420Planes {
   std::uint8_t* data[3];
   int stride[3];
@@ -29,11 +29,13 @@ struct I420Planes {
 /// small rectangles. Every pixel of it is written by libyuv. Immutable after construction, so reentrant.
 class ScenePainter {
  public:
+  /// The street's own size: other pictures show all of it, stretched to theirs.
   static constexpr int Width = 1280;
   static constexpr int Height = 720;
   static constexpr std::int64_t FlashNs = 100'000'000;
 
-  explicit ScenePainter(std::string_view name);
+  /// Paints pictures of `width` x `height` pixels, even numbers of at least 16.
+  ScenePainter(std::string_view name, int width, int height);
 
   /// Paints the frame that shows `wallNs`, nanoseconds since 1970 UTC. The clock shows local time.
   void Paint(const I420Planes& picture, std::int64_t wallNs) const;
@@ -42,6 +44,8 @@ class ScenePainter {
   [[nodiscard]] static bool IsFlash(std::int64_t wallNs);
 
  private:
+  int m_width;
+  int m_height;
   std::vector<std::uint8_t> m_background;
   /// Its luma with different grain each, shown in turn.
   std::array<std::vector<std::uint8_t>, 3> m_grainedLuma;

@@ -215,7 +215,7 @@ GstFlowReturn Fill(GstPushSrc* source, GstBuffer* buffer) noexcept {
 gboolean Start(GstBaseSrc* source) noexcept {
   SceneState& state = StateOf(source);
   const std::lock_guard lock(state.mutex);
-  state.painter = std::make_unique<ScenePainter>(state.settings.name);
+  state.painter = std::make_unique<ScenePainter>(state.settings.name, state.settings.width, state.settings.height);
   state.firstFrame.reset();
   return TRUE;
 }
@@ -352,7 +352,8 @@ GstElement* NewSceneSource(const SceneSettings& settings) {
   const std::lock_guard lock(state.mutex);
   state.settings = settings;
   GstVideoInfo& info = state.info;
-  gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, ScenePainter::Width, ScenePainter::Height);
+  gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, static_cast<guint>(settings.width),
+                            static_cast<guint>(settings.height));
   info.fps_n = settings.rateNumerator;
   info.fps_d = settings.rateDenominator;
   gst_base_src_set_blocksize(GST_BASE_SRC(source), static_cast<guint>(GST_VIDEO_INFO_SIZE(&info)));

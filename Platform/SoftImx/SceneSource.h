@@ -13,6 +13,9 @@ struct SceneSettings {
   /// Frames a second as a fraction, both parts at least 1.
   int rateNumerator = 30;
   int rateDenominator = 1;
+  /// Of the picture in pixels, even numbers of at least 16.
+  int width = 1280;
+  int height = 720;
   /// Buffers allocated at once, and how many frames the source may fall behind before it gives them up.
   int queueSize = 4;
   /// So long the camera stands still in every 40 s, in milliseconds; 0: never.

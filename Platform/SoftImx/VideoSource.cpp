@@ -1,4 +1,4 @@
-// The element "imxv4l2videosrc": a camera, or a simulated one, as live I420 1280x720.
+// The element "imxv4l2videosrc": a camera, or a simulated one, as live I420 of the asked size.
 #include "SoftImx/VideoSource.h"
 
 #include <gst/gst.h>
@@ -11,14 +11,15 @@
 #include <string_view>
 
 #include "SoftImx/Handover.h"
-#include "SoftImx/ScenePainter.h"
 #include "SoftImx/SceneSource.h"
 
 namespace SoftImx {
 namespace {
 
-constexpr int Width = ScenePainter::Width;
-constexpr int Height = ScenePainter::Height;
+/// From the encoder's smallest picture to the largest that the unit's own encoder takes.
+constexpr int SmallestSide = 16;
+constexpr int MostWidth = 1920;
+constexpr int MostHeight = 1088;
 constexpr std::string_view ScenePrefix = "sim:";
 /// What a device that delivers 4 frames a second needs to be brought to the rate.
 constexpr GstClockTime MostCopied = 250 * GST_MSECOND;
@@ -35,6 +36,8 @@ struct Settings {
   int rateNumerator = 30;
   int rateDenominator = 1;
   int queueSize = 4;
+  int width = 1280;
+  int height = 720;
   CropRect crop;
 };
 
@@ -58,6 +61,8 @@ enum Property : guint {
   PropFpsN,
   PropFpsD,
   PropQueueSize,
+  PropWidth,
+  PropHeight,
   PropCropX,
   PropCropY,
   PropCropWidth,
@@ -78,17 +83,19 @@ Settings Snapshot(gpointer instance) {
   return state.settings;
 }
 
-GstCaps* OutputCaps(int rateNumerator, int rateDenominator) {
-  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, Width, "height",
-                             G_TYPE_INT, Height, "framerate", GST_TYPE_FRACTION, rateNumerator, rateDenominator,
-                             "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
+GstCaps* OutputCaps(const Settings& settings) {
+  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, settings.width,
+                             "height", G_TYPE_INT, settings.height, "framerate", GST_TYPE_FRACTION,
+                             settings.rateNumerator, settings.rateDenominator, "pixel-aspect-ratio", GST_TYPE_FRACTION,
+                             1, 1, nullptr);
 }
 
-/// `crop` cut to the frame; empty when nothing of it is left.
-CropRect Clamp(const CropRect& crop) {
-  const int x = std::min(crop.x, Width);
-  const int y = std::min(crop.y, Height);
-  return {x, y, std::min(crop.width, Width - x), std::min(crop.height, Height - y)};
+/// The crop rectangle cut to the frame; empty when nothing of it is left.
+CropRect ClampedCrop(const Settings& settings) {
+  const CropRect& crop = settings.crop;
+  const int x = std::min(crop.x, settings.width);
+  const int y = std::min(crop.y, settings.height);
+  return {x, y, std::min(crop.width, settings.width - x), std::min(crop.height, settings.height - y)};
 }
 
 SOFTIMX_FILLS_HEADER void Mark(GstBuffer* buffer, const CropRect& crop) {
@@ -105,7 +112,7 @@ GstPadProbeReturn AddCrop(GstPad*, GstPadProbeInfo* info, gpointer self) noexcep
   CropRect crop;
   {
     const std::lock_guard lock(state.mutex);
-    crop = Clamp(state.settings.crop);
+    crop = ClampedCrop(state.settings);
   }
   if (crop.width <= 0 || crop.height <= 0) return GST_PAD_PROBE_OK;
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
@@ -158,7 +165,7 @@ GstElement* BuildCapture(GstElement* self, const Settings& settings) {
   // Otherwise the gap between pipeline start and the first frame, or a standstill of the device, would be filled with
   // copies of a frame: pictures of nothing, seconds of them at once.
   g_object_set(rate, "skip-to-first", TRUE, "max-duplication-time", guint64{MostCopied}, nullptr);
-  GstCaps* caps = OutputCaps(settings.rateNumerator, settings.rateDenominator);
+  GstCaps* caps = OutputCaps(settings);
   g_object_set(filter, "caps", caps, nullptr);
   gst_caps_unref(caps);
   GstPad* pad = gst_element_get_static_pad(capture, "src");
@@ -169,7 +176,12 @@ GstElement* BuildCapture(GstElement* self, const Settings& settings) {
 }
 
 GstElement* BuildScene(GstElement* self, const Settings& settings) {
-  SceneSettings sceneSettings{"", settings.rateNumerator, settings.rateDenominator, settings.queueSize, 0};
+  SceneSettings sceneSettings;
+  sceneSettings.rateNumerator = settings.rateNumerator;
+  sceneSettings.rateDenominator = settings.rateDenominator;
+  sceneSettings.width = settings.width;
+  sceneSettings.height = settings.height;
+  sceneSettings.queueSize = settings.queueSize;
   if (!ApplySceneName(settings.device.substr(ScenePrefix.size()), sceneSettings)) {
     GST_ELEMENT_ERROR(self, RESOURCE, SETTINGS,
                       ("The camera \"%s\" names no scene after the colon.", settings.device.c_str()), (nullptr));
@@ -255,6 +267,12 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* des
     case PropQueueSize:
       settings.queueSize = g_value_get_int(value);
       break;
+    case PropWidth:
+      settings.width = g_value_get_int(value) & ~1;
+      break;
+    case PropHeight:
+      settings.height = g_value_get_int(value) & ~1;
+      break;
     case PropCropX:
       settings.crop.x = g_value_get_int(value);
       break;
@@ -286,6 +304,12 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* descripti
       break;
     case PropQueueSize:
       g_value_set_int(value, settings.queueSize);
+      break;
+    case PropWidth:
+      g_value_set_int(value, settings.width);
+      break;
+    case PropHeight:
+      g_value_set_int(value, settings.height);
       break;
     case PropCropX:
       g_value_set_int(value, settings.crop.x);
@@ -328,14 +352,18 @@ void InstallProperties(GObjectClass* klass) {
   InstallInt(klass, PropFpsN, "fps-n", "Frames a second, numerator", 1, 1000000, defaults.rateNumerator, closed);
   InstallInt(klass, PropFpsD, "fps-d", "Frames a second, denominator", 1, 1000000, defaults.rateDenominator, closed);
   InstallInt(klass, PropQueueSize, "queue-size", "Number of capture buffers", 1, 64, defaults.queueSize, closed);
-  InstallInt(klass, PropCropX, "crop-meta-x", "Left edge of the crop rectangle marked on frames, in pixels", 0, Width,
-             0, always);
-  InstallInt(klass, PropCropY, "crop-meta-y", "Top edge of the crop rectangle marked on frames, in pixels", 0, Height,
-             0, always);
+  InstallInt(klass, PropWidth, "width", "Width of the frames in pixels; an odd one is taken down to the even one",
+             SmallestSide, MostWidth, defaults.width, closed);
+  InstallInt(klass, PropHeight, "height", "Height of the frames in pixels; an odd one is taken down to the even one",
+             SmallestSide, MostHeight, defaults.height, closed);
+  InstallInt(klass, PropCropX, "crop-meta-x", "Left edge of the crop rectangle marked on frames, in pixels", 0,
+             MostWidth, 0, always);
+  InstallInt(klass, PropCropY, "crop-meta-y", "Top edge of the crop rectangle marked on frames, in pixels", 0,
+             MostHeight, 0, always);
   InstallInt(klass, PropCropWidth, "crop-meta-width",
-             "Width of the crop rectangle marked on frames, in pixels (0 = no crop)", 0, Width, 0, always);
+             "Width of the crop rectangle marked on frames, in pixels (0 = no crop)", 0, MostWidth, 0, always);
   InstallInt(klass, PropCropHeight, "crop-meta-height",
-             "Height of the crop rectangle marked on frames, in pixels (0 = no crop)", 0, Height, 0, always);
+             "Height of the crop rectangle marked on frames, in pixels (0 = no crop)", 0, MostHeight, 0, always);
 }
 
 void ClassInit(gpointer klass, gpointer) noexcept {
@@ -348,10 +376,11 @@ void ClassInit(gpointer klass, gpointer) noexcept {
   element->change_state = ChangeState;
   GST_BIN_CLASS(klass)->handle_message = HandleMessage;
   gst_element_class_set_static_metadata(element, "Camera source (software)", "Source/Video",
-                                        "Captures a V4L2 device or a simulated camera as I420 1280x720", "Tavi");
+                                        "Captures a V4L2 device or a simulated camera as I420 of the asked size",
+                                        "Tavi");
   GstCaps* caps = gst_caps_from_string(
-      "video/x-raw, format=(string)I420, width=(int)1280, height=(int)720, framerate=(fraction)[ 1/1000000, 1000000/1 "
-      "]");
+      "video/x-raw, format=(string)I420, width=(int)[ 16, 1920, 2 ], height=(int)[ 16, 1088, 2 ], "
+      "framerate=(fraction)[ 1/1000000, 1000000/1 ]");
   gst_element_class_add_pad_template(element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, caps));
   gst_caps_unref(caps);
 }

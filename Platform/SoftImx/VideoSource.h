@@ -1,4 +1,4 @@
-// The element "imxv4l2videosrc": a camera, or a simulated one, as live I420 1280x720.
+// The element "imxv4l2videosrc": a camera, or a simulated one, as live I420 of the asked size.
 #pragma once
 
 #include <glib-object.h>
@@ -8,9 +8,9 @@ namespace SoftImx {
 /// A bin with a ghost pad "src". From NULL to READY it builds what its device asks for: a SceneSource for "sim:NAME",
 /// v4l2src with conversion for anything else. Back in NULL it is empty again.
 ///
-/// Properties may be set on any thread; those of the device and the rate count from the next NULL to READY, the crop
-/// rectangle from the next frame. A device that is missing or fails posts one ERROR message that names it and delivers
-/// nothing: a scene never takes a camera's place.
+/// Properties may be set on any thread; those of the device, the rate and the size count from the next NULL to READY,
+/// the crop rectangle from the next frame. A device that is missing or fails posts one ERROR message that names it and
+/// delivers nothing: a scene never takes a camera's place.
 [[nodiscard]] GType VideoSourceType();
 
 }  // namespace SoftImx

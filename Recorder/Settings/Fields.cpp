@@ -20,8 +20,8 @@ void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::Vi
       "which camera the record is about; nothing to choose");
   add("device", &camera.device, Limits::PathBytes, "", "V4L2 capture device");
   add("width", &camera.width, Allowed::Even(Limits::Width), "pixels",
-      "width of the frames that the device delivers; it does not change them");
-  add("height", &camera.height, Allowed::Even(Limits::Height), "pixels", "their height");
+      "width of the recorded pictures; 1280 while they are cropped");
+  add("height", &camera.height, Allowed::Even(Limits::Height), "pixels", "their height; 720 while they are cropped");
   add("fps", &camera.fps, Limits::Fps, "frames/s", "frame rate, and frames from one key frame to the next");
   add("bitrate", &camera.bitrate, Limits::VideoBitrateKbit, "kbit/s", "H.264 bit rate");
   add("streamEnabled", &camera.streamEnabled, {}, "",

@@ -33,6 +33,10 @@ void SetRawCaps(GstElement* filter, int width, int height) {
   gst_caps_unref(caps);
 }
 
+bool HasProperty(GstElement* element, const char* name) {
+  return g_object_class_find_property(G_OBJECT_GET_CLASS(element), name) != nullptr;
+}
+
 void LinkTee(GstElement* tee, GstElement* queue) {
   GstPad* source = gst_element_request_pad_simple(tee, "src_%u");
   GstPad* sink = gst_element_get_static_pad(queue, "sink");
@@ -110,6 +114,10 @@ class Builder {
   void SetAll() {
     g_object_set(m_source, "device", m_config.device.c_str(), "fps-n", m_config.fps, "queue-size", CaptureQueueSize,
                  nullptr);
+    // The rectangle below is one of a picture of the default size.
+    if (!m_config.cropEnabled && HasProperty(m_source, "width") && HasProperty(m_source, "height")) {
+      g_object_set(m_source, "width", m_config.width, "height", m_config.height, nullptr);
+    }
     if (m_config.cropEnabled) {
       // The source asks for the crop, the transform carries it out.
       g_object_set(m_source, "crop-meta-x", CropX, "crop-meta-y", CropY, "crop-meta-width", CropWidth,

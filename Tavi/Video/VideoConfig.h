@@ -12,8 +12,9 @@ struct VideoConfig {
   CameraType cameraType = CameraType::Camera1;
   /// V4L2 capture device.
   std::string device = "/dev/video0";
-  /// Pixels that the device is known to deliver. It is not asked for them: they count only for a raw frame that is
-  /// pulled before the stream has told its own size.
+  /// Capture size in pixels, even numbers. A source that has properties for it is asked for pictures of this size, and
+  /// everything behind it follows; one that has none delivers what it does. With `cropEnabled` it counts for nothing:
+  /// what is cut away is stated in pixels of a 1280x720 picture.
   std::int32_t width = 1280;
   std::int32_t height = 720;
   /// Frames per second; also the number of frames from one IDR frame to the next.

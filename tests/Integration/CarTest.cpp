@@ -27,6 +27,8 @@ class CarTest : public MediaTest {
     PipelineConfig config;
     config.camera0.device = "sim:camera1";
     config.camera1.device = "sim:camera0";
+    config.camera1.width = 480;  // Previews and stills have their own size, whatever a camera's is.
+    config.camera1.height = 270;
     config.gps.path = m_car.GetGpsPath();
     return config;
   }

@@ -236,6 +236,29 @@ TEST(Scene, RestartsAsItWasSetAndStopsAtOnce) {
   EXPECT_LT(g_get_monotonic_time() - startUs, G_USEC_PER_SEC) << "a stop waited for the next frame";
 }
 
+// Catches a scene that is cut or only partly painted in another size, and a size that the encoder does not take.
+TEST(Scene, ShowsTheSameStreetInEverySize) {
+  std::vector<int> lumas;
+  for (const auto& [width, height] : {std::pair(1280, 720), {16, 16}, {641, 480}, {1920, 1080}}) {
+    SCOPED_TRACE(width);
+    Picture picture;
+    bool isEncoded = false;
+    GstRun run("imxv4l2videosrc name=src device=sim:front width=" + std::to_string(width) +
+               " height=" + std::to_string(height) + " ! imxvpuenc_h264 name=enc ! fakesink");
+    run.OnBuffer("src", [&](GstPad* pad, GstBuffer* buffer) { picture = MapPicture(pad, buffer); });
+    run.OnBuffer("enc", [&](GstPad*, GstBuffer*) { isEncoded = true; });
+    ASSERT_TRUE(run.PlayUntil([&] { return isEncoded && At(picture, 0, 0, 0) < 200; }));
+    run.Stop();
+    EXPECT_EQ(std::pair(picture->info.width, picture->info.height), std::pair(width & ~1, height));
+    std::vector<int> found;
+    for (const auto& [right, down] : {std::pair(0.03, 0.2), {0.97, 0.2}, {0.97, 0.02}, {0.5, 0.97}, {0.02, 0.97}}) {
+      found.push_back(At(picture, 0, static_cast<int>(right * width), static_cast<int>(down * height)));
+    }
+    if (lumas.empty()) lumas = found;
+    EXPECT_THAT(found, testing::Pointwise(testing::FloatNear(14), lumas));
+  }
+}
+
 // Catches a scene in a missing camera's place, an error that does not name the camera, and a source of no use after it.
 TEST(Scene, MissingDeviceIsAnError) {
   for (const std::string device : {"/dev/video-missing", "/dev/null", "", "sim:"}) {
