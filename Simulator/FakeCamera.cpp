@@ -11,12 +11,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <utility>
 
 namespace Tavi::Simulator {
 namespace {
 
-constexpr std::size_t FrameBytes = std::size_t{FakeCamera::Width} * FakeCamera::Height * 2;
+constexpr std::size_t PageBytes = 4096;
 constexpr unsigned MaxBuffers = 32;
 constexpr std::uint32_t Capabilities = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
 
@@ -32,31 +32,15 @@ __attribute__((constructor, used)) void StartWithUmockdev(int, char** argv, char
   execv("/proc/self/exe", argv);
 }
 
-void Describe(v4l2_pix_format& format) {
+void Describe(const FakeCamera::Mode& mode, std::size_t slotBytes, v4l2_pix_format& format) {
   format = {};
-  format.width = FakeCamera::Width;
-  format.height = FakeCamera::Height;
-  format.pixelformat = V4L2_PIX_FMT_YUYV;
+  format.width = mode.width;
+  format.height = mode.height;
+  format.pixelformat = mode.format;
   format.field = V4L2_FIELD_NONE;
-  format.bytesperline = FakeCamera::Width * 2;
-  format.sizeimage = FrameBytes;
+  format.bytesperline = mode.format == V4L2_PIX_FMT_YUYV ? mode.width * 2 : 0;
+  format.sizeimage = static_cast<std::uint32_t>(mode.format == V4L2_PIX_FMT_YUYV ? mode.frames[0].size() : slotBytes);
   format.colorspace = V4L2_COLORSPACE_SRGB;
-}
-
-/// Fills the node with the picture, once for each buffer that may be mapped. False with errno set.
-bool WriteFrames(const std::string& path) {
-  std::vector<unsigned char> frame(FrameBytes, 128);
-  for (std::size_t i = 0; i < FrameBytes; i += 2) {
-    const bool isLeft = i / 2 % FakeCamera::Width < FakeCamera::Width / 2;
-    frame[i] = isLeft ? FakeCamera::DarkLuma : FakeCamera::BrightLuma;
-  }
-  const int node = open(path.c_str(), O_RDWR | O_CLOEXEC);
-  if (node < 0) return false;
-  bool isWritten = true;
-  for (unsigned i = 0; i < MaxBuffers && isWritten; ++i) {
-    isWritten = write(node, frame.data(), FrameBytes) == static_cast<ssize_t>(FrameBytes);
-  }
-  return close(node) == 0 && isWritten;
 }
 
 std::string TakeText(GError* error) {
@@ -84,7 +68,26 @@ bool FakeCamera::IsPossible() {
   return library != nullptr;
 }
 
-FakeCamera::FakeCamera() : m_testbed(umockdev_testbed_new()), m_handler(umockdev_ioctl_base_new()) {
+FakeCamera::Mode FakeCamera::MakeYuyv() {
+  std::vector<std::uint8_t> frame(std::size_t{Width} * Height * 2, 128);
+  for (std::size_t i = 0; i < frame.size(); i += 2) {
+    frame[i] = i / 2 % Width < Width / 2 ? DarkLuma : BrightLuma;
+  }
+  Mode mode;
+  mode.frames.push_back(std::move(frame));
+  return mode;
+}
+
+FakeCamera::FakeCamera(std::vector<Mode> modes)
+    : m_modes(std::move(modes)),
+      m_slotBytes(PageBytes),
+      m_testbed(umockdev_testbed_new()),
+      m_handler(umockdev_ioctl_base_new()) {
+  for (const Mode& mode : m_modes) {
+    for (const auto& frame : mode.frames) {
+      m_slotBytes = std::max(m_slotBytes, (frame.size() + PageBytes - 1) / PageBytes * PageBytes);
+    }
+  }
   g_signal_connect(m_handler, "handle-ioctl", G_CALLBACK(HandleIoctl), this);
 }
 
@@ -98,13 +101,17 @@ std::string FakeCamera::PlugIn() {
   gchar* root = umockdev_testbed_get_root_dir(m_testbed);
   const std::string node = std::string(root) + Device;
   g_free(root);
-  if (!WriteFrames(node)) return node + ": " + std::strerror(errno);
+  m_node = open(node.c_str(), O_RDWR | O_CLOEXEC);
+  if (m_node < 0 || ftruncate(m_node, static_cast<off_t>(MaxBuffers * m_slotBytes)) != 0) {
+    return node + ": " + std::strerror(errno);
+  }
   m_isAttached = umockdev_testbed_attach_ioctl(m_testbed, Device, m_handler, &error) == TRUE;
   return m_isAttached ? std::string() : TakeText(error);
 }
 
 FakeCamera::~FakeCamera() {
   if (m_isAttached) umockdev_testbed_detach_ioctl(m_testbed, Device, nullptr);
+  if (m_node >= 0) close(m_node);
   g_object_unref(m_handler);
   g_object_unref(m_testbed);
 }
@@ -131,33 +138,25 @@ int FakeCamera::Answer(unsigned long request, void* data) {
       return 0;
     }
     case VIDIOC_ENUM_FMT:
-      if (As<v4l2_fmtdesc>(data).index > 0 || As<v4l2_fmtdesc>(data).type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
-      As<v4l2_fmtdesc>(data).pixelformat = V4L2_PIX_FMT_YUYV;
-      return 0;
-    case VIDIOC_ENUM_FRAMESIZES: {
-      auto& size = As<v4l2_frmsizeenum>(data);
-      if (size.index > 0 || size.pixel_format != V4L2_PIX_FMT_YUYV) return EINVAL;
-      size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
-      size.discrete = {Width, Height};
-      return 0;
-    }
-    case VIDIOC_ENUM_FRAMEINTERVALS: {
-      auto& interval = As<v4l2_frmivalenum>(data);
-      if (interval.index > 0) return EINVAL;
-      interval.type = V4L2_FRMIVAL_TYPE_DISCRETE;
-      interval.discrete = {1, Fps};
-      return 0;
-    }
+      return EnumerateFormat(As<v4l2_fmtdesc>(data));
+    case VIDIOC_ENUM_FRAMESIZES:
+      return EnumerateSize(As<v4l2_frmsizeenum>(data));
+    case VIDIOC_ENUM_FRAMEINTERVALS:
+      return EnumerateInterval(As<v4l2_frmivalenum>(data));
     case VIDIOC_G_FMT:
     case VIDIOC_S_FMT:
-    case VIDIOC_TRY_FMT:
-      if (As<v4l2_format>(data).type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
-      Describe(As<v4l2_format>(data).fmt.pix);
+    case VIDIOC_TRY_FMT: {
+      auto& format = As<v4l2_format>(data);
+      if (format.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
+      const std::size_t mode = request == VIDIOC_G_FMT ? m_mode.load() : FindMode(format.fmt.pix);
+      if (request == VIDIOC_S_FMT) m_mode = mode;
+      Describe(m_modes[mode], m_slotBytes, format.fmt.pix);
       return 0;
+    }
     case VIDIOC_G_PARM:
     case VIDIOC_S_PARM:
       As<v4l2_streamparm>(data).parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
-      As<v4l2_streamparm>(data).parm.capture.timeperframe = {1, Fps};
+      As<v4l2_streamparm>(data).parm.capture.timeperframe = {1, Chosen().fps};
       return 0;
     case VIDIOC_REQBUFS:
       return RequestBuffers(As<v4l2_requestbuffers>(data));
@@ -180,6 +179,53 @@ int FakeCamera::Answer(unsigned long request, void* data) {
   }
 }
 
+int FakeCamera::EnumerateFormat(v4l2_fmtdesc& format) const {
+  if (format.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
+  std::vector<std::uint32_t> formats;
+  for (const Mode& mode : m_modes) {
+    if (formats.empty() || formats.back() != mode.format) formats.push_back(mode.format);
+  }
+  if (format.index >= formats.size()) return EINVAL;
+  format.pixelformat = formats[format.index];
+  format.flags = format.pixelformat == V4L2_PIX_FMT_YUYV ? 0 : V4L2_FMT_FLAG_COMPRESSED;
+  return 0;
+}
+
+int FakeCamera::EnumerateSize(v4l2_frmsizeenum& size) const {
+  std::uint32_t index = 0;
+  for (const Mode& mode : m_modes) {
+    if (mode.format != size.pixel_format || index++ != size.index) continue;
+    size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
+    size.discrete = {mode.width, mode.height};
+    return 0;
+  }
+  return EINVAL;
+}
+
+int FakeCamera::EnumerateInterval(v4l2_frmivalenum& interval) const {
+  if (interval.index > 0) return EINVAL;
+  for (const Mode& mode : m_modes) {
+    if (mode.format != interval.pixel_format || mode.width != interval.width || mode.height != interval.height)
+      continue;
+    interval.type = V4L2_FRMIVAL_TYPE_DISCRETE;
+    interval.discrete = {1, mode.fps};
+    return 0;
+  }
+  return EINVAL;
+}
+
+/// The asked format in the nearest size, as drivers do it.
+std::size_t FakeCamera::FindMode(const v4l2_pix_format& asked) const {
+  const auto distance = [&asked](const Mode& mode) {
+    const bool isOther = mode.format != asked.pixelformat;
+    return (isOther ? 1 << 20 : 0) + std::abs(static_cast<int>(mode.width) - static_cast<int>(asked.width)) +
+           std::abs(static_cast<int>(mode.height) - static_cast<int>(asked.height));
+  };
+  const auto nearest = std::min_element(
+      m_modes.begin(), m_modes.end(), [&distance](const Mode& a, const Mode& b) { return distance(a) < distance(b); });
+  return static_cast<std::size_t>(nearest - m_modes.begin());
+}
+
 int FakeCamera::RequestBuffers(v4l2_requestbuffers& request) {
   if (request.memory != V4L2_MEMORY_MMAP) return EINVAL;
   request.count = std::min(request.count, MaxBuffers);
@@ -190,8 +236,8 @@ int FakeCamera::RequestBuffers(v4l2_requestbuffers& request) {
 
 int FakeCamera::QueryBuffer(v4l2_buffer& buffer) const {
   if (buffer.index >= m_bufferCount) return EINVAL;
-  buffer.length = FrameBytes;
-  buffer.m.offset = static_cast<std::uint32_t>(buffer.index * FrameBytes);
+  buffer.length = static_cast<std::uint32_t>(m_slotBytes);
+  buffer.m.offset = static_cast<std::uint32_t>(buffer.index * m_slotBytes);
   buffer.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
   buffer.field = V4L2_FIELD_NONE;
   return 0;
@@ -201,13 +247,16 @@ int FakeCamera::QueryBuffer(v4l2_buffer& buffer) const {
 int FakeCamera::Dequeue(v4l2_buffer& buffer) {
   if (m_queued.empty()) return EAGAIN;
   m_startUs += std::int64_t{m_stallMs.exchange(0)} * 1000;
-  const std::int64_t dueUs = m_startUs + std::int64_t{++m_sequence} * G_USEC_PER_SEC / Fps;
+  const std::int64_t dueUs = m_startUs + std::int64_t{++m_sequence} * G_USEC_PER_SEC / Chosen().fps;
   const std::int64_t waitUs = dueUs - g_get_monotonic_time();
   if (waitUs > 0) g_usleep(static_cast<gulong>(waitUs));
   buffer.index = m_queued.front();
   m_queued.pop_front();
+  const auto& frame = Chosen().frames[(m_sequence - 1) % Chosen().frames.size()];
+  const auto offset = static_cast<off_t>(buffer.index * m_slotBytes);
+  if (pwrite(m_node, frame.data(), frame.size(), offset) != static_cast<ssize_t>(frame.size())) return EIO;
   const int error = QueryBuffer(buffer);
-  buffer.bytesused = FrameBytes;
+  buffer.bytesused = static_cast<std::uint32_t>(frame.size());
   buffer.sequence = m_sequence;
   buffer.timestamp = {dueUs / G_USEC_PER_SEC, dueUs % G_USEC_PER_SEC};
   return error;

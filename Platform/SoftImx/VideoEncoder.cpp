@@ -5,8 +5,11 @@
 #include <gst/video/video.h>
 
 #include <mutex>
+#include <utility>
 
+#include "SoftImx/AccessUnit.h"
 #include "SoftImx/CodecBin.h"
+#include "SoftImx/FrameRoute.h"
 #include "SoftImx/Handover.h"
 
 namespace SoftImx {
@@ -24,6 +27,11 @@ struct EncoderSettings {
 struct EncoderState {
   std::mutex mutex;
   EncoderSettings settings;
+  /// What is done with each frame, and the format that it counts for. Only the streaming thread uses them.
+  FrameRoute route;
+  GstVideoInfo format{};
+  /// Whether downstream knows the camera's own stream.
+  bool isAnnounced = false;
   /// By how much x264enc moves time stamps forward, taken from its segment. Only the streaming thread uses it.
   GstClockTime shift = 0;
 };
@@ -41,9 +49,12 @@ enum Property : guint { PropBitrate = 1, PropIdrInterval, PropGopSize };
 
 constexpr const char* CodecFactory = "x264enc";
 /// Without a profile x264enc takes the highest that downstream accepts, which is more than the unit's encoder writes.
-constexpr const char* OutputCaps =
+constexpr const char* CodecCaps =
     "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au, "
     "profile=(string){ main, constrained-baseline }";
+/// A camera that encodes has a profile of its own choice.
+constexpr const char* OutputCaps = "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au";
+constexpr const char* FilterName = "filter";
 
 EncoderState& StateOf(gpointer instance) {
   return *LoadState(static_cast<VideoEncoder*>(instance)->state);
@@ -114,6 +125,83 @@ GstPadProbeReturn DropKeyRequest(GstPad*, GstPadProbeInfo* info, gpointer) noexc
   return isRequest ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
 }
 
+/// Tells downstream of the camera's own stream, which the codec knows nothing of.
+void Announce(GstPad* sink, GstPad* src) {
+  GstCaps* raw = gst_pad_get_current_caps(sink);
+  GstCaps* caps = gst_caps_from_string(OutputCaps);
+  if (raw != nullptr) {
+    for (const char* field : {"width", "height", "framerate", "pixel-aspect-ratio"}) {
+      const GValue* value = gst_structure_get_value(gst_caps_get_structure(raw, 0), field);
+      if (value != nullptr) gst_caps_set_value(caps, field, value);
+    }
+    gst_caps_unref(raw);
+  }
+  for (const GstEventType type : {GST_EVENT_STREAM_START, GST_EVENT_CAPS, GST_EVENT_SEGMENT}) {
+    GstEvent* event = type == GST_EVENT_CAPS ? gst_event_new_caps(caps) : gst_pad_get_sticky_event(sink, type, 0);
+    if (event != nullptr) gst_pad_push_event(src, event);
+  }
+  gst_caps_unref(caps);
+}
+
+/// Hands on the camera's own encoding of the frame in its place.
+GstFlowReturn PushUnit(GstElement* self, GstPad* sink, GstBuffer* frame, bool isAnnounced) {
+  GstElement* filter = gst_bin_get_by_name(GST_BIN(self), FilterName);
+  GstPad* src = gst_element_get_static_pad(filter, "src");
+  gst_object_unref(filter);
+  if (!isAnnounced) Announce(sink, src);
+  GstBuffer* unit = gst_buffer_copy(UnitOf(frame));
+  GST_BUFFER_PTS(unit) = GST_BUFFER_PTS(frame);
+  GST_BUFFER_DTS(unit) = GST_BUFFER_PTS(frame);
+  GST_BUFFER_DURATION(unit) = GST_BUFFER_DURATION(frame);
+  const GstFlowReturn flow = gst_pad_push(src, unit);
+  gst_object_unref(src);
+  return flow;
+}
+
+/// Decides for each frame whether the codec sees it.
+GstPadProbeReturn OnFrame(GstPad* pad, GstPadProbeInfo* info, gpointer self) noexcept {
+  EncoderState& state = StateOf(self);
+  GstBuffer* frame = GST_PAD_PROBE_INFO_BUFFER(info);
+  FrameRoute::Step step{};
+  bool isAnnounced = false;
+  bool hasJustLeft = false;
+  {
+    const std::lock_guard lock(state.mutex);
+    step = state.route.Take(frame);
+    hasJustLeft = state.route.HasJustLeft();
+    isAnnounced = std::exchange(state.isAnnounced, state.isAnnounced || step == FrameRoute::Step::TakeUnit);
+  }
+  if (hasJustLeft) {
+    GST_ELEMENT_INFO(GST_ELEMENT(self), RESOURCE, SETTINGS,
+                     ("A camera's own H.264 no longer has its key frames in their places: encoded anew from here on."),
+                     (nullptr));
+  }
+  if (step == FrameRoute::Step::Encode) return GST_PAD_PROBE_OK;
+  if (step == FrameRoute::Step::Skip) return GST_PAD_PROBE_DROP;
+  GST_PAD_PROBE_INFO_FLOW_RETURN(info) = PushUnit(GST_ELEMENT(self), pad, frame, isAnnounced);
+  gst_buffer_unref(frame);
+  return GST_PAD_PROBE_HANDLED;
+}
+
+/// A new format begins a new count, for the codec as well as here.
+void FollowFormat(EncoderState& state, GstEvent* event) {
+  GstCaps* caps = nullptr;
+  gst_event_parse_caps(event, &caps);
+  GstVideoInfo format;
+  if (gst_video_info_from_caps(&format, caps) == FALSE) return;
+  const std::lock_guard lock(state.mutex);
+  if (gst_video_info_is_equal(&format, &state.format) == TRUE) return;
+  state.format = format;
+  state.isAnnounced = false;
+  state.route.Restart(Interval(state.settings));
+}
+
+GstPadProbeReturn OnInputEvent(GstPad* pad, GstPadProbeInfo* info, gpointer self) noexcept {
+  GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_CAPS) FollowFormat(StateOf(self), event);
+  return DropKeyRequest(pad, info, self);
+}
+
 /// Options that hold whatever the properties say: no delay, one thread, no key frame but those of the interval. The
 /// preset is the slowest that leaves a desktop's processor to the rest: 1280x720 takes it some 3 ms a frame. The tune
 /// for low latency also makes rate control count frames rather than read time stamps, which may repeat.
@@ -141,8 +229,17 @@ bool ApplySettings(GstElement* self) {
   return true;
 }
 
+/// The codec begins anew as well.
+void Restart(EncoderState& state) {
+  const std::lock_guard lock(state.mutex);
+  gst_video_info_init(&state.format);
+  state.isAnnounced = false;
+  state.route.Restart(Interval(state.settings));
+}
+
 GstStateChangeReturn ChangeState(GstElement* element, GstStateChange transition) noexcept {
   if (transition == GST_STATE_CHANGE_NULL_TO_READY && !ApplySettings(element)) return GST_STATE_CHANGE_FAILURE;
+  if (transition == GST_STATE_CHANGE_READY_TO_PAUSED) Restart(StateOf(element));
   return GST_ELEMENT_CLASS(ParentClass())->change_state(element, transition);
 }
 
@@ -227,14 +324,15 @@ void InstanceInit(GTypeInstance* instance, gpointer) noexcept {
   GstElement* self = GST_ELEMENT(instance);
   GstElement* codec = gst_element_factory_make(CodecFactory, CodecName);
   if (codec == nullptr) return;  // Reported when the element is opened.
-  GstElement* filter = gst_element_factory_make("capsfilter", nullptr);
-  gst_util_set_object_arg(G_OBJECT(filter), "caps", OutputCaps);
+  GstElement* filter = gst_element_factory_make("capsfilter", FilterName);
+  gst_util_set_object_arg(G_OBJECT(filter), "caps", CodecCaps);
   Configure(codec);
   gst_bin_add_many(GST_BIN(self), codec, filter, nullptr);
   gst_element_link(codec, filter);
   AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnOutput, self);
   AddProbe(codec, "src", GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, DropKeyRequest, self);
-  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, DropKeyRequest, self);
+  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnInputEvent, self);
+  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_BUFFER, OnFrame, self);
   AddGhostPad(self, codec, "sink");
   AddGhostPad(self, filter, "src");
 }

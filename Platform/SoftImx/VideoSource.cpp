@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "SoftImx/CaptureChain.h"
 #include "SoftImx/Handover.h"
 #include "SoftImx/SceneSource.h"
 
@@ -21,8 +22,6 @@ constexpr int SmallestSide = 16;
 constexpr int MostWidth = 1920;
 constexpr int MostHeight = 1088;
 constexpr std::string_view ScenePrefix = "sim:";
-/// What a device that delivers 4 frames a second needs to be brought to the rate.
-constexpr GstClockTime MostCopied = 250 * GST_MSECOND;
 
 struct CropRect {
   int x = 0;
@@ -32,12 +31,7 @@ struct CropRect {
 };
 
 struct Settings {
-  std::string device = "/dev/video0";
-  int rateNumerator = 30;
-  int rateDenominator = 1;
-  int queueSize = 4;
-  int width = 1280;
-  int height = 720;
+  CaptureSettings capture;
   CropRect crop;
 };
 
@@ -63,6 +57,7 @@ enum Property : guint {
   PropQueueSize,
   PropWidth,
   PropHeight,
+  PropBitrate,
   PropCropX,
   PropCropY,
   PropCropWidth,
@@ -83,19 +78,13 @@ Settings Snapshot(gpointer instance) {
   return state.settings;
 }
 
-GstCaps* OutputCaps(const Settings& settings) {
-  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, settings.width,
-                             "height", G_TYPE_INT, settings.height, "framerate", GST_TYPE_FRACTION,
-                             settings.rateNumerator, settings.rateDenominator, "pixel-aspect-ratio", GST_TYPE_FRACTION,
-                             1, 1, nullptr);
-}
-
 /// The crop rectangle cut to the frame; empty when nothing of it is left.
 CropRect ClampedCrop(const Settings& settings) {
   const CropRect& crop = settings.crop;
-  const int x = std::min(crop.x, settings.width);
-  const int y = std::min(crop.y, settings.height);
-  return {x, y, std::min(crop.width, settings.width - x), std::min(crop.height, settings.height - y)};
+  const PictureRate& frame = settings.capture.picture;
+  const int x = std::min(crop.x, frame.width);
+  const int y = std::min(crop.y, frame.height);
+  return {x, y, std::min(crop.width, frame.width - x), std::min(crop.height, frame.height - y)};
 }
 
 SOFTIMX_FILLS_HEADER void Mark(GstBuffer* buffer, const CropRect& crop) {
@@ -121,66 +110,12 @@ GstPadProbeReturn AddCrop(GstPad*, GstPadProbeInfo* info, gpointer self) noexcep
   return GST_PAD_PROBE_OK;
 }
 
-/// Asks the capture for as many buffers as "queue-size" says, once downstream has stated its own needs.
-GstPadProbeReturn RaisePoolMinimum(GstPad*, GstPadProbeInfo* info, gpointer self) noexcept {
-  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
-  if (GST_QUERY_TYPE(query) != GST_QUERY_ALLOCATION) return GST_PAD_PROBE_OK;
-  const auto wanted = static_cast<guint>(Snapshot(self).queueSize);
-  if (gst_query_get_n_allocation_pools(query) == 0) {
-    gst_query_add_allocation_pool(query, nullptr, 0, wanted, 0);
-    return GST_PAD_PROBE_OK;
-  }
-  GstBufferPool* pool = nullptr;
-  guint sizeBytes = 0;
-  guint minimum = 0;
-  guint maximum = 0;
-  gst_query_parse_nth_allocation_pool(query, 0, &pool, &sizeBytes, &minimum, &maximum);
-  const guint raised = std::max(minimum, maximum == 0 ? wanted : std::min(wanted, maximum));
-  gst_query_set_nth_allocation_pool(query, 0, pool, sizeBytes, raised, maximum);
-  if (pool != nullptr) gst_object_unref(pool);
-  return GST_PAD_PROBE_OK;
-}
-
-/// Makes an element of another plug-in in the bin; posts an error and returns null without it.
-GstElement* MakeChild(GstElement* self, const char* factory) {
-  GstElement* child = gst_element_factory_make(factory, nullptr);
-  if (child == nullptr) {
-    GST_ELEMENT_ERROR(self, CORE, MISSING_PLUGIN, ("The camera needs the element \"%s\", which is missing.", factory),
-                      (nullptr));
-    return nullptr;
-  }
-  gst_bin_add(GST_BIN(self), child);
-  return child;
-}
-
-/// A capture device: whatever it offers is scaled into the frame with its shape kept, and brought to the rate.
-GstElement* BuildCapture(GstElement* self, const Settings& settings) {
-  GstElement* capture = MakeChild(self, "v4l2src");
-  GstElement* convert = MakeChild(self, "videoconvertscale");
-  GstElement* rate = MakeChild(self, "videorate");
-  GstElement* filter = MakeChild(self, "capsfilter");
-  if (capture == nullptr || convert == nullptr || rate == nullptr || filter == nullptr) return nullptr;
-  // Left open, a device that does not tell its pixels' shape would get the flattest one that the converter takes.
-  g_object_set(capture, "device", settings.device.c_str(), "pixel-aspect-ratio", "1/1", nullptr);
-  // Otherwise the gap between pipeline start and the first frame, or a standstill of the device, would be filled with
-  // copies of a frame: pictures of nothing, seconds of them at once.
-  g_object_set(rate, "skip-to-first", TRUE, "max-duplication-time", guint64{MostCopied}, nullptr);
-  GstCaps* caps = OutputCaps(settings);
-  g_object_set(filter, "caps", caps, nullptr);
-  gst_caps_unref(caps);
-  GstPad* pad = gst_element_get_static_pad(capture, "src");
-  gst_pad_add_probe(pad, GstPadProbeType(GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM | GST_PAD_PROBE_TYPE_PULL),
-                    RaisePoolMinimum, self, nullptr);
-  gst_object_unref(pad);
-  return gst_element_link_many(capture, convert, rate, filter, nullptr) == TRUE ? filter : nullptr;
-}
-
-GstElement* BuildScene(GstElement* self, const Settings& settings) {
+GstElement* BuildScene(GstElement* self, const CaptureSettings& settings) {
   SceneSettings sceneSettings;
-  sceneSettings.rateNumerator = settings.rateNumerator;
-  sceneSettings.rateDenominator = settings.rateDenominator;
-  sceneSettings.width = settings.width;
-  sceneSettings.height = settings.height;
+  sceneSettings.rateNumerator = settings.picture.rateNumerator;
+  sceneSettings.rateDenominator = settings.picture.rateDenominator;
+  sceneSettings.width = settings.picture.width;
+  sceneSettings.height = settings.picture.height;
   sceneSettings.queueSize = settings.queueSize;
   if (!ApplySceneName(settings.device.substr(ScenePrefix.size()), sceneSettings)) {
     GST_ELEMENT_ERROR(self, RESOURCE, SETTINGS,
@@ -193,7 +128,9 @@ GstElement* BuildScene(GstElement* self, const Settings& settings) {
 }
 
 bool Build(GstElement* self) {
-  const Settings settings = Snapshot(self);
+  const Settings all = Snapshot(self);
+  CaptureSettings settings = all.capture;
+  settings.isCropped = all.crop.width > 0 && all.crop.height > 0;
   const bool isScene = settings.device.starts_with(ScenePrefix);
   GstElement* last = isScene ? BuildScene(self, settings) : BuildCapture(self, settings);
   if (last == nullptr) return false;
@@ -240,7 +177,7 @@ void HandleMessage(GstBin* bin, GstMessage* message) noexcept {
   gchar* detail = nullptr;
   gst_message_parse_error(message, &error, &detail);
   GError* named = g_error_new(error->domain, error->code, "The camera \"%s\" cannot be used: %s",
-                              Snapshot(bin).device.c_str(), error->message);
+                              Snapshot(bin).capture.device.c_str(), error->message);
   GST_BIN_CLASS(ParentClass())->handle_message(bin, gst_message_new_error(GST_OBJECT(bin), named, detail));
   gst_message_unref(message);
   g_error_free(named);
@@ -255,23 +192,26 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* des
   switch (id) {
     case PropDevice: {
       const char* device = g_value_get_string(value);
-      settings.device = device != nullptr ? device : "";
+      settings.capture.device = device != nullptr ? device : "";
       break;
     }
     case PropFpsN:
-      settings.rateNumerator = g_value_get_int(value);
+      settings.capture.picture.rateNumerator = g_value_get_int(value);
       break;
     case PropFpsD:
-      settings.rateDenominator = g_value_get_int(value);
+      settings.capture.picture.rateDenominator = g_value_get_int(value);
       break;
     case PropQueueSize:
-      settings.queueSize = g_value_get_int(value);
+      settings.capture.queueSize = g_value_get_int(value);
       break;
     case PropWidth:
-      settings.width = g_value_get_int(value) & ~1;
+      settings.capture.picture.width = g_value_get_int(value) & ~1;
       break;
     case PropHeight:
-      settings.height = g_value_get_int(value) & ~1;
+      settings.capture.picture.height = g_value_get_int(value) & ~1;
+      break;
+    case PropBitrate:
+      settings.capture.bitrateKbps = g_value_get_int(value);
       break;
     case PropCropX:
       settings.crop.x = g_value_get_int(value);
@@ -294,22 +234,25 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* descripti
   const Settings settings = Snapshot(object);
   switch (id) {
     case PropDevice:
-      g_value_set_string(value, settings.device.c_str());
+      g_value_set_string(value, settings.capture.device.c_str());
       break;
     case PropFpsN:
-      g_value_set_int(value, settings.rateNumerator);
+      g_value_set_int(value, settings.capture.picture.rateNumerator);
       break;
     case PropFpsD:
-      g_value_set_int(value, settings.rateDenominator);
+      g_value_set_int(value, settings.capture.picture.rateDenominator);
       break;
     case PropQueueSize:
-      g_value_set_int(value, settings.queueSize);
+      g_value_set_int(value, settings.capture.queueSize);
       break;
     case PropWidth:
-      g_value_set_int(value, settings.width);
+      g_value_set_int(value, settings.capture.picture.width);
       break;
     case PropHeight:
-      g_value_set_int(value, settings.height);
+      g_value_set_int(value, settings.capture.picture.height);
+      break;
+    case PropBitrate:
+      g_value_set_int(value, settings.capture.bitrateKbps);
       break;
     case PropCropX:
       g_value_set_int(value, settings.crop.x);
@@ -341,7 +284,7 @@ void InstallInt(GObjectClass* klass, Property id, const char* name, const char* 
 }
 
 void InstallProperties(GObjectClass* klass) {
-  const Settings defaults;
+  const CaptureSettings defaults;
   g_object_class_install_property(
       klass, PropDevice,
       g_param_spec_string(
@@ -349,13 +292,17 @@ void InstallProperties(GObjectClass* klass) {
           defaults.device.c_str(), GParamFlags(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
   const auto closed = GParamFlags(GST_PARAM_MUTABLE_READY);
   const auto always = GParamFlags(GST_PARAM_MUTABLE_PLAYING);
-  InstallInt(klass, PropFpsN, "fps-n", "Frames a second, numerator", 1, 1000000, defaults.rateNumerator, closed);
-  InstallInt(klass, PropFpsD, "fps-d", "Frames a second, denominator", 1, 1000000, defaults.rateDenominator, closed);
+  InstallInt(klass, PropFpsN, "fps-n", "Frames a second, numerator", 1, 1000000, defaults.picture.rateNumerator,
+             closed);
+  InstallInt(klass, PropFpsD, "fps-d", "Frames a second, denominator", 1, 1000000, defaults.picture.rateDenominator,
+             closed);
   InstallInt(klass, PropQueueSize, "queue-size", "Number of capture buffers", 1, 64, defaults.queueSize, closed);
   InstallInt(klass, PropWidth, "width", "Width of the frames in pixels; an odd one is taken down to the even one",
-             SmallestSide, MostWidth, defaults.width, closed);
+             SmallestSide, MostWidth, defaults.picture.width, closed);
   InstallInt(klass, PropHeight, "height", "Height of the frames in pixels; an odd one is taken down to the even one",
-             SmallestSide, MostHeight, defaults.height, closed);
+             SmallestSide, MostHeight, defaults.picture.height, closed);
+  InstallInt(klass, PropBitrate, "bitrate", "Asked of a camera that encodes, in kbit/s (0 = its own)", 0, 2000000,
+             defaults.bitrateKbps, closed);
   InstallInt(klass, PropCropX, "crop-meta-x", "Left edge of the crop rectangle marked on frames, in pixels", 0,
              MostWidth, 0, always);
   InstallInt(klass, PropCropY, "crop-meta-y", "Top edge of the crop rectangle marked on frames, in pixels", 0,

@@ -6,7 +6,8 @@
 namespace SoftImx {
 
 /// A bin with a ghost pad "src". From NULL to READY it builds what its device asks for: a SceneSource for "sim:NAME",
-/// v4l2src with conversion for anything else. Back in NULL it is empty again.
+/// v4l2src in the device's best mode, with what brings its pictures to the frames, for anything else (CaptureChain).
+/// Back in NULL it is empty again.
 ///
 /// Properties may be set on any thread; those of the device, the rate and the size count from the next NULL to READY,
 /// the crop rectangle from the next frame. A device that is missing or fails posts one ERROR message that names it and

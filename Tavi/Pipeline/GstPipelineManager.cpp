@@ -28,6 +28,14 @@ void PlayBySystemClock(GstElement* pipeline, GstClockTime runningTime) {
   gst_element_set_state(pipeline, GST_STATE_PLAYING);
 }
 
+/// What an element tells of a choice of its own, as a camera's mode.
+void LogInfo(GstMessage* message) {
+  GError* info = nullptr;
+  gst_message_parse_info(message, &info, nullptr);
+  if (info->message != nullptr) Log::Info(info->message);
+  g_error_free(info);
+}
+
 bool GoesBySystemClock(GstElement* pipeline) {
   const auto clock = GstUtil::GstRef<GstClock>::Adopt(gst_element_get_clock(pipeline));
   const auto system = GstUtil::GstRef<GstClock>::Adopt(gst_system_clock_obtain());
@@ -125,6 +133,9 @@ void GstPipelineManager::Handle(GstMessage* message) {
   switch (GST_MESSAGE_TYPE(message)) {
     case GST_MESSAGE_ERROR:
       HandleError(message);
+      break;
+    case GST_MESSAGE_INFO:
+      LogInfo(message);
       break;
     case GST_MESSAGE_ELEMENT:
       HandleElementMessage(message);

@@ -118,6 +118,8 @@ class Builder {
     if (!m_config.cropEnabled && HasProperty(m_source, "width") && HasProperty(m_source, "height")) {
       g_object_set(m_source, "width", m_config.width, "height", m_config.height, nullptr);
     }
+    // Some cameras encode by themselves.
+    if (HasProperty(m_source, "bitrate")) g_object_set(m_source, "bitrate", m_config.bitrate, nullptr);
     if (m_config.cropEnabled) {
       // The source asks for the crop, the transform carries it out.
       g_object_set(m_source, "crop-meta-x", CropX, "crop-meta-y", CropY, "crop-meta-width", CropWidth,

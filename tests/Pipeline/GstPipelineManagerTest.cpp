@@ -84,12 +84,17 @@ TEST_F(GstPipelineManagerTest, TurnOffEndsTheLoopAndLeavesThePipelinePlaying) {
   gst_bin_add(GST_BIN(manager.GetGstPipeline(Shared)), gst_element_factory_make("fakesink", nullptr));
   GstMessage* other = ElementMessage(manager.GetGstPipeline(Shared), "something_else");
   gst_element_post_message(manager.GetGstPipeline(Shared), other);
+  GError* choice = g_error_new_literal(GST_CORE_ERROR, GST_CORE_ERROR_FAILED, "captured as it comes");
+  gst_element_post_message(manager.GetGstPipeline(Shared),
+                           gst_message_new_info(GST_OBJECT(manager.GetGstPipeline(Shared)), choice, nullptr));
+  g_error_free(choice);
   const std::string printed =
       PrintedUntilLoopEnds(manager, [](GstElement* pipeline) { return ElementMessage(pipeline, "turn_off"); });
   std::istringstream lines(printed);
   int messages = 0;
   for (std::string line; std::getline(lines, line);) messages += line.rfind("MSG: 0x", 0) == 0 ? 1 : 0;
   EXPECT_EQ(messages, 2) << printed;
+  EXPECT_EQ(CountLogged("captured as it comes"), 1);
   EXPECT_EQ(GST_STATE_TARGET(manager.GetGstPipeline(Shared)), GST_STATE_PLAYING);
 }
 

@@ -82,6 +82,23 @@ class GstRun {
     gst_message_parse_error(message, &error, nullptr);
     return error->message;
   }
+  /// Goes on until the stream has ended, at most 5 s.
+  void WaitForEnd() const {
+    const auto bus = GstRef<GstBus>::Adopt(gst_element_get_bus(m_pipeline.Get()));
+    g_autoptr(GstMessage) message = gst_bus_timed_pop_filtered(bus.Get(), 5 * GST_SECOND, GST_MESSAGE_EOS);
+  }
+  /// The texts of all INFO messages so far, a line each.
+  [[nodiscard]] std::string Infos() const {
+    const auto bus = GstRef<GstBus>::Adopt(gst_element_get_bus(m_pipeline.Get()));
+    std::string texts;
+    while (true) {
+      g_autoptr(GstMessage) message = gst_bus_pop_filtered(bus.Get(), GST_MESSAGE_INFO);
+      if (message == nullptr) return texts;
+      g_autoptr(GError) info = nullptr;
+      gst_message_parse_info(message, &info, nullptr);
+      texts += std::string(info->message) + "\n";
+    }
+  }
 
  private:
   static GstPadProbeReturn Probe(GstPad* pad, GstPadProbeInfo* info, gpointer look) {
