@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--stream] [--package] [--test]
 #   --build   only what building needs
-#   --stream  what the cameras' live streams and cameras that encode H.264 by themselves need besides
+#   --stream  what live streams, cameras that encode by themselves and encoders other than x264 need besides
 #   --package what packing needs besides
 #   --test    what tests, measurements, fuzzing and lint need besides
 # Does nothing where all are there.

@@ -147,7 +147,7 @@ class Chain {
     if (Offers(offered, JpegCaps)) m_jpegDecoder = FindDecoder(JpegCaps);
     if (Offers(offered, H264Media) && HasElement(H264Parser)) m_h264Decoder = FindDecoder(H264Caps);
     auto mode = ChooseMode(offered, m_settings.picture,
-                                 {!m_jpegDecoder.empty(), !m_h264Decoder.empty(), !m_settings.isCropped});
+                           {!m_jpegDecoder.empty(), !m_h264Decoder.empty(), !m_settings.isCropped});
     gst_caps_unref(offered);
     const std::string asked = Describe(m_settings.picture);
     if (!mode) {

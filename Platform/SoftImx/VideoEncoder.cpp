@@ -5,12 +5,14 @@
 #include <gst/video/video.h>
 
 #include <mutex>
+#include <string>
 #include <utility>
 
-#include "SoftImx/AccessUnit.h"
 #include "SoftImx/CodecBin.h"
+#include "SoftImx/EncoderKind.h"
 #include "SoftImx/FrameRoute.h"
 #include "SoftImx/Handover.h"
+#include "SoftImx/OwnStream.h"
 
 namespace SoftImx {
 namespace {
@@ -19,7 +21,8 @@ namespace {
 constexpr guint DefaultInterval = 30;
 
 struct EncoderSettings {
-  guint bitrateKbps = 2048;
+  std::string codec = AnyEncoder;
+  guint bitrateKbps = EncoderOrder().bitrateKbps;
   guint idrInterval = 0;
   guint gopSize = 0;
 };
@@ -27,12 +30,17 @@ struct EncoderSettings {
 struct EncoderState {
   std::mutex mutex;
   EncoderSettings settings;
+  /// The inside's kind while there is one, and what it was told.
+  const EncoderKind* kind = nullptr;
+  EncoderOrder order;
   /// What is done with each frame, and the format that it counts for. Only the streaming thread uses them.
   FrameRoute route;
   GstVideoInfo format{};
   /// Whether downstream knows the camera's own stream.
   bool isAnnounced = false;
-  /// By how much x264enc moves time stamps forward, taken from its segment. Only the streaming thread uses it.
+  /// The request for a key frame that is on its way is our own.
+  bool isRequesting = false;
+  /// By how much the codec moves time stamps forward, taken from its segment. Only the streaming thread uses it.
   GstClockTime shift = 0;
 };
 
@@ -45,15 +53,8 @@ struct VideoEncoderClass {
   GstBinClass parent;
 };
 
-enum Property : guint { PropBitrate = 1, PropIdrInterval, PropGopSize };
+enum Property : guint { PropBitrate = 1, PropIdrInterval, PropGopSize, PropCodec };
 
-constexpr const char* CodecFactory = "x264enc";
-/// Without a profile x264enc takes the highest that downstream accepts, which is more than the unit's encoder writes.
-constexpr const char* CodecCaps =
-    "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au, "
-    "profile=(string){ main, constrained-baseline }";
-/// A camera that encodes has a profile of its own choice.
-constexpr const char* OutputCaps = "video/x-h264, stream-format=(string)byte-stream, alignment=(string)au";
 constexpr const char* FilterName = "filter";
 
 EncoderState& StateOf(gpointer instance) {
@@ -75,8 +76,8 @@ guint Interval(const EncoderSettings& settings) {
   return settings.gopSize != 0 ? settings.gopSize : DefaultInterval;
 }
 
-/// x264enc leaves room for negative decoding times by starting at 1000 hours. Its segment is moved by the same amount:
-/// the upstream's own segment takes its place, and the difference is taken off each buffer.
+/// Encoders leave room for negative decoding times by starting at 1000 hours. Their segment is moved by the same
+/// amount: the upstream's own segment takes its place, and the difference is taken off each buffer.
 GstEvent* RestoreSegment(GstPad* pad, GstEvent* event, GstClockTime& shift) {
   GstElement* codec = gst_pad_get_parent_element(pad);
   GstPad* sink = gst_element_get_static_pad(codec, "sink");
@@ -119,41 +120,30 @@ GstPadProbeReturn OnOutput(GstPad* pad, GstPadProbeInfo* info, gpointer self) no
   return GST_PAD_PROBE_OK;
 }
 
+/// Asks the codec for a key frame with the frame that comes next.
+void RequestKeyFrame(EncoderState& state, GstPad* sink) {
+  {
+    const std::lock_guard lock(state.mutex);
+    state.isRequesting = true;
+  }
+  gst_pad_send_event(sink, gst_video_event_new_downstream_force_key_unit(GST_CLOCK_TIME_NONE, GST_CLOCK_TIME_NONE,
+                                                                         GST_CLOCK_TIME_NONE, TRUE, 0));
+  const std::lock_guard lock(state.mutex);
+  state.isRequesting = false;
+}
+
 /// A requested key frame would move all later IDR frames off the grid that readers of the stream count on.
 GstPadProbeReturn DropKeyRequest(GstPad*, GstPadProbeInfo* info, gpointer) noexcept {
   const bool isRequest = gst_video_event_is_force_key_unit(GST_PAD_PROBE_INFO_EVENT(info)) == TRUE;
   return isRequest ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
 }
 
-/// Tells downstream of the camera's own stream, which the codec knows nothing of.
-void Announce(GstPad* sink, GstPad* src) {
-  GstCaps* raw = gst_pad_get_current_caps(sink);
-  GstCaps* caps = gst_caps_from_string(OutputCaps);
-  if (raw != nullptr) {
-    for (const char* field : {"width", "height", "framerate", "pixel-aspect-ratio"}) {
-      const GValue* value = gst_structure_get_value(gst_caps_get_structure(raw, 0), field);
-      if (value != nullptr) gst_caps_set_value(caps, field, value);
-    }
-    gst_caps_unref(raw);
-  }
-  for (const GstEventType type : {GST_EVENT_STREAM_START, GST_EVENT_CAPS, GST_EVENT_SEGMENT}) {
-    GstEvent* event = type == GST_EVENT_CAPS ? gst_event_new_caps(caps) : gst_pad_get_sticky_event(sink, type, 0);
-    if (event != nullptr) gst_pad_push_event(src, event);
-  }
-  gst_caps_unref(caps);
-}
-
-/// Hands on the camera's own encoding of the frame in its place.
-GstFlowReturn PushUnit(GstElement* self, GstPad* sink, GstBuffer* frame, bool isAnnounced) {
+GstFlowReturn PushUnitOf(GstElement* self, GstPad* sink, GstBuffer* frame, bool isAnnounced) {
   GstElement* filter = gst_bin_get_by_name(GST_BIN(self), FilterName);
   GstPad* src = gst_element_get_static_pad(filter, "src");
   gst_object_unref(filter);
-  if (!isAnnounced) Announce(sink, src);
-  GstBuffer* unit = gst_buffer_copy(UnitOf(frame));
-  GST_BUFFER_PTS(unit) = GST_BUFFER_PTS(frame);
-  GST_BUFFER_DTS(unit) = GST_BUFFER_PTS(frame);
-  GST_BUFFER_DURATION(unit) = GST_BUFFER_DURATION(frame);
-  const GstFlowReturn flow = gst_pad_push(src, unit);
+  if (!isAnnounced) AnnounceOwnStream(sink, src);
+  const GstFlowReturn flow = PushUnit(src, frame);
   gst_object_unref(src);
   return flow;
 }
@@ -165,10 +155,12 @@ GstPadProbeReturn OnFrame(GstPad* pad, GstPadProbeInfo* info, gpointer self) noe
   FrameRoute::Step step{};
   bool isAnnounced = false;
   bool hasJustLeft = false;
+  bool isKeyDue = false;
   {
     const std::lock_guard lock(state.mutex);
     step = state.route.Take(frame);
     hasJustLeft = state.route.HasJustLeft();
+    isKeyDue = step == FrameRoute::Step::Encode && state.route.IsOnGrid() && state.kind->needsRequests;
     isAnnounced = std::exchange(state.isAnnounced, state.isAnnounced || step == FrameRoute::Step::TakeUnit);
   }
   if (hasJustLeft) {
@@ -176,9 +168,10 @@ GstPadProbeReturn OnFrame(GstPad* pad, GstPadProbeInfo* info, gpointer self) noe
                      ("A camera's own H.264 no longer has its key frames in their places: encoded anew from here on."),
                      (nullptr));
   }
+  if (isKeyDue) RequestKeyFrame(state, pad);
   if (step == FrameRoute::Step::Encode) return GST_PAD_PROBE_OK;
   if (step == FrameRoute::Step::Skip) return GST_PAD_PROBE_DROP;
-  GST_PAD_PROBE_INFO_FLOW_RETURN(info) = PushUnit(GST_ELEMENT(self), pad, frame, isAnnounced);
+  GST_PAD_PROBE_INFO_FLOW_RETURN(info) = PushUnitOf(GST_ELEMENT(self), pad, frame, isAnnounced);
   gst_buffer_unref(frame);
   return GST_PAD_PROBE_HANDLED;
 }
@@ -193,39 +186,89 @@ void FollowFormat(EncoderState& state, GstEvent* event) {
   if (gst_video_info_is_equal(&format, &state.format) == TRUE) return;
   state.format = format;
   state.isAnnounced = false;
-  state.route.Restart(Interval(state.settings));
+  state.route.Restart(state.order.interval);
 }
 
 GstPadProbeReturn OnInputEvent(GstPad* pad, GstPadProbeInfo* info, gpointer self) noexcept {
   GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
-  if (GST_EVENT_TYPE(event) == GST_EVENT_CAPS) FollowFormat(StateOf(self), event);
+  EncoderState& state = StateOf(self);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_CAPS) FollowFormat(state, event);
+  {
+    const std::lock_guard lock(state.mutex);
+    if (state.isRequesting) return GST_PAD_PROBE_OK;
+  }
   return DropKeyRequest(pad, info, self);
 }
 
-/// Options that hold whatever the properties say: no delay, one thread, no key frame but those of the interval. The
-/// preset is the slowest that leaves a desktop's processor to the rest: 1280x720 takes it some 3 ms a frame. The tune
-/// for low latency also makes rate control count frames rather than read time stamps, which may repeat.
-void Configure(GstElement* codec) {
-  gst_util_set_object_arg(G_OBJECT(codec), "speed-preset", "superfast");
-  gst_util_set_object_arg(G_OBJECT(codec), "tune", "zerolatency");
-  // A white flash is no scene cut.
-  g_object_set(codec, "threads", 1U, "sliced-threads", FALSE, "bframes", 0U, "byte-stream", TRUE, "option-string",
-               "scenecut=0", nullptr);
+void SetTarget(GstElement* self, const char* name, GstElement* child) {
+  GstPad* own = gst_element_get_static_pad(self, name);
+  GstPad* target = child != nullptr ? gst_element_get_static_pad(child, name) : nullptr;
+  gst_ghost_pad_set_target(GST_GHOST_PAD(own), target);
+  if (target != nullptr) gst_object_unref(target);
+  gst_object_unref(own);
 }
 
-void ApplyBitrate(GstElement* self, guint bitrateKbps) {
+void Clear(GstElement* self) {
+  SetTarget(self, "sink", nullptr);
+  SetTarget(self, "src", nullptr);
+  while (GST_BIN_CHILDREN(self) != nullptr) {
+    GstElement* child = GST_ELEMENT(gst_object_ref(GST_BIN_CHILDREN(self)->data));
+    gst_element_set_state(child, GST_STATE_NULL);
+    gst_bin_remove(GST_BIN(self), child);
+    gst_object_unref(child);
+  }
+}
+
+/// Puts codec and filter into the bin; hardware takes other formats than I420.
+bool Fill(GstElement* self, const EncoderKind& kind) {
+  GstElement* codec = gst_element_factory_make(kind.factory, CodecName);
+  GstElement* filter = gst_element_factory_make("capsfilter", FilterName);
+  GstElement* convert = kind.isHardware ? gst_element_factory_make("videoconvert", nullptr) : nullptr;
+  const bool isWhole = codec != nullptr && filter != nullptr && (convert != nullptr || !kind.isHardware);
+  for (GstElement* child : {convert, codec, filter}) {
+    if (child != nullptr) gst_bin_add(GST_BIN(self), child);
+  }
+  if (!isWhole) return false;
+  gst_util_set_object_arg(G_OBJECT(filter), "caps", kind.caps);
+  kind.prepare(codec);
+  GstElement* first = convert != nullptr ? convert : codec;
+  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnOutput, self);
+  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, DropKeyRequest, self);
+  AddProbe(first, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnInputEvent, self);
+  AddProbe(first, "sink", GST_PAD_PROBE_TYPE_BUFFER, OnFrame, self);
+  SetTarget(self, "sink", first);
+  SetTarget(self, "src", filter);
+  return (convert == nullptr || gst_element_link(convert, codec) == TRUE) && gst_element_link(codec, filter) == TRUE;
+}
+
+void Tell(GstElement* self, const EncoderKind& kind, const EncoderOrder& order) {
   GstElement* codec = gst_bin_get_by_name(GST_BIN(self), CodecName);
   if (codec == nullptr) return;
-  g_object_set(codec, "bitrate", bitrateKbps, nullptr);
+  kind.order(codec, order);
   gst_object_unref(codec);
 }
 
-bool ApplySettings(GstElement* self) {
-  GstElement* codec = GetCodec(self, CodecFactory);
-  if (codec == nullptr) return false;
+bool Build(GstElement* self) {
+  EncoderState& state = StateOf(self);
   const EncoderSettings settings = Snapshot(self);
-  g_object_set(codec, "bitrate", settings.bitrateKbps, "key-int-max", Interval(settings), nullptr);
-  gst_object_unref(codec);
+  std::string problem;
+  const EncoderKind* kind = FindEncoder(settings.codec, problem);
+  const EncoderOrder order{settings.bitrateKbps, Interval(settings)};
+  if (kind == nullptr) {
+    GST_ELEMENT_ERROR(self, CORE, MISSING_PLUGIN, ("%s", problem.c_str()), (nullptr));
+    return false;
+  }
+  {
+    const std::lock_guard lock(state.mutex);
+    state.kind = kind;
+    state.order = order;
+  }
+  if (!Fill(self, *kind)) {
+    GST_ELEMENT_ERROR(self, CORE, MISSING_PLUGIN, ("The encoder \"%s\" cannot be made.", kind->factory), (nullptr));
+    return false;
+  }
+  Tell(self, *kind, order);
+  GST_ELEMENT_INFO(self, RESOURCE, SETTINGS, ("Pictures are encoded by %s.", kind->factory), (nullptr));
   return true;
 }
 
@@ -234,22 +277,31 @@ void Restart(EncoderState& state) {
   const std::lock_guard lock(state.mutex);
   gst_video_info_init(&state.format);
   state.isAnnounced = false;
-  state.route.Restart(Interval(state.settings));
+  state.route.Restart(state.order.interval);
 }
 
 GstStateChangeReturn ChangeState(GstElement* element, GstStateChange transition) noexcept {
-  if (transition == GST_STATE_CHANGE_NULL_TO_READY && !ApplySettings(element)) return GST_STATE_CHANGE_FAILURE;
+  const bool isOpening = transition == GST_STATE_CHANGE_NULL_TO_READY;
+  if (isOpening && !Build(element)) {
+    Clear(element);
+    return GST_STATE_CHANGE_FAILURE;
+  }
   if (transition == GST_STATE_CHANGE_READY_TO_PAUSED) Restart(StateOf(element));
-  return GST_ELEMENT_CLASS(ParentClass())->change_state(element, transition);
+  const GstStateChangeReturn result = GST_ELEMENT_CLASS(ParentClass())->change_state(element, transition);
+  const bool isFailedOpening = isOpening && result == GST_STATE_CHANGE_FAILURE;
+  if (isFailedOpening || transition == GST_STATE_CHANGE_READY_TO_NULL) Clear(element);
+  return result;
 }
 
 void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* description) noexcept {
   EncoderState& state = StateOf(object);
+  EncoderOrder order;
+  const EncoderKind* kind = nullptr;
   {
     const std::lock_guard lock(state.mutex);
     switch (id) {
       case PropBitrate:
-        state.settings.bitrateKbps = g_value_get_uint(value);
+        state.settings.bitrateKbps = state.order.bitrateKbps = g_value_get_uint(value);
         break;
       case PropIdrInterval:
         state.settings.idrInterval = g_value_get_uint(value);
@@ -257,11 +309,16 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* des
       case PropGopSize:
         state.settings.gopSize = g_value_get_uint(value);
         break;
+      case PropCodec:
+        state.settings.codec = g_value_get_string(value) != nullptr ? g_value_get_string(value) : AnyEncoder;
+        break;
       default:
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, description);
     }
+    order = state.order;
+    kind = state.kind;
   }
-  if (id == PropBitrate) ApplyBitrate(GST_ELEMENT(object), g_value_get_uint(value));
+  if (id == PropBitrate && kind != nullptr) Tell(GST_ELEMENT(object), *kind, order);
 }
 
 void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* description) noexcept {
@@ -275,6 +332,9 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* descripti
       break;
     case PropGopSize:
       g_value_set_uint(value, settings.gopSize);
+      break;
+    case PropCodec:
+      g_value_set_string(value, settings.codec.c_str());
       break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, description);
@@ -309,6 +369,11 @@ void ClassInit(gpointer klass, gpointer) noexcept {
       object, PropGopSize, "gop-size",
       "Frames from one intra frame to the next, which are all IDR frames; used where idr-interval is 0 (0 = 30)", 0,
       100000, defaults.gopSize, closed);
+  g_object_class_install_property(
+      object, PropCodec,
+      g_param_spec_string("codec", "codec",
+                          "The encoder: v4l2, vaapi, x264 or openh264, or auto for the first of them that is there",
+                          defaults.codec.c_str(), GParamFlags(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | closed)));
   GstElementClass* element = GST_ELEMENT_CLASS(klass);
   element->change_state = ChangeState;
   gst_element_class_set_static_metadata(element, "H.264 encoder (software)", "Codec/Encoder/Video",
@@ -316,25 +381,15 @@ void ClassInit(gpointer klass, gpointer) noexcept {
   AddPadTemplate(element, "sink", GST_PAD_SINK,
                  "video/x-raw, format=(string)I420, width=(int)[ 16, 8192, 2 ], height=(int)[ 16, 8192, 2 ], "
                  "framerate=(fraction)[ 0/1, max ]");
-  AddPadTemplate(element, "src", GST_PAD_SRC, OutputCaps);
+  AddPadTemplate(element, "src", GST_PAD_SRC, OwnStreamCaps);
 }
 
-void InstanceInit(GTypeInstance* instance, gpointer) noexcept {
+void InstanceInit(GTypeInstance* instance, gpointer klass) noexcept {
   PublishState(reinterpret_cast<VideoEncoder*>(instance)->state, new EncoderState);
-  GstElement* self = GST_ELEMENT(instance);
-  GstElement* codec = gst_element_factory_make(CodecFactory, CodecName);
-  if (codec == nullptr) return;  // Reported when the element is opened.
-  GstElement* filter = gst_element_factory_make("capsfilter", FilterName);
-  gst_util_set_object_arg(G_OBJECT(filter), "caps", CodecCaps);
-  Configure(codec);
-  gst_bin_add_many(GST_BIN(self), codec, filter, nullptr);
-  gst_element_link(codec, filter);
-  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnOutput, self);
-  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, DropKeyRequest, self);
-  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnInputEvent, self);
-  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_BUFFER, OnFrame, self);
-  AddGhostPad(self, codec, "sink");
-  AddGhostPad(self, filter, "src");
+  for (const char* name : {"sink", "src"}) {
+    GstPadTemplate* padTemplate = gst_element_class_get_pad_template(GST_ELEMENT_CLASS(klass), name);
+    gst_element_add_pad(GST_ELEMENT(instance), gst_ghost_pad_new_no_target_from_template(name, padTemplate));
+  }
 }
 
 }  // namespace

@@ -24,6 +24,8 @@ struct Allowed {
   Allowed(Limits::Range<T> range) : low(static_cast<double>(range.low)), high(static_cast<double>(range.high)) {}
   template <std::size_t Count>
   Allowed(const std::array<int, Count>& values) : choices(values) {}
+  template <std::size_t Count>
+  Allowed(const std::array<std::string_view, Count>& texts) : words(texts) {}
 
   template <class T>
   static Allowed Even(Limits::Range<T> range) {
@@ -42,6 +44,7 @@ struct Allowed {
   double high = 0.0;
   /// Instead of the range, when there are any; of static life.
   std::span<const int> choices;
+  std::span<const std::string_view> words;
   bool even = false;
   bool directory = false;
 };

@@ -36,6 +36,8 @@ void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::Vi
   add("previewSeconds", &camera.previewSeconds, Limits::PreviewSeconds, "s", "how long they are kept");
   add("cropEnabled", &camera.cropEnabled, {}, "", "cut the border of the picture away");
   add("optional", &camera.optional, {}, "", Optional);
+  add("encoder", &camera.encoder, Limits::Encoders, "",
+      "H.264 encoder in software; auto takes hardware of the machine if it does the job, else x264, else openh264");
 }
 
 void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 #include "Control/RequestLimits.h"
 
@@ -14,6 +15,8 @@ inline constexpr Range<int> Width{16, 1920};
 inline constexpr Range<int> Height{16, 1088};
 inline constexpr Range<int> Fps{1, 60};
 inline constexpr Range<int> VideoBitrateKbit{64, 50000};
+/// The names by which the software encoder knows its kinds.
+inline constexpr std::array<std::string_view, 5> Encoders{"auto", "v4l2", "vaapi", "x264", "openh264"};
 inline constexpr Range<int> Port{1, 65535};
 inline constexpr Range<int> PreviewFps{1, 30};
 /// 30 s of 30 small frames of 84 kB are 76 MB a camera.

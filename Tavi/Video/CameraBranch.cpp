@@ -129,6 +129,7 @@ class Builder {
     // One IDR frame a second, on which the collectors' start positions rely.
     g_object_set(m_encoder, "bitrate", m_config.bitrate, "idr-interval", m_config.fps, "gop-size", m_config.fps,
                  nullptr);
+    if (HasProperty(m_encoder, "codec")) g_object_set(m_encoder, "codec", m_config.encoder.c_str(), nullptr);
     if (m_hasPreview) {
       g_object_set(m_rate, "max-rate", PreviewMaxRate, "drop-only", TRUE, nullptr);
       SetRawCaps(m_previewCaps, m_config.previewWidth, m_config.previewHeight);

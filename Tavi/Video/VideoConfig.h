@@ -34,6 +34,9 @@ struct VideoConfig {
   bool cropEnabled = false;
   /// Where the pipeline keeps going: this source missing for long is no reason to restart the unit.
   bool optional = false;
+  /// Which encoder the software element is to use, by its own names (Platform/SoftImx: auto, v4l2, vaapi, x264,
+  /// openh264); an element that has no choice is left alone.
+  std::string encoder = "auto";
 };
 
 }  // namespace Tavi::Video

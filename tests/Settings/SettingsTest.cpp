@@ -40,6 +40,9 @@ TEST_F(SettingsTest, AMistakeIsOneLineWithItsPlaceAndWhatWouldBeRight) {
   } cases[] = {
       {"{\"pipeline\": {\n\"camera0\": {\n\"fps\": 0\n}}}",
        "3: field pipeline.camera0.fps: 0 is out of range, 1 to 60 is right"},
+      {"{\"pipeline\":{\"camera1\":{\"encoder\":\"x265\"}}}",
+       "1: field pipeline.camera1.encoder: \"x265\" is not possible, one of auto, v4l2, vaapi, x264, openh264 is "
+       "right"},
       {"{\"pipeline\":{\"camera1\":{\"width\":\n\n-2}}}",
        "3: field pipeline.camera1.width: -2 is out of range, an even number from 16 to 1920 is right"},
       {"{\"pipeline\":{\"camera1\":{\n\"height\":721}}}",
