@@ -23,6 +23,7 @@ class UnitRelay {
   using Report = std::function<void(bool isObeying, const std::string& reason)>;
 
   UnitRelay(unsigned interval, Report report);
+  ~UnitRelay();
 
   /// One access unit, borrowed, before it goes into the decoder.
   void Take(GstBuffer* unit);
@@ -32,6 +33,9 @@ class UnitRelay {
   [[nodiscard]] bool IsObeying();
   /// The frame with its unit, where there is one; takes over and hands back the reference.
   [[nodiscard]] GstBuffer* Attach(GstBuffer* frame);
+
+  UnitRelay(const UnitRelay&) = delete;
+  UnitRelay& operator=(const UnitRelay&) = delete;
 
  private:
   void Keep(GstBuffer* unit);
@@ -45,11 +49,6 @@ class UnitRelay {
   bool m_isOpen = false;
   /// Own references, in the order of decoding, which is that of showing.
   std::deque<GstBuffer*> m_units;
-
- public:
-  ~UnitRelay();
-  UnitRelay(const UnitRelay&) = delete;
-  UnitRelay& operator=(const UnitRelay&) = delete;
 };
 
 }  // namespace SoftImx
