@@ -43,6 +43,13 @@ void Describe(const FakeCamera::Mode& mode, std::size_t slotBytes, v4l2_pix_form
   format.colorspace = V4L2_COLORSPACE_SRGB;
 }
 
+void Describe(v4l2_capability& capability) {
+  std::strcpy(reinterpret_cast<char*>(capability.driver), "fake");
+  std::strcpy(reinterpret_cast<char*>(capability.card), "Fake");
+  capability.capabilities = Capabilities | V4L2_CAP_DEVICE_CAPS;
+  capability.device_caps = Capabilities;
+}
+
 std::string TakeText(GError* error) {
   std::string text = error->message;
   g_error_free(error);
@@ -129,14 +136,9 @@ gboolean FakeCamera::HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client
 int FakeCamera::Answer(unsigned long request, void* data) {
   if (m_isUnplugged) return ENODEV;
   switch (request) {
-    case VIDIOC_QUERYCAP: {
-      auto& capability = As<v4l2_capability>(data);
-      std::strcpy(reinterpret_cast<char*>(capability.driver), "fake");
-      std::strcpy(reinterpret_cast<char*>(capability.card), "Fake");
-      capability.capabilities = Capabilities | V4L2_CAP_DEVICE_CAPS;
-      capability.device_caps = Capabilities;
+    case VIDIOC_QUERYCAP:
+      Describe(As<v4l2_capability>(data));
       return 0;
-    }
     case VIDIOC_ENUM_FMT:
       return EnumerateFormat(As<v4l2_fmtdesc>(data));
     case VIDIOC_ENUM_FRAMESIZES:
