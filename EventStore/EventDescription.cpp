@@ -57,6 +57,23 @@ Json ToList(const std::vector<T>& values) {
 
 }  // namespace
 
+void SetTime(EventDescription& event, const EventTime& time) {
+  event.timeMs = time.timeMs;
+  event.timeSource = time.source;
+  event.systemAheadSeconds = time.systemAheadSeconds;
+}
+
+EventTime GetTime(const EventDescription& event) {
+  return {event.timeMs, event.timeSource, event.systemAheadSeconds};
+}
+
+std::int64_t GetSystemTimeMs(const EventDescription& event) {
+  // Beyond a thousand years the number is damaged.
+  constexpr double Longest = 3.2e10;
+  const double ahead = event.timeSource == ReceiverSource ? event.systemAheadSeconds.value_or(0.0) : 0.0;
+  return event.timeMs + (std::fabs(ahead) < Longest ? std::llround(ahead * 1000.0) : 0);
+}
+
 std::string FormatEvent(const EventDescription& event) {
   Json json;
   json["schema"] = 1;
@@ -65,6 +82,8 @@ std::string FormatEvent(const EventDescription& event) {
   json["label"] = event.label;
   json["trigger"] = event.trigger;
   json["time"] = FormatTime(event.timeMs);
+  json["timeSource"] = event.timeSource;
+  json["systemAheadSeconds"] = OrNull(event.systemAheadSeconds);
   json["request"] = {
       {"startSeconds", event.startSeconds}, {"durationSeconds", event.durationSeconds}, {"preview", event.withPreview}};
   json["manager"] = event.manager;

@@ -54,6 +54,19 @@ struct Position {
   std::string fixTime;
 };
 
+/// `timeSource` of an event.
+inline constexpr const char* ReceiverSource = "receiver";
+inline constexpr const char* SystemSource = "system";
+
+/// A moment, and whose clock tells it.
+struct EventTime {
+  /// Unix time in milliseconds, UTC.
+  std::int64_t timeMs = 0;
+  /// As in EventDescription.
+  std::string source = SystemSource;
+  std::optional<double> systemAheadSeconds;
+};
+
 struct EventDescription {
   /// 8 lower-case hex digits.
   std::string id;
@@ -65,6 +78,11 @@ struct EventDescription {
   std::string trigger = "request";
   /// The moment of the event: Unix time in milliseconds, UTC.
   std::int64_t timeMs = 0;
+  /// Whose clock tells it: "receiver" or "system".
+  std::string timeSource = SystemSource;
+  /// By how much the system's clock was ahead of the receiver's then, negative behind it; empty where the receiver's
+  /// is not known.
+  std::optional<double> systemAheadSeconds;
   /// The window asked for: its start relative to the event, and its length.
   int startSeconds = -15;
   int durationSeconds = 30;
@@ -98,6 +116,11 @@ std::string FormatEvent(const EventDescription& event);
 /// anything but a complete description: it may come from a damaged disk or from a hand. Unknown keys are passed over.
 /// The files themselves are not looked at; their names are proved to stay within the directory. Reentrant.
 std::optional<EventDescription> ReadEvent(const std::string& eventDir, std::string& problem);
+
+void SetTime(EventDescription& event, const EventTime& time);
+EventTime GetTime(const EventDescription& event);
+/// The event's moment by the system's clock of then, whosever `timeMs` is: what names and times of files go by.
+std::int64_t GetSystemTimeMs(const EventDescription& event);
 
 /// "20261121T134005Z_9f3ca1b2": sorted by name is sorted by the events' own times.
 std::string BuildEventDirName(const EventDescription& event);

@@ -171,6 +171,9 @@ void TakeEvent(Fields fields, EventDescription& event) {
   const auto timeMs = ParseTime(time);
   fields.Check(timeMs.has_value(), "time", "is not a time like 2026-11-21T13:40:05.123Z");
   event.timeMs = timeMs.value_or(0);
+  // Older events do not tell: they go by the system's clock.
+  if (fields.Has("timeSource")) fields.Take("timeSource", event.timeSource);
+  if (fields.Has("systemAheadSeconds")) fields.Take("systemAheadSeconds", event.systemAheadSeconds);
   fields.TakeObject("request", event, TakeRequest);
   fields.Take("manager", event.manager);
   fields.Take("queuedSeconds", event.queuedSeconds);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 
 #include "Kbase/Json/Json.h"
 #include "Kbase/UtilAcc/UtilAcc.h"
@@ -62,26 +61,6 @@ class EntryCutter {
   std::string m_problem;
 };
 
-/// The record's own seconds follow the process's time zone and have no fraction, so the receiver's texts are read here.
-/// They begin with six digits each: the fix would not be valid otherwise.
-std::int64_t ReadUtcMs(const Gps::GpsData& data) {
-  const auto pair = [](const char* text) { return (text[0] - '0') * 10 + text[1] - '0'; };
-  std::tm fields{};
-  fields.tm_year = pair(data.m_date + 4) + 100;
-  fields.tm_mon = pair(data.m_date + 2) - 1;
-  fields.tm_mday = pair(data.m_date);
-  fields.tm_hour = pair(data.m_time);
-  fields.tm_min = pair(data.m_time + 2);
-  fields.tm_sec = pair(data.m_time + 4);
-  std::int64_t ms = static_cast<std::int64_t>(timegm(&fields)) * 1000;
-  if (data.m_time[6] != '.') return ms;
-  int weight = 100;
-  for (const char* digit = data.m_time + 7; *digit >= '0' && *digit <= '9' && weight > 0; ++digit, weight /= 10) {
-    ms += (*digit - '0') * weight;
-  }
-  return ms;
-}
-
 bool IsOnEarth(const Gps::GpsData& data) {
   return data.std_lat[0] != '\0' && data.std_long[0] != '\0' && std::fabs(data.latitude) <= 90.0 &&
          std::fabs(data.longitude) <= 180.0 && data.speed >= 0.0;
@@ -97,7 +76,7 @@ bool ReadFix(std::string_view sentence, Fix& fix) {
   const Gps::GpsData& data = *package.GetData();
   if (data.isValidPackage == 0 || !IsOnEarth(data)) return true;
   fix.isValid = true;
-  fix.utcMs = ReadUtcMs(data);
+  fix.utcMs = Gps::GPSDataPackage::GetUtcMs(data).value_or(0);
   fix.latitude = data.latitude;
   fix.longitude = data.longitude;
   fix.speedKnots = data.speed;

@@ -44,8 +44,9 @@ void RemoveCompanions(const std::vector<EventStore::SourceFile>& sources) {
 
 }  // namespace
 
-EventArchive::EventArchive(const StorageSettings& settings)
+EventArchive::EventArchive(const StorageSettings& settings, const TimeOfDay& timeOfDay)
     : m_settings(settings),
+      m_timeOfDay(timeOfDay),
       m_workingDisk(m_settings),
       m_store(fs::path(settings.eventsDir).parent_path().string(),
               {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}),
@@ -131,6 +132,7 @@ void EventArchive::SecureWaiting() {
   for (auto& waiting : m_waiting) {
     if (!waiting.dir.starts_with(m_settings.workDir)) continue;
     const std::string dir = m_settings.backupDir + std::string(SecuredPrefix) + waiting.noteId + "/";
+    Place(waiting);
     std::string problem;
     if (CopyWaiting(waiting, dir, problem)) {
       WorkingDisk::Remove(std::exchange(waiting.dir, dir));
@@ -228,8 +230,8 @@ void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovere
 }
 
 EventResult EventArchive::Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
-                               const std::string& workId, bool keep) {
-  WaitingEvent waiting{std::move(event), sources, workId, GetWorkDir(workId), keep};
+                               const std::string& workId, bool keep, const std::optional<Moment>& moment) {
+  WaitingEvent waiting{std::move(event), sources, workId, GetWorkDir(workId), keep, moment};
   EventResult result;
   if (!TrySave(waiting, result)) {
     waiting.problem = result.problem;
@@ -238,8 +240,15 @@ EventResult EventArchive::Save(EventStore::EventDescription& event, const std::v
   return result;
 }
 
+/// An event of before the first fix is placed when the receiver's time has become known.
+void EventArchive::Place(WaitingEvent& waiting) const {
+  if (waiting.moment) EventStore::SetTime(waiting.event, m_timeOfDay.Tell(*waiting.moment));
+}
+
 bool EventArchive::TrySave(WaitingEvent& waiting, EventResult& result) {
   result = {};
+  Place(waiting);
+  result.time = EventStore::GetTime(waiting.event);
   const Kbase::Util::TimeMonitor sinceStart;
   const auto saved = m_store.Save(waiting.event, waiting.sources, waiting.keep, result.directory, result.problem);
   result.id = waiting.event.id;

@@ -13,6 +13,7 @@
 #include "EventStore/EventStore.h"
 #include "EventStore/RequestNotes.h"
 #include "Recorder/Service/EventOrder.h"
+#include "Recorder/Service/TimeOfDay.h"
 #include "Recorder/Service/WaitingEvent.h"
 #include "Recorder/Service/WorkingDisk.h"
 #include "Recorder/Settings/Settings.h"
@@ -26,7 +27,8 @@ namespace Tavi::Recorder {
 /// way. Thread-safe, and slow: it waits for disks.
 class EventArchive {
  public:
-  explicit EventArchive(const StorageSettings& settings);
+  /// Borrows `timeOfDay`.
+  EventArchive(const StorageSettings& settings, const TimeOfDay& timeOfDay);
 
   /// Takes all directories for this process. False, with one sentence in `problem`, when one cannot be had.
   [[nodiscard]] bool Open(std::string& problem);
@@ -43,9 +45,10 @@ class EventArchive {
   [[nodiscard]] std::string GetWorkDir(const std::string& id) const { return m_workingDisk.GetDir(id); }
   /// Removes it: there is nothing in it that anybody asked for.
   void DropWorkDir(const std::string& id) const { WorkingDisk::Remove(GetWorkDir(id)); }
-  /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone.
+  /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone. `moment`:
+  /// when the event was; its time then is the receiver's as soon as that is known, whether now or while it waits.
   EventResult Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
-                   const std::string& workId, bool keep);
+                   const std::string& workId, bool keep, const std::optional<Moment>& moment = std::nullopt);
   /// Looks how full the disk is, makes room, and saves what waits. To be called every few seconds.
   void Maintain();
   /// Brings what waits in the working directory, which may not outlive the machine, to where power that fails does not
@@ -68,12 +71,14 @@ class EventArchive {
   [[nodiscard]] bool IsStored(const RecoveryCollect::RecoveredEvent& recovered, const std::string& id) const;
   void ForgetSettled(Notes& notes);
   void Complain(const Notes& notes);
+  void Place(WaitingEvent& waiting) const;
   bool TrySave(WaitingEvent& waiting, EventResult& result);
   void KeepForLater(WaitingEvent waiting, const std::string& problem);
   [[nodiscard]] std::optional<WaitingEvent> TakeSuperfluous();
   void Discard(const WaitingEvent& waiting);
 
   const StorageSettings m_settings;
+  const TimeOfDay& m_timeOfDay;
   const WorkingDisk m_workingDisk;
   EventStore::EventStore m_store;
   EventStore::RequestNotes m_notes;

@@ -1,9 +1,7 @@
 // An event that was asked for, and what became of it.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "EventStore/EventDescription.h"
+#include "Recorder/Service/TimeOfDay.h"
 #include "Tavi/EventCollect/HeldWindow.h"
 
 namespace Tavi::Recorder {
@@ -25,6 +24,9 @@ struct EventResult {
   std::string problem;
   /// Of a saved event; empty when all that was asked for is there.
   std::vector<EventStore::MissingPart> missing;
+  /// The event's moment as its description tells it; of one that waits, as it was known last. Empty for one that was
+  /// never described.
+  std::optional<EventStore::EventTime> time = std::nullopt;
 };
 
 struct EventOrder {
@@ -38,9 +40,7 @@ struct EventOrder {
   bool withPreview = false;
   /// Retention leaves it alone.
   bool keep = false;
-  /// The moment of the event, by the monotonic clock, and as Unix time in milliseconds.
-  std::chrono::steady_clock::time_point moment;
-  std::int64_t timeMs = 0;
+  Moment moment;
   /// Where the vehicle was then; empty without a valid fix.
   std::optional<EventStore::Position> position;
   /// The window since its moment; null without acquisition.

@@ -9,6 +9,7 @@
 #include "Recorder/Version.h"
 #include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GpsData.h"
+#include "Tavi/Gps/GpsPipelineElement.h"
 #include "Tavi/GstUtil/GstPipelineCbElement.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 #include "Tavi/PipelineCollect/EntryTimes.h"
@@ -43,7 +44,7 @@ EventStore::EventDescription DescribeRequest(const EventOrder& order) {
   event.software = Version;
   event.label = order.label;
   event.trigger = order.trigger;
-  event.timeMs = order.timeMs;
+  event.timeMs = order.moment.systemMs;
   event.startSeconds = -order.beforeSeconds;
   event.durationSeconds = order.durationSeconds;
   event.withPreview = order.withPreview;
@@ -80,6 +81,12 @@ std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineC
   }
   if (!output.previewStill.empty()) sources.push_back({"PreviewStill", output.previewStill});
   return sources;
+}
+
+std::optional<Gps::ReceiverTime> ReadReceiverTime(const Pipeline::PipelineManager& pipeline) {
+  const auto gps =
+      std::dynamic_pointer_cast<Gps::GpsPipelineElement>(pipeline.ShareElement(Pipeline::PipelineType::Gps));
+  return gps ? gps->ReadTime() : std::nullopt;
 }
 
 std::optional<EventStore::Position> ReadPosition(const Pipeline::PipelineManager& pipeline) {

@@ -7,12 +7,13 @@
 #include "EventStore/EventDescription.h"
 #include "EventStore/FileTransfer.h"
 #include "Recorder/Service/EventOrder.h"
+#include "Tavi/Gps/GstGpsPipelineElement.h"
 #include "Tavi/Pipeline/PipelineManager.h"
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
 
 namespace Tavi::Recorder {
 
-/// What is known of an event before it is collected.
+/// What is known of an event before it is collected; its time by the system's clock.
 EventStore::EventDescription DescribeRequest(const EventOrder& order);
 /// `waitedSeconds`: from the event's moment to the start of its collect.
 EventStore::EventDescription DescribeEvent(const EventOrder& order,
@@ -21,6 +22,9 @@ EventStore::EventDescription DescribeEvent(const EventOrder& order,
 
 /// Every file of the event, the preview's still and the companions of what does not tell its own times included.
 std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output);
+
+/// The newest reading of the receiver's clock; empty without a valid fix. Thread-safe.
+std::optional<Gps::ReceiverTime> ReadReceiverTime(const Pipeline::PipelineManager& pipeline);
 
 /// The newest fix; empty when it is not valid or older than five seconds. Thread-safe.
 std::optional<EventStore::Position> ReadPosition(const Pipeline::PipelineManager& pipeline);

@@ -27,7 +27,7 @@ PipelineCollectInput BuildInput(const EventOrder& order, const std::string& dire
   input.withPreview = order.withPreview;
   input.outputDir = directory;
   input.name = order.id;
-  input.care.moment = order.moment;
+  input.care.moment = order.moment.steady;
   input.care.cover = true;
   input.care.keepTimes = true;
   input.care.pace = Pace;
@@ -89,7 +89,7 @@ std::set<PipelineCollect::PipelineCollectType> EventTaker::GetExpected() const {
 
 EventResult EventTaker::TakeEvent(const EventOrder& order) {
   WaitForSources(order);
-  const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - order.moment;
+  const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - order.moment.steady;
   auto input = BuildInput(order, m_archive.GetWorkDir(order.id));
   PipelineCollect::PipelineCollectOutput output;
   if (!m_manager.Collect(input, output)) {
@@ -110,7 +110,7 @@ EventResult EventTaker::TakeEvent(const EventOrder& order) {
   event.interrupted = m_isEnding();
   event.missing = FindMissing(order, GetExpected(), output);
   auto missing = event.missing;
-  auto result = m_archive.Save(event, ListSources(output), order.id, order.keep);
+  auto result = m_archive.Save(event, ListSources(output), order.id, order.keep, order.moment);
   result.missing = std::move(missing);
   return result;
 }

@@ -39,7 +39,8 @@ double GetRecordedFrom(const RecoveredEvent& recovered) {
 
 /// How much later that is than what `request` has asked for; infinite when they do not belong together.
 double MeasureDelay(const RecoveredEvent& recovered, const EventDescription& request) {
-  const double moment = static_cast<double>(request.timeMs) / 1000.0;
+  // Names of files go by the system's clock.
+  const double moment = static_cast<double>(EventStore::GetSystemTimeMs(request)) / 1000.0;
   const double delay = GetRecordedFrom(recovered) - (moment + request.startSeconds);
   const bool isPossible = recovered.seconds > 0 && delay >= -Inexact && delay <= LongestRing &&
                           moment <= static_cast<double>(recovered.output.eventTime) + Inexact;

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <thread>
 #include <utility>
 
@@ -44,7 +45,7 @@ Triggers::TriggerWatch::Settings BuildTriggers(const TriggerSettings& settings) 
 
 Service::Service(const Settings& settings)
     : m_settings(settings),
-      m_archive(settings.storage),
+      m_archive(settings.storage, m_timeOfDay),
       m_queue(static_cast<std::size_t>(settings.events.queueLength)) {}
 
 Service::~Service() = default;
@@ -53,7 +54,10 @@ bool Service::Open(std::string& problem) {
   if (!m_archive.Open(problem)) return false;
   m_pipeline = std::make_unique<Pipeline::PipelineManager>(m_settings.pipeline);
   const auto getRing = [this](Pipeline::PipelineType type) { return m_pipeline->ShareElement(type); };
-  m_health = std::make_unique<HealthThread>(getRing, m_serviceManager, [this] { m_queue.FollowWindows(); });
+  m_health = std::make_unique<HealthThread>(getRing, m_serviceManager, [this] {
+    m_queue.FollowWindows();
+    FollowReceiver();
+  });
   const auto isEnding = [this] { return IsEnding(); };
   const auto isStarting = [this] { return !m_started; };
   m_first = MakeTaker(m_settings, *m_pipeline, false, m_queue, m_archive, isEnding, isStarting);
@@ -159,14 +163,12 @@ void Service::End() {
 
 /// An event of now, as the settings have it.
 EventOrder Service::MakeOrder() const {
-  using std::chrono::milliseconds;
   EventOrder order;
   order.id = EventStore::NewEventId();
   order.beforeSeconds = -m_settings.events.startSeconds;
   order.durationSeconds = m_settings.events.durationSeconds;
   order.withPreview = m_settings.events.withPreview;
-  order.moment = Clock::now();
-  order.timeMs = std::chrono::duration_cast<milliseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+  order.moment = Moment::Now();
   order.position = ReadPosition(*m_pipeline);
   return order;
 }
@@ -174,7 +176,8 @@ EventOrder Service::MakeOrder() const {
 std::string Service::Order(EventOrder order) {
   const std::string what = "event " + order.id + " (" + order.trigger + ")";
   if (IsEnding()) return "the recorder is ending";
-  const auto request = DescribeRequest(order);
+  auto request = DescribeRequest(order);
+  EventStore::SetTime(request, m_timeOfDay.Tell(order.moment));
   const bool keep = order.keep;
   order.held = m_first->Hold(order);
   const auto held = order.held;
@@ -198,6 +201,14 @@ void Service::NoteResult(const EventResult& result) {
   if (!missing.empty()) Log::Warning("event " + result.id + ": " + missing);
   const std::lock_guard lock(m_mutex);
   m_lastResult = result;
+}
+
+void Service::FollowReceiver() {
+  const auto reading = ReadReceiverTime(*m_pipeline);
+  if (!reading || !m_timeOfDay.Learn(*reading)) return;
+  const double ahead = m_timeOfDay.Tell(Moment::Now()).systemAheadSeconds.value_or(0.0);
+  Log::Info(fmt::format("events have the receiver's time from now on: the system's clock is {:.1f} s {} it",
+                        std::fabs(ahead), ahead < 0.0 ? "behind" : "ahead of"));
 }
 
 void Service::OrderByTrigger(const std::string& reason) {

@@ -22,6 +22,7 @@
 #include "Recorder/Service/HealthThread.h"
 #include "Recorder/Service/ServiceManager.h"
 #include "Recorder/Service/TaskThread.h"
+#include "Recorder/Service/TimeOfDay.h"
 #include "Recorder/Settings/Settings.h"
 #include "Recorder/Triggers/TriggerWatch.h"
 #include "Tavi/Pipeline/PipelineManager.h"
@@ -54,6 +55,7 @@ class Service final : public ControlHandler {
   void HandleProtect(const nlohmann::ordered_json& request, const Reply& reply);
   void ListEvents(const Reply& reply) const;
   [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;
+  [[nodiscard]] nlohmann::ordered_json DescribeClock() const;
   [[nodiscard]] std::string WriteMetrics() const;
 
   /// Puts the event in the queue. Empty, or one sentence why not; `done` is then not called.
@@ -66,6 +68,7 @@ class Service final : public ControlHandler {
   void End();
   [[nodiscard]] bool IsEnding() const { return m_stopped || m_powerFailed; }
   void NoteResult(const EventResult& result);
+  void FollowReceiver();
 
   const Settings m_settings;
   const ServiceManager m_serviceManager;
@@ -77,6 +80,7 @@ class Service final : public ControlHandler {
   std::atomic<bool> m_started{false};
   std::atomic<const char*> m_state{"starting"};
   std::atomic<std::uint64_t> m_refused{0};
+  TimeOfDay m_timeOfDay;
   EventArchive m_archive;
   EventQueue m_queue;
   std::unique_ptr<Pipeline::PipelineManager> m_pipeline;

@@ -21,12 +21,20 @@ using nlohmann::ordered_json;
 /// What one reply has room for; the newest are the ones that are looked for.
 constexpr std::size_t MaxListed = 2000;
 
+void AddTime(const EventStore::EventTime& time, ordered_json& fields) {
+  fields["time"] = EventStore::FormatTime(time.timeMs);
+  fields["timeSource"] = time.source;
+  fields["systemAheadSeconds"] =
+      time.systemAheadSeconds ? ordered_json(*time.systemAheadSeconds) : ordered_json(nullptr);
+}
+
 /// `ok` stands for all that was asked for; what is saved but not whole says so.
 ordered_json Describe(const EventResult& result) {
   ordered_json fields;
   fields["ok"] = result.isSaved && result.missing.empty();
   fields["event"] = result.id;
   fields["saved"] = result.isSaved;
+  if (result.time) AddTime(*result.time, fields);
   if (result.isSaved) {
     fields["directory"] = result.directory;
     fields["files"] = result.files;
@@ -90,11 +98,14 @@ void Service::HandleEvent(const Json& request, const Reply& reply) {
   order.keep = wanted->keep;
   if (wanted->wait) order.done = [reply](const EventResult& result) { reply(Describe(result)); };
   const std::string id = order.id;
+  const Moment moment = order.moment;
   problem = Order(std::move(order));
   if (!problem.empty()) {
     reply.Refuse(problem);
   } else if (!wanted->wait) {
-    reply({{"event", id}, {"waiting", m_queue.Read().waiting}});
+    ordered_json fields{{"event", id}, {"waiting", m_queue.Read().waiting}};
+    AddTime(m_timeOfDay.Tell(moment), fields);
+    reply(std::move(fields));
   }
 }
 
@@ -166,9 +177,20 @@ ordered_json Service::DescribeStatus() const {
     const std::lock_guard lock(m_mutex);
     status["lastEvent"] = m_lastResult ? Describe(*m_lastResult) : ordered_json(nullptr);
   }
+  status["clock"] = DescribeClock();
   status["storage"] = m_archive.Describe();
   status["sources"] = ToJson(m_health->GetHealth().Read());
   return status;
+}
+
+ordered_json Service::DescribeClock() const {
+  ordered_json clock;
+  const auto now = Moment::Now();
+  AddTime(m_timeOfDay.Tell(now), clock);
+  const auto last = m_timeOfDay.GetLastReading();
+  clock["fixAgeSeconds"] =
+      last ? ordered_json(std::chrono::duration<double>(now.steady - *last).count()) : ordered_json(nullptr);
+  return clock;
 }
 
 std::string Service::WriteMetrics() const {
@@ -187,6 +209,13 @@ std::string Service::WriteMetrics() const {
       static_cast<double>(m_refused));
   add("tavi_events_waiting", Type::Gauge, "Requests that wait for a collect manager.",
       static_cast<double>(m_queue.Read().waiting));
+  const auto time = m_timeOfDay.Tell(Moment::Now());
+  add("tavi_clock_receiver", Type::Gauge, "1 when events have the receiver's time.",
+      time.systemAheadSeconds ? 1.0 : 0.0);
+  if (time.systemAheadSeconds) {
+    add("tavi_clock_system_ahead_seconds", Type::Gauge, "System's clock minus the receiver's.",
+        *time.systemAheadSeconds);
+  }
   add("tavi_storage_events", Type::Gauge, "Events on the disk.", number("events"));
   add("tavi_storage_bytes", Type::Gauge, "Bytes that they take.", number("bytes"));
   add("tavi_storage_free_bytes", Type::Gauge, "Bytes free on their disk.", number("freeBytes"));

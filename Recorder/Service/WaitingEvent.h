@@ -7,6 +7,7 @@
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/FileTransfer.h"
+#include "Recorder/Service/TimeOfDay.h"
 
 namespace Tavi::Recorder {
 
@@ -19,6 +20,8 @@ struct WaitingEvent {
   std::string dir;
   /// Retention leaves it alone, and it is never given up.
   bool keep = false;
+  /// When it was, for the receiver's time; empty when the event is an earlier process's.
+  std::optional<Moment> moment = std::nullopt;
   /// Why it could not be saved last; empty before the first try.
   std::string problem = {};
 };

@@ -216,6 +216,21 @@ std::optional<std::int64_t> GPSDataPackage::GetUtc(const GpsData& data) {
   return timegm(&*fields);
 }
 
+std::optional<std::int64_t> GPSDataPackage::GetUtcMs(const GpsData& data) {
+  const auto seconds = GetUtc(data);
+  if (!seconds) return {};
+  std::int64_t ms = *seconds * 1000;
+  const std::string_view time(data.m_time, strnlen(data.m_time, sizeof(data.m_time)));
+  if (time.size() <= ClockLength || time[ClockLength] != '.') return ms;
+  int weight = 100;
+  for (const char digit : time.substr(ClockLength + 1)) {
+    if (digit < '0' || digit > '9') break;
+    ms += (digit - '0') * weight;
+    weight /= 10;
+  }
+  return ms;
+}
+
 double GPSDataPackage::ConvertCoordinate(std::string value, std::string hemisphere) const {
   double coordinate = 0.0;
   return ReadCoordinate(value, hemisphere, coordinate) ? coordinate : 0.0;

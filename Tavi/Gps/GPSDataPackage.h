@@ -53,6 +53,8 @@ class GPSDataPackage {
   /// The record's date and time as seconds of the epoch, whatever the process's time zone; empty when it has none. For
   /// whoever shows or stores the time: `record_u_time` goes by that zone.
   static std::optional<std::int64_t> GetUtc(const GpsData& data);
+  /// The same in milliseconds: with the fraction that the receiver gave.
+  static std::optional<std::int64_t> GetUtcMs(const GpsData& data);
   /// ddmm.mmmm or dddmm.mmmm as decimal degrees, negative for "S" and "W"; 0.0 when it cannot be read.
   double ConvertCoordinate(std::string value, std::string hemisphere) const;
   /// Writes the system's UTC as hhmmss and ddmmyy, seven characters each with the NUL.

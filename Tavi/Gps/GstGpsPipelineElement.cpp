@@ -40,8 +40,22 @@ void GstGpsPipelineElement::Invoke(Kbase::Interfaces::IThread* /*thread*/, void*
       package.AddLine(sentence);
     }
     package.PostProcess();
+    NoteTime(*package.GetData());
     SetFrame(BuildGstBuffer(package));
   });
+}
+
+void GstGpsPipelineElement::NoteTime(const GpsData& fix) {
+  const auto arrival = m_device.GetEpochBegin();
+  const auto utcMs = GPSDataPackage::GetUtcMs(fix);
+  if (fix.isValidPackage == 0 || !arrival || !utcMs) return;
+  const std::lock_guard lock(m_timeMutex);
+  m_time = ReceiverTime{*utcMs, *arrival};
+}
+
+std::optional<ReceiverTime> GstGpsPipelineElement::ReadTime() const {
+  const std::lock_guard lock(m_timeMutex);
+  return m_time;
 }
 
 GstBuffer* GstGpsPipelineElement::BuildGstBuffer(GPSDataPackage& package) {

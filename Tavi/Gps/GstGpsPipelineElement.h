@@ -4,7 +4,10 @@
 #include <gst/gst.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 #include <string>
 
 #include "Kbase/Util/EntryGuard.h"
@@ -14,6 +17,15 @@
 #include "Tavi/GstUtil/RecordWrapper.h"
 
 namespace Tavi::Gps {
+
+/// What the receiver's clock showed, and when.
+struct ReceiverTime {
+  /// UTC of a valid fix, Unix time in milliseconds.
+  std::int64_t utcMs = 0;
+  /// When its text began to come, by the monotonic clock: later than the fix by what the receiver takes to send, mostly
+  /// 0.05 to 0.5 s.
+  std::chrono::steady_clock::time_point arrival;
+};
 
 /// Owns the receiver device and is its delegate. Start and Stop belong to the controlling thread; Invoke and SetFrame
 /// run on the device's. A subclass calls Stop in its destructor.
@@ -36,6 +48,9 @@ class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   GstBuffer* BuildGstBuffer(GPSDataPackage& package);
   static void GstBufferDestroyedNotify(void* record) noexcept;
 
+  /// Of the newest valid fix; empty before the first, and with a log that is replayed. Thread-safe.
+  [[nodiscard]] std::optional<ReceiverTime> ReadTime() const;
+
   GstGpsPipelineElement(const GstGpsPipelineElement&) = delete;
   GstGpsPipelineElement& operator=(const GstGpsPipelineElement&) = delete;
 
@@ -43,10 +58,14 @@ class GstGpsPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   [[nodiscard]] std::int32_t GetRate() const { return m_buffers.GetRate(); }
 
  private:
+  void NoteTime(const GpsData& fix);
+
   Kdevice::GpsDevice::GpsDevice m_device;
   std::atomic<bool> m_running{false};
   std::string m_path;
   GstUtil::RecordWrapper m_buffers;
+  mutable std::mutex m_timeMutex;
+  std::optional<ReceiverTime> m_time;
   Kbase::Util::EntryGuard m_guard;
 };
 

@@ -69,7 +69,8 @@ std::string FormatGeoJson(const EventData& data) {
                                    {{"kind", "event"},
                                     {"id", description.id},
                                     {"label", description.label},
-                                    {"time", EventStore::FormatTime(description.timeMs)}}));
+                                    {"time", EventStore::FormatTime(description.timeMs)},
+                                    {"timeSource", description.timeSource}}));
   }
   const Json collection = {{"type", "FeatureCollection"}, {"features", std::move(features)}};
   return Kbase::Json::PrintLines(collection);

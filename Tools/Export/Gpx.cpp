@@ -19,9 +19,11 @@ double WrapLongitude(double longitude) {
 void AddEventPoint(std::string& gpx, const EventData& data) {
   const auto& position = data.description.position;
   if (!position || std::fabs(position->latitude) > 90.0 || std::fabs(position->longitude) > 180.0) return;
-  gpx += fmt::format("  <wpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time><name>Event {}</name></wpt>\n",
-                     position->latitude, WrapLongitude(position->longitude),
-                     EventStore::FormatTime(data.description.timeMs), data.description.id);
+  gpx += fmt::format(
+      "  <wpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time><name>Event {}</name>"
+      "<cmt>time by the {}</cmt></wpt>\n",
+      position->latitude, WrapLongitude(position->longitude), EventStore::FormatTime(data.description.timeMs),
+      data.description.id, EscapeMarkup(data.description.timeSource));
 }
 
 void AddSegments(std::string& gpx, const EventData& data) {

@@ -6,6 +6,13 @@ function formatBytes(bytes) {
 }
 const formatSpeed = (knots) => `${(knots * KmhPerKnot).toFixed(1)} km/h (${knots.toFixed(1)} kn)`;
 
+function describeClock() {
+  if (event.timeSource !== "receiver") return "the unit's clock, which no receiver has confirmed";
+  const ahead = event.systemAheadSeconds;
+  if (ahead === null) return "the receiver";
+  return `the receiver; the unit's clock was ${Math.abs(ahead).toFixed(1)} s ${ahead < 0 ? "behind" : "ahead of"} it`;
+}
+
 function buildHead() {
   byId("when").textContent = event.time.replace("T", " ").replace("Z", " UTC");
   const chip = (text, kind = "") => make(byId("chips"), "li", { class: kind }, text);
@@ -13,6 +20,7 @@ function buildHead() {
   if (event.maxG !== null) chip(`up to ${event.maxG.toFixed(2)} g`);
   if (event.maxSpeedKnots !== null) chip(`up to ${(event.maxSpeedKnots * KmhPerKnot).toFixed(0)} km/h`);
   if (event.interrupted) chip("ended early", "alarm");
+  if (event.timeSource !== "receiver") chip("time not confirmed");
   const missing = (event.missing ?? []).map((part) => `Asked for, but not there: ${part.type}, ${part.reason}`);
   problems.unshift(...missing);
   byId("problems").hidden = problems.length === 0;
@@ -23,6 +31,7 @@ function buildFacts() {
   const { request, position: place } = event;
   const facts = {
     "Time": new Date(event.time).toLocaleString(undefined, { dateStyle: "medium", timeStyle: "long" }),
+    "Time by": describeClock(),
     "Label": event.label || "none",
     "Id": event.id,
     "Trigger": event.trigger,

@@ -13,6 +13,8 @@ class DescriptionTest : public StoreTest {
   static EventDescription MakeFull() {
     EventDescription event = MakeEvent("9f3ca1b2");
     event.software = "tavi-recorder 0.1.0";
+    event.timeSource = ReceiverSource;
+    event.systemAheadSeconds = -1795268405.25;
     event.label = "hard \"stop\"\n\xC3\xA4";
     event.manager = "second";
     event.queuedSeconds = 0.1;
@@ -36,11 +38,16 @@ TEST_F(DescriptionTest, WhatIsWrittenIsRead) {
   ASSERT_TRUE(read) << m_problem;
   EXPECT_EQ(FormatEvent(*read), text);
   EXPECT_EQ(read->timeMs, 1'795'268'405'123);
+  EXPECT_EQ(GetSystemTimeMs(*read), -127) << "a quarter second before it was 1970";
   EXPECT_EQ(read->streams[0].firstTimestampNs, -1);
   EXPECT_EQ(read->files[0].bytes, 1ULL << 40);
   for (const char* line : {R"("time": "2026-11-21T13:40:05.123Z")", R"("maxG": null)", R"("lastTimestampNs": null)"}) {
     EXPECT_NE(text.find(line), std::string::npos) << line;
   }
+  std::string older = text;
+  for (const char* key : {"timeSource", "systemAheadSeconds"}) older.replace(older.find(key), 1, "_");
+  const auto olderRead = Read(older);
+  EXPECT_TRUE(olderRead && olderRead->timeSource == SystemSource) << m_problem;
   EventDescription odd = MakeFull();
   odd.maxG = odd.queuedSeconds = std::nan("");
   odd.label = "\xFF";

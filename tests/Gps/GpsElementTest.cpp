@@ -1,7 +1,9 @@
 // From the receiver's text to the ring, and from the ring to the event's file.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
+#include <fstream>
 #include <memory>
 
 #include "Support/Media.h"
@@ -81,6 +83,29 @@ TEST_F(GpsElementTest, TheFileHoldsEverySentenceAndTheSpeedOnlyThatOfValidFixes)
   Tavi::GstUtil::GstPipelineCbElement foreign(0, Tavi::Testing::MakeBuffer(std::string(264, 'x'), 0), "acc");
   GpsPipelineCbElement cut(0, Tavi::Testing::MakeBuffer("short", 0));
   EXPECT_FALSE(collect.Write(stdout, &foreign) || collect.Write(stdout, &cut) || collect.Write(stdout, nullptr));
+}
+
+// A unit that is set by a log of last year, or by a fix that is none.
+TEST_F(GpsElementTest, TheReceiversTimeIsThatOfALiveFix) {
+  const std::string text = Epoch("30.5", "0.9") + MakeSentence("GPRMC,120001.25,V,,,,,,,230326,,");
+  std::ofstream(m_dir + "log") << text;
+  ASSERT_EQ(mkfifo((m_dir + "fifo").c_str(), 0600), 0);
+  for (const bool isLive : {false, true}) {
+    GpsConfig config;
+    config.path = m_dir + (isLive ? "fifo" : "log");
+    GpsPipelineElement gps(config, 4);
+    const auto before = std::chrono::steady_clock::now() - std::chrono::milliseconds(2);
+    gps.Start();
+    if (isLive) std::ofstream(config.path) << text;
+    ASSERT_TRUE(Tavi::Testing::WaitUntil([&] { return gps.GetCurrentFrameId() == 1; }));
+    const auto time = gps.ReadTime();
+    gps.Stop();
+    ASSERT_EQ(time.has_value(), isLive);
+    if (!time) continue;
+    EXPECT_EQ(time->utcMs, 1'774'267'200'000) << "the one without a fix is none";
+    EXPECT_GE(time->arrival, before);
+    EXPECT_LE(time->arrival, std::chrono::steady_clock::now());
+  }
 }
 
 }  // namespace

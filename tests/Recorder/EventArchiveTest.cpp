@@ -37,7 +37,7 @@ class EventArchiveTest : public Testing::TempDirTest {
   }
   /// As a start of the recorder does.
   std::unique_ptr<EventArchive> Start() {
-    auto archive = std::make_unique<EventArchive>(m_settings);
+    auto archive = std::make_unique<EventArchive>(m_settings, m_timeOfDay);
     std::string problem;
     EXPECT_TRUE(archive->Open(problem)) << problem;
     archive->Recover({});
@@ -51,12 +51,12 @@ class EventArchiveTest : public Testing::TempDirTest {
     event.streams = {{"Gps", 3, 1.0, -1.25, 0.75, {}, {}}};
     return event;
   }
-  EventResult Save(EventArchive& archive, const std::string& id, bool keep) {
+  EventResult Save(EventArchive& archive, const std::string& id, bool keep, std::optional<Moment> moment = {}) {
     const std::string path = m_settings.workDir + id + "/gps_" + Kbase::Util::NewUid() + ".dat";
     Write(path, id);
     auto event = Describe(id);
     archive.Announce(event, keep);
-    return archive.Save(event, {{"Gps", path}}, id, keep);
+    return archive.Save(event, {{"Gps", path}}, id, keep, moment);
   }
   /// Label and files of each event.
   std::map<std::string, std::string> ReadEvents() const {
@@ -84,6 +84,7 @@ class EventArchiveTest : public Testing::TempDirTest {
   }
 
   StorageSettings m_settings;
+  TimeOfDay m_timeOfDay;
 };
 
 // A complete event that comes back as an interrupted one without its words and times, that is lost with the RAM disk,
@@ -117,6 +118,27 @@ TEST_F(EventArchiveTest, WhatWaitsForRoomSurvivesAsWhatItIs) {
     ExpectClean();
     fs::remove_all(m_settings.eventsDir);
   }
+}
+
+// An event of before the first fix that waits and is dated 1970 for good.
+TEST_F(EventArchiveTest, WhatWaitsWhenTheFirstFixComesIsPlaced) {
+  m_settings.maxEvents = 1;
+  const auto archive = Start();
+  EXPECT_TRUE(Save(*archive, "0000000a", true, Moment{{}, 5000}).isSaved);
+  const auto refused = Save(*archive, "0000000b", true, Moment{{}, 6000});
+  EXPECT_EQ(refused.time->timeMs, 6000);
+  for (int second = 1; second <= 3; ++second) {
+    m_timeOfDay.Learn({Noon + second * 1000, std::chrono::steady_clock::time_point(std::chrono::seconds(second))});
+  }
+  EXPECT_EQ(EventStore::ListEvents(m_settings.eventsDir)[0].name, "19700101T000005Z_0000000a");
+  std::string problem;
+  EXPECT_TRUE(archive->GetStore().SetProtected("0000000a", false, problem)) << problem;
+  archive->Maintain();
+  EXPECT_EQ(EventStore::ListEvents(m_settings.eventsDir)[0].name, "20261121T120000Z_0000000b");
+  const auto event = EventStore::ReadEvent(m_settings.eventsDir + "20261121T120000Z_0000000b", problem);
+  ASSERT_TRUE(event) << problem;
+  EXPECT_EQ(event->timeSource, "receiver");
+  EXPECT_EQ(EventStore::GetSystemTimeMs(*event), 6000);
 }
 
 // One that was asked to be kept and gives way to others.
@@ -195,7 +217,7 @@ TEST_F(EventArchiveTest, EachDirectoryBelongsToOneProcess) {
     m_settings = {m_dir + "e2/", m_dir + "w2/", m_dir + "b2/", m_dir + "r2/"};
     m_settings.*shared = own.*shared;
     std::string problem;
-    EXPECT_FALSE(EventArchive(m_settings).Open(problem));
+    EXPECT_FALSE(EventArchive(m_settings, m_timeOfDay).Open(problem));
     EXPECT_NE(problem.find("in use by another process"), std::string::npos) << problem;
   }
 }

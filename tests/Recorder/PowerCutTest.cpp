@@ -43,7 +43,8 @@ StorageSettings GetSettings(const std::string& disk, const std::string& ram) {
 
 /// A start of the recorder.
 void Start(const std::string& disk, const std::string& ram) {
-  EventArchive archive(GetSettings(disk, ram));
+  const TimeOfDay timeOfDay;
+  EventArchive archive(GetSettings(disk, ram), timeOfDay);
   std::string problem;
   EXPECT_TRUE(archive.Open(problem)) << problem;
   archive.Recover({});
@@ -78,7 +79,7 @@ class PowerCutTest : public Testing::TempDirTest {
       request.id = id;
       request.label = id;
       request.timeMs = 1'795'262'400'000;
-      EventArchive(settings).Announce(request, false);
+      EventArchive(settings, TimeOfDay()).Announce(request, false);
     }
     std::string problem;
     Write(m_dir + "gps.dat", "fix");

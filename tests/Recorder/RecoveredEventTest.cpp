@@ -66,6 +66,10 @@ TEST(RecoveredEventTest, StreamsBeginWhereTheRecordDoes) {
     SCOPED_TRACE(c.recorded);
     std::vector<RequestNote> notes{MakeNote("0000000a", 10.4, 15)};
     notes[0].request.label = "here";
+    // The receiver knew better than the clock that the files are named by.
+    notes[0].request.timeSource = EventStore::ReceiverSource;
+    notes[0].request.systemAheadSeconds = -1e9;
+    notes[0].request.timeMs += 1'000'000'000'000;
     const std::string path = testing::TempDir() + "tavi_other.dat";
     std::ofstream(path) << R"([{"cpu_usage":1},{"cpu_usage":2},{"cpu_usage":3}])";
     auto recovered = MakeRecovered("0000000a_x", 18, c.recorded);

@@ -1,10 +1,14 @@
 // The recorder as a service, in the simulated car: from a command to an event's directory, and every way to its end.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -12,7 +16,9 @@
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
+#include "Kbase/Interfaces/IThread.h"
 #include "Recorder/Program.h"
+#include "Support/Nmea.h"
 #include "Support/VideoDecode.h"
 
 namespace {
@@ -184,19 +190,66 @@ TEST_F(ServiceTest, TheServiceManagerHearsOfReadinessAndFeeding) {
   close(socket);
 }
 
-// Catches windows, silences and queues that are counted by the wall clock, which the first fix sets by decades.
-TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesItsNameOnly) {
+/// A receiver whose time is right, with a fix from some moment on.
+class RightReceiver final : public Kbase::Interfaces::IThread {
+ public:
+  explicit RightReceiver(const std::string& fifo) : IThread("RECEIVER"), m_fifo(fifo) {
+    EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    Start();
+  }
+  ~RightReceiver() override { Stop(); }
+  std::atomic<bool> hasFix{false};
+
+ protected:
+  void Run() override {
+    // Open for reading as well: a recorder that is not there yet, or not any more, is no error.
+    if (m_file < 0) m_file = open(m_fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const std::time_t now = std::time(nullptr);
+    char time[16];
+    char date[16];
+    std::strftime(time, sizeof(time), "%H%M%S.00", gmtime(&now));
+    std::strftime(date, sizeof(date), "%d%m%y", gmtime(&now));
+    const std::string place = ",4807.0380,N,01131.0000,E,";
+    const std::string text =
+        MakeSentence(std::string("GPRMC,") + time + (hasFix ? ",A" : ",V") + place + "30.5,84.4," + date + ",,") +
+        MakeSentence(std::string("GPGGA,") + time + place + "1,08,0.9,545.4,M,46.9,M,,");
+    EXPECT_EQ(write(m_file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    WaitForCancel(Milliseconds(1000));
+  }
+  void RunAfter() override { close(m_file); }
+
+ private:
+  const std::string m_fifo;
+  int m_file = -1;
+};
+
+// Catches windows, silences and queues that are counted by the wall clock, which the first fix sets by decades, and
+// events of that time that keep the wrong date.
+TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesNothing) {
 #ifndef FAST_CLOCK
   GTEST_SKIP() << "the sanitizers define the functions of the preloaded clock themselves";
 #else
   setenv("LD_PRELOAD", FAST_CLOCK, 1);
   setenv("TAVI_CLOCK_STEP", "-820540800@20", 1);  // 26 years less six days, for the first twenty seconds
+  RightReceiver receiver(m_dir + "receiver");
+  WriteSettings(json::object(), {{"gps", {{"path", m_dir + "receiver"}}}});
+  const std::int64_t startMs = std::time(nullptr) * 1000;
   StartService();
   unsetenv("LD_PRELOAD");
   unsetenv("TAVI_CLOCK_STEP");
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera0"]["entries"] > 60; }));
   ASSERT_LT(Ctl("status")["uptimeSeconds"], 18.0) << "too slow to be in the middle of anything";
-  EXPECT_EQ(Ctl("event --before 3 --duration 24 --wait")["saved"], true);
+  EXPECT_EQ(Ctl("status")["clock"]["timeSource"], "system");
+  EXPECT_EQ(Ctl("event --before 2 --duration 1 --no-preview")["timeSource"], "system");
+  const json accepted = Ctl("event --before 3 --duration 24");
+  EXPECT_EQ(accepted["timeSource"], "system");
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 1; }));
+  receiver.hasFix = true;
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["clock"]["timeSource"] == "receiver"; }));
+  const auto isSaved = [&] { return Ctl("status")["storage"]["saved"] == 2; };
+  ASSERT_TRUE(WaitUntil(isSaved) || WaitUntil(isSaved) || WaitUntil(isSaved) || WaitUntil(isSaved));
+  EXPECT_EQ(Ctl("status")["lastEvent"]["event"], accepted["event"]);
+  EXPECT_EQ(Ctl("status")["lastEvent"]["timeSource"], "receiver");
   EXPECT_EQ(Ctl("event --before 3 --duration 4 --wait")["saved"], true);
   const json sources = Ctl("status")["sources"];
   EXPECT_EQ(EndService(SIGTERM), 0);
@@ -209,9 +262,14 @@ TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesItsNameOnly) {
     EXPECT_EQ(sources[source]["restarts"], 0) << source;
   }
   const auto events = ReadEvents();
-  ASSERT_EQ(events.size(), 2U);
-  EXPECT_LT(events[0].timeMs + 800'000'000'000, events[1].timeMs);
-  for (const auto& event : events) {
+  ASSERT_EQ(events.size(), 3U);
+  EXPECT_LT(events[0].timeMs, startMs - 800'000'000'000) << "its moment was over before there was a fix";
+  EXPECT_FALSE(events[0].systemAheadSeconds);
+  for (const auto& event : {events[1], events[2]}) {
+    EXPECT_EQ(event.timeSource, "receiver");
+    EXPECT_GE(event.timeMs, startMs - 2000) << "the receiver's text takes its time";
+    EXPECT_LE(event.timeMs, std::time(nullptr) * 1000);
+    EXPECT_NEAR(event.systemAheadSeconds.value_or(0), event.id == accepted["event"] ? -820540800.0 : 0.0, 30.0);
     for (const auto& stream : event.streams) {
       SCOPED_TRACE(stream.type);
       EXPECT_LE(stream.fromSeconds, event.startSeconds);

@@ -36,7 +36,7 @@ TEST(ExportTest, GpxIsBrokenAtGapsAndEscapesTheLabel) {
             R"(<?xml version="1.0" encoding="UTF-8"?>
 <gpx version="1.1" creator="tavi-export" xmlns="http://www.topografix.com/GPX/1/1" xmlns:tavi="urn:tavi:event">
   <metadata><name>A &amp; B &lt; &gt;</name><time>2026-11-21T13:40:05.123Z</time></metadata>
-  <wpt lat="48.1000000" lon="-11.5000000"><time>2026-11-21T13:40:05.123Z</time><name>Event 9f3ca1b2</name></wpt>
+  <wpt lat="48.1000000" lon="-11.5000000"><time>2026-11-21T13:40:05.123Z</time><name>Event 9f3ca1b2</name><cmt>time by the system</cmt></wpt>
   <trk><name>A &amp; B &lt; &gt;</name>
     <trkseg>
       <trkpt lat="48.1178767" lon="-11.5167000"><time>2026-11-21T13:40:04.000Z</time><extensions><tavi:speedKnots>24.36</tavi:speedKnots></extensions></trkpt>

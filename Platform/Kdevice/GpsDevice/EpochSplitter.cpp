@@ -95,11 +95,11 @@ EpochSplitter::EpochSplitter(Sink sink) : m_sink(std::move(sink)) {
   m_text.reserve(MaxEpochBytes);
 }
 
-void EpochSplitter::Feed(std::string_view bytes) {
-  for (const char c : bytes) Take(c);
+void EpochSplitter::Feed(std::string_view bytes, Milliseconds at) {
+  for (const char c : bytes) Take(c, at);
 }
 
-void EpochSplitter::Take(char c) {
+void EpochSplitter::Take(char c, Milliseconds at) {
   if (c == '\r' || c == '\n') {
     EndSentence();
     m_state = State::LineStart;
@@ -109,6 +109,7 @@ void EpochSplitter::Take(char c) {
   if (c == '$') {
     EndSentence();
     m_state = State::Sentence;
+    m_lineBegunAt = at;
   } else if (m_state == State::LineStart) {
     m_state = c == '#' ? State::Comment : State::Noise;
   }
@@ -132,6 +133,8 @@ void EpochSplitter::Add(const Sentence& sentence) {
   if (!sentence.intact) ++m_losses.damaged;
   if (BeginsEpoch(sentence)) EndEpoch();
   const bool hadRmc = Holds(Rmc);
+  // What has no time may be the rest of the epoch before, which a pause has given away or noise has hidden.
+  if (!m_time) m_begunAt = m_lineBegunAt;
   m_kinds |= sentence.kind;
   if (!m_time) m_time = sentence.time;
   if (sentence.kind == Rmc && !hadRmc) {
@@ -182,7 +185,7 @@ void EpochSplitter::EndEpoch() {
 
 void EpochSplitter::Deliver() {
   if (std::exchange(m_delivered, true)) return;
-  m_sink({m_text.data(), m_text.size(), m_rmcTime});
+  m_sink({m_text.data(), m_text.size(), m_rmcTime, m_begunAt});
 }
 
 void EpochSplitter::Pause(Milliseconds elapsed) {

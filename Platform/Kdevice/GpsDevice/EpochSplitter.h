@@ -39,6 +39,8 @@ class EpochSplitter {
     std::size_t sizeBytes;
     /// Time of day in the RMC sentence, empty when it has none or is damaged.
     std::optional<Milliseconds> rmcTime;
+    /// When the first sentence that is known to be the epoch's began to come, as Feed was told.
+    Milliseconds begunAt;
   };
   using Sink = std::function<void(const Epoch&)>;
 
@@ -59,7 +61,8 @@ class EpochSplitter {
   /// `sink` is called within Feed, Pause and Flush.
   explicit EpochSplitter(Sink sink);
 
-  void Feed(std::string_view bytes);
+  /// `at`: when the bytes came, by the caller's clock.
+  void Feed(std::string_view bytes, Milliseconds at = Milliseconds(0));
   /// Tells that nothing has come for `elapsed`: gives the present epoch away once GetNeededPause() is reached. What
   /// still comes of that epoch is dropped.
   void Pause(Milliseconds elapsed);
@@ -76,7 +79,7 @@ class EpochSplitter {
   struct Sentence;
   enum class State { LineStart, Sentence, Comment, Noise };
 
-  void Take(char c);
+  void Take(char c, Milliseconds at);
   void EndSentence();
   void Add(const Sentence& sentence);
   [[nodiscard]] bool BeginsEpoch(const Sentence& sentence) const;
@@ -89,6 +92,7 @@ class EpochSplitter {
   Losses m_losses;
   State m_state = State::LineStart;
   std::string m_line;
+  Milliseconds m_lineBegunAt{0};
   /// The present epoch.
   std::string m_text;
   std::uint64_t m_count = 0;
@@ -97,6 +101,7 @@ class EpochSplitter {
   std::optional<Milliseconds> m_time;
   std::optional<Milliseconds> m_rmcTime;
   std::array<char, 2> m_rmcTalker{};
+  Milliseconds m_begunAt{0};
   bool m_delivered = false;
 };
 

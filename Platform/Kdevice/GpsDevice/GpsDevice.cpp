@@ -36,7 +36,10 @@ milliseconds Now() {
 GpsDevice::GpsDevice()
     : IThread("GPS", OnFailure::GoOn),
       m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      m_splitter([this](const EpochSplitter::Epoch& epoch) { Deliver(epoch); }) {
+      m_splitter([this](const EpochSplitter::Epoch& epoch) {
+        m_epochBegin = std::chrono::steady_clock::time_point(epoch.begunAt);
+        Deliver(epoch);
+      }) {
   if (m_wake.IsValid()) return;
   Logger::GetInstance().Error(Tag, std::string("GPS: stopping takes a second, no eventfd: ") + std::strerror(errno));
 }
@@ -95,7 +98,7 @@ std::string GpsDevice::Listen() {
     if (event == Receiver::Event::Gone) return m_receiver.GetReason();
     const milliseconds now = Now();
     if (event == Receiver::Event::Data) {
-      Hear();
+      Hear(now);
       lastData = lastLook = now;
       continue;
     }
@@ -107,11 +110,11 @@ std::string GpsDevice::Listen() {
   return {};
 }
 
-void GpsDevice::Hear() {
+void GpsDevice::Hear(milliseconds now) {
   if (m_lost) Logger::GetInstance().Info(Tag, "GPS " + m_source + ": sends again");
   m_lost = false;
   m_fruitlessBytes += m_receiver.GetBytes().size();
-  m_splitter.Feed(m_receiver.GetBytes());
+  m_splitter.Feed(m_receiver.GetBytes(), now);
   if (m_fruitlessBytes < FruitlessLimit || m_toldFruitless) return;
   m_toldFruitless = true;
   Logger::GetInstance().Warning(Tag, fmt::format("GPS {}: no RMC sentence in {} bytes; is the rate really {}?",
@@ -130,6 +133,7 @@ void GpsDevice::Lose(const std::string& reason) {
 }
 
 void GpsDevice::Replay() {
+  m_epochBegin.reset();
   LogReplay replay(
       Kbase::Util::IClock::Steady(), replaySpeed, [this](milliseconds duration) { return WaitForCancel(duration); },
       [this](const EpochSplitter::Epoch& epoch) { Deliver(epoch); });

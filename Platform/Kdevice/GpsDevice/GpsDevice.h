@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Kbase/Interfaces/IThread.h"
@@ -32,6 +33,10 @@ class GpsDevice : public Kbase::Interfaces::IThread {
   /// before Start; the delegate is borrowed and outlives the thread.
   void Prepare(IThreadDelegate*& delegate);
 
+  /// When the epoch that the delegate is called with began to come. Empty for a log that is replayed, whose time is not
+  /// that of now. For the delegate, within its call.
+  [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> GetEpochBegin() const { return m_epochBegin; }
+
   /// Set before Start: a serial port, a pseudo-terminal, a FIFO, a daemon ("gpsd://HOST:PORT"), or a log file, which is
   /// replayed.
   std::string path;
@@ -49,7 +54,7 @@ class GpsDevice : public Kbase::Interfaces::IThread {
  private:
   std::string Listen();
   void Replay();
-  void Hear();
+  void Hear(std::chrono::milliseconds now);
   void Rest(std::chrono::milliseconds quiet);
   void Lose(const std::string& reason);
   void Deliver(const EpochSplitter::Epoch& epoch);
@@ -60,6 +65,7 @@ class GpsDevice : public Kbase::Interfaces::IThread {
   Ksystem::FileUtils::UniqueFd m_wake;
   Receiver m_receiver;
   EpochSplitter m_splitter;
+  std::optional<std::chrono::steady_clock::time_point> m_epochBegin;
   /// What `path` and `baud` come to.
   std::string m_source;
   std::int32_t m_baud = DefaultBaud;
