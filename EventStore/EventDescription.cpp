@@ -91,6 +91,7 @@ std::string FormatEvent(const EventDescription& event) {
   json["interrupted"] = event.interrupted;
   json["maxSpeedKnots"] = OrNull(event.maxSpeedKnots);
   json["maxG"] = OrNull(event.maxG);
+  json["accScaleG"] = event.accScaleG;
   json["position"] = ToJson(event.position);
   json["previewSeconds"] = event.previewSeconds;
   json["streams"] = ToList(event.streams);

@@ -97,6 +97,8 @@ struct EventDescription {
   std::optional<double> maxSpeedKnots;
   /// Empty without an accelerometer.
   std::optional<double> maxG;
+  /// What the accelerometer's native bytes are counted by: its full scale, 2, 4 or 8 g.
+  int accScaleG = 4;
   std::optional<Position> position;
   int previewSeconds = 0;
   /// One for each stream that delivered.

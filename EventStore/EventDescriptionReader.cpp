@@ -180,6 +180,12 @@ void TakeEvent(Fields fields, EventDescription& event) {
   fields.Take("interrupted", event.interrupted);
   fields.Take("maxSpeedKnots", event.maxSpeedKnots);
   fields.Take("maxG", event.maxG);
+  // Older events do not tell: all of theirs are of 4 g.
+  if (fields.Has("accScaleG")) {
+    fields.Take("accScaleG", event.accScaleG);
+    const bool isScale = event.accScaleG == 2 || event.accScaleG == 4 || event.accScaleG == 8;
+    fields.Check(isScale, "accScaleG", "is not 2, 4 or 8");
+  }
   if (!fields.IsNull("position")) fields.TakeObject("position", event.position, TakePosition);
   fields.Take("previewSeconds", event.previewSeconds);
   fields.TakeList("streams", event.streams, TakeStream);

@@ -19,8 +19,6 @@ namespace {
 constexpr std::size_t LengthBytes = 4;
 constexpr std::size_t Axes = 3;
 static_assert(SamplesOfBlock == Accel::AccDataPak::BlockBytes / Axes);
-/// The unit's accelerometer measures +-4 g; the file does not say so.
-constexpr unsigned char FullScaleG = 4;
 /// What the upright axis reads in the file at rest.
 constexpr double RestG = 1.0;
 
@@ -137,7 +135,8 @@ SensorRecords<Fix> ParseGps(std::string_view bytes, const TimeBase& base) {
   return result;
 }
 
-SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base) {
+SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base, int fullScaleG) {
+  const auto scale = static_cast<unsigned char>(fullScaleG);
   SensorRecords<AccSample> result;
   EntryCutter entries(bytes);
   while (entries.Next(Accel::AccDataPak::BlockBytes, Accel::AccDataPak::BlockBytes)) {
@@ -147,7 +146,7 @@ SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base) 
       sample.secondsFromEvent = TimeOf(base, entries.GetIndex(), part);
       for (std::size_t axis = 0; axis < Axes; ++axis) {
         const auto native = static_cast<unsigned char>(entries.GetContent()[i * Axes + axis]);
-        const double g = static_cast<double>(Kbase::UtilAcc::AccNativeToFloat(native, FullScaleG));
+        const double g = static_cast<double>(Kbase::UtilAcc::AccNativeToFloat(native, scale));
         sample.g[axis] = axis == 0 ? g - RestG : g;
       }
       result.records.push_back(sample);

@@ -68,8 +68,9 @@ inline constexpr std::size_t SamplesOfBlock = 10;
 /// Each takes a file's whole content, gives the whole entries up to the first damage, and says in `problem` what that
 /// is. Whatever the bytes are, nothing is thrown but std::bad_alloc. Reentrant.
 SensorRecords<Fix> ParseGps(std::string_view bytes, const TimeBase& base);
-/// Blocks of ten samples: `base.rate` counts blocks, each sample has its own tenth of a block's time.
-SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base);
+/// Blocks of ten samples: `base.rate` counts blocks, each sample has its own tenth of a block's time. `fullScaleG`: as
+/// the event's description has it.
+SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base, int fullScaleG = 4);
 SensorRecords<MetricSample> ParseOther(std::string_view bytes, const TimeBase& base);
 
 }  // namespace Tavi::EventTools

@@ -14,6 +14,11 @@ std::unique_ptr<Simulator::SimulatedCar> BoardSimulatedCar(Pipeline::PipelineCon
   simulate(config.camera1.device, "sim:camera0");
   // The car's microphone is ALSA's default.
   config.audio.device.clear();
+  // Its chip is where the library has it.
+  const Accel::AccConfig usual;
+  config.acc.device = usual.device;
+  config.acc.bus = usual.bus;
+  config.acc.address = usual.address;
   if (config.gps.path.empty()) config.gps.path = car->GetGpsPath();
   return car;
 }

@@ -36,9 +36,8 @@ std::string GetPath(const EventData& data, const EventStore::EventFile& file) {
   return data.directory + "/" + file.name;
 }
 
-template <typename Record>
-SensorRecords<Record> LoadSensor(EventData& data, std::string_view type, double fallbackRate,
-                                 SensorRecords<Record> (*parse)(std::string_view, const TimeBase&)) {
+template <typename Record, typename Parse>
+SensorRecords<Record> LoadSensor(EventData& data, std::string_view type, double fallbackRate, const Parse& parse) {
   SensorRecords<Record> result;
   std::string content;
   if (!ReadEventFile(data, type, MaxSensorBytes, content, result.problem)) {
@@ -78,7 +77,9 @@ bool LoadEvent(const std::string& directory, EventData& data, std::string& probl
   data.description = std::move(*description);
   for (const auto& file : data.description.files) AddProblem(data, CheckFile(GetPath(data, file), file.bytes));
   data.gps = LoadSensor<Fix>(data, "Gps", 1.0, ParseGps);
-  data.acc = LoadSensor<AccSample>(data, "Acc", 10.0, ParseAcc);
+  data.acc = LoadSensor<AccSample>(data, "Acc", 10.0, [&data](std::string_view bytes, const TimeBase& base) {
+    return ParseAcc(bytes, base, data.description.accScaleG);
+  });
   data.other = LoadSensor<MetricSample>(data, "Other", 1.0, ParseOther);
   return true;
 }

@@ -26,7 +26,7 @@ std::string FormatGroup(const char* heading, const std::vector<Device>& devices,
 }  // namespace
 
 DeviceList ListDevices() {
-  return {ListCameras(), ListSoundCards(), ListSerialPorts(), ListMotionChips()};
+  return {ListCameras(), ListSoundCards(), ListSerialPorts(), ListMotionChips(), ListKernelSensors()};
 }
 
 std::string FormatText(const DeviceList& devices) {
@@ -45,6 +45,8 @@ std::string FormatText(const DeviceList& devices) {
                       [](const MotionChip& chip) {
                         return fmt::format("/dev/i2c-{0}  bus {0}, address {1} ({1:#04x})\n", chip.bus, chip.address);
                       });
+  text += FormatGroup("Accelerometers of the kernel (pipeline.acc.device)", devices.kernelSensors,
+                      [](const KernelSensor& sensor) { return sensor.device + "  " + sensor.name + "\n"; });
   return text;
 }
 
@@ -68,6 +70,10 @@ nlohmann::ordered_json ToJson(const DeviceList& devices) {
   }
   for (const auto& [bus, address] : devices.motionChips) {
     json["accelerometers"].push_back({{"bus", bus}, {"address", address}});
+  }
+  json["kernelAccelerometers"] = nlohmann::ordered_json::array();
+  for (const auto& [device, name] : devices.kernelSensors) {
+    json["kernelAccelerometers"].push_back({{"device", device}, {"name", name}});
   }
   return json;
 }

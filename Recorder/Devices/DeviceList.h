@@ -46,20 +46,30 @@ struct MotionChip {
   std::uint8_t address = 0;
 };
 
+/// An accelerometer that the kernel drives (IIO).
+struct KernelSensor {
+  /// For `pipeline.acc.device`: "iio:device0".
+  std::string device;
+  /// As its driver calls it.
+  std::string name;
+};
+
 struct DeviceList {
   std::vector<Camera> cameras;
   std::vector<SoundCard> soundCards;
   std::vector<SerialPort> serialPorts;
   std::vector<MotionChip> motionChips;
+  std::vector<KernelSensor> kernelSensors;
 };
 
 /// Asks the kernel, and opens each device for a moment; one that is in use or may not be opened is left out where it
-/// does not answer. `root` stands in front of "/dev" in tests. Reentrant.
+/// does not answer. `root` stands in front of "/dev" and "/sys" in tests. Reentrant.
 [[nodiscard]] std::vector<Camera> ListCameras(const std::string& root = {});
 [[nodiscard]] std::vector<SoundCard> ListSoundCards();
 [[nodiscard]] std::vector<SerialPort> ListSerialPorts(const std::string& root = {});
 /// Looks at the two addresses that the chip can have, on every bus; a read of one register, which changes nothing.
 [[nodiscard]] std::vector<MotionChip> ListMotionChips(const std::string& root = {});
+[[nodiscard]] std::vector<KernelSensor> ListKernelSensors(const std::string& root = {});
 [[nodiscard]] DeviceList ListDevices();
 
 /// For people, a line a device and a mode, with the setting that each is for.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
 #include "Kdevice/ACC/Mma8451.h"
@@ -85,6 +86,20 @@ std::vector<MotionChip> ListMotionChips(const std::string& root) {
     }
   }
   return chips;
+}
+
+std::vector<KernelSensor> ListKernelSensors(const std::string& root) {
+  std::vector<KernelSensor> sensors;
+  std::error_code ignored;
+  for (const auto& entry : fs::directory_iterator(root + "/sys/bus/iio/devices", ignored)) {
+    // One that can be read through its buffer.
+    if (!fs::exists(entry.path() / "scan_elements/in_accel_x_en", ignored)) continue;
+    KernelSensor sensor{entry.path().filename().string(), {}};
+    std::ifstream(entry.path() / "name") >> sensor.name;
+    sensors.push_back(std::move(sensor));
+  }
+  std::ranges::sort(sensors, {}, &KernelSensor::device);
+  return sensors;
 }
 
 }  // namespace Tavi::Recorder::Devices

@@ -41,6 +41,8 @@ struct EventOrder {
   /// Retention leaves it alone.
   bool keep = false;
   Moment moment;
+  /// As in EventDescription.
+  int accScaleG = 4;
   /// Where the vehicle was then; empty without a valid fix.
   std::optional<EventStore::Position> position;
   /// The window since its moment; null without acquisition.

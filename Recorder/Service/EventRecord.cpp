@@ -48,6 +48,7 @@ EventStore::EventDescription DescribeRequest(const EventOrder& order) {
   event.startSeconds = -order.beforeSeconds;
   event.durationSeconds = order.durationSeconds;
   event.withPreview = order.withPreview;
+  event.accScaleG = order.accScaleG;
   event.position = order.position;
   return event;
 }

@@ -123,7 +123,7 @@ class FileReader {
   }
 
   void ReadAcc(const std::string& path) {
-    const auto acc = EventTools::ParseAcc(ReadFile(path), {});
+    const auto acc = EventTools::ParseAcc(ReadFile(path), {}, m_event.accScaleG);
     AddStream(PipelineCollectType::Acc, acc.records.size() / EventTools::SamplesOfBlock, m_config.acc.rate, path);
     for (const auto& sample : acc.records) {
       for (const double g : sample.g) m_event.maxG = std::max(m_event.maxG.value_or(0.0), std::fabs(g));
@@ -209,6 +209,7 @@ EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::o
     event.id = GetInterruptedId(recovered.name);
     event.label = recovered.name;
     event.trigger = "recovery";
+    event.accScaleG = config.acc.scale;
     event.timeMs = recovered.output.eventTime * 1000;
     // The failure is the moment that is known; what was recorded lies before it.
     event.startSeconds = -static_cast<int>(recovered.seconds);

@@ -169,6 +169,7 @@ EventOrder Service::MakeOrder() const {
   order.durationSeconds = m_settings.events.durationSeconds;
   order.withPreview = m_settings.events.withPreview;
   order.moment = Moment::Now();
+  order.accScaleG = m_settings.pipeline.acc.scale;
   order.position = ReadPosition(*m_pipeline);
   return order;
 }

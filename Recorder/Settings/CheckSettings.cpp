@@ -107,6 +107,10 @@ std::string CheckTriggers(const Settings& settings) {
   if (acceleration.enabled && !settings.pipeline.accEnabled) {
     return "field triggers.acceleration.enabled: true needs the accelerometer, pipeline.accEnabled is false";
   }
+  if (acceleration.enabled && acceleration.thresholdG > settings.pipeline.acc.scale) {
+    return fmt::format("field triggers.acceleration.thresholdG: {} is more than the {} of pipeline.acc.scale",
+                       acceleration.thresholdG, settings.pipeline.acc.scale);
+  }
   if (acceleration.enabled && lowSpeed.enabled && !settings.pipeline.gpsEnabled) {
     return "field triggers.lowSpeed.enabled: true needs the receiver's speed, pipeline.gpsEnabled is false";
   }

@@ -90,11 +90,13 @@ std::string Field::FindTextProblem(const std::string& text) const {
     return std::ranges::find(m_allowed.words, text) != m_allowed.words.end() ? "" : "not possible";
   const auto size = static_cast<double>(text.size());
   if (size < m_allowed.low || size > m_allowed.high) return text.empty() ? "empty" : "too long";
-  return std::ranges::any_of(text, IsControlCharacter) ? "no printable text" : "";
+  if (std::ranges::any_of(text, IsControlCharacter)) return "no printable text";
+  return m_allowed.isRight == nullptr || m_allowed.isRight(text) ? "" : "not possible";
 }
 
 std::string Field::DescribeAllowed() const {
   if (std::holds_alternative<bool*>(m_target)) return "true or false";
+  if (!m_allowed.form.empty()) return std::string(m_allowed.form);
   if (!m_allowed.choices.empty()) return fmt::format("one of {}", fmt::join(m_allowed.choices, ", "));
   if (!m_allowed.words.empty()) return fmt::format("one of {}", fmt::join(m_allowed.words, ", "));
   if (m_allowed.low == m_allowed.high) return fmt::format("only {}", m_allowed.low);

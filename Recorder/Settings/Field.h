@@ -40,6 +40,14 @@ struct Allowed {
     return allowed;
   }
 
+  /// A text for which `isRight` is true; `form` describes it.
+  static Allowed Text(Limits::Range<int> bytes, bool (*isRight)(const std::string&), std::string_view form) {
+    Allowed allowed(bytes);
+    allowed.isRight = isRight;
+    allowed.form = form;
+    return allowed;
+  }
+
   double low = 0.0;
   double high = 0.0;
   /// Instead of the range, when there are any; of static life.
@@ -47,6 +55,9 @@ struct Allowed {
   std::span<const std::string_view> words;
   bool even = false;
   bool directory = false;
+  /// Of a text, further than its length; null for no more.
+  bool (*isRight)(const std::string&) = nullptr;
+  std::string_view form;
 };
 
 /// Borrows the record that it is a field of. Thread-bound.

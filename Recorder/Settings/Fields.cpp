@@ -3,6 +3,8 @@
 
 #include <tuple>
 
+#include "Kdevice/ACC/Mounting.h"
+
 namespace Tavi::Recorder {
 namespace {
 
@@ -40,8 +42,14 @@ void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::Vi
       "H.264 encoder in software; auto takes hardware of the machine if it does the job, else x264, else openh264");
 }
 
+constexpr std::string_view AxesForm = "x, y and z in some order, as x,y,z or -z,x,y";
+
+bool IsAxes(const std::string& text) {
+  return Kdevice::ACC::Mounting::Parse(text).has_value();
+}
+
 void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {
-  const auto& [audio, gps] = std::tie(pipeline.audio, pipeline.gps);
+  const auto& [audio, gps, acc] = std::tie(pipeline.audio, pipeline.gps, pipeline.acc);
   fields.insert(
       fields.end(),
       {{"pipeline.audioEnabled", &pipeline.audioEnabled, {}, "", "record the microphone"},
@@ -61,12 +69,21 @@ void AddSensors(Fields& fields, Pipeline::PipelineConfig& pipeline) {
        {"pipeline.gps.baud", &gps.baud, Limits::GpsBauds, "bit/s", "speed of a serial port"},
        {"pipeline.gps.optional", &gps.optional, {}, "", Optional},
        {"pipeline.accEnabled", &pipeline.accEnabled, {}, "", "record the accelerometer"},
-       {"pipeline.acc.rate", &pipeline.acc.rate, Limits::AccRate, "blocks/s",
+       {"pipeline.acc.rate", &acc.rate, Limits::AccRate, "blocks/s",
         "what its driver delivers: 10 blocks of 10 samples"},
-       {"pipeline.acc.bus", &pipeline.acc.bus, Limits::I2cBus, "", "number of the I2C bus"},
-       {"pipeline.acc.address", &pipeline.acc.address, Limits::AccAddresses, "",
+       {"pipeline.acc.bus", &acc.bus, Limits::I2cBus, "", "number of the I2C bus"},
+       {"pipeline.acc.address", &acc.address, Limits::AccAddresses, "",
         "of the chip on its bus: 28 is 0x1C, 29 is 0x1D"},
-       {"pipeline.acc.optional", &pipeline.acc.optional, {}, "", Optional},
+       {"pipeline.acc.device", &acc.device, Limits::OptionalPathBytes, "",
+        "an accelerometer that the kernel drives (IIO), as iio:device0 or its driver's name for it; empty for the "
+        "chip"},
+       {"pipeline.acc.scale", &acc.scale, Limits::AccScales, "g", "how much it measures either way"},
+       {"pipeline.acc.axes", &acc.axes, Allowed::Text(Limits::AxesBytes, IsAxes, AxesForm), "",
+        "which of its axes stands upright and reads -1 g at rest, lies across, lies along"},
+       {"pipeline.acc.restSecondG", &acc.restSecondG, Limits::RestG, "g",
+        "what the second of these reads while the vehicle stands level; a unit that is mounted askew is turned by it"},
+       {"pipeline.acc.restThirdG", &acc.restThirdG, Limits::RestG, "g", "the same of the third"},
+       {"pipeline.acc.optional", &acc.optional, {}, "", Optional},
        {"pipeline.otherEnabled", &pipeline.otherEnabled, {}, "", "record processor load and temperature"},
        {"pipeline.other.rate", &pipeline.other.rate, Limits::OtherRate, "samples/s",
         "what is stated of them; they are taken once a second"},

@@ -39,6 +39,10 @@ inline constexpr Range<int> OtherRate{1, 1};
 inline constexpr Range<int> I2cBus{0, 255};
 /// By the pin SA0 (MMA8451Q data sheet, I2C device address).
 inline constexpr std::array<int, 2> AccAddresses{0x1C, 0x1D};
+inline constexpr std::array<int, 3> AccScales{2, 4, 8};
+inline constexpr Range<int> AxesBytes{5, 8};
+/// Both at once leave gravity something to be on the first axis.
+inline constexpr Range<double> RestG{-0.7, 0.7};
 
 inline constexpr Range<int> RestartAfterSeconds{0, 3600};
 /// Up to a week.
@@ -50,8 +54,8 @@ inline constexpr Range<int> QueueLength{1, 1000};
 inline constexpr Range<std::int64_t> StorageBytes{0, std::int64_t{1} << 50};
 inline constexpr Range<int> MaxEvents{0, 1000000};
 
-/// The accelerometer measures up to 4 g; below a twentieth the road alone would be an event.
-inline constexpr Range<double> ThresholdG{0.05, 4.0};
+/// The accelerometer measures up to 8 g; below a twentieth the road alone would be an event.
+inline constexpr Range<double> ThresholdG{0.05, 8.0};
 inline constexpr Range<int> HoldMs{0, 10000};
 inline constexpr Range<int> RearmSeconds{0, 3600};
 inline constexpr Range<double> SpeedKnots{0.0, 200.0};

@@ -4,11 +4,17 @@
 #include <algorithm>
 
 #include "Kbase/UtilAcc/UtilAcc.h"
+#include "Kdevice/ACC/AccDevice.h"
+#include "Kdevice/ACC/IioDevice.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Accel {
 
+using Kdevice::ACC::AccDevice;
+using Kdevice::ACC::AccSource;
 using Kdevice::ACC::GForceScale;
+using Kdevice::ACC::IioDevice;
+using Kdevice::ACC::Mounting;
 using Kdevice::ACC::OutputDataRate;
 using Kdevice::ACC::SampleBlock;
 
@@ -17,17 +23,39 @@ namespace {
 /// Values that each axis is averaged over: 0.61 s.
 constexpr std::int32_t Window = 61;
 
+GForceScale GetForceScale(std::int32_t scale) {
+  if (scale == 2) return GForceScale::G2;
+  return scale == 8 ? GForceScale::G8 : GForceScale::G4;
+}
+
+std::unique_ptr<AccSource> MakeDevice(const AccConfig& config) {
+  const auto scale = GetForceScale(config.scale);
+  std::unique_ptr<AccSource> device;
+  if (config.device.empty()) {
+    device = std::make_unique<AccDevice>(config.bus, static_cast<std::uint8_t>(config.address), scale,
+                                         OutputDataRate::Hz100);
+  } else {
+    device = std::make_unique<IioDevice>(config.device, scale);
+  }
+  auto mounting = Mounting::Parse(config.axes);
+  if (!mounting) Log::Error("accelerometer: \"" + config.axes + "\" is no order of its axes; they stay as they are");
+  if (!mounting) mounting.emplace();
+  mounting->SetRest(config.restSecondG, config.restThirdG);
+  device->SetMounting(*mounting);
+  return device;
+}
+
 }  // namespace
 
 GstAccPipelineElement::GstAccPipelineElement(const AccConfig& config)
-    : m_device(config.bus, static_cast<std::uint8_t>(config.address), GForceScale::G4, OutputDataRate::Hz100),
+    : m_device(MakeDevice(config)),
       m_axisAverage1(Window),
       m_axisAverage2(Window),
       m_axisAverage3(Window),
       m_buffers(GST_MEMORY_FLAG_READONLY, config.rate, GstBufferDestroyedNotify),
       m_guard(Log::Tag, "a block of the accelerometer is lost") {
   IThreadDelegate* self = this;
-  m_device.Prepare(self);
+  m_device->Prepare(self);
 }
 
 GstAccPipelineElement::~GstAccPipelineElement() {
@@ -35,14 +63,14 @@ GstAccPipelineElement::~GstAccPipelineElement() {
 }
 
 void GstAccPipelineElement::Start() {
-  if (m_device.IsRunning()) return;
+  if (m_device->IsRunning()) return;
   m_buffers.Restart();
-  m_running = m_device.Start();
+  m_running = m_device->Start();
 }
 
 void GstAccPipelineElement::Stop() {
   m_running = false;
-  m_device.Stop();
+  m_device->Stop();
   // No block came any more that a requested reset would have followed.
   if (m_resetPending.exchange(false)) ClearAverages();
 }
@@ -59,7 +87,7 @@ std::unique_ptr<AccDataPak> GstAccPipelineElement::BuildRecord(const SampleBlock
   const std::size_t count = block.native == nullptr ? 0 : std::min<std::uint64_t>(block.count, AccDataPak::BlockBytes);
   std::copy_n(block.native, count, record->native.begin());
   const std::array averages{&m_axisAverage3, &m_axisAverage2, &m_axisAverage1};
-  const unsigned char scale = m_device.GetScale();
+  const unsigned char scale = m_device->GetScale();
   for (std::size_t i = 0; i < count; ++i) {
     record->g[i] = averages[i % averages.size()]->Add(Kbase::UtilAcc::AccNativeToFloat(record->native[i], scale));
   }

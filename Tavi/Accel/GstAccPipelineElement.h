@@ -10,7 +10,7 @@
 #include "Kbase/Interfaces/IThread.h"
 #include "Kbase/Util/EntryGuard.h"
 #include "Kbase/Util/MovingAverage.h"
-#include "Kdevice/ACC/AccDevice.h"
+#include "Kdevice/ACC/AccSource.h"
 #include "Tavi/Accel/AccConfig.h"
 #include "Tavi/Accel/AccDataPak.h"
 #include "Tavi/GstUtil/RecordWrapper.h"
@@ -36,8 +36,8 @@ class GstAccPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   void Stop();
 
   /// Transfers that failed, and how often the chip lost samples, since the element was made. Thread-safe.
-  [[nodiscard]] std::uint64_t GetBusErrorCount() const { return m_device.GetErrorCount(); }
-  [[nodiscard]] std::uint64_t GetOverflowCount() const { return m_device.GetOverflowCount(); }
+  [[nodiscard]] std::uint64_t GetBusErrorCount() const { return m_device->GetErrorCount(); }
+  [[nodiscard]] std::uint64_t GetOverflowCount() const { return m_device->GetOverflowCount(); }
 
   /// Empties the three averages: at once, or behind the next block while the device runs, so that no block is averaged
   /// half with old values.
@@ -57,7 +57,7 @@ class GstAccPipelineElement : public Kbase::Interfaces::IThread::IThreadDelegate
   static void GstBufferDestroyedNotify(void* data) noexcept;
   void ClearAverages();
 
-  Kdevice::ACC::AccDevice m_device;
+  const std::unique_ptr<Kdevice::ACC::AccSource> m_device;
   Kbase::Util::MovingAverage<float> m_axisAverage1;
   Kbase::Util::MovingAverage<float> m_axisAverage2;
   Kbase::Util::MovingAverage<float> m_axisAverage3;

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "Kbase/UtilAcc/UtilAcc.h"
+#include "Kdevice/I2C/I2c.h"
 #include "Support/Media.h"
 #include "Tavi/Accel/AccPipelineCbElement.h"
 #include "Tavi/Accel/AccPipelineCollect.h"
@@ -65,6 +66,44 @@ class AccelTest : public Tavi::Testing::MediaTest {
   std::shared_ptr<Chip> chip = std::make_shared<Chip>();
   AccPipelineElement element{AccConfig{}, 1};
 };
+
+/// A chip that notes what it was set to, and reads 1 g upright, nothing across, half a g along.
+struct NotingChip final : Kdevice::I2C::I2cBus {
+  bool Transfer(std::uint8_t address, std::span<const std::uint8_t> out, std::span<std::uint8_t> in) override {
+    if (address != 0x1D) return false;
+    if (in.empty() && out[0] == 0x0E) range = out[1];
+    for (std::size_t i = 0; i < in.size(); ++i) in[i] = static_cast<std::uint8_t>(i % 3 == 0 ? 16 : i % 3 == 1 ? 0 : 8);
+    if (in.size() == 1) in[0] = out[0] == 0x0D ? 0x1A : 10;
+    return true;
+  }
+  std::atomic<int> range{-1};
+};
+
+// A setting that reaches no chip: another bus or address, bytes that are counted by another scale than the chip's.
+TEST_F(AccelTest, TheSettingsReachTheChipAndItsSamples) {
+  const auto noting = std::make_shared<NotingChip>();
+  Kdevice::I2C::I2c::Attach(7, noting);
+  AccConfig config;
+  config.bus = 7;
+  config.address = 0x1D;
+  config.scale = 8;
+  config.axes = "-x,z,y";
+  config.restSecondG = 0.6F;
+  AccPipelineElement askew(config, 4);
+  askew.Start();
+  ASSERT_TRUE(Tavi::Testing::WaitUntil([&] { return askew.IsDataAvailable(); }));
+  askew.Stop();
+  Kdevice::I2C::I2c::Attach(7, nullptr);
+  EXPECT_EQ(noting->range, 2) << "8 g, by the data sheet";
+  AccDataPak record;
+  gst_buffer_extract(dynamic_cast<AccPipelineCbElement&>(*askew.RetrieveCurrent()).buffer, 0, &record, sizeof record);
+  EXPECT_EQ(record.scale, 8);
+  // (-1, 0.5, 0) by the order of the axes; gravity as (-0.8, 0.6, 0) makes (-1.1, -0.2, 0) of it.
+  EXPECT_EQ(record.native[0], 0x100 - 18);
+  EXPECT_EQ(record.native[1], 0x100 - 3);
+  EXPECT_EQ(record.native[2], 0);
+  EXPECT_FLOAT_EQ(record.g[0], -18.0F / 16.0F);
+}
 
 /// 100 samples a second: a road's roughness on top of slow swings, in native units of 1/32 g.
 TEST(MovingAverage, DropsTheSixtySecondLastAndDriftsByNothingIn24HoursOfNativeSamples) {

@@ -14,6 +14,7 @@ class DescriptionTest : public StoreTest {
     EventDescription event = MakeEvent("9f3ca1b2");
     event.software = "tavi-recorder 0.1.0";
     event.timeSource = ReceiverSource;
+    event.accScaleG = 8;
     event.systemAheadSeconds = -1795268405.25;
     event.label = "hard \"stop\"\n\xC3\xA4";
     event.manager = "second";
@@ -45,9 +46,9 @@ TEST_F(DescriptionTest, WhatIsWrittenIsRead) {
     EXPECT_NE(text.find(line), std::string::npos) << line;
   }
   std::string older = text;
-  for (const char* key : {"timeSource", "systemAheadSeconds"}) older.replace(older.find(key), 1, "_");
+  for (const char* key : {"timeSource", "systemAheadSeconds", "accScaleG"}) older.replace(older.find(key), 1, "_");
   const auto olderRead = Read(older);
-  EXPECT_TRUE(olderRead && olderRead->timeSource == SystemSource) << m_problem;
+  EXPECT_TRUE(olderRead && olderRead->timeSource == SystemSource && olderRead->accScaleG == 4) << m_problem;
   EventDescription odd = MakeFull();
   odd.maxG = odd.queuedSeconds = std::nan("");
   odd.label = "\xFF";
@@ -84,6 +85,7 @@ TEST_F(DescriptionTest, AnythingElseIsRefusedWithItsPlace) {
       {"gps_1.dat", "", "\"files[0].name\""},
       {"1099511627776", "1.5", "\"files[0].bytes\""},
       {"aaaa\"", "aaa\"", "\"files[0].sha256\""},
+      {R"("accScaleG": 8)", R"("accScaleG": 0)", "\"accScaleG\""},
       {"}\n", "", "no JSON"},
   };
   for (const Damage& damage : damages) {

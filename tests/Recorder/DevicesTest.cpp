@@ -52,15 +52,23 @@ TEST_F(DevicesTest, CamerasAndChipsAreFoundWithWhatTheSettingsNeed) {
   FakeCamera camera;
   ASSERT_EQ(camera.PlugIn(), "");
   for (const char* name : {"i2c-1", "i2c-4"}) MakeNode(name);
+  for (const char* device : {"iio:device0/in_temp_raw", "iio:device3/scan_elements/in_accel_x_en"}) {
+    const std::filesystem::path file = m_dir + "sys/bus/iio/devices/" + device;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream{file};
+    std::ofstream(m_dir + "sys/bus/iio/devices/iio:device3/name") << "mma8452\n";
+  }
   Kdevice::I2C::I2c::Attach(4, std::make_shared<OneChip>());
-  const DeviceList devices{ListCameras(), {{"plughw:1,0", "Card, Input"}}, {}, ListMotionChips(m_dir)};
+  const DeviceList devices{
+      ListCameras(), {{"plughw:1,0", "Card, Input"}}, {}, ListMotionChips(m_dir), ListKernelSensors(m_dir)};
   Kdevice::I2C::I2c::Attach(4, nullptr);
   EXPECT_EQ(FormatText(devices),
             "Cameras (pipeline.camera0.device, pipeline.camera1.device)\n"
             "  /dev/video9  Fake (fake)\n    YUYV 640x480 at 25 frames/s\n"
             "Sound cards (pipeline.audio.device)\n  plughw:1,0  Card, Input\n"
             "Serial ports (pipeline.gps.path)\n  none\n"
-            "Accelerometers (pipeline.acc.bus, pipeline.acc.address)\n  /dev/i2c-4  bus 4, address 28 (0x1c)\n");
+            "Accelerometers (pipeline.acc.bus, pipeline.acc.address)\n  /dev/i2c-4  bus 4, address 28 (0x1c)\n"
+            "Accelerometers of the kernel (pipeline.acc.device)\n  iio:device3  mma8452\n");
   const auto json = ToJson(devices);
   EXPECT_EQ(json["cameras"][0]["modes"][0]["rates"][0], 25.0);
   EXPECT_EQ(json["accelerometers"][0]["address"], 28);

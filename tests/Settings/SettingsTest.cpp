@@ -99,7 +99,9 @@ TEST_F(SettingsTest, AMistakeIsOneLineWithItsPlaceAndWhatWouldBeRight) {
        "1:15: syntax error while parsing value - invalid string: control character U+000A (LF) must be escaped to "
        "\\u000A or \\n"},
       {"{\"triggers\":{\"acceleration\":{\"thresholdG\":\n1e999}}}",
-       "2: field triggers.acceleration.thresholdG: the number is out of range, 0.05 to 4 is right"},
+       "2: field triggers.acceleration.thresholdG: the number is out of range, 0.05 to 8 is right"},
+      {"{\"pipeline\":{\"acc\":{\n\"axes\":\"x,x,z\"}}}",
+       "2: field pipeline.acc.axes: \"x,x,z\" is not possible, x, y and z in some order, as x,y,z or -z,x,y is right"},
   };
   for (const auto& c : cases) EXPECT_EQ(Load(c.text), c.expected) << c.text;
   EXPECT_EQ(m_settings.events.queueLength, 77) << "a refused file changes nothing";
@@ -168,6 +170,8 @@ TEST(CheckSettings, TellsWhatDoesNotFitTogether) {
        "field storage.restoreDir: \"/mnt/./ramdisk\" is storage.workDir, too; "},
       {[](Settings& s) { s.triggers.acceleration.enabled = true, s.pipeline.accEnabled = false; },
        "field triggers.acceleration.enabled: "},
+      {[](Settings& s) { s.triggers.acceleration.enabled = true, s.triggers.acceleration.thresholdG = 4.5; },
+       "field triggers.acceleration.thresholdG: 4.5 is more than the 4 of pipeline.acc.scale"},
       {[](Settings& s) {
          s.triggers.acceleration.enabled = s.triggers.lowSpeed.enabled = true;
          s.pipeline.gpsEnabled = false;

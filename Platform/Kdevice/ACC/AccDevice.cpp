@@ -47,11 +47,10 @@ AccDevice::AccDevice(int bus, std::uint8_t address, GForceScale scale, OutputDat
     : AccDevice(bus, address, scale, rate, Timing()) {}
 
 AccDevice::AccDevice(int bus, std::uint8_t address, GForceScale scale, OutputDataRate rate, const Timing& timing)
-    : IThread("ACC", OnFailure::GoOn),
+    : AccSource("ACC", scale),
       m_bus(bus),
       m_busNumber(bus),
       m_address(address),
-      m_scale(scale),
       m_rate(rate),
       m_timing(timing),
       m_outageLog(timing.clock, timing.logInterval),
@@ -60,10 +59,6 @@ AccDevice::AccDevice(int bus, std::uint8_t address, GForceScale scale, OutputDat
 
 AccDevice::~AccDevice() {
   Stop();
-}
-
-void AccDevice::Prepare(IThreadDelegate*& delegate) {
-  m_delegate = delegate;
 }
 
 void AccDevice::RunBefore() {
@@ -102,7 +97,7 @@ void AccDevice::SetUpOrWait() {
 void AccDevice::RunAfter() {
   // Without a reader the chip need not sample.
   if (m_isSetUp && !m_bus.WriteRegister(m_address, Mma8451::CTRL_REG1, Mma8451::STANDBY)) ++m_errors;
-  if (m_delegate != nullptr) m_delegate->InvokeStop(this);
+  DeliverEnd();
 }
 
 /// Leaves the chip sampling into an empty FIFO, whatever it did before.
@@ -117,7 +112,7 @@ AccDevice::Fault AccDevice::SetUp() {
   const std::array<std::pair<std::uint8_t, std::uint8_t>, 6> settings{{
       {Mma8451::CTRL_REG1, Mma8451::STANDBY},
       {Mma8451::F_SETUP, Mma8451::F_MODE_OFF},
-      {Mma8451::XYZ_DATA_CFG, GetScaleField(m_scale)},
+      {Mma8451::XYZ_DATA_CFG, GetScaleField(GetForceScale())},
       {Mma8451::CTRL_REG2, 0},
       {Mma8451::F_SETUP, Mma8451::F_MODE_CIRCULAR},
       {Mma8451::CTRL_REG1, static_cast<std::uint8_t>(control | Mma8451::ACTIVE)},
@@ -154,8 +149,7 @@ AccDevice::Fault AccDevice::DeliverBlocks(unsigned count) {
       m_isSetUp = false;
       return CountError();
     }
-    SampleBlock block{m_native.data(), m_native.size()};
-    if (m_delegate != nullptr) m_delegate->Invoke(this, &block);
+    Deliver(m_native);
   }
   return {};
 }

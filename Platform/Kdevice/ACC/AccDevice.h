@@ -6,26 +6,15 @@
 #include <cstdint>
 #include <string>
 
-#include "Kbase/Interfaces/IThread.h"
 #include "Kbase/Util/Clock.h"
-#include "Kdevice/ACC/IError.h"
+#include "Kdevice/ACC/AccSource.h"
 #include "Kdevice/ACC/Throttle.h"
 #include "Kdevice/I2C/I2c.h"
 
 namespace Kdevice::ACC {
 
-/// The full scale in g, either way.
-enum class GForceScale : std::uint8_t { G2 = 2, G4 = 4, G8 = 8 };
-
 /// Samples a second.
 enum class OutputDataRate : std::uint8_t { Hz400, Hz200, Hz100, Hz50, Hz12_5, Hz6_25, Hz1_56 };
-
-/// What Invoke's data points to: `count` native bytes, two's complement, one axis after the other (X, Y, Z, X ...),
-/// 128 / scale of them to one g. Borrowed for the call.
-struct SampleBlock {
-  const std::uint8_t* native = nullptr;
-  std::uint64_t count = 0;
-};
 
 /// Owns the thread "ACC", which sets the chip up, empties its FIFO about once a block and hands on blocks of ten
 /// samples (30 bytes). A chip that stays silent, is none of its kind or delivers nothing is set up anew, once a second,
@@ -33,11 +22,8 @@ struct SampleBlock {
 /// outage is one line in the log and its end another, at most one outage an interval.
 ///
 /// GetScale, GetErrorCount and GetOverflowCount are thread-safe. Stopping takes no longer than one transfer.
-class AccDevice : public Kbase::Interfaces::IThread, public IError {
+class AccDevice : public AccSource {
  public:
-  static constexpr std::uint8_t BlockSamples = 10;
-  static constexpr std::size_t BlockBytes = std::size_t{BlockSamples} * 3;
-
   struct Timing {
     /// Between two attempts to set the chip up.
     Milliseconds retry{1000};
@@ -52,15 +38,9 @@ class AccDevice : public Kbase::Interfaces::IThread, public IError {
   AccDevice(int bus, std::uint8_t address, GForceScale scale, OutputDataRate rate, const Timing& timing);
   ~AccDevice() override;
 
-  /// Who receives each SampleBlock, on the device's thread. Called before Start; the delegate is borrowed and outlives
-  /// the thread.
-  void Prepare(IThreadDelegate*& delegate);
-
-  /// The full scale in g: 2, 4 or 8.
-  [[nodiscard]] unsigned char GetScale() const { return static_cast<unsigned char>(m_scale); }
   [[nodiscard]] std::uint64_t GetErrorCount() const override { return m_errors; }
   /// How often the FIFO was found to have lost samples.
-  [[nodiscard]] std::uint64_t GetOverflowCount() const { return m_overflows; }
+  [[nodiscard]] std::uint64_t GetOverflowCount() const override { return m_overflows; }
 
  protected:
   void RunBefore() override;
@@ -85,10 +65,8 @@ class AccDevice : public Kbase::Interfaces::IThread, public IError {
   I2C::I2c m_bus;
   const int m_busNumber;
   const std::uint8_t m_address;
-  const GForceScale m_scale;
   const OutputDataRate m_rate;
   const Timing m_timing;
-  IThreadDelegate* m_delegate = nullptr;
   std::atomic<std::uint64_t> m_errors{0};
   std::atomic<std::uint64_t> m_overflows{0};
 
