@@ -23,6 +23,13 @@ bool Write(const RequestNote& note, const std::string& dir, std::string& problem
          WriteSynced(dir + "/" + EventJsonName, FormatEvent(note.request), problem) && SyncDirectory(dir, problem);
 }
 
+bool Replace(const RequestNote& note, const std::string& dir, std::string& problem) {
+  const std::string path = dir + "/" + EventJsonName;
+  const std::string aside = path + ".part";
+  return WriteSynced(aside, FormatEvent(note.request), problem) && Rename(aside, path, problem) &&
+         SyncDirectory(dir, problem);
+}
+
 void RemoveNote(const std::string& dir) {
   std::string problem;
   if (!RemoveTree(dir, problem)) LogWarning(problem);
@@ -35,7 +42,7 @@ RequestNotes::RequestNotes(std::string eventsDir) : m_eventsDir(std::move(events
 void RequestNotes::Add(const RequestNote& note) {
   const std::lock_guard lock(m_mutex);
   if (m_settled.erase(note.request.id) > 0) return;
-  m_added.insert(note.request.id);
+  m_added.insert_or_assign(note.request.id, note);
   std::string problem;
   if (!Write(note, GetPath(note.request.id), problem) || !SyncDirectory(m_eventsDir, problem)) LogWarning(problem);
 }
@@ -44,6 +51,14 @@ void RequestNotes::Remove(const std::string& id) {
   const std::lock_guard lock(m_mutex);
   if (m_added.erase(id) == 0) m_settled.insert(id);
   RemoveNote(GetPath(id));
+}
+
+void RequestNotes::Rewrite(const std::function<bool(RequestNote&)>& change) {
+  const std::lock_guard lock(m_mutex);
+  for (auto& [id, note] : m_added) {
+    std::string problem;
+    if (change(note) && !Replace(note, GetPath(id), problem)) LogWarning(problem);
+  }
 }
 
 std::vector<RequestNote> RequestNotes::Read() {
@@ -55,8 +70,9 @@ std::vector<RequestNote> RequestNotes::Read() {
     const std::string dir = m_eventsDir + "/" + name;
     auto request = ReadEvent(dir, problem);
     if (request && GetPath(request->id) == dir) {
-      m_added.insert(request->id);
-      notes.push_back({std::move(*request), Exists(dir + "/" + ProtectedMarker)});
+      const RequestNote note{std::move(*request), Exists(dir + "/" + ProtectedMarker)};
+      m_added.insert_or_assign(note.request.id, note);
+      notes.push_back(note);
     } else {
       // What is there and the disk does not give may be had at the next start.
       const bool isUnread = problem.starts_with("cannot read") && Exists(dir + "/" + EventJsonName);

@@ -1,7 +1,11 @@
 // Requests whose events are not complete yet, as they must be known after a power failure.
 #pragma once
 
+#include <chrono>
+#include <functional>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,6 +18,8 @@ struct RequestNote {
   /// Without files and streams.
   EventDescription request;
   bool isProtected = false;
+  /// The event's moment by this process's monotonic clock. Not written down; empty in what Read gives.
+  std::optional<std::chrono::steady_clock::time_point> moment = std::nullopt;
 };
 
 /// One hidden directory a request beside the events: what was asked for, why and where is on the disk before the event
@@ -27,6 +33,9 @@ class RequestNotes {
   void Add(const RequestNote& note);
   /// The request is settled: its note goes. One that is still to be added will not be.
   void Remove(const std::string& id);
+  /// Writes each note anew that `change` returns true for, which is called with the lock held: one that power
+  /// interrupts is as it was before.
+  void Rewrite(const std::function<bool(RequestNote&)>& change);
   /// What no process has settled, the oldest request first. A note that is none, or not whole, is logged
   /// and goes; one that the disk does not give is logged and stays.
   [[nodiscard]] std::vector<RequestNote> Read();
@@ -37,7 +46,7 @@ class RequestNotes {
   const std::string m_eventsDir;
   /// Guards the members below and the files.
   std::mutex m_mutex;
-  std::set<std::string> m_added;
+  std::map<std::string, RequestNote> m_added;
   /// Settled before they were added.
   std::set<std::string> m_settled;
 };

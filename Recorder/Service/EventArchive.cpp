@@ -245,6 +245,15 @@ void EventArchive::Place(WaitingEvent& waiting) const {
   if (waiting.moment) EventStore::SetTime(waiting.event, m_timeOfDay.Tell(*waiting.moment));
 }
 
+void EventArchive::PlaceAnnounced() {
+  m_notes.Rewrite([this](EventStore::RequestNote& note) {
+    if (!note.moment) return false;
+    const Moment moment{*note.moment, EventStore::GetSystemTimeMs(note.request)};
+    EventStore::SetTime(note.request, m_timeOfDay.Tell(moment));
+    return true;
+  });
+}
+
 bool EventArchive::TrySave(WaitingEvent& waiting, EventResult& result) {
   result = {};
   Place(waiting);

@@ -37,7 +37,12 @@ class EventArchive {
 
   /// Notes down what will be an event, for Recover after the next start. To be called for each order, on any thread,
   /// and to be followed by Save or Withdraw; in between, or before it, makes no difference.
-  void Announce(const EventStore::EventDescription& request, bool keep) { m_notes.Add({request, keep}); }
+  /// `moment`: of the event, as for Save.
+  void Announce(const EventStore::EventDescription& request, bool keep, const std::optional<Moment>& moment = {}) {
+    m_notes.Add({request, keep, moment ? std::optional(moment->steady) : std::nullopt});
+  }
+  /// Notes down the time that those announced have by now. To be called when the receiver's has become known.
+  void PlaceAnnounced();
   /// There will be no event of that id.
   void Withdraw(const std::string& id) { m_notes.Remove(id); }
 
@@ -45,8 +50,9 @@ class EventArchive {
   [[nodiscard]] std::string GetWorkDir(const std::string& id) const { return m_workingDisk.GetDir(id); }
   /// Removes it: there is nothing in it that anybody asked for.
   void DropWorkDir(const std::string& id) const { WorkingDisk::Remove(GetWorkDir(id)); }
-  /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone. `moment`:
-  /// when the event was; its time then is the receiver's as soon as that is known, whether now or while it waits.
+  /// Moves the files of GetWorkDir(`workId`) into a directory of their own. `keep`: retention leaves it alone.
+  /// `moment`: when the event was; its time then is the receiver's as soon as that is known, whether now or while it
+  /// waits.
   EventResult Save(EventStore::EventDescription& event, const std::vector<EventStore::SourceFile>& sources,
                    const std::string& workId, bool keep, const std::optional<Moment>& moment = std::nullopt);
   /// Looks how full the disk is, makes room, and saves what waits. To be called every few seconds.

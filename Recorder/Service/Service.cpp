@@ -180,6 +180,7 @@ std::string Service::Order(EventOrder order) {
   auto request = DescribeRequest(order);
   EventStore::SetTime(request, m_timeOfDay.Tell(order.moment));
   const bool keep = order.keep;
+  const Moment moment = order.moment;
   order.held = m_first->Hold(order);
   const auto held = order.held;
   order.done = [this, done = std::move(order.done)](const EventResult& result) {
@@ -192,7 +193,7 @@ std::string Service::Order(EventOrder order) {
     return "too many events wait already: try again when one is complete";
   }
   Log::Info(what + " is ordered");
-  m_disk.Post([this, request, keep] { m_archive.Announce(request, keep); });
+  m_disk.Post([this, request, keep, moment] { m_archive.Announce(request, keep, moment); });
   if (held) m_disk.Post([held] { held->HoldStills(); });
   return {};
 }
@@ -210,6 +211,7 @@ void Service::FollowReceiver() {
   const double ahead = m_timeOfDay.Tell(Moment::Now()).systemAheadSeconds.value_or(0.0);
   Log::Info(fmt::format("events have the receiver's time from now on: the system's clock is {:.1f} s {} it",
                         std::fabs(ahead), ahead < 0.0 ? "behind" : "ahead of"));
+  m_disk.Post([this] { m_archive.PlaceAnnounced(); });
 }
 
 void Service::OrderByTrigger(const std::string& reason) {

@@ -127,6 +127,8 @@ TEST_F(EventArchiveTest, WhatWaitsWhenTheFirstFixComesIsPlaced) {
   EXPECT_TRUE(Save(*archive, "0000000a", true, Moment{{}, 5000}).isSaved);
   const auto refused = Save(*archive, "0000000b", true, Moment{{}, 6000});
   EXPECT_EQ(refused.time->timeMs, 6000);
+  archive->Announce(Describe("0000000c"), true,
+                    Moment{std::chrono::steady_clock::time_point(std::chrono::seconds(2)), Noon});
   for (int second = 1; second <= 3; ++second) {
     m_timeOfDay.Learn({Noon + second * 1000, std::chrono::steady_clock::time_point(std::chrono::seconds(second))});
   }
@@ -139,6 +141,10 @@ TEST_F(EventArchiveTest, WhatWaitsWhenTheFirstFixComesIsPlaced) {
   ASSERT_TRUE(event) << problem;
   EXPECT_EQ(event->timeSource, "receiver");
   EXPECT_EQ(EventStore::GetSystemTimeMs(*event), 6000);
+  archive->PlaceAnnounced();
+  const auto noted = EventStore::ReadEvent(m_settings.eventsDir + ".request-0000000c", problem);
+  ASSERT_TRUE(noted) << problem;
+  EXPECT_EQ(noted->timeMs, Noon + 2000) << "power may fail before it is an event";
 }
 
 // One that was asked to be kept and gives way to others.

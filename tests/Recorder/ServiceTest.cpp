@@ -35,7 +35,8 @@ class ServiceTest : public ServiceProgramTest {
     WriteSettings(json::object());
   }
   void WriteSettings(const json& events, const json& pipeline = json::object()) const {
-    std::ofstream(m_dir + "settings.json") << json::object({{"events", events}, {"pipeline", pipeline}});
+    std::ofstream(m_dir + "settings.json")
+        << json::object({{"events", events}, {"pipeline", pipeline}, {"temperatureZone", m_dir + "zone"}});
   }
   void StartService() {
     // With a log file, as the logger then has its thread before anything else.
@@ -232,6 +233,7 @@ TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesNothing) {
   setenv("LD_PRELOAD", FAST_CLOCK, 1);
   setenv("TAVI_CLOCK_STEP", "-820540800@20", 1);  // 26 years less six days, for the first twenty seconds
   RightReceiver receiver(m_dir + "receiver");
+  std::ofstream(m_dir + "zone") << "47321\n";
   WriteSettings(json::object(), {{"gps", {{"path", m_dir + "receiver"}}}});
   const std::int64_t startMs = std::time(nullptr) * 1000;
   StartService();
@@ -257,6 +259,7 @@ TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesNothing) {
   for (auto at = Err().find("silent for "); at != std::string::npos; at = Err().find("silent for ", at + 1)) {
     EXPECT_LT(std::stod(Err().substr(at + 11)), 30'000) << Err();
   }
+  EXPECT_THAT(Err(), HasSubstr("[47C]")) << "the temperature is that of the zone in the settings";
   for (const char* source : {"camera0", "camera1", "audio", "gps", "acc"}) {
     EXPECT_LE(sources[source]["missed"], 90) << source << ", where the clock jumps over millions of entries";
     EXPECT_EQ(sources[source]["restarts"], 0) << source;
