@@ -3,7 +3,9 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
 #include <mutex>
+#include <string>
 
 #include "SoftImx/CodecBin.h"
 #include "SoftImx/Handover.h"
@@ -13,17 +15,19 @@ namespace {
 
 constexpr const char* CodecFactory = "lamemp3enc";
 
-/// One sample rate, the one that the recorder's frame rate of MP3 stands for. Cards that have others are converted by
-/// ALSA; left a choice, lamemp3enc would halve the rate at low bit rates.
+/// The sample rates of MPEG-1 audio (ISO/IEC 11172-3). Cards that have others are converted by ALSA.
 constexpr const char* InputCaps =
-    "audio/x-raw, format=(string)S16LE, layout=(string)interleaved, rate=(int)44100, channels=(int)[ 1, 2 ]";
-constexpr const char* OutputCaps = "audio/mpeg, mpegversion=(int)1, layer=(int)3, rate=(int)44100";
-constexpr guint64 SampleRate = 44100;
+    "audio/x-raw, format=(string)S16LE, layout=(string)interleaved, rate=(int){ 44100, 48000, 32000 }, "
+    "channels=(int)[ 1, 2 ]";
+constexpr const char* OutputCaps = "audio/mpeg, mpegversion=(int)1, layer=(int)3, rate=(int){ 44100, 48000, 32000 }";
+constexpr gint UsualRate = 44100;
+/// The element's child that holds the output to the input's rate: left a choice, lamemp3enc would halve it at low bit
+/// rates.
+constexpr const char* RateFilter = "rate";
 
 /// By how many samples a sound lies deeper in the decoded stream than it did in the encoder's input: what the encoder
 /// puts in front (lame_get_encoder_delay), and what every layer III decoder's filter bank adds (528 samples and one).
 constexpr guint64 CodecDelaySamples = 576 + 529;
-constexpr GstClockTime CodecDelay = CodecDelaySamples * GST_SECOND / SampleRate;
 
 struct AudioSettings {
   gint bitrateKbps = 64;
@@ -33,6 +37,10 @@ struct AudioSettings {
 struct AudioState {
   std::mutex mutex;
   AudioSettings settings;
+  /// Of the input, in Hz.
+  std::atomic<gint> sampleRate{UsualRate};
+  /// While the streaming thread holds the output to it.
+  std::atomic<bool> isHolding{false};
 };
 
 struct AudioEncoder {
@@ -55,17 +63,48 @@ gpointer ParentClass() {
 }
 
 /// The first frame holds little but the delay itself: it keeps time 0 where the stream has only just begun.
-SOFTIMX_FILLS_HEADER void TakeOffDelay(GstBuffer* buffer) {
+SOFTIMX_FILLS_HEADER void TakeOffDelay(GstBuffer* buffer, gint sampleRate) {
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) return;
-  GST_BUFFER_PTS(buffer) -= MIN(CodecDelay, GST_BUFFER_PTS(buffer));
+  const GstClockTime delay = gst_util_uint64_scale_int(CodecDelaySamples, GST_SECOND, sampleRate);
+  GST_BUFFER_PTS(buffer) -= MIN(delay, GST_BUFFER_PTS(buffer));
   GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
 }
 
-GstPadProbeReturn OnOutput(GstPad*, GstPadProbeInfo* info, gpointer) noexcept {
+GstPadProbeReturn OnOutput(GstPad*, GstPadProbeInfo* info, gpointer self) noexcept {
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-  TakeOffDelay(buffer);
+  TakeOffDelay(buffer, StateOf(self).sampleRate);
   GST_PAD_PROBE_INFO_DATA(info) = buffer;
   return GST_PAD_PROBE_OK;
+}
+
+void HoldOutputTo(GstElement* self, const char* caps) {
+  GstElement* filter = gst_bin_get_by_name(GST_BIN(self), RateFilter);
+  if (filter == nullptr) return;
+  gst_util_set_object_arg(G_OBJECT(filter), "caps", caps);
+  gst_object_unref(filter);
+}
+
+/// Before the codec sees the input's caps, by which it chooses those of its output.
+GstPadProbeReturn OnInputEvent(GstPad*, GstPadProbeInfo* info, gpointer self) noexcept {
+  GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+  if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) return GST_PAD_PROBE_OK;
+  GstCaps* caps = nullptr;
+  gst_event_parse_caps(event, &caps);
+  gint rate = 0;
+  if (!gst_structure_get_int(gst_caps_get_structure(caps, 0), "rate", &rate) || rate <= 0) return GST_PAD_PROBE_OK;
+  StateOf(self).sampleRate = rate;
+  const std::string output = "audio/mpeg, mpegversion=(int)1, layer=(int)3, rate=(int)" + std::to_string(rate);
+  StateOf(self).isHolding = true;
+  HoldOutputTo(static_cast<GstElement*>(self), output.c_str());
+  StateOf(self).isHolding = false;
+  return GST_PAD_PROBE_OK;
+}
+
+/// What is held is the rate that the source has: asked to agree anew, it would ask all branches of a tee in front, and
+/// wait for one that waits for this one to begin.
+GstPadProbeReturn OnOutputEvent(GstPad*, GstPadProbeInfo* info, gpointer self) noexcept {
+  const bool isAsked = GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_RECONFIGURE;
+  return isAsked && StateOf(self).isHolding ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
 }
 
 bool ApplySettings(GstElement* self) {
@@ -77,6 +116,7 @@ bool ApplySettings(GstElement* self) {
     const std::lock_guard lock(state.mutex);
     settings = state.settings;
   }
+  HoldOutputTo(self, OutputCaps);
   g_object_set(codec, "bitrate", settings.bitrateKbps, nullptr);
   gst_util_set_object_arg(G_OBJECT(codec), "encoding-engine-quality", settings.highQuality ? "high" : "standard");
   gst_object_unref(codec);
@@ -158,11 +198,13 @@ void InstanceInit(GTypeInstance* instance, gpointer) noexcept {
   if (codec == nullptr) return;  // Reported when the element is opened.
   gst_util_set_object_arg(G_OBJECT(codec), "target", "bitrate");
   g_object_set(codec, "cbr", TRUE, nullptr);
-  GstElement* filter = gst_element_factory_make("capsfilter", nullptr);
+  GstElement* filter = gst_element_factory_make("capsfilter", RateFilter);
   gst_util_set_object_arg(G_OBJECT(filter), "caps", OutputCaps);
   gst_bin_add_many(GST_BIN(self), codec, filter, nullptr);
   gst_element_link(codec, filter);
-  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER, OnOutput, nullptr);
+  AddProbe(codec, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnInputEvent, self);
+  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_BUFFER, OnOutput, self);
+  AddProbe(codec, "src", GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, OnOutputEvent, self);
   AddGhostPad(self, codec, "sink");
   AddGhostPad(self, filter, "src");
 }

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <tuple>
@@ -32,6 +33,19 @@ std::string CheckSources(const Settings& settings) {
     return {};
   }
   return "field pipeline: no source is enabled, so there is nothing to record; at least one is right";
+}
+
+/// Windows are counted by the frame rate.
+std::string CheckSound(const Settings& settings) {
+  constexpr double SamplesOfFrame = 1152.0;
+  constexpr double Rounding = 0.05;
+  const auto& audio = settings.pipeline.audio;
+  const double right = audio.rate / SamplesOfFrame;
+  if (!settings.pipeline.audioEnabled || audio.rate == 0 || std::fabs(audio.frameRate - right) <= Rounding) return {};
+  return fmt::format(
+      "field pipeline.audio.frameRate: {} are not the frames of the {} Hz of pipeline.audio.rate, {:.2f} is "
+      "right",
+      audio.frameRate, audio.rate, right);
 }
 
 std::string CheckPreview(const std::string& name, const VideoConfig& camera) {
@@ -120,7 +134,7 @@ std::string CheckTriggers(const Settings& settings) {
 }  // namespace
 
 std::string CheckSettings(const Settings& settings) {
-  for (const auto check : {CheckFields, CheckSources, CheckCameras, CheckDirectories, CheckTriggers}) {
+  for (const auto check : {CheckFields, CheckSources, CheckCameras, CheckSound, CheckDirectories, CheckTriggers}) {
     std::string problem = check(settings);
     if (!problem.empty()) return problem;
   }

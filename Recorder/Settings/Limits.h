@@ -30,6 +30,7 @@ inline constexpr Range<double> Mp3FrameRate{27.7, 41.7};
 inline constexpr Range<int> Gain{-1, 1000000};
 
 inline constexpr Range<int> Channels{0, 2};
+inline constexpr std::array<int, 4> SampleRates{0, 32000, 44100, 48000};
 
 inline constexpr Range<int> GpsRate{1, 10};
 inline constexpr std::array<int, 9> GpsBauds{4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600};

@@ -19,6 +19,9 @@ struct AudioConfig {
   std::string device;
   /// 1 or 2; 0 leaves it to the device.
   std::int32_t channels = 0;
+  /// Samples a second: 32000, 44100 or 48000, with a `frameRate` of as many over 1,152; 0 leaves it to the encoder,
+  /// whose is 44100 where the device has it or is converted.
+  std::int32_t rate = 0;
 };
 
 }  // namespace Tavi::Audio

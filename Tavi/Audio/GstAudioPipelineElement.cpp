@@ -20,6 +20,15 @@ constexpr float MicrosecondsPerSecond = 1e6F;
 /// outlasts.
 constexpr gint64 SoundBufferUs = 1'000'000;
 
+/// What the device is asked for, as far as it is not left to it.
+void SetForm(GstElement* filter, const AudioConfig& config) {
+  GstCaps* caps = gst_caps_new_empty_simple("audio/x-raw");
+  if (config.channels > 0) gst_caps_set_simple(caps, "channels", G_TYPE_INT, config.channels, nullptr);
+  if (config.rate > 0) gst_caps_set_simple(caps, "rate", G_TYPE_INT, config.rate, nullptr);
+  g_object_set(filter, "caps", caps, nullptr);
+  gst_caps_unref(caps);
+}
+
 }  // namespace
 
 GstAudioPipelineElement::GstAudioPipelineElement(const AudioConfig& config) {
@@ -33,29 +42,25 @@ GstAudioPipelineElement::GstAudioPipelineElement(GstElement* pipeline, const Aud
 GstAudioPipelineElement::~GstAudioPipelineElement() = default;
 
 void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& config) {
-  if (config.gainLevel != UntouchedGain) KMedia::Alsa::ChangeAudioGainLevel(config.gainLevel);
+  if (config.gainLevel != UntouchedGain) KMedia::Alsa::ChangeAudioGainLevel(config.gainLevel, config.device);
   m_config = config;
   GstUtil::BranchParts parts;
   GstElement* source = parts.Make("alsasrc");
   GstElement* sink = parts.Make("appsink");
   GstElement* encoder = parts.Make("imxmp3audioenc");
-  GstElement* channels = config.channels > 0 ? parts.Make("capsfilter") : nullptr;
+  GstElement* form = config.channels > 0 || config.rate > 0 ? parts.Make("capsfilter") : nullptr;
   if (!parts.IsComplete()) return;
   // One MP3 frame at a time: the usual 10 ms would wake three threads that find nothing to encode.
   g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
                "buffer-time", SoundBufferUs, nullptr);
   if (!config.device.empty()) g_object_set(source, "device", config.device.c_str(), nullptr);
-  if (channels != nullptr) {
-    GstCaps* caps = gst_caps_new_simple("audio/x-raw", "channels", G_TYPE_INT, config.channels, nullptr);
-    g_object_set(channels, "caps", caps, nullptr);
-    gst_caps_unref(caps);
-  }
+  if (form != nullptr) SetForm(form, config);
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
-  GstUtil::AddToBin(GST_BIN(pipeline), {source, channels, encoder, sink});
-  GstUtil::LinkChain({source, channels, encoder, sink});
+  GstUtil::AddToBin(GST_BIN(pipeline), {source, form, encoder, sink});
+  GstUtil::LinkChain({source, form, encoder, sink});
   m_ends.ConnectSource(source, RunningCallback, this);
   m_ends.ConnectSink(sink, SetEncodedFrameCallback, this);
-  m_branch.Keep({source, channels, encoder, sink});
+  m_branch.Keep({source, form, encoder, sink});
   // Opened once, as the pipeline's start will do: a card that is not there would fail that start as a whole, cameras
   // included.
   m_branch.TakeDown();

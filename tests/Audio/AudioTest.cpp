@@ -33,21 +33,31 @@ class AudioTest : public Tavi::Testing::MediaTest {
   }
 };
 
-// Catches frames that are split or joined, a bit rate that is not the one asked for, sound that passes a closed gate,
-// and time stamps that jump or stand.
+// Catches frames that are split or joined, a bit rate, sample rate or number of channels that is not the one asked for,
+// sound that passes a closed gate, and time stamps that jump or stand.
 TEST_F(AudioTest, EachEntryIsOneMp3FrameOfTheAskedRateAndOnlyWhileStarted) {
   const Tavi::Simulator::SimulatedCar car;
   ASSERT_EQ(car.GetProblem(), "");
-  for (const int kilobits : {64, 128}) {
+  const struct {
+    int kilobits, channels, rate, expectedRate;
+    float frameRate;
+  } cases[] = {{64, 0, 0, 44100, 38.3F}, {128, 1, 48000, 48000, 41.67F}, {64, 2, 32000, 32000, 27.78F}};
+  for (const auto& [kilobits, channels, rate, expectedRate, frameRate] : cases) {
+    SCOPED_TRACE(expectedRate);
     GstElement* pipeline = gst_pipeline_new(nullptr);
     AudioConfig config;
     config.bitrate = kilobits;
+    config.channels = channels;
+    config.rate = rate;
+    config.frameRate = frameRate;
     AudioPipelineElement audio(pipeline, config, 100);
     ASSERT_NE(gst_element_set_state(pipeline, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_FALSE(audio.IsDataAvailable()) << "it is not started";
     audio.Start();
-    const auto seconds = [&](double s) { return audio.IsDataAvailable() && audio.GetCurrentFrameId() > 38.3 * s; };
+    const auto seconds = [&audio, perSecond = static_cast<double>(frameRate)](double s) {
+      return audio.IsDataAvailable() && static_cast<double>(audio.GetCurrentFrameId()) > perSecond * s;
+    };
     ASSERT_TRUE(WaitUntil([&] { return seconds(0.7); }));
     audio.Stop();
     audio.Start();
@@ -62,27 +72,29 @@ TEST_F(AudioTest, EachEntryIsOneMp3FrameOfTheAskedRateAndOnlyWhileStarted) {
       const BufferMap map(&frame);
       const auto split = KMedia::Mp3::SplitMp3Frames(map.GetBytes());
       EXPECT_EQ(split.frames.size(), 1U);
-      EXPECT_EQ(split.sampleRate, 44100);
-      EXPECT_NEAR(static_cast<double>(map.GetBytes().size()), kilobits * 1000 / 8.0 * 1152 / 44100, 1.0);
+      EXPECT_EQ(split.sampleRate, expectedRate);
+      EXPECT_EQ(split.channels, channels > 0 ? channels : split.channels);
+      EXPECT_NEAR(static_cast<double>(map.GetBytes().size()), kilobits * 1000 / 8.0 * 1152 / expectedRate, 1.0);
       const auto pts = static_cast<double>(GST_BUFFER_PTS(frame.buffer));
-      jumps += i > 2 && std::abs(pts - before - 1152e9 / 44100) > 12e6 ? 1 : 0;
+      jumps += i > 2 && std::abs(pts - before - 1152e9 / expectedRate) > 12e6 ? 1 : 0;
       before = pts;
     }
     EXPECT_LE(jumps, 1) << "one is a machine that let the card's buffer run over";
     gst_object_unref(pipeline);
   }
-  EXPECT_EQ(CountLogged("Aquisition for audio has been started"), 2) << "once a ring";
+  EXPECT_EQ(CountLogged("Aquisition for audio has been started"), 3) << "once a ring";
 }
 
 // Catches a gain that is not applied (0 among them), one that is although the mixer is to be left alone, and one that
 // is lost without a word.
 TEST_F(AudioTest, TheGainGoesToTheCardBeforeTheCapture) {
-  const auto levelOf = [](int gainLevel) {
+  const auto levelOf = [](int gainLevel, const std::string& card = {}) {
     AudioConfig config;
     config.gainLevel = gainLevel;
+    config.device = card;
     AudioPipelineElement audio(config, 10);
     snd_ctl_t* control = nullptr;
-    EXPECT_EQ(snd_ctl_open(&control, "default", 0), 0);
+    EXPECT_EQ(snd_ctl_open(&control, card.empty() ? "default" : card.c_str(), 0), 0);
     snd_ctl_elem_value_t* value = nullptr;
     snd_ctl_elem_value_alloca(&value);
     snd_ctl_elem_value_set_interface(value, SND_CTL_ELEM_IFACE_MIXER);
@@ -99,6 +111,18 @@ TEST_F(AudioTest, TheGainGoesToTheCardBeforeTheCapture) {
     EXPECT_EQ(levelOf(1000), 100);
     EXPECT_EQ(CountLogged("the capture gain 1000 is outside the card's scale of 0 to 100: 100 is set"), 1);
     EXPECT_EQ(levelOf(50), 50);
+    // The default card is another one.
+    std::ofstream(m_dir + "named.conf") << "<" << getenv("ALSA_CONFIG_PATH") << ">\nctl.!default { type hw card 77 }\n"
+                                        << "pcm.mic { type tavi_sim }\nctl.mic { type tavi_sim }\n";
+    const std::string usual = getenv("ALSA_CONFIG_PATH");
+    setenv("ALSA_CONFIG_PATH", (m_dir + "named.conf").c_str(), 1);
+    EXPECT_EQ(levelOf(20, "mic"), 20);
+    setenv("ALSA_CONFIG_PATH", usual.c_str(), 1);
+  }
+  for (const char* device : {"plughw:77,0", "dsnoop:CARD=77,DEV=1", "plug:hw:77"}) {
+    EXPECT_FALSE(KMedia::Alsa::ChangeAudioGainLevel(5, device));
+    EXPECT_EQ(CountLogged("cannot set the capture gain: the card hw:77 has no mixer"), 1) << device;
+    ClearLog();
   }
   std::ofstream(m_dir + "no-card.conf") << "ctl.!default { type hw card 77 }\n";
   setenv("ALSA_CONFIG_PATH", (m_dir + "no-card.conf").c_str(), 1);

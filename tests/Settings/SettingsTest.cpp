@@ -166,6 +166,9 @@ TEST(CheckSettings, TellsWhatDoesNotFitTogether) {
          one.streamPort = other.streamPort;
        },
        "field pipeline.camera1.streamPort: 9000 is pipeline.camera0.streamPort, too; "},
+      {[](Settings& s) { s.pipeline.audio.rate = 48000; },
+       "field pipeline.audio.frameRate: 38.3 are not the frames of the 48000 Hz of pipeline.audio.rate, 41.67 is "
+       "right"},
       {[](Settings& s) { s.storage.restoreDir = "/mnt/./ramdisk"; },
        "field storage.restoreDir: \"/mnt/./ramdisk\" is storage.workDir, too; "},
       {[](Settings& s) { s.triggers.acceleration.enabled = true, s.pipeline.accEnabled = false; },

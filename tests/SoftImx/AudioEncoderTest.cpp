@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "SoftImx/GstRun.h"
@@ -14,14 +15,14 @@ class AudioEncoder : public Tavi::Testing::TempDirTest {};
 
 // Catches the codec's delay of 25 ms left in the time stamps, half the sample rate at low bit rates, and joined frames.
 TEST_F(AudioEncoder, ATickIsHeardWhenItWasRecorded) {
-  constexpr double FrameSeconds = 1152.0 / 44100;
-  for (const int kilobits : {32, 64, 128}) {
+  for (const auto& [kilobits, rate] : {std::pair(32, 44100), {64, 44100}, {32, 48000}, {128, 32000}}) {
+    const double frameSeconds = 1152.0 / rate;
     SCOPED_TRACE(kilobits);
     std::vector<double> stamps;
     std::vector<std::size_t> sizes;
     GstRun run(
-        "audiotestsrc wave=ticks samplesperbuffer=441 num-buffers=450 timestamp-offset=250000000 ! "
-        "audio/x-raw,channels=2 ! tee name=t ! queue ! wavenc ! filesink buffer-mode=unbuffered location=" +
+        "audiotestsrc wave=ticks samplesperbuffer=441 num-buffers=450 timestamp-offset=250000000 ! audio/x-raw,rate=" +
+        std::to_string(rate) + ",channels=2 ! tee name=t ! queue ! wavenc ! filesink buffer-mode=unbuffered location=" +
         m_dir + "in.wav t. ! queue ! imxmp3audioenc name=enc bitrate=" + std::to_string(kilobits) +
         " ! filesink buffer-mode=unbuffered location=" + m_dir + "out.mp3");
     run.OnBuffer("enc", [&](GstPad*, GstBuffer* buffer) {
@@ -31,12 +32,12 @@ TEST_F(AudioEncoder, ATickIsHeardWhenItWasRecorded) {
     ASSERT_TRUE(run.PlayUntil([&] { return stamps.size() > 170; }));
     run.Stop();
     for (std::size_t i = 1; i + 1 < stamps.size(); ++i) {
-      EXPECT_NEAR(stamps[i] - stamps[i - 1], FrameSeconds, 1e-4) << i;
-      EXPECT_NEAR(static_cast<double>(sizes[i]), kilobits * 125.0 * FrameSeconds, 1.0);
+      EXPECT_NEAR(stamps[i] - stamps[i - 1], frameSeconds, 1e-4) << i;
+      EXPECT_NEAR(static_cast<double>(sizes[i]), kilobits * 125.0 * frameSeconds, 1.0);
     }
     const auto recorded = Tavi::Testing::FindTicks(Tavi::Testing::DecodeSound(m_dir + "in.wav"));
     const auto sound = Tavi::Testing::DecodeSound(m_dir + "out.mp3");
-    EXPECT_EQ(sound.sampleRate, 44100);
+    EXPECT_EQ(sound.sampleRate, rate);
     const auto ticks = Tavi::Testing::FindTicks(sound);
     ASSERT_GE(ticks.size(), 3U);
     for (std::size_t i = 0; i < ticks.size(); ++i) {

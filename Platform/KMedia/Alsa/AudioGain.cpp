@@ -16,6 +16,8 @@ namespace {
 
 constexpr const char* Tag = "Kmedia";
 constexpr const char* DefaultCard = "default";
+/// What a card's mixer is called, before its number or id.
+constexpr const char* CardPrefix = "hw:";
 /// In the order of preference.
 constexpr std::array<const char*, 2> UsualControls{"Capture", "Mic"};
 
@@ -27,16 +29,32 @@ bool Fail(const std::string& action, int error) {
 
 using Mixer = std::unique_ptr<snd_mixer_t, int (*)(snd_mixer_t*)>;
 
-/// Attaches to the default card and reads its controls; null, with a line in the log, when that fails.
-Mixer OpenMixer() {
+/// The mixer of the card that captures under that name: the arguments of a PCM begin with its card, "plughw:1,0" or
+/// "dsnoop:CARD=Mic,DEV=0".
+std::string FindCard(const std::string& device) {
+  if (device.empty()) return DefaultCard;
+  const std::size_t colon = device.find_last_of(':');
+  if (colon == std::string::npos) return device;
+  const std::string arguments = device.substr(colon + 1);
+  const std::size_t named = arguments.find("CARD=");
+  const std::size_t begin = named == std::string::npos ? 0 : named + std::strlen("CARD=");
+  return CardPrefix + arguments.substr(begin, arguments.find(',', begin) - begin);
+}
+
+std::string Describe(const std::string& card) {
+  return card == DefaultCard ? "the default card" : "the card " + card;
+}
+
+/// Attaches to the card and reads its controls; null, with a line in the log, when that fails.
+Mixer OpenMixer(const std::string& card) {
   snd_mixer_t* opened = nullptr;
   int error = snd_mixer_open(&opened, 0);
   Mixer mixer(opened, snd_mixer_close);
-  if (error >= 0) error = snd_mixer_attach(opened, DefaultCard);
+  if (error >= 0) error = snd_mixer_attach(opened, card.c_str());
   if (error >= 0) error = snd_mixer_selem_register(opened, nullptr, nullptr);
   if (error >= 0) error = snd_mixer_load(opened);
   if (error >= 0) return mixer;
-  Fail("the default card has no mixer", error);
+  Fail(Describe(card) + " has no mixer", error);
   return {nullptr, snd_mixer_close};
 }
 
@@ -72,11 +90,12 @@ long ClampToScale(snd_mixer_elem_t* control, long level) {
 
 }  // namespace
 
-bool ChangeAudioGainLevel(int level) {
-  const Mixer mixer = OpenMixer();
+bool ChangeAudioGainLevel(int level, const std::string& device) {
+  const std::string card = FindCard(device);
+  const Mixer mixer = OpenMixer(card);
   if (!mixer) return false;
   snd_mixer_elem_t* control = FindCaptureControl(mixer.get());
-  if (control == nullptr) return Fail("the default card has no control with a capture volume", 0);
+  if (control == nullptr) return Fail(Describe(card) + " has no control with a capture volume", 0);
   const int error = snd_mixer_selem_set_capture_volume_all(control, ClampToScale(control, level));
   return error >= 0 || Fail(snd_mixer_selem_get_name(control), error);
 }
