@@ -1,6 +1,7 @@
 // Muxing an event behind the caller's back: who does it, with what, and who is told.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -10,6 +11,7 @@
 
 namespace Tavi::PipelineCollect {
 
+class CopyAhead;
 class PipelineCollectManager;
 
 /// Implemented by whoever asks for an asynchronous collect.
@@ -31,6 +33,8 @@ struct MuxAsyncParams {
   PipelineCollectManager* manager = nullptr;
   /// What the names of its files begin with when power fails meanwhile.
   std::string backupBase = {};
+  /// What was copied ahead of it; null when nothing was.
+  std::shared_ptr<CopyAhead> ahead = {};
 };
 
 class MuxAsyncInterface {

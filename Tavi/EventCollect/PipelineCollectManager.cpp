@@ -48,6 +48,16 @@ std::chrono::steady_clock::time_point GetWindowEnd(const PipelineCollectInput& i
   return moment + std::chrono::seconds(AbsoluteSeconds(input.durationSeconds) - AbsoluteSeconds(input.startSeconds));
 }
 
+std::unique_ptr<CopyAheadThread> MakeCopyAhead(const PipelineCollectManagerConfig& config) {
+  if (!(config.copyAheadMBps > 0.0)) return nullptr;
+  return std::make_unique<CopyAheadThread>(config.cr ? "AHEAD-CR" : "AHEAD", config.backupDir, config.copyAheadMBps);
+}
+
+/// What keeps the copies for as long as somebody has it.
+std::shared_ptr<void> MakeTicket(const std::shared_ptr<CopyAhead>& ahead) {
+  return ahead ? std::shared_ptr<void>(ahead.get(), [ahead](void*) { ahead->Drop(); }) : nullptr;
+}
+
 }  // namespace
 
 PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& config)
@@ -55,7 +65,8 @@ PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& con
       m_clock(config.clock != nullptr ? *config.clock : Kbase::Util::IClock::Steady()),
       m_collectors(m_config, CollectorSet::Kind::Working),
       m_muxCollectors(m_config, CollectorSet::Kind::Twins),
-      m_backup(config.backupDir) {
+      m_backup(config.backupDir),
+      m_copyAhead(MakeCopyAhead(m_config)) {
   Ksystem::FileUtils::Kdir(m_config.backupDir).Create();
 }
 
@@ -155,6 +166,7 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
       Log::Warning("a collect is running already: the new request is refused");
       return false;
     }
+    result.backup.reset();
     result.eventTime = static_cast<std::int64_t>(std::time(nullptr));
     if (!Prepare(input)) return false;
     Init(input);
@@ -163,11 +175,13 @@ bool PipelineCollectManager::Collect(PipelineCollectInput& input, PipelineCollec
     if (m_state.Read().cancelled) {
       EndCancelledStart();
     } else {
+      BeginCopyAhead(input);
       LogSpace("before");
       CompareRoom(input.outputDir,
                   EstimateWorkBytes(m_config.pipelineManager->GetConfig(), AbsoluteSeconds(input.durationSeconds),
                                     input.withPreview && !m_config.cr));
       WaitForCollectors(input);
+      if (m_ahead && !m_state.Read().powerFailure) m_ahead->SetFinal();
       if (callback != nullptr && !m_state.Read().powerFailure && !input.discard && CanMuxAsync()) {
         HandOver(input, callback, userData);
         return true;
@@ -190,7 +204,9 @@ void PipelineCollectManager::Deliver(const PipelineCollectInput& input, Pipeline
     // Power may have failed meanwhile: what was muxed is saved as it is.
     if (m_state.Read().powerFailure) SaveAll(input);
     BuildOutput(output);
+    output.backup = MakeTicket(m_ahead);
   }
+  m_ahead.reset();
   Reset();
   ClearCache();
   LogSpace("after");
@@ -205,7 +221,8 @@ void PipelineCollectManager::HandOver(const PipelineCollectInput& input, Collect
   m_collectors.CopyTo(m_muxCollectors);
   m_muxThread.reset();
   m_state.BeginMux();
-  MuxAsyncParams params{&m_muxCollectors.GetMap(), callback, userData, this, GetBackupBase(input, "mux")};
+  MuxAsyncParams params{&m_muxCollectors.GetMap(),      callback, userData, this, GetBackupBase(input, "mux"),
+                        std::exchange(m_ahead, nullptr)};
   m_muxThread = std::make_unique<MuxAsyncThread>(m_config.cr ? "MUX-EVT-CR" : "MUX-EVT", params, *this);
   if (!m_muxThread->Start()) MuxAsync(params);
   Reset();
@@ -218,10 +235,11 @@ void PipelineCollectManager::MuxAsync(MuxAsyncParams& params) {
   PipelineCollectOutput output;
   output.eventTime = static_cast<std::int64_t>(std::time(nullptr));
   products.BuildOutput(output);
+  output.backup = MakeTicket(params.ahead);
   if (m_state.EndMux()) {
     Log::Info("[Power Failure]Making backup...");
     // What could not be saved has its line; the files themselves stay with the callback either way.
-    static_cast<void>(m_backup.Save(*params.collectors, params.backupBase));
+    static_cast<void>(m_backup.Save(*params.collectors, params.backupBase, params.ahead.get()));
     Log::Info("[Power Failure]Backup finished");
   }
   if (params.callback != nullptr) params.callback->CollectFinished(output, true, params.userData);
@@ -268,12 +286,19 @@ std::string PipelineCollectManager::GetBackupBase(const PipelineCollectInput& in
   return input.name.empty() ? std::string(otherwise) + (m_config.cr ? "-cr" : "") : input.name;
 }
 
+/// What is to be discarded is not worth it.
+void PipelineCollectManager::BeginCopyAhead(const PipelineCollectInput& input) {
+  if (m_copyAhead && !input.discard) {
+    m_ahead = m_copyAhead->Begin(m_collectors.GetMap(), GetBackupBase(input, "event"));
+  }
+}
+
 void PipelineCollectManager::SaveAll(const PipelineCollectInput& input) {
   EndCollectors();
   Log::Info("[Power Failure]Stopping the aquisition...");
   StopAcquisition();
   Log::Info("[Power Failure]Making backup...");
-  const bool isSaved = m_backup.Save(m_collectors.GetMap(), GetBackupBase(input, "event"));
+  const bool isSaved = m_backup.Save(m_collectors.GetMap(), GetBackupBase(input, "event"), m_ahead.get());
   Log::Info("[Power Failure]Backup finished");
   // Should the machine outlive this, the event must not be there twice.
   if (isSaved) DeleteAll();

@@ -8,6 +8,7 @@
 #include "Tavi/EventCollect/AcquisitionStop.h"
 #include "Tavi/EventCollect/CollectState.h"
 #include "Tavi/EventCollect/CollectorSet.h"
+#include "Tavi/EventCollect/CopyAheadThread.h"
 #include "Tavi/EventCollect/MuxAsync.h"
 #include "Tavi/EventCollect/PowerBackup.h"
 #include "Tavi/PipelineCollect/PipelineCollectTypes.h"
@@ -97,6 +98,7 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   void Deliver(const PipelineCollectInput& input, PipelineCollectOutput& output);
   [[nodiscard]] std::string GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const;
   void SaveAll(const PipelineCollectInput& input);
+  void BeginCopyAhead(const PipelineCollectInput& input);
   void StopAcquisition();
   void EndCollectors();
   void LogSpace(const char* when) const;
@@ -108,6 +110,10 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   CollectorSet m_muxCollectors;
   const PowerBackup m_backup;
   CollectState m_state;
+  /// Null where nothing is copied ahead.
+  const std::unique_ptr<CopyAheadThread> m_copyAhead;
+  /// Of the event that is collected, until it is handed over.
+  std::shared_ptr<CopyAhead> m_ahead;
   std::unique_ptr<MuxAsyncThread> m_muxThread;
   /// Null until power has failed.
   std::unique_ptr<AcquisitionStop> m_stop;

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -15,19 +16,11 @@
 
 #include "Kbase/Util/Naming.h"
 #include "Ksystem/FileUtils/Kdir.h"
+#include "Tavi/EventCollect/CopyAhead.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::PipelineCollect {
 namespace {
-
-/// What is saved when power fails, in this order.
-constexpr std::array<PipelineCollectType, 7> SavedTypes{PipelineCollectType::VideoCamera0,
-                                                        PipelineCollectType::VideoCamera1,
-                                                        PipelineCollectType::Audio,
-                                                        PipelineCollectType::Gps,
-                                                        PipelineCollectType::Acc,
-                                                        PipelineCollectType::ThumbnailCamera0,
-                                                        PipelineCollectType::ThumbnailCamera1};
 
 /// The streams whose length is in the names.
 constexpr std::array<PipelineCollectType, 3> TimedTypes{PipelineCollectType::VideoCamera0,
@@ -57,11 +50,12 @@ bool DoAllFit(const std::vector<CollectBase*>& collectors, const std::string& di
 
 }  // namespace
 
-bool PowerBackup::Save(const CollectorMap& collectors, const std::string& base) const {
+bool PowerBackup::Save(const CollectorMap& collectors, const std::string& base, CopyAhead* ahead) const {
   if (!Ksystem::FileUtils::Kdir(m_dir).Create()) {
     Log::Error("cannot save the event into " + m_dir + ": the directory cannot be created");
     return false;
   }
+  if (const auto saved = ahead != nullptr ? ahead->Save(collectors) : std::nullopt) return *saved;
   unsigned int seconds = 0;
   for (CollectBase* collector : Select(collectors, TimedTypes)) {
     seconds = std::max(seconds, collector->GetTotalSecondsCollected());

@@ -64,6 +64,8 @@ class CollectBase : public Kbase::Interfaces::IThread {
   /// Copies the file to `dir` under prefix + `name` + extension (".mp4" once it was muxed). False when there is nothing
   /// to copy or the copy failed; what fitted then stays, with ".part" behind its name.
   bool Backup(const std::string& dir, const std::string& name) const;
+  /// Where Backup puts the file.
+  [[nodiscard]] std::string GetBackupPath(const std::string& dir, const std::string& name) const;
   /// Backup on a thread of its own; the caller joins it.
   std::unique_ptr<BackupThread> BackupAsync(const std::string& dir, const std::string& name) const;
 
@@ -95,7 +97,6 @@ class CollectBase : public Kbase::Interfaces::IThread {
 
  protected:
   void Run() override;
-  [[nodiscard]] std::string GetBackupPath(const std::string& dir, const std::string& name) const;
   /// True once the collect is to end: asked to stop, or its thread aborted.
   [[nodiscard]] bool ShouldStop() const { return m_stop || IsCancelled(); }
   /// True when what there is shall be saved before the end.

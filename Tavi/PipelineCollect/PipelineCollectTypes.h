@@ -132,6 +132,10 @@ class PipelineCollectOutput {
   Map outputs;
   /// For each of them that was written from a ring.
   std::map<PipelineCollectType, CollectedWindow> windows;
+  /// With `copyAheadMBps`: the copies of its files in the backup directory, which the next start finishes. They are
+  /// removed, behind the caller, when the last holder lets go: to be held until the files are where they survive a
+  /// power cut. Otherwise null.
+  std::shared_ptr<void> backup;
 };
 
 /// How a collect manager is built.
@@ -155,6 +159,10 @@ struct PipelineCollectManagerConfig {
   /// A stream that cannot be muxed is kept: it is muxed without sound where that helps, else it is delivered as it is,
   /// with its companion beside it. Otherwise it is deleted.
   bool keepStreams = false;
+  /// Above 0: while an event is collected, what its files hold is copied to `backupDir` at no more than so many million
+  /// bytes a second, so that only the rest has to be written when power fails. An event that is copied ahead is saved
+  /// under the time when it began, without its length.
+  double copyAheadMBps = 0.0;
 };
 
 }  // namespace Tavi::PipelineCollect

@@ -1,6 +1,10 @@
 // Power that fails: what is saved, whether anything hangs, and what is possible afterwards.
 
 #include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
 
 #include <algorithm>
 
@@ -158,6 +162,140 @@ TEST_F(PowerFailureTest, ABackupThatCannotBeMadeIsSaidAndHoldsNobody) {
   manager.PowerFailure();
   ASSERT_EQ(collect.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(CountLogged("cannot save the event into /proc/none/"), 1);
+}
+
+/// Events as the recorder asks for them, copied ahead.
+class CopyAheadTest : public PowerFailureTest {
+ protected:
+  void SetUp() override {
+    PowerFailureTest::SetUp();
+    m_managerConfig.copyAheadMBps = 100.0;
+    m_input.name = "0a1b2c3d";
+    m_input.care.pace = 32;
+    m_input.care.keepTimes = true;
+    m_input.startSeconds = -4;
+    m_input.durationSeconds = 30;
+  }
+  /// By the names that they are going to have, once there are copies of both streams and their companions.
+  std::map<std::string, ino_t> AwaitCopies() const {
+    std::map<std::string, ino_t> copies;
+    const auto isBegun = [&] {
+      copies.clear();
+      for (const auto& name : Saved()) {
+        struct stat status {};
+        const std::filesystem::path path(m_managerConfig.backupDir + name);
+        if (stat(path.c_str(), &status) == 0 && path.extension() == ".part") copies[path.stem()] = status.st_ino;
+      }
+      return copies.size() == 4;
+    };
+    EXPECT_TRUE(WaitUntil(isBegun));
+    return copies;
+  }
+  void ExpectSaved(const std::string& name, double leastSeconds) const {
+    if (name.ends_with(".times")) return;
+    const auto video = DecodeVideo(m_managerConfig.backupDir + name);
+    EXPECT_GE(video.frames.size(), leastSeconds * (name.starts_with("video0_") ? Fps1 : Fps0)) << name;
+    EXPECT_EQ(video.decodeErrors, 0) << name;
+  }
+};
+
+// Catches an event that is written a second time when power fails, a rest that is lost, and one name for two events.
+TEST_F(CopyAheadTest, OnlyTheRestIsWrittenWhenPowerFails) {
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  auto collect = CollectInBackground(manager);
+  const auto copies = AwaitCopies();
+  manager.PowerFailure();
+  EXPECT_TRUE(collect.get());
+  std::set<std::string> events;
+  const auto saved = Saved();
+  EXPECT_EQ(saved.size(), 4U);
+  for (const auto& name : saved) {
+    struct stat status {};
+    ASSERT_EQ(stat((m_managerConfig.backupDir + name).c_str(), &status), 0);
+    ASSERT_TRUE(copies.contains(name)) << name;
+    EXPECT_EQ(copies.at(name), status.st_ino) << name << " was copied anew";
+    ExpectSaved(name, 4.3);
+    events.insert(name.substr(7, name.find('.') - 7));
+  }
+  EXPECT_EQ(events.size(), 1U);
+  EXPECT_TRUE(std::filesystem::is_empty(m_input.outputDir)) << "the event is there twice";
+}
+
+// Catches copies that are removed before the event is anywhere else, and such as stay behind.
+TEST_F(CopyAheadTest, TheCopiesStayWholeUntilTheEventIsLetGoOf) {
+  StartFeeding(6);
+  m_input.durationSeconds = 5;
+  PipelineCollectManager manager(m_managerConfig);
+  ASSERT_TRUE(manager.Collect(m_input, m_output));
+  ASSERT_NE(m_output.backup, nullptr);
+  const auto copies = AwaitCopies();
+  for (const auto& [type, path] : m_output.outputs) {
+    EXPECT_EQ(std::filesystem::path(path).extension(), ".mp4");
+    const auto isCopy = [&, fileType = type](const auto& copy) {
+      return copy.first.starts_with(CollectBase::GetPipelineCollectPrefix(fileType)) && copy.first.ends_with(".h264");
+    };
+    const auto copy = std::ranges::find_if(copies, isCopy);
+    ASSERT_NE(copy, copies.end());
+    const auto frames = DecodeVideo(path).frames.size();
+    EXPECT_TRUE(WaitUntil([&] {
+      return DecodeVideo(m_managerConfig.backupDir + copy->first + ".part").frames.size() == frames;
+    })) << "of a stream that is an MP4 by now";
+  }
+  m_output.backup.reset();
+  EXPECT_TRUE(WaitUntil([&] { return Saved().empty(); })) << *Saved().begin();
+  m_input.discard = true;
+  m_input.durationSeconds = 2;
+  ASSERT_TRUE(manager.Collect(m_input, m_output));
+  EXPECT_TRUE(Saved().empty()) << "nobody wants it";
+}
+
+// Catches a save that looks for streams that the mux has removed, and one that writes MP4s where it need not.
+TEST_F(CopyAheadTest, AnEventThatIsBeingMuxedIsSavedAsWhatWasCopied) {
+  class Failing final : public CollectAsyncCallbackInterface {
+   public:
+    void CollectFinished(PipelineCollectOutput&, bool, void*) override { called = true; }
+    std::atomic<bool> called{false};
+  } told;
+  StartFeeding(6);
+  m_input.durationSeconds = 5;
+  PipelineCollectManager manager(m_managerConfig);
+  std::atomic<bool> ended{false};
+  std::thread failing([&] {
+    while (CountThreads("MUX-EVT") == 0 && !ended) std::this_thread::yield();
+    manager.PowerFailure();
+  });
+  ASSERT_TRUE(manager.CollectAsync(m_input, &told, nullptr));
+  ASSERT_TRUE(WaitUntil([&] { return told.called.load(); }));
+  ended = true;
+  failing.join();
+  const auto saved = Saved();
+  ASSERT_EQ(saved.size(), 4U) << GetLog();
+  for (const auto& name : saved) {
+    EXPECT_TRUE(name.ends_with(".h264") || name.ends_with(".times")) << name;
+    ExpectSaved(name, 4.9);
+  }
+}
+
+// Catches copies that leave no room to the save itself, and a line for each event.
+TEST_F(CopyAheadTest, AFullDiskIsSaidOnceAndTheEventSavedAsEver) {
+  std::filesystem::create_directory(m_managerConfig.backupDir);
+  if (mount("tmpfs", m_managerConfig.backupDir.c_str(), "tmpfs", 0, "size=3m") != 0) {
+    GTEST_SKIP() << "nothing can be mounted";
+  }
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  m_input.durationSeconds = 5;
+  ASSERT_TRUE(manager.Collect(m_input, m_output));
+  m_input.durationSeconds = 30;
+  auto collect = CollectInBackground(manager);
+  manager.PowerFailure();
+  EXPECT_TRUE(collect.get());
+  const auto saved = Saved();
+  for (const auto& name : saved) ExpectSaved(name, 4.3);
+  umount(m_managerConfig.backupDir.c_str());
+  EXPECT_EQ(saved.size(), 4U) << GetLog();
+  EXPECT_EQ(CountLogged("No space left on device; a running event is copied when power fails"), 1) << GetLog();
 }
 
 }  // namespace
