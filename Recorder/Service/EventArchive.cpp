@@ -186,6 +186,12 @@ void EventArchive::ForgetSettled(Notes& notes) {
   });
 }
 
+/// True when all of an event of that id waits for room: what was copied ahead of it is the less of it.
+bool EventArchive::IsWaiting(const std::string& id) const {
+  const std::lock_guard lock(m_mutex);
+  return std::ranges::any_of(m_waiting, [&id](const WaitingEvent& w) { return w.noteId == id && !w.dir.empty(); });
+}
+
 /// True when an event of that id has all that was recovered: a power cut has brought back what it was made of.
 bool EventArchive::IsStored(const RecoveryCollect::RecoveredEvent& recovered, const std::string& id) const {
   for (const auto& entry : m_store.List()) {
@@ -193,6 +199,8 @@ bool EventArchive::IsStored(const RecoveryCollect::RecoveredEvent& recovered, co
     std::string problem;
     const auto event = EventStore::ReadEvent(m_settings.eventsDir + entry.name, problem);
     if (!event) return false;
+    // It came to its end by itself: what else there is of it was copied ahead in case it would not.
+    if (!event->interrupted) return true;
     std::set<std::string> types;
     for (const auto& file : event->files) types.insert(file.type);
     const auto sources = ListSources(recovered.output);
@@ -205,7 +213,7 @@ void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovere
                                  const Pipeline::PipelineConfig& config, Notes& notes) {
   const auto sources = ListSources(recovered.output);
   const std::string id = GetInterruptedId(recovered.name);
-  if (IsStored(recovered, id)) {
+  if (IsWaiting(id) || IsStored(recovered, id)) {
     Log::Info("the interrupted event " + recovered.name + " is an event already");
     for (const auto& source : sources) Kfile(source.path).Remove();
     RemoveCompanions(sources);

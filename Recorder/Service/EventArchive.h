@@ -74,6 +74,7 @@ class EventArchive {
   [[nodiscard]] std::vector<WaitingEvent> FindSecured() const;
   void SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered, const Pipeline::PipelineConfig& config,
                      Notes& notes);
+  [[nodiscard]] bool IsWaiting(const std::string& id) const;
   [[nodiscard]] bool IsStored(const RecoveryCollect::RecoveredEvent& recovered, const std::string& id) const;
   void ForgetSettled(Notes& notes);
   void Complain(const Notes& notes);

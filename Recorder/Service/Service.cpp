@@ -32,6 +32,7 @@ std::unique_ptr<EventTaker> MakeTaker(const Settings& settings, Pipeline::Pipeli
   config.workDir = settings.storage.workDir;
   config.backupDir = settings.storage.backupDir;
   config.keepStreams = true;
+  config.copyAheadMBps = settings.storage.copyAhead ? settings.storage.copyAheadMBps : 0.0;
   return std::make_unique<EventTaker>(config, queue, archive, std::move(isEnding), std::move(isStarting));
 }
 

@@ -13,9 +13,12 @@
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
 #include "Kbase/Util/Naming.h"
+#include "Ksystem/FileUtils/AsideFile.h"
+#include "Ksystem/FileUtils/Failure.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
 #include "Recorder/Service/RecoveredEvent.h"
+#include "Tavi/EventCollect/CopyAheadFile.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/PipelineCollect/CollectBase.h"
 #include "Tavi/PipelineCollect/EntryTimes.h"
@@ -73,6 +76,17 @@ std::string FindSavedName(const std::string& id, const std::vector<std::string>&
   return {};
 }
 
+/// Copies a file, of which the beginning may have been copied ahead: that stays what it is until the rest is there, as
+/// power may fail now. What could be copied stays when not all could. The directory's sync is the caller's.
+bool Complete(const std::string& from, const std::string& to) {
+  PipelineCollect::CopyAheadFile copy(from, to);
+  if (copy.WriteRest() && copy.Commit()) return true;
+  Ksystem::FileUtils::LogFailure("copy " + from + " to", copy.GetAside());
+  if (!copy.SyncRest()) Ksystem::FileUtils::LogFailure("sync", copy.GetAside());
+  if (!CollectBase::IsPathAvailable(copy.GetAside())) Kfile(copy.GetAside()).Remove();
+  return false;
+}
+
 }  // namespace
 
 void WorkingDisk::Remove(const std::string& dir) {
@@ -124,25 +138,27 @@ void WorkingDisk::SaveLeft(const std::string& id) const {
     const std::string name = GetBackupName(dir, file, event);
     const bool isThere = name.empty() || EventStore::Exists(m_settings.backupDir + name) ||
                          EventStore::Exists(m_settings.restoreDir + name);
-    if (isThere || !isSaved) continue;
-    isSaved = SaveFile(dir + file, name);
+    if (isThere) continue;
+    // Also of one that is not tried any more: its beginning may have been copied ahead.
     copies.push_back(m_settings.backupDir + name);
+    isSaved = isSaved && SaveFile(dir + file, name);
   }
-  if (isSaved) return Remove(dir);
+  if (isSaved && Kdir::Sync(m_settings.backupDir)) return Remove(dir);
   // An event without the rest of it would take the place of all of it.
-  for (const std::string& copy : copies) Kfile(copy).Remove();
+  for (const std::string& copy : copies) {
+    Kfile(copy).Remove();
+    Kfile(Ksystem::FileUtils::AsideFile::GetAsidePathOf(copy)).Remove();
+  }
   Log::Error("the event in " + dir + " waits there for room, and is tried again at the next start");
 }
 
 /// False for want of room. Of a file that cannot be read to its end, not even at a second try, the beginning is kept.
 bool WorkingDisk::SaveFile(const std::string& path, const std::string& name) const {
   const std::string copy = m_settings.backupDir + name;
-  if (Kfile(path).CopyTo(copy, false) || Kfile(path).CopyTo(copy, false)) return true;
+  if (Complete(path, copy) || Complete(path, copy)) return true;
   std::error_code error;
   const auto size = std::filesystem::file_size(path, error);
-  if (error || std::filesystem::space(m_settings.backupDir, error).available <= size + Margin) return false;
-  Kfile(path).CopyTo(copy, false, true);
-  return true;
+  return !error && std::filesystem::space(m_settings.backupDir, error).available > size + Margin;
 }
 
 }  // namespace Tavi::Recorder

@@ -54,6 +54,8 @@ inline constexpr Range<int> QueueLength{1, 1000};
 /// 1 PiB: more than any medium has, and exact in every number format.
 inline constexpr Range<std::int64_t> StorageBytes{0, std::int64_t{1} << 50};
 inline constexpr Range<int> MaxEvents{0, 1000000};
+/// From a fraction of what the default cameras make to more than any disk of a unit writes.
+inline constexpr Range<double> CopyAheadMBps{0.1, 1000.0};
 
 /// The accelerometer measures up to 8 g; below a twentieth the road alone would be an event.
 inline constexpr Range<double> ThresholdG{0.05, 8.0};

@@ -28,6 +28,10 @@ struct StorageSettings {
   /// Where the files of a running event are saved when power fails, and where the next start finishes them.
   std::string backupDir = "/root/power_failure/";
   std::string restoreDir = "/root/power_restore/";
+  /// A running event is copied to backupDir while it is collected, at no more than so many million bytes a second, so
+  /// that a slow disk has little left to write when power fails.
+  bool copyAhead = true;
+  double copyAheadMBps = 8.0;
   /// The oldest events make room above these; 0 sets no limit.
   std::uint64_t maxBytes = 0;
   int maxEvents = 0;

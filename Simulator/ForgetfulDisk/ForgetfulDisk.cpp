@@ -174,6 +174,10 @@ ssize_t read(int file, void* data, size_t size) {
   return FailsRead(file) ? -1 : Find<ssize_t(int, void*, size_t)>("read")(file, data, size);
 }
 
+ssize_t pread(int file, void* data, size_t size, off_t offset) {
+  return FailsRead(file) ? -1 : Find<ssize_t(int, void*, size_t, off_t)>("pread")(file, data, size, offset);
+}
+
 ssize_t sendfile(int to, int from, off_t* offset, size_t size) noexcept {
   return FailsRead(from) ? -1 : Find<ssize_t(int, int, off_t*, size_t)>("sendfile")(to, from, offset, size);
 }
