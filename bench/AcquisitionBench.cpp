@@ -5,6 +5,7 @@
 //   tavi-bench-acquisition memory [events]
 //   tavi-bench-acquisition sensors [seconds]
 //   tavi-bench-acquisition holdup [rounds]
+//   tavi-bench-acquisition holdup-disk DIR MBPS MS...   by scripts/bench-holdup.sh
 #include <fmt/format.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -253,10 +254,15 @@ int main(int argc, char** argv) try {
     return CompareProcessorTime(std::filesystem::read_symlink("/proc/self/exe"), number(2, 20), number(3, 6));
   if (what == "memory") return MeasureMemory(number(2, 50));
   if (what == "sensors") return MeasureSensors(number(2, 60));
+  if (what == "holdup-disk" && argc > 4) {
+    std::vector<int> moments;
+    for (int i = 4; i < argc; ++i) moments.push_back(std::atoi(argv[i]));
+    return MeasureHoldUpOnDisk(argv[2], std::atof(argv[3]), moments);
+  }
   if (what == "holdup") return MeasureHoldUp(number(2, 5));
   fmt::print(stderr,
              "usage: tavi-bench-acquisition cpu [seconds a round] [rounds] | memory [events] | sensors [seconds] | "
-             "holdup [rounds]\n");
+             "holdup [rounds] | holdup-disk DIR MBPS MS...\n");
   return 2;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "tavi-bench-acquisition: %s\n", error.what());

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 #include <spawn.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +12,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <mutex>
 #include <string>
@@ -82,6 +85,27 @@ double SumMegabytes(const std::string& dir) {
   return bytes / 1e6;
 }
 
+/// What the block device that `dir` is on has written since it is there, in MB; 0 where there is no such device.
+double ReadWrittenMegabytes(const std::string& dir) {
+  struct stat status {};
+  if (::stat(dir.c_str(), &status) != 0) return 0.0;
+  std::ifstream file(fmt::format("/sys/dev/block/{}:{}/stat", major(status.st_dev), minor(status.st_dev)));
+  // Documentation/block/stat.rst: the seventh is the number of sectors of 512 bytes.
+  double value = 0.0;
+  for (int i = 0; i < 7; ++i) file >> value;
+  return file ? value * 512.0 / 1e6 : 0.0;
+}
+
+/// What fails, where it is saved, and how.
+struct Failure {
+  int lookBack = 15;
+  std::chrono::milliseconds after{0};
+  std::string backupDir = Dir + "backup/";
+  double copyAheadMBps = 0.0;
+  /// As the recorder asks for its events; else as a caller of the library who leaves everything as it is.
+  bool asRecorder = false;
+};
+
 struct Round {
   double collectorsMs = 0.0;
   double stopMs = 0.0;
@@ -90,33 +114,48 @@ struct Round {
   [[nodiscard]] double Total() const { return collectorsMs + stopMs + copyMs; }
 };
 
-/// One event that begins `lookBack` seconds in the past and in which power fails after `failAfter`.
-Round RunOnce(const Tavi::Pipeline::PipelineConfig& pipeline, int lookBack, std::chrono::milliseconds failAfter) {
+/// One event in which power fails. The peer is measured on the RAM disk alone.
+Round RunOnce(const Tavi::Pipeline::PipelineConfig& pipeline, const Failure& failure) {
+  const bool onDisk = !failure.backupDir.starts_with(Dir);
   fs::remove_all(Dir);
+  fs::remove_all(failure.backupDir);
   Tavi::Pipeline::PipelineManager manager(pipeline);
   PipelineCollectManagerConfig config;
   config.pipelineManager = &manager;
   config.workDir = Dir;
-  config.backupDir = Dir + "backup/";
+  config.backupDir = failure.backupDir;
+  config.copyAheadMBps = failure.copyAheadMBps;
   PipelineCollectManager collect(config);
   Milestones milestones;
   manager.RunIgnitionStart();
-  std::this_thread::sleep_for(std::chrono::seconds(lookBack + 2));
-  PipelineCollectInput input{-lookBack, 30, true, Dir + "event", false};
+  std::this_thread::sleep_for(std::chrono::seconds(failure.lookBack + 2));
+  PipelineCollectInput input{-failure.lookBack, 30, true, Dir + "event", false};
+  if (failure.asRecorder) {
+    input.care = {Clock::now(), true, 0, 32, true};
+    input.name = "0a1b2c3d";
+  }
+  const double before = ReadWrittenMegabytes(failure.backupDir);
   PipelineCollectOutput output;
   auto event = std::async(std::launch::async, [&] { return collect.Collect(input, output); });
-  std::this_thread::sleep_for(failAfter);
+  std::this_thread::sleep_for(failure.after);
   const auto failed = Clock::now();
   collect.PowerFailure();
   event.get();
   const auto [ended, stopped, saved] = milestones.Read();
   const Round round{ToMilliseconds(ended - failed), ToMilliseconds(stopped - ended), ToMilliseconds(saved - stopped),
-                    MeasurePeer()};
-  fmt::print(
-      "  {:.1f} ms: collectors {:.1f}, stop {:.1f}, copies {:.1f} of {} files, {:.1f} MB; cp and sync {:.1f} ms\n",
-      round.Total(), round.collectorsMs, round.stopMs, round.copyMs,
-      std::distance(fs::directory_iterator(Dir + "backup"), {}), SumMegabytes(Dir + "backup"), round.peerMs);
+                    onDisk ? 0.0 : MeasurePeer()};
+  fmt::print("  {:.1f} ms: collectors {:.1f}, stop {:.1f}, copies {:.1f} of {} files, {:.1f} MB; ", round.Total(),
+             round.collectorsMs, round.stopMs, round.copyMs,
+             std::distance(fs::directory_iterator(failure.backupDir), {}), SumMegabytes(failure.backupDir));
+  if (onDisk) {
+    fmt::print("{:.1f} s into the event, {:.1f} MB written by the disk\n",
+               std::chrono::duration<double>(failure.after).count(), ReadWrittenMegabytes(failure.backupDir) - before);
+  } else {
+    fmt::print("cp and sync {:.1f} ms\n", round.peerMs);
+  }
+  std::fflush(stdout);
   fs::remove_all(Dir);
+  fs::remove_all(failure.backupDir);
   return round;
 }
 
@@ -127,12 +166,11 @@ double Median(const std::vector<Round>& rounds, double (*value)(const Round&)) {
   return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
 }
 
-void MeasureCase(const char* what, const Tavi::Pipeline::PipelineConfig& pipeline, int lookBack,
-                 std::chrono::milliseconds failAfter, int count) {
+void MeasureCase(const char* what, const Tavi::Pipeline::PipelineConfig& pipeline, const Failure& failure, int count) {
   fmt::print("{}\n", what);
   std::vector<Round> rounds;
   rounds.reserve(static_cast<std::size_t>(count));
-  for (int i = 0; i < count; ++i) rounds.push_back(RunOnce(pipeline, lookBack, failAfter));
+  for (int i = 0; i < count; ++i) rounds.push_back(RunOnce(pipeline, failure));
   const auto total = [](const Round& round) { return round.Total(); };
   fmt::print(
       "  median {:.1f} ms (collectors {:.1f}, stop {:.1f}, copies {:.1f}), longest {:.1f} ms, {:.2f} of cp and sync\n",
@@ -154,7 +192,21 @@ int MeasureHoldUp(int rounds) {
     return 1;
   }
   using std::chrono::milliseconds;
-  MeasureCase("29 s of 30 written when power fails", config, 15, milliseconds(14'000), rounds);
-  MeasureCase("all of 30 s still to be written when power fails", config, 30, milliseconds(200), rounds);
+  MeasureCase("29 s of 30 written when power fails", config, {15, milliseconds(14'000)}, rounds);
+  MeasureCase("all of 30 s still to be written when power fails", config, {30, milliseconds(200)}, rounds);
+  return 0;
+}
+
+int MeasureHoldUpOnDisk(const std::string& dir, double copyAheadMBps, const std::vector<int>& momentsMs) {
+  Tavi::Pipeline::PipelineConfig config;
+  const auto car = Tavi::Recorder::BoardSimulatedCar(config);
+  if (!car->GetProblem().empty()) {
+    fmt::print(stderr, "{}\n", car->GetProblem());
+    return 1;
+  }
+  fmt::print("copied ahead: {}\n", copyAheadMBps > 0.0 ? fmt::format("at most {} MB/s", copyAheadMBps) : "nothing");
+  for (const int moment : momentsMs) {
+    RunOnce(config, {15, std::chrono::milliseconds(moment), dir + "/backup/", copyAheadMBps, true});
+  }
   return 0;
 }
