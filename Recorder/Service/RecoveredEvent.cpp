@@ -11,7 +11,9 @@
 #include "EventStore/SensorFiles.h"
 #include "EventStore/Storage.h"
 #include "Recorder/MediaLength.h"
+#include "Recorder/Service/EventOrder.h"
 #include "Recorder/Service/EventRecord.h"
+#include "Recorder/Service/MissingParts.h"
 #include "Recorder/Version.h"
 #include "Tavi/PipelineCollect/EntryTimes.h"
 
@@ -178,6 +180,28 @@ void GuessRequest(EventDescription& event) {
   event.durationSeconds = static_cast<int>(std::ceil(to - from));
 }
 
+/// What the streams lack of what was asked for, as far as they were saved.
+std::vector<EventStore::MissingPart> FindCut(const RecoveredEvent& recovered, const EventDescription& event) {
+  EventOrder order;
+  order.beforeSeconds = -event.startSeconds;
+  order.durationSeconds = event.durationSeconds;
+  PipelineCollect::PipelineCollectOutput saved;
+  std::set<PipelineCollectType> types;
+  for (const auto& [type, path] : recovered.output.outputs) {
+    const std::string name = GetPipelineCollectTypeName(type);
+    const auto stream = std::ranges::find(event.streams, name, &StreamWindow::type);
+    if (stream == event.streams.end()) continue;
+    saved.outputs[type] = path;
+    PipelineCollect::CollectedWindow& window = saved.windows[type];
+    window.fromSeconds = stream->fromSeconds;
+    window.toSeconds = stream->toSeconds;
+    window.entries = stream->entries;
+    window.fps = static_cast<float>(stream->rate);
+    types.insert(type);
+  }
+  return FindMissing(order, types, saved);
+}
+
 }  // namespace
 
 std::string BuildCrashName(const std::string& id) {
@@ -224,6 +248,7 @@ EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::o
   } else {
     reader.Place(FindFrom(recovered, note));
   }
+  if (note) event.missing = FindCut(recovered, event);
   return event;
 }
 

@@ -73,7 +73,7 @@ std::size_t CopyAhead::StepFile(CopyAheadFile& file, std::vector<char>& block) {
     Leave("copy " + file.GetSource() + " ahead to", file.GetAside());
     return 0;
   }
-  if (file.TakeCreated() && !Ksystem::FileUtils::Kdir::TrySync(m_dir)) Leave("sync the directory", m_dir);
+  m_hasNewNames = file.TakeCreated() || m_hasNewNames;
   const std::uint64_t after = file.GetCopied();
   return after > before ? static_cast<std::size_t>(after - before) : 0;
 }
@@ -88,6 +88,9 @@ void CopyAhead::SyncNow(bool hasCopied) {
     if (IsOver()) return;
     if (!item.file->Sync()) return Leave("sync", item.file->GetAside());
     isComplete = isFinal && item.file->LetGo() && isComplete;
+  }
+  if (std::exchange(m_hasNewNames, false) && !Ksystem::FileUtils::Kdir::TrySync(m_dir)) {
+    return Leave("sync the directory", m_dir);
   }
   m_isComplete = isComplete;
 }

@@ -28,6 +28,12 @@ std::uint64_t SizeOf(const UniqueFd& file) {
   return ::fstat(file.Get(), &attributes) == 0 ? static_cast<std::uint64_t>(attributes.st_size) : 0;
 }
 
+bool IsSame(const UniqueFd& first, const UniqueFd& second) {
+  struct stat a {};
+  struct stat b {};
+  return ::fstat(first.Get(), &a) == 0 && ::fstat(second.Get(), &b) == 0 && a.st_ino == b.st_ino;
+}
+
 /// Copies up to a block from `offset` on to the same place. Bytes; 0 at the file's end, -1 with errno set on failure.
 ssize_t CopyBlock(const UniqueFd& from, const UniqueFd& to, std::uint64_t offset, std::vector<char>& block) {
   ssize_t got = 0;
@@ -62,12 +68,19 @@ CopyAheadFile::Files CopyAheadFile::Share() const {
   return m_files;
 }
 
-/// Who comes second takes what the first has opened: both are of the same files.
+/// Who comes second takes what the first has opened. Who comes so late that the saver has given the copy its name has
+/// made a new one, which nobody needs.
 CopyAheadFile::Files CopyAheadFile::Open(int flags) {
   Files opened{std::make_shared<UniqueFd>(UniqueFd::Open(m_source, O_RDONLY)), {}};
   if (!opened.from->IsValid()) return {};
   opened.to = std::make_shared<UniqueFd>(UniqueFd::Open(m_aside, O_WRONLY | O_CREAT | flags));
   if (!opened.to->IsValid()) return {};
+  const Files files = Publish(opened);
+  if (!IsSame(*files.to, *opened.to)) ::unlink(m_aside.c_str());
+  return files;
+}
+
+CopyAheadFile::Files CopyAheadFile::Publish(const Files& opened) {
   const std::lock_guard lock(m_mutex);
   if (!m_files.to) m_files = opened;
   return m_files;

@@ -68,6 +68,7 @@ class CopyAheadFile {
 
   [[nodiscard]] Files Share() const;
   [[nodiscard]] Files Open(int flags);
+  Files Publish(const Files& opened);
   Progress OpenAhead();
 
   const std::string m_source;

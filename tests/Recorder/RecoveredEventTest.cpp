@@ -70,6 +70,7 @@ TEST(RecoveredEventTest, StreamsBeginWhereTheRecordDoes) {
     notes[0].request.timeSource = EventStore::ReceiverSource;
     notes[0].request.systemAheadSeconds = -1e9;
     notes[0].request.timeMs += 1'000'000'000'000;
+    notes[0].request.durationSeconds = 30;
     const std::string path = testing::TempDir() + "tavi_other.dat";
     std::ofstream(path) << R"([{"cpu_usage":1},{"cpu_usage":2},{"cpu_usage":3}])";
     auto recovered = MakeRecovered("0000000a_x", 18, c.recorded);
@@ -80,6 +81,8 @@ TEST(RecoveredEventTest, StreamsBeginWhereTheRecordDoes) {
     EXPECT_EQ(event.streams[0].entries, 3U);
     EXPECT_NEAR(event.streams[0].fromSeconds, c.from, 1e-9);
     EXPECT_NEAR(event.streams[0].toSeconds, c.from + 2.0, 1e-9);
+    ASSERT_FALSE(event.missing.empty());
+    EXPECT_NEAR(event.missing.back().seconds, 13.0 - c.from, 1e-9) << "what was cut off";
   }
 }
 
