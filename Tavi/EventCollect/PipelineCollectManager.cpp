@@ -33,6 +33,8 @@ constexpr Milliseconds SaveLimit{2000};
 constexpr Milliseconds ShortPollPeriod{1};
 /// How long the backup waits for the drivers.
 constexpr Milliseconds StopLimit{1000};
+/// The same where all but the last second is copied: what is left is the disk's work, not the processor's.
+constexpr Milliseconds ShortStopLimit{50};
 /// What a held window takes beyond its end, so that an entry of the end is in it also at a low rate.
 constexpr std::chrono::seconds HoldGrace{3};
 
@@ -40,6 +42,10 @@ constexpr std::chrono::seconds HoldGrace{3};
 int AbsoluteSeconds(std::int32_t seconds) {
   constexpr std::int64_t Longest = 24 * 60 * 60;
   return static_cast<int>(std::min(std::abs(static_cast<std::int64_t>(seconds)), Longest));
+}
+
+void LogHangingStop() {
+  Log::Error("acquisition is not stopped yet: the event is saved all the same");
 }
 
 /// When the window ends.
@@ -296,18 +302,21 @@ void PipelineCollectManager::BeginCopyAhead(const PipelineCollectInput& input) {
 void PipelineCollectManager::SaveAll(const PipelineCollectInput& input) {
   EndCollectors();
   Log::Info("[Power Failure]Stopping the aquisition...");
-  StopAcquisition();
+  const bool isCopiedAhead = m_ahead != nullptr;
+  const bool isStopped = StopAcquisition(isCopiedAhead ? ShortStopLimit : StopLimit);
+  if (!isStopped && !isCopiedAhead) LogHangingStop();
   Log::Info("[Power Failure]Making backup...");
   const bool isSaved = m_backup.Save(m_collectors.GetMap(), GetBackupBase(input, "event"), m_ahead.get());
   Log::Info("[Power Failure]Backup finished");
   // Should the machine outlive this, the event must not be there twice.
   if (isSaved) DeleteAll();
+  if (!isStopped && isCopiedAhead && !StopAcquisition(StopLimit)) LogHangingStop();
 }
 
 /// Nobody reads the rings any more, so the backup need not wait for a driver that does not answer.
-void PipelineCollectManager::StopAcquisition() {
+bool PipelineCollectManager::StopAcquisition(Milliseconds limit) {
   if (m_stop == nullptr) m_stop = std::make_unique<AcquisitionStop>(*m_config.pipelineManager);
-  if (!m_stop->StopWithin(StopLimit)) Log::Error("acquisition is not stopped yet: the event is saved all the same");
+  return m_stop->StopWithin(limit);
 }
 
 /// Nothing may read a ring any more when acquisition stops. Those that hang in their disk are left behind: their files

@@ -99,7 +99,7 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   [[nodiscard]] std::string GetBackupBase(const PipelineCollectInput& input, const char* otherwise) const;
   void SaveAll(const PipelineCollectInput& input);
   void BeginCopyAhead(const PipelineCollectInput& input);
-  void StopAcquisition();
+  bool StopAcquisition(Kbase::Util::IClock::Milliseconds limit);
   void EndCollectors();
   void LogSpace(const char* when) const;
 
