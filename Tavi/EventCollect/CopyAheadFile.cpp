@@ -75,7 +75,7 @@ CopyAheadFile::Files CopyAheadFile::Open(int flags) {
   if (!opened.from->IsValid()) return {};
   opened.to = std::make_shared<UniqueFd>(UniqueFd::Open(m_aside, O_WRONLY | O_CREAT | flags));
   if (!opened.to->IsValid()) return {};
-  const Files files = Publish(opened);
+  Files files = Publish(opened);
   if (!IsSame(*files.to, *opened.to)) ::unlink(m_aside.c_str());
   return files;
 }
