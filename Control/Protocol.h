@@ -31,6 +31,7 @@ inline constexpr const char* PowerFail = "power-fail";
 inline constexpr const char* Events = "events";
 inline constexpr const char* Protect = "protect";
 inline constexpr const char* Metrics = "metrics";
+inline constexpr const char* Identity = "identity";
 inline constexpr const char* Stop = "stop";
 }  // namespace Command
 

@@ -48,6 +48,11 @@ Json ToJson(const EventFile& file) {
   return {{"type", file.type}, {"name", file.name}, {"bytes", file.bytes}, {"sha256", file.sha256}};
 }
 
+Json ToJson(const std::optional<Seal>& seal) {
+  if (!seal) return nullptr;
+  return {{"publicKey", seal->publicKey}, {"sequence", seal->sequence}, {"previous", OrNull(seal->previous)}};
+}
+
 template <typename T>
 Json ToList(const std::vector<T>& values) {
   Json list = Json::array();
@@ -97,6 +102,7 @@ std::string FormatEvent(const EventDescription& event) {
   json["streams"] = ToList(event.streams);
   json["missing"] = ToList(event.missing);
   json["files"] = ToList(event.files);
+  json["seal"] = ToJson(event.seal);
   return Kbase::Json::PrintLines(json);
 }
 

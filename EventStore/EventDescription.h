@@ -67,6 +67,16 @@ struct EventTime {
   std::optional<double> systemAheadSeconds;
 };
 
+/// The unit's word for an event, and its place among the unit's events.
+struct Seal {
+  /// Of the key that event.json is signed with: Ed25519, 64 lower-case hex digits.
+  std::string publicKey;
+  /// 1 for the first event of the directory, then one more each time.
+  std::uint64_t sequence = 0;
+  /// SHA-256 of the event.json before, 64 lower-case hex digits; empty for the first.
+  std::optional<std::string> previous;
+};
+
 struct EventDescription {
   /// 8 lower-case hex digits.
   std::string id;
@@ -106,6 +116,8 @@ struct EventDescription {
   /// Empty when all that was asked for is there. Not known of recovered events.
   std::vector<MissingPart> missing;
   std::vector<EventFile> files;
+  /// Empty for an event that nobody has signed, and until it is written.
+  std::optional<Seal> seal;
 };
 
 inline constexpr const char* EventJsonName = "event.json";

@@ -19,7 +19,8 @@ using Json = nlohmann::ordered_json;
 constexpr int Schema = 1;
 /// A description takes some 4 KB.
 constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
-constexpr std::size_t Sha256Digits = 64;
+/// Of a SHA-256, and of an Ed25519 key.
+constexpr std::size_t HashDigits = 64;
 
 bool Assign(const Json& json, std::string& value) {
   if (json.is_string()) value = json.get<std::string>();
@@ -146,15 +147,26 @@ void TakeMissing(Fields fields, MissingPart& part) {
   fields.Take("reason", part.reason);
 }
 
+bool IsHash(const std::string& text) {
+  return text.size() == HashDigits && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+void TakeSeal(Fields fields, std::optional<Seal>& seal) {
+  Seal& taken = seal.emplace();
+  fields.Take("publicKey", taken.publicKey);
+  fields.Check(IsHash(taken.publicKey), "publicKey", "is not 64 lower-case hex digits");
+  fields.Take("sequence", taken.sequence);
+  fields.Take("previous", taken.previous);
+  fields.Check(IsHash(taken.previous.value_or(taken.publicKey)), "previous", "is not 64 lower-case hex digits");
+}
+
 void TakeFile(Fields fields, EventFile& file) {
   fields.Take("type", file.type);
   fields.Take("name", file.name);
   fields.Check(IsProductName(file.name), "name", "is not the name of a file in the event's directory");
   fields.Take("bytes", file.bytes);
   fields.Take("sha256", file.sha256);
-  const bool isHash =
-      file.sha256.size() == Sha256Digits && file.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
-  fields.Check(isHash, "sha256", "is not 64 lower-case hex digits");
+  fields.Check(IsHash(file.sha256), "sha256", "is not 64 lower-case hex digits");
 }
 
 void TakeEvent(Fields fields, EventDescription& event) {
@@ -192,6 +204,7 @@ void TakeEvent(Fields fields, EventDescription& event) {
   // Older events do not tell.
   if (fields.Has("missing")) fields.TakeList("missing", event.missing, TakeMissing);
   fields.TakeList("files", event.files, TakeFile);
+  if (fields.Has("seal") && !fields.IsNull("seal")) fields.TakeObject("seal", event.seal, TakeSeal);
 }
 
 /// What is wrong with `text`, empty when `event` holds all of it.

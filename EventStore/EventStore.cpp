@@ -29,7 +29,17 @@ void LogRemoved(const RetentionResult& result) {
 }  // namespace
 
 EventStore::EventStore(const std::string& eventsDir, const RetentionLimits& limits, const FreeSpace& freeSpace)
-    : m_eventsDir(eventsDir), m_limits(limits), m_writer(eventsDir), m_retention(eventsDir, freeSpace) {}
+    : m_eventsDir(eventsDir),
+      m_limits(limits),
+      m_writer(eventsDir),
+      m_retention(eventsDir, freeSpace, [this](const std::string& directory, const std::string& name) {
+        return m_writer.NoteRemoved(directory, name);
+      }) {}
+
+std::uint64_t EventStore::GetSequence() {
+  const std::lock_guard lock(m_mutex);
+  return m_writer.GetChain() == nullptr ? 0 : m_writer.GetChain()->GetSequence();
+}
 
 bool EventStore::Open(std::string& problem) {
   const std::lock_guard lock(m_mutex);

@@ -26,6 +26,11 @@ class EventStore {
  public:
   EventStore(const std::string& eventsDir, const RetentionLimits& limits, const FreeSpace& freeSpace = {});
 
+  /// From now on events are signed and linked; to be called before Open.
+  void SignWith(Identity identity) { m_writer.SignWith(std::move(identity)); }
+  /// Number of the newest event in the unit's chain; 0 before the first one, and without an identity.
+  [[nodiscard]] std::uint64_t GetSequence();
+
   /// Takes the directory for this process and removes what an interrupted one has left. Call it first; false, with one
   /// sentence in `problem`, when the directory cannot be had.
   [[nodiscard]] bool Open(std::string& problem);

@@ -81,8 +81,13 @@ bool CreateEventsDir(const std::string& eventsDir, std::string& problem) {
 class CommitRun {
  public:
   CommitRun(const std::string& eventsDir, EventDescription& event, const std::vector<SourceFile>& sources,
-            bool isProtected, std::int64_t savedNs)
-      : m_eventsDir(eventsDir), m_event(event), m_sources(sources), m_isProtected(isProtected), m_savedNs(savedNs) {}
+            bool isProtected, std::int64_t savedNs, const Chain* chain)
+      : m_eventsDir(eventsDir),
+        m_event(event),
+        m_sources(sources),
+        m_isProtected(isProtected),
+        m_savedNs(savedNs),
+        m_chain(chain) {}
   /// What is not an event by now never will be.
   ~CommitRun() { Undo(); }
   CommitRun(const CommitRun&) = delete;
@@ -111,7 +116,10 @@ class CommitRun {
   }
 
   bool Describe(std::string& problem) {
-    return WriteSynced(m_newDir + "/" + EventJsonName, FormatEvent(m_event), problem, m_savedNs) &&
+    m_event.seal.reset();
+    if (m_chain != nullptr) m_event.seal = m_chain->MakeSeal();
+    m_text = FormatEvent(m_event);
+    return WriteSynced(m_newDir + "/" + EventJsonName, m_text, problem, m_savedNs) && Sign(problem) &&
            (!m_isProtected || WriteSynced(m_newDir + "/" + ProtectedMarker, "", problem)) &&
            SyncDirectory(m_newDir, problem);
   }
@@ -142,8 +150,16 @@ class CommitRun {
 
   void Release() { m_newDir.clear(); }
   [[nodiscard]] const std::string& GetFinalDir() const { return m_finalDir; }
+  /// Of the description.
+  [[nodiscard]] const std::string& GetText() const { return m_text; }
 
  private:
+  bool Sign(std::string& problem) const {
+    if (m_chain == nullptr) return true;
+    const std::string signature = m_chain->Sign(m_text);
+    if (signature.empty()) problem = "the event cannot be signed: out of memory";
+    return !signature.empty() && WriteSynced(m_newDir + "/" + SignatureName, signature, problem);
+  }
   void Undo() {
     if (m_newDir.empty()) return;
     std::string problem;
@@ -156,6 +172,8 @@ class CommitRun {
   const std::vector<SourceFile>& m_sources;
   const bool m_isProtected;
   const std::int64_t m_savedNs;
+  const Chain* m_chain;
+  std::string m_text;
   /// Empty before there is one and when it is not ours to remove any more.
   std::string m_newDir;
   std::string m_finalDir;
@@ -167,11 +185,12 @@ constexpr std::array<CommitStep, 5> CommitSteps{&CommitRun::MakeDirectory, &Comm
                                                 &CommitRun::GiveName, &CommitRun::RemoveSources};
 
 /// Removes one leftover. A directory that was marked as protected in the instant of its removal is an event again.
-bool RemoveLeftover(const std::string& eventsDir, const std::string& name, std::string& problem) {
+bool RemoveLeftover(EventWriter& writer, const std::string& eventsDir, const std::string& name, std::string& problem) {
   const std::string path = eventsDir + "/" + name;
-  if (name.starts_with(OldPrefix) && Exists(path + "/" + ProtectedMarker)) {
-    return Rename(path, eventsDir + "/" + name.substr(OldPrefix.size()), problem);
-  }
+  if (!name.starts_with(OldPrefix)) return RemoveTree(path, problem);
+  const std::string eventName = name.substr(OldPrefix.size());
+  if (Exists(path + "/" + ProtectedMarker)) return Rename(path, eventsDir + "/" + eventName, problem);
+  static_cast<void>(writer.NoteRemoved(path, eventName));
   return RemoveTree(path, problem);
 }
 
@@ -190,10 +209,11 @@ bool EventWriter::Lock(std::string& problem) {
 
 int EventWriter::CleanUp() {
   int count = 0;
+  if (m_chain) m_chain->Open();
   for (const std::string& name : ListNames(m_eventsDir)) {
     if (!IsLeftover(name)) continue;
     std::string problem;
-    const bool removed = RemoveLeftover(m_eventsDir, name, problem);
+    const bool removed = RemoveLeftover(*this, m_eventsDir, name, problem);
     if (!removed) LogWarning(problem);
     count += removed ? 1 : 0;
   }
@@ -231,9 +251,10 @@ bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>&
   problem.clear();
   if (!HoldLock(problem)) return false;
   const std::int64_t savedNs = ChooseSavedNs();
-  CommitRun run(m_eventsDir, event, sources, isProtected, savedNs);
+  CommitRun run(m_eventsDir, event, sources, isProtected, savedNs, GetChain());
   for (const CommitStep step : CommitSteps) {
     if (!(run.*step)(problem)) return false;
+    if (step == &CommitRun::GiveName && m_chain) m_chain->NoteSaved(BuildEventDirName(event), run.GetText());
   }
   m_newestNs = savedNs;
   eventDir = run.GetFinalDir();

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "EventStore/Chain.h"
 #include "EventStore/DirectoryLock.h"
 #include "EventStore/EventDescription.h"
 #include "EventStore/FileTransfer.h"
@@ -17,6 +18,15 @@ namespace Tavi::EventStore {
 class EventWriter {
  public:
   explicit EventWriter(std::string eventsDir);
+
+  /// From now on events are signed by it, and linked. To be called before CleanUp.
+  void SignWith(Identity identity) { m_chain.emplace(m_eventsDir, std::move(identity)); }
+  /// Null without an identity.
+  [[nodiscard]] const Chain* GetChain() const { return m_chain ? &*m_chain : nullptr; }
+  /// To be called when an event has lost its name and is about to lose its files.
+  [[nodiscard]] bool NoteRemoved(const std::string& directory, const std::string& name) {
+    return !m_chain || m_chain->NoteRemoved(directory, name);
+  }
 
   /// Keeps other processes from writing here until this object ends, or the process does; also on a disk that is put in
   /// the place of this one meanwhile. False, with one sentence in `problem`, when another one holds it.
@@ -43,6 +53,7 @@ class EventWriter {
   /// EventEntry::savedNs of the newest event; empty before the first commit.
   std::optional<std::int64_t> m_newestNs;
   DirectoryLock m_lock;
+  std::optional<Chain> m_chain;
 };
 
 }  // namespace Tavi::EventStore

@@ -2,9 +2,11 @@
 #include "EventStore/Retention.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <utility>
 
+#include "EventStore/EventDescription.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
 #include "Ksystem/DiskUtils/DiskBase.h"
@@ -62,12 +64,19 @@ bool ReportFull(const std::string& eventsDir, const std::string& limit, Retentio
   return false;
 }
 
+void RemoveAllBut(const std::string& dir, const std::string& kept) {
+  for (const std::string& name : ListNames(dir)) {
+    if (name != kept) ::unlink((dir + "/" + name).c_str());
+  }
+}
+
 }  // namespace
 
-Retention::Retention(std::string eventsDir, FreeSpace freeSpace)
+Retention::Retention(std::string eventsDir, FreeSpace freeSpace, NoteRemoval noteRemoval)
     : m_eventsDir(std::move(eventsDir)),
       m_lister(m_eventsDir),
-      m_freeSpace(freeSpace ? std::move(freeSpace) : AskSystem) {}
+      m_freeSpace(freeSpace ? std::move(freeSpace) : AskSystem),
+      m_noteRemoval(std::move(noteRemoval)) {}
 
 bool Retention::MeasureFree(RetentionResult& result) {
   const auto free = m_freeSpace(m_eventsDir);
@@ -84,7 +93,12 @@ bool Retention::RemoveEvent(const std::string& name, bool& isKept, std::string& 
   isKept = Exists(oldPath + "/" + ProtectedMarker);
   if (isKept) return Rename(oldPath, path, problem);
   // Else a power cut could bring back the name, and not the files.
-  return SyncDirectory(m_eventsDir, problem) && RemoveTree(oldPath, problem);
+  if (!SyncDirectory(m_eventsDir, problem)) return false;
+  // Where there is no room for the note either, the event's description outlives its other files by a moment.
+  const bool isNoted = !m_noteRemoval || m_noteRemoval(oldPath, name);
+  if (!isNoted) RemoveAllBut(oldPath, EventJsonName);
+  if (!isNoted) static_cast<void>(m_noteRemoval(oldPath, name));
+  return RemoveTree(oldPath, problem);
 }
 
 bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, RetentionResult& result) {

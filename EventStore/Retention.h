@@ -34,6 +34,9 @@ struct RetentionResult {
   std::string problem;
 };
 
+/// Notes that an event is going: its directory, and the name that it had. False: once more when there is room again.
+using NoteRemoval = std::function<bool(const std::string& directory, const std::string& name)>;
+
 /// Bytes that may be written to the file system of a path; empty when it cannot be told.
 using FreeSpace = std::function<std::optional<std::uint64_t>(const std::string& path)>;
 
@@ -41,7 +44,7 @@ using FreeSpace = std::function<std::optional<std::uint64_t>(const std::string& 
 class Retention {
  public:
   /// An empty `freeSpace` asks the system.
-  explicit Retention(std::string eventsDir, FreeSpace freeSpace = {});
+  explicit Retention(std::string eventsDir, FreeSpace freeSpace = {}, NoteRemoval noteRemoval = {});
 
   /// Removes the oldest events that are not protected until the limits hold; with `bytesNeeded`, until they will hold
   /// with one more event of that size. When all that may go would not be enough, nothing goes. An event loses its name
@@ -55,6 +58,7 @@ class Retention {
   const std::string m_eventsDir;
   EventLister m_lister;
   const FreeSpace m_freeSpace;
+  const NoteRemoval m_noteRemoval;
 };
 
 }  // namespace Tavi::EventStore

@@ -2,7 +2,6 @@
 #include "Tools/EventData.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,6 +9,7 @@
 #include <utility>
 
 #include "EventStore/Storage.h"
+#include "EventStore/Verify.h"
 
 namespace Tavi::EventTools {
 namespace {
@@ -58,16 +58,6 @@ SensorRecords<Record> LoadSensor(EventData& data, std::string_view type, double 
   return result;
 }
 
-/// What the directory tells about a file, empty when it is as described.
-std::string CheckFile(const std::string& path, std::uint64_t bytes) {
-  std::string problem;
-  struct stat status {};
-  const auto fd = EventStore::OpenRegularFile(path, problem);
-  if (!fd.IsValid() || fstat(fd.Get(), &status) != 0) return problem;
-  if (static_cast<std::uint64_t>(status.st_size) == bytes) return {};
-  return fmt::format("{}: it has {} bytes instead of {}", path, status.st_size, bytes);
-}
-
 }  // namespace
 
 bool LoadEvent(const std::string& directory, EventData& data, std::string& problem) {
@@ -75,7 +65,7 @@ bool LoadEvent(const std::string& directory, EventData& data, std::string& probl
   if (!description) return false;
   data.directory = directory;
   data.description = std::move(*description);
-  for (const auto& file : data.description.files) AddProblem(data, CheckFile(GetPath(data, file), file.bytes));
+  for (auto& finding : EventStore::CheckEvent(directory, {}).findings) AddProblem(data, directory + ": " + finding);
   data.gps = LoadSensor<Fix>(data, "Gps", 1.0, ParseGps);
   data.acc = LoadSensor<AccSample>(data, "Acc", 10.0, [&data](std::string_view bytes, const TimeBase& base) {
     return ParseAcc(bytes, base, data.description.accScaleG);

@@ -23,5 +23,6 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/recorder.json DESTINATION ${CMAKE_INSTAL
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/tavi-recorder.service DESTINATION lib/systemd/system)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/man/tavi-recorder.1 ${CMAKE_CURRENT_LIST_DIR}/man/tavi-ctl.1
   ${CMAKE_CURRENT_LIST_DIR}/man/tavi-report.1 ${CMAKE_CURRENT_LIST_DIR}/man/tavi-export.1
+  ${CMAKE_CURRENT_LIST_DIR}/man/tavi-verify.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 include(CPack)

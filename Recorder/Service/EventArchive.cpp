@@ -52,7 +52,28 @@ EventArchive::EventArchive(const StorageSettings& settings, const TimeOfDay& tim
               {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}),
       m_notes(fs::path(settings.eventsDir).parent_path().string()) {}
 
+/// Events that nobody can sign are better than none; status says so, and each of them.
+void EventArchive::TakeIdentity() {
+  const fs::path beside = fs::path(m_settings.eventsDir).parent_path().parent_path() / "identity.pem";
+  const std::string path = m_settings.keyFile.empty() ? beside.string() : m_settings.keyFile;
+  Kdir(Kdir::GetParentOf(path)).Create();
+  m_identity = EventStore::Identity::LoadOrMake(path, m_unsigned);
+  if (m_identity) {
+    m_store.SignWith(*m_identity);
+  } else {
+    Log::Error("events are not signed: " + m_unsigned);
+  }
+}
+
+nlohmann::ordered_json EventArchive::DescribeIdentity() {
+  if (!m_identity) return {{"error", "events are not signed: " + m_unsigned}};
+  return {{"publicKey", m_identity->GetPublicKey()},
+          {"sequence", m_store.GetSequence()},
+          {"pem", m_identity->GetPublicPem()}};
+}
+
 bool EventArchive::Open(std::string& problem) {
+  TakeIdentity();
   if (!m_store.Open(problem)) return false;
   const bool isThere = Kdir(m_settings.workDir).Create();
   if (!isThere || ::access(m_settings.workDir.c_str(), W_OK | X_OK) != 0) {

@@ -11,6 +11,7 @@
 
 #include "EventStore/DirectoryLock.h"
 #include "EventStore/EventStore.h"
+#include "EventStore/Identity.h"
 #include "EventStore/RequestNotes.h"
 #include "Recorder/Service/EventOrder.h"
 #include "Recorder/Service/TimeOfDay.h"
@@ -64,10 +65,13 @@ class EventArchive {
   [[nodiscard]] const EventStore::EventStore& GetStore() const { return m_store; }
   /// {"eventsDir","bytes","events","freeBytes","full","waiting","saved","failed","problem"}.
   [[nodiscard]] nlohmann::ordered_json Describe() const;
+  /// {"publicKey","sequence","pem"} of what events are signed with, or {"error"}. Waits for a commit under way.
+  [[nodiscard]] nlohmann::ordered_json DescribeIdentity();
 
  private:
   using Notes = std::vector<EventStore::RequestNote>;
 
+  void TakeIdentity();
   bool LockDirs(std::string& problem);
   void HoldLocks();
   void TakeWaiting(std::vector<WaitingEvent> found);
@@ -89,6 +93,9 @@ class EventArchive {
   const WorkingDisk m_workingDisk;
   EventStore::EventStore m_store;
   EventStore::RequestNotes m_notes;
+  /// Set by Open; empty when there is none, and why.
+  std::optional<EventStore::Identity> m_identity;
+  std::string m_unsigned;
   /// Of all directories but that of the events, whose writer has its own.
   std::vector<EventStore::DirectoryLock> m_locks;
   mutable std::mutex m_mutex;

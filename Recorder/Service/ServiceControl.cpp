@@ -49,8 +49,8 @@ ordered_json Describe(const EventResult& result) {
   return fields;
 }
 
-constexpr std::array<std::string_view, 5> PlainCommands{Command::Status, Command::Metrics, Command::Events,
-                                                        Command::PowerFail, Command::Stop};
+constexpr std::array<std::string_view, 6> PlainCommands{Command::Status,   Command::Metrics,   Command::Events,
+                                                        Command::Identity, Command::PowerFail, Command::Stop};
 
 }  // namespace
 
@@ -71,6 +71,11 @@ void Service::Handle(const Json& request, Reply reply) {
     HandleProtect(request, reply);
   } else if (command == Command::Events) {
     m_disk.Post([this, reply] { ListEvents(reply); });
+  } else if (command == Command::Identity) {
+    m_disk.Post([this, reply] {
+      const auto identity = m_archive.DescribeIdentity();
+      identity.contains("error") ? reply.Refuse(identity["error"]) : reply(identity);
+    });
   } else if (command == Command::PowerFail) {
     reply(ordered_json::object());
     PowerFail("power fails");
@@ -79,7 +84,7 @@ void Service::Handle(const Json& request, Reply reply) {
     Stop();
   } else {
     reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
-                 "metrics or stop");
+                 "metrics, identity or stop");
   }
 }
 

@@ -121,7 +121,9 @@ void AddStorage(Fields& fields, StorageSettings& storage) {
        {"storage.maxEvents", &storage.maxEvents, Limits::MaxEvents, "events",
         "how many events are kept; 0 for no limit"},
        {"storage.minFreeBytes", &storage.minFreeBytes, Limits::StorageBytes, "bytes",
-        "what events leave free on their file system"}});
+        "what events leave free on their file system"},
+       {"storage.keyFile", &storage.keyFile, Limits::OptionalPathBytes, "",
+        "the key that events are signed with (PEM), made when there is none; empty: `identity.pem` beside the events"}});
 }
 
 void AddTriggers(Fields& fields, TriggerSettings& triggers) {

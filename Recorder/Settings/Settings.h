@@ -37,6 +37,9 @@ struct StorageSettings {
   int maxEvents = 0;
   /// Free bytes that are left to the rest of the file system.
   std::uint64_t minFreeBytes = std::uint64_t{256} << 20;
+  /// The key that events are signed with (PEM); made when there is none. Empty: identity.pem beside the events'
+  /// directory.
+  std::string keyFile = {};
 };
 
 /// An event of its own when the vehicle is hit.

@@ -86,6 +86,7 @@ void AddCommands(CLI::App& app, Arguments& arguments) {
   protect->add_option("id", arguments.protect.event, "The event's id")->required()->check(TextCheck(CheckEventId));
   protect->add_flag("--off", arguments.unprotect, "Let it be removed again");
   app.add_subcommand(Command::Metrics, "Counters and gauges in Prometheus' text format");
+  app.add_subcommand(Command::Identity, "The public key that events are signed with, for tavi-verify --key");
   app.add_subcommand(Command::Stop, "End the recorder");
 }
 

@@ -89,6 +89,13 @@ std::string FormatEvents(const Json& events) {
 }  // namespace
 
 std::string FormatReply(const std::string& command, const Json& reply) {
+  const auto pem = reply.find("pem");
+  if (command == Recorder::Command::Identity && pem != reply.end() && pem->is_string()) {
+    Json rest = reply;
+    rest.erase("pem");
+    // Readers of PEM pass over what stands in front of it.
+    return FormatMembers(rest) + pem->get<std::string>();
+  }
   const auto text = reply.find("text");
   if (command == Recorder::Command::Metrics && text != reply.end() && text->is_string()) {
     return text->get<std::string>();

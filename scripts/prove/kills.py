@@ -14,7 +14,9 @@ import time
 SAFE_SECONDS = 2.0
 SETTINGS = {
     "events": {"withPreview": False},
-    "pipeline": {"camera0": {"bitrate": 500}, "camera1": {"bitrate": 800}},
+    # Small pictures, so that several proofs run beside each other.
+    "pipeline": {"camera0": {"bitrate": 500, "width": 320, "height": 180},
+                 "camera1": {"bitrate": 800, "width": 320, "height": 180}},
     "storage": {"minFreeBytes": 0},
 }
 
@@ -115,7 +117,7 @@ class Proof:
             path = os.path.join(self.recorder.directory, place)
             found += [os.path.join(place, name) for name in os.listdir(path)] if os.path.isdir(path) else []
         hidden = os.listdir(os.path.join(self.recorder.directory, "events"))
-        return found + [name for name in hidden if name.startswith(".") and name not in (".lock", ".recovered")]
+        return found + [name for name in hidden if name.startswith(".") and name not in (".lock", ".recovered", ".chain")]
 
     def judge(self):
         events = self.read_events()
@@ -137,12 +139,17 @@ class Proof:
                 ("of all events interrupted", sum(event["interrupted"] for event in events), None),
                 ("lost", len(lost), lost), ("without their moment in both cameras", len(without), without),
                 ("doubled", len(doubled), doubled), ("of no request", len(foreign), foreign)]
+        verified = subprocess.run([os.path.join(self.recorder.programs, "tavi-verify"),
+                                   os.path.join(self.recorder.directory, "events")],
+                                  capture_output=True, text=True, check=False)
+        broken = [] if verified.returncode == 0 else [line for line in verified.stdout.splitlines() if "intact" not in line]
+        rows.append(("findings of tavi-verify", len(broken), broken))
         debris = self.find_debris()
         rows.append(("left over", len(debris), debris))
         print("| | |\n|---|---|")
         for name, value, examples in rows:
             print(f"| {name} | {value} |" + (f" {', '.join(examples[:5])}" if examples else ""))
-        return not (lost or without or doubled or foreign or debris)
+        return not (lost or without or doubled or foreign or broken or debris)
 
 
 def main():
