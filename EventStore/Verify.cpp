@@ -70,12 +70,12 @@ std::string CheckSignature(const std::string& eventDir, const EventDescription& 
 }
 
 /// What the directory has beside the event.
-void FindAdded(const std::string& eventDir, const EventDescription& event, std::vector<std::string>& findings) {
+void FindAdded(const std::string& eventDir, const EventDescription& event, std::vector<std::string>& added) {
   for (const std::string& name : ListNames(eventDir)) {
     const bool isDescribed = std::any_of(event.files.begin(), event.files.end(),
                                          [&name](const EventFile& file) { return file.name == name; });
     const bool isOwn = name == EventJsonName || name == ProtectedMarker || (name == SignatureName && event.seal);
-    if (!isDescribed && !isOwn) findings.push_back("added: " + name);
+    if (!isDescribed && !isOwn) added.push_back("added: " + name);
   }
 }
 
@@ -172,7 +172,7 @@ EventCheck CheckEvent(const std::string& eventDir, const std::set<std::string>& 
     std::string wrong = CheckContent(eventDir + "/" + file.name, file);
     if (!wrong.empty()) check.findings.push_back(std::move(wrong));
   }
-  FindAdded(eventDir, *event, check.findings);
+  FindAdded(eventDir, *event, check.added);
   return check;
 }
 

@@ -10,9 +10,11 @@ namespace Tavi::EventStore {
 
 /// What was found of one event.
 struct EventCheck {
-  /// One for each thing that is not as the unit left it: "changed: video1_1.mp4 (...)", "missing: ...", "added: ...".
-  /// Empty: the files are what the description says, and the description is what its signer wrote.
+  /// One for each thing that is not as the unit left it: "changed: video1_1.mp4 (...)", "missing: ...". Empty: the
+  /// files are what the description says, and the description is what its signer wrote.
   std::vector<std::string> findings;
+  /// "added: notes.txt": what lies beside the event's own files, and harms none of them.
+  std::vector<std::string> added;
   /// Whose signature it carries, 64 hex digits; empty for one that nobody has signed.
   std::string publicKey;
 };

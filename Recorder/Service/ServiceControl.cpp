@@ -110,7 +110,7 @@ void Service::HandleEvent(const Json& request, const Reply& reply) {
   } else if (!wanted->wait) {
     ordered_json fields{{"event", id}, {"waiting", m_queue.Read().waiting}};
     AddTime(m_timeOfDay.Tell(moment), fields);
-    reply(std::move(fields));
+    reply(fields);
   }
 }
 

@@ -123,7 +123,8 @@ void AddStorage(Fields& fields, StorageSettings& storage) {
        {"storage.minFreeBytes", &storage.minFreeBytes, Limits::StorageBytes, "bytes",
         "what events leave free on their file system"},
        {"storage.keyFile", &storage.keyFile, Limits::OptionalPathBytes, "",
-        "the key that events are signed with (PEM), made when there is none; empty: `identity.pem` beside the events"}});
+        "the key that events are signed with (PEM), made when there is none; empty: `identity.pem` beside the "
+        "events"}});
 }
 
 void AddTriggers(Fields& fields, TriggerSettings& triggers) {

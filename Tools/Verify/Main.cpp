@@ -39,7 +39,8 @@ std::string DescribeSigner(const std::string& publicKey, bool isCompared) {
 bool VerifyEvent(const std::string& directory, const std::set<std::string>& trusted) {
   const EventCheck check = CheckEvent(directory, trusted);
   for (const auto& finding : check.findings) Say(directory, finding);
-  if (!check.findings.empty()) return false;
+  for (const auto& finding : check.added) Say(directory, finding);
+  if (!check.findings.empty() || !check.added.empty()) return false;
   if (check.publicKey.empty()) {
     Say(directory, "as described, but not signed: whoever changed a file could have changed the description, too");
     return false;

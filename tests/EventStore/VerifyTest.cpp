@@ -35,7 +35,11 @@ class VerifyTest : public StoreTest {
     EXPECT_EQ(store.Save(event, sources, false, m_eventDir, m_problem), SaveResult::Saved) << m_problem;
     return m_eventDir;
   }
-  Strings Check(const std::string& dir) { return CheckEvent(dir, {m_identity->GetPublicKey()}).findings; }
+  Strings Check(const std::string& dir) {
+    auto check = CheckEvent(dir, {m_identity->GetPublicKey()});
+    check.findings.insert(check.findings.end(), check.added.begin(), check.added.end());
+    return check.findings;
+  }
   Strings CheckAll() { return CheckChain(m_events, {m_identity->GetPublicKey()}).findings; }
   static void Change(const std::string& path, std::size_t at) {
     std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "EventStore/Chain.h"
 #include "Support/Fixtures.h"
 #include "Tools/Export/Formats.h"
 
@@ -105,7 +106,7 @@ class ExportProgramTest : public Tavi::Testing::TempDirTest {
   void WriteEvent(const std::string& metrics) const {
     EventData data = MakeEvent();
     data.description.streams = {{"Other", 2, 1.0, -1.0, 0.0, std::nullopt, std::nullopt}};
-    data.description.files = {{"Other", "other_1.dat", metrics.size(), std::string(64, '0')}};
+    data.description.files = {{"Other", "other_1.dat", metrics.size(), Tavi::EventStore::HashText(metrics)}};
     std::filesystem::create_directories(m_dir + "event");
     std::ofstream(m_dir + "event/event.json") << Tavi::EventStore::FormatEvent(data.description);
     std::ofstream(m_dir + "event/other_1.dat") << metrics;
