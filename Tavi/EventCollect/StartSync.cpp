@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <limits>
 #include <string>
 
 #include "Tavi/GstUtil/Log.h"
@@ -130,7 +132,9 @@ StartSync::TimePoint StartSync::Cover(PipelineCollectType type, const Ring& ring
     return from;
   }
   const auto found = m_starts.find(type);
-  const auto described = found != m_starts.end() ? found->second.id : std::nullopt;
+  // No later than the described one, where there is one.
+  auto latest = std::numeric_limits<std::uint64_t>::max();
+  if (found != m_starts.end() && found->second.id) latest = *found->second.id;
   TimePoint at = clock.TimeOf(newest.get());
   for (int back = 0; back <= GetOldest(ring); ++back) {
     const unsigned int pos = ring.SeekRelative(present, back);
@@ -139,7 +143,7 @@ StartSync::TimePoint StartSync::Cover(PipelineCollectType type, const Ring& ring
     if (!entry->IsKeyFrame()) continue;
     m_starts[type] = {pos, entry->frameId, true};
     at = clock.TimeOf(entry.get());
-    if (at <= from && (!described || entry->frameId <= *described)) break;
+    if (at <= from && entry->frameId <= latest) break;
   }
   return at;
 }

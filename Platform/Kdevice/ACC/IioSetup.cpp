@@ -180,7 +180,7 @@ class Sysfs {
   }
 
   std::string ChooseScale(int fullScaleG) {
-    const std::string bits = ReadText(Path(std::string("scan_elements/") + Axes[0] + "_type"));
+    const std::string bits = ReadText(Path(fmt::format("scan_elements/{}_type", Axes[0])));
     const auto field = IioField::Parse(bits);
     if (!field) return fmt::format("{} has values of the form \"{}\", which is not known", m_setup.device, bits);
     const double steps = std::ldexp(1.0, static_cast<int>(field->bits) - (field->isSigned ? 1 : 0));
