@@ -301,11 +301,15 @@ TEST_F(RecoveryTest, WhatWasSavedIsRecoveredWheneverTheKillComes) {
     Collect();
     for (const auto& left : m_output.leftovers) EXPECT_TRUE(left.ends_with(".part")) << left;
     EXPECT_TRUE(fs::is_empty(m_dir + "backup"));
-    std::size_t companions = 0;
     for (const auto& [name, product] : saved) {
       if (!fs::exists(m_dir + "kept/" + name + ".times")) continue;
       EXPECT_TRUE(ReadFile(m_dir + "out/" + product + ".times") == ReadFile(m_dir + "kept/" + name + ".times")) << name;
-      ++companions;
+    }
+    // A stream that was not saved whole may have its companion, too.
+    std::size_t companions = 0;
+    for (const auto& entry : fs::directory_iterator(m_dir + "out")) {
+      const auto& path = entry.path();
+      companions += path.extension() == ".times" && fs::exists(path.parent_path() / path.stem()) ? 1 : 0;
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(m_dir + "out"), {}), Record().size() + companions)
         << "something is half-made";

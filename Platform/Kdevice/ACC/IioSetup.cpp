@@ -222,7 +222,7 @@ class Sysfs {
       if (!name.ends_with(Suffix)) continue;
       const std::string channel = name.substr(0, name.size() - Suffix.size());
       const bool isWanted = channel == Timestamp || std::ranges::find(Axes, channel) != Axes.end();
-      const std::string fault = WriteText(Path("scan_elements/" + name), isWanted ? "1" : "0");
+      std::string fault = WriteText(Path("scan_elements/" + name), isWanted ? "1" : "0");
       // Some drivers deliver what nobody asked for: the layout shows it.
       if (isWanted && channel != Timestamp && !fault.empty()) return fault;
     }
