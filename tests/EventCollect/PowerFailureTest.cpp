@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <map>
 
-#include <algorithm>
-
 #include "EventCollect/ManagerFixture.h"
 
 namespace {

@@ -55,7 +55,7 @@ TEST_F(DevicesTest, CamerasAndChipsAreFoundWithWhatTheSettingsNeed) {
   for (const char* device : {"iio:device0/in_temp_raw", "iio:device3/scan_elements/in_accel_x_en"}) {
     const std::filesystem::path file = m_dir + "sys/bus/iio/devices/" + device;
     std::filesystem::create_directories(file.parent_path());
-    std::ofstream{file};
+    std::ofstream(file) << "";
     std::ofstream(m_dir + "sys/bus/iio/devices/iio:device3/name") << "mma8452\n";
   }
   Kdevice::I2C::I2c::Attach(4, std::make_shared<OneChip>());

@@ -35,7 +35,7 @@ TEST(TimeOfDayTest, TheReceiversTimeIsThatOfItsQuickestReadings) {
     const auto told = Tell(time, atMs);
     EXPECT_EQ(told.timeMs, Noon + atMs - 200) << "the quickest took 0.2 s";
     EXPECT_EQ(told.source, "receiver");
-    EXPECT_NEAR(told.systemAheadSeconds.value_or(0), -Noon / 1000 + 0.2, 1e-3);
+    EXPECT_NEAR(told.systemAheadSeconds.value_or(0), -static_cast<double>(Noon) / 1000.0 + 0.2, 1e-3);
   }
   for (const int lateMs : {50, 900, 5000, 6100}) EXPECT_FALSE(time.Learn(Read(5000 + lateMs, lateMs)));
   EXPECT_EQ(Tell(time, 0).timeMs, Noon - 50);

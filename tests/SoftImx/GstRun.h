@@ -85,7 +85,8 @@ class GstRun {
   /// Goes on until the stream has ended, at most 5 s.
   void WaitForEnd() const {
     const auto bus = GstRef<GstBus>::Adopt(gst_element_get_bus(m_pipeline.Get()));
-    g_autoptr(GstMessage) message = gst_bus_timed_pop_filtered(bus.Get(), 5 * GST_SECOND, GST_MESSAGE_EOS);
+    GstMessage* end = gst_bus_timed_pop_filtered(bus.Get(), 5 * GST_SECOND, GST_MESSAGE_EOS);
+    gst_clear_message(&end);
   }
   /// The texts of all INFO messages so far, a line each.
   [[nodiscard]] std::string Infos() const {
