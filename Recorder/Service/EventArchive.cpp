@@ -375,6 +375,7 @@ nlohmann::ordered_json EventArchive::Describe() const {
   json["waiting"] = m_waiting.size();
   json["saved"] = m_saved.load();
   json["failed"] = m_failed.load();
+  json["unsigned"] = m_unsigned;
   return json;
 }
 

@@ -63,7 +63,7 @@ class EventArchive {
   void SecureWaiting();
 
   [[nodiscard]] const EventStore::EventStore& GetStore() const { return m_store; }
-  /// {"eventsDir","bytes","events","freeBytes","full","waiting","saved","failed","problem"}.
+  /// {"eventsDir","bytes","events","freeBytes","full","waiting","saved","failed","problem","unsigned"}.
   [[nodiscard]] nlohmann::ordered_json Describe() const;
   /// {"publicKey","sequence","pem"} of what events are signed with, or {"error"}. Waits for a commit under way.
   [[nodiscard]] nlohmann::ordered_json DescribeIdentity();

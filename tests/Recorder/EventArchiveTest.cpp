@@ -148,6 +148,21 @@ TEST_F(EventArchiveTest, WhatWaitsWhenTheFirstFixComesIsPlaced) {
 }
 
 // One that was asked to be kept and gives way to others.
+// Catches a unit that records nothing for want of a key, or nobody hears of it.
+TEST_F(EventArchiveTest, WithoutAKeyEventsAreSavedAndStatusSaysThatNobodySignsThem) {
+  for (const bool hasKey : {false, true}) {
+    m_settings.keyFile = m_dir + (hasKey ? "made.pem" : "ruined.pem");
+    if (!hasKey) Write(m_settings.keyFile, "no key");
+    auto archive = Start();
+    const auto result = Save(*archive, hasKey ? "0000000b" : "0000000a", false);
+    ASSERT_TRUE(result.isSaved) << result.problem;
+    std::string problem;
+    EXPECT_EQ(EventStore::ReadEvent(result.directory, problem)->seal.has_value(), hasKey) << problem;
+    EXPECT_EQ(archive->Describe()["unsigned"].get<std::string>().empty(), hasKey);
+    EXPECT_EQ(archive->DescribeIdentity().contains("error"), !hasKey);
+  }
+}
+
 TEST_F(EventArchiveTest, WhatIsToBeKeptIsNeverGivenUp) {
   m_settings.maxEvents = 1;
   const auto archive = Start();
