@@ -142,7 +142,8 @@ class Proof:
         verified = subprocess.run([os.path.join(self.recorder.programs, "tavi-verify"),
                                    os.path.join(self.recorder.directory, "events")],
                                   capture_output=True, text=True, check=False)
-        broken = [] if verified.returncode == 0 else [line for line in verified.stdout.splitlines() if "intact" not in line]
+        told = [line for line in verified.stdout.splitlines() if ": intact" not in line]
+        broken = [] if verified.returncode == 0 else told or [f"status {verified.returncode}: {verified.stderr.strip()}"]
         rows.append(("findings of tavi-verify", len(broken), broken))
         debris = self.find_debris()
         rows.append(("left over", len(debris), debris))
