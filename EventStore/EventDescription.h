@@ -97,7 +97,7 @@ struct EventDescription {
   int startSeconds = -15;
   int durationSeconds = 30;
   bool withPreview = false;
-  /// "first" or "second", empty for a recovered event.
+  /// "first", "second" or "spare", empty for a recovered event.
   std::string manager;
   /// How long the request waited for a free manager.
   double queuedSeconds = 0.0;

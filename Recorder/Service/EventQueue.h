@@ -1,10 +1,10 @@
 // Events that wait for a free collect manager.
 #pragma once
 
-#include <array>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -14,18 +14,29 @@
 
 namespace Tavi::Recorder {
 
-/// Bounded. The first manager takes whatever comes; the second, which makes no previews, only what comes while the
-/// first one is busy. Thread-safe.
+/// Bounded. Its takers are numbered from 0: each takes an order only while all before it are busy. The first two take
+/// whatever comes; those behind them are spares, which keep what more is asked for at once from being in memory alone,
+/// and take it when the working disk has room for one event more. Thread-safe.
 class EventQueue {
  public:
+  /// Whether events of so many seconds each can be on the working disk at once. Called without a lock.
+  using RoomCheck = std::function<bool(const std::vector<int>& durationsSeconds)>;
+
+  /// The taker of the second collect manager; the spares are behind it.
+  static constexpr std::size_t Second = 1;
+  /// How many events are collected at once, at most. More of them are a storm, and wait in memory.
+  static constexpr std::size_t MostTakers = 34;
+
+  /// `capacity`: requests that are accepted beyond the two of the first takers.
   explicit EventQueue(std::size_t capacity);
 
-  /// Takes `order` over. False, and `order` untouched, when so many wait already or the queue is closed.
+  [[nodiscard]] std::size_t GetTakers() const { return m_running.size(); }
+  /// Takes `order` over. False, and `order` untouched, when so many are under way already or the queue is closed.
   [[nodiscard]] bool Push(EventOrder& order);
-  /// Blocks until there is an order for that manager, which is busy with it until Finish. Empty once closed and
-  /// emptied.
-  std::optional<EventOrder> Take(bool second);
-  void Finish(bool second);
+  /// Blocks until there is an order for that taker, which is busy with it until Finish. `hasRoom` is asked by spares.
+  /// Empty once closed and emptied.
+  std::optional<EventOrder> Take(std::size_t taker, const RoomCheck& hasRoom);
+  void Finish(std::size_t taker);
   /// Nothing is taken over any more; what waits is still handed out.
   void Close();
 
@@ -42,12 +53,22 @@ class EventQueue {
   [[nodiscard]] State Read() const;
 
  private:
+  struct Running {
+    /// Of its event, empty when the taker is free.
+    std::string id;
+    int durationSeconds = 0;
+  };
+
+  [[nodiscard]] bool IsFor(std::size_t taker) const;
+  [[nodiscard]] std::vector<int> ListDurations() const;
+  [[nodiscard]] std::size_t CountRunning() const;
+
   const std::size_t m_capacity;
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
   std::deque<EventOrder> m_orders;
-  /// Id of the event that each manager is busy with, empty when it is free.
-  std::array<std::string, 2> m_running;
+  /// By taker.
+  std::vector<Running> m_running;
   bool m_closed = false;
 };
 

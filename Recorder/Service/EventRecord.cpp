@@ -54,10 +54,10 @@ EventStore::EventDescription DescribeRequest(const EventOrder& order) {
 }
 
 EventStore::EventDescription DescribeEvent(const EventOrder& order,
-                                           const PipelineCollect::PipelineCollectOutput& output, bool second,
-                                           double waitedSeconds) {
+                                           const PipelineCollect::PipelineCollectOutput& output,
+                                           const std::string& manager, double waitedSeconds) {
   EventStore::EventDescription event = DescribeRequest(order);
-  event.manager = second ? "second" : "first";
+  event.manager = manager;
   event.queuedSeconds = waitedSeconds;
   if (output.maxSpeed >= 0.0) event.maxSpeedKnots = output.maxSpeed;
   if (output.outputs.contains(PipelineCollectType::Acc)) event.maxG = output.maxG;

@@ -15,10 +15,10 @@ namespace Tavi::Recorder {
 
 /// What is known of an event before it is collected; its time by the system's clock.
 EventStore::EventDescription DescribeRequest(const EventOrder& order);
-/// `waitedSeconds`: from the event's moment to the start of its collect.
+/// `manager`: as in EventDescription. `waitedSeconds`: from the event's moment to the start of its collect.
 EventStore::EventDescription DescribeEvent(const EventOrder& order,
-                                           const PipelineCollect::PipelineCollectOutput& output, bool second,
-                                           double waitedSeconds);
+                                           const PipelineCollect::PipelineCollectOutput& output,
+                                           const std::string& manager, double waitedSeconds);
 
 /// Every file of the event, the preview's still and the companions of what does not tell its own times included.
 std::vector<EventStore::SourceFile> ListSources(const PipelineCollect::PipelineCollectOutput& output);

@@ -4,11 +4,14 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
+#include <string>
 #include <thread>
 #include <utility>
 
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/MissingParts.h"
+#include "Tavi/EventCollect/WorkRoom.h"
 
 namespace Tavi::Recorder {
 namespace {
@@ -35,12 +38,23 @@ PipelineCollectInput BuildInput(const EventOrder& order, const std::string& dire
   return input;
 }
 
+std::string GetThreadName(std::size_t taker) {
+  if (taker > EventQueue::Second) return "EVENT-" + std::to_string(taker + 1);
+  return taker == EventQueue::Second ? "EVENT-CR" : "EVENT";
+}
+
+const char* GetManagerName(std::size_t taker) {
+  if (taker > EventQueue::Second) return "spare";
+  return taker == EventQueue::Second ? "second" : "first";
+}
+
 }  // namespace
 
-EventTaker::EventTaker(PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue, EventArchive& archive,
-                       std::function<bool()> isEnding, std::function<bool()> isStarting)
-    : IThread(config.cr ? "EVENT-CR" : "EVENT", OnFailure::GoOn),
-      m_second(config.cr),
+EventTaker::EventTaker(std::size_t taker, PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue,
+                       EventArchive& archive, std::function<bool()> isEnding, std::function<bool()> isStarting)
+    : IThread(GetThreadName(taker), OnFailure::GoOn),
+      m_taker(taker),
+      m_config(config),
       m_manager(config),
       m_queue(queue),
       m_archive(archive),
@@ -52,7 +66,7 @@ EventTaker::~EventTaker() {
 }
 
 void EventTaker::Run() {
-  const auto order = m_queue.Take(m_second);
+  const auto order = m_queue.Take(m_taker, [this](const std::vector<int>& durations) { return HasRoom(durations); });
   if (!order) {
     Cancel();
     return;
@@ -60,8 +74,17 @@ void EventTaker::Run() {
   // Whoever waits for the event is told, whatever becomes of it.
   EventResult result{false, order->id, {}, 0, "it could not be collected: see the log", {}};
   m_eventGuard.Run([&] { result = TakeEvent(*order); });
-  m_queue.Finish(m_second);
+  m_queue.Finish(m_taker);
   if (order->done) order->done(result);
+}
+
+/// As if nothing of those that run were there yet: their files only grow.
+bool EventTaker::HasRoom(const std::vector<int>& durationsSeconds) const {
+  std::uint64_t needed = 0;
+  for (const int seconds : durationsSeconds) {
+    needed += PipelineCollect::EstimateWorkBytes(m_config.pipelineManager->GetConfig(), seconds, true);
+  }
+  return PipelineCollect::HasRoom(m_config.workDir, needed);
 }
 
 std::shared_ptr<PipelineCollect::HeldWindow> EventTaker::Hold(const EventOrder& order) const {
@@ -106,7 +129,7 @@ EventResult EventTaker::TakeEvent(const EventOrder& order) {
     m_archive.Withdraw(order.id);
     return {false, order.id, {}, 0, "no source has delivered, or nothing could be written", {}};
   }
-  auto event = DescribeEvent(order, output, m_second, waited.count());
+  auto event = DescribeEvent(order, output, GetManagerName(m_taker), waited.count());
   event.interrupted = m_isEnding();
   event.missing = FindMissing(order, GetExpected(), output);
   auto missing = event.missing;

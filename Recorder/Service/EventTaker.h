@@ -1,9 +1,11 @@
 // Takes events from the queue, one after another, with one collect manager.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <set>
+#include <vector>
 
 #include "Kbase/Interfaces/IThread.h"
 #include "Kbase/Util/EntryGuard.h"
@@ -14,14 +16,15 @@
 
 namespace Tavi::Recorder {
 
-/// Owns the manager and the thread "EVENT", "EVENT-CR" with the second one, which collects an event and puts it into
-/// the archive. Ends when the queue is closed; its destructor waits for that. Borrows the rest.
+/// Owns the manager and the thread "EVENT", "EVENT-CR" with the second one and "EVENT-3" and so on with the spares,
+/// which collects an event and puts it into the archive. Ends when the queue is closed; its destructor waits for that.
+/// Borrows the rest.
 class EventTaker final : public Kbase::Interfaces::IThread {
  public:
-  /// `isEnding` tells whether an event that just ended was cut short from outside, `isStarting` whether the sources may
-  /// be waited for. Both thread-safe.
-  EventTaker(PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue, EventArchive& archive,
-             std::function<bool()> isEnding, std::function<bool()> isStarting);
+  /// `taker` is its number in the queue. `isEnding` tells whether an event that just ended was cut short from outside,
+  /// `isStarting` whether the sources may be waited for. Both thread-safe.
+  EventTaker(std::size_t taker, PipelineCollect::PipelineCollectManagerConfig& config, EventQueue& queue,
+             EventArchive& archive, std::function<bool()> isEnding, std::function<bool()> isStarting);
   ~EventTaker() override;
 
   /// See PipelineCollectManager. Thread-safe.
@@ -37,7 +40,10 @@ class EventTaker final : public Kbase::Interfaces::IThread {
   void WaitForSources(const EventOrder& order) const;
   [[nodiscard]] std::set<PipelineCollect::PipelineCollectType> GetExpected() const;
 
-  const bool m_second;
+  [[nodiscard]] bool HasRoom(const std::vector<int>& durationsSeconds) const;
+
+  const std::size_t m_taker;
+  const PipelineCollect::PipelineCollectManagerConfig m_config;
   PipelineCollect::PipelineCollectManager m_manager;
   EventQueue& m_queue;
   EventArchive& m_archive;

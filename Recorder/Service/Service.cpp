@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <thread>
 #include <utility>
@@ -22,19 +23,6 @@ constexpr std::chrono::milliseconds LongestNap{1000};
 constexpr std::chrono::milliseconds EndPoll{10};
 /// sysexits.h, EX_TEMPFAIL. Should the machine outlive the failure, the service manager starts the recorder again.
 constexpr int PowerFailedExitStatus = 75;
-
-std::unique_ptr<EventTaker> MakeTaker(const Settings& settings, Pipeline::PipelineManager& pipeline, bool second,
-                                      EventQueue& queue, EventArchive& archive, std::function<bool()> isEnding,
-                                      std::function<bool()> isStarting) {
-  PipelineCollect::PipelineCollectManagerConfig config;
-  config.pipelineManager = &pipeline;
-  config.cr = second;
-  config.workDir = settings.storage.workDir;
-  config.backupDir = settings.storage.backupDir;
-  config.keepStreams = true;
-  config.copyAheadMBps = settings.storage.copyAhead ? settings.storage.copyAheadMBps : 0.0;
-  return std::make_unique<EventTaker>(config, queue, archive, std::move(isEnding), std::move(isStarting));
-}
 
 Triggers::TriggerWatch::Settings BuildTriggers(const TriggerSettings& settings) {
   const auto& acceleration = settings.acceleration;
@@ -59,12 +47,25 @@ bool Service::Open(std::string& problem) {
     m_queue.FollowWindows();
     FollowReceiver();
   });
-  const auto isEnding = [this] { return IsEnding(); };
-  const auto isStarting = [this] { return !m_started; };
-  m_first = MakeTaker(m_settings, *m_pipeline, false, m_queue, m_archive, isEnding, isStarting);
-  m_second = MakeTaker(m_settings, *m_pipeline, true, m_queue, m_archive, isEnding, isStarting);
+  OpenTakers();
   m_control = std::make_unique<ControlServer>(*this);
   return m_control->Open(m_settings.control.socket, problem);
+}
+
+void Service::OpenTakers() {
+  PipelineCollect::PipelineCollectManagerConfig config;
+  config.pipelineManager = m_pipeline.get();
+  config.workDir = m_settings.storage.workDir;
+  config.backupDir = m_settings.storage.backupDir;
+  config.keepStreams = true;
+  for (std::size_t taker = 0; taker < m_queue.GetTakers(); ++taker) {
+    config.cr = taker == EventQueue::Second;
+    // The rate is one for the disk: many that copy at once would each take what the settings allow for all.
+    const bool isSpare = taker > EventQueue::Second;
+    config.copyAheadMBps = m_settings.storage.copyAhead && !isSpare ? m_settings.storage.copyAheadMBps : 0.0;
+    m_takers.push_back(std::make_unique<EventTaker>(
+        taker, config, m_queue, m_archive, [this] { return IsEnding(); }, [this] { return !m_started; }));
+  }
 }
 
 int Service::Run() {
@@ -73,8 +74,7 @@ int Service::Run() {
   m_archive.Recover(m_settings.pipeline);
   m_disk.Start();
   m_health->Start();
-  m_first->Start();
-  m_second->Start();
+  for (const auto& taker : m_takers) taker->Start();
   m_ignition = true;
   if (!IsEnding()) m_pipeline->RunIgnitionStart();
   m_started = true;
@@ -107,9 +107,12 @@ void Service::Stop() {
 void Service::PowerFail(const std::string& why) {
   if (!m_powerFailed.exchange(true)) Log::Warning(why + ": running events are saved, then recording ends");
   if (m_pipeline) m_pipeline->EndSupervision();
-  if (m_first) m_first->PowerFailure();
-  if (m_second) m_second->PowerFailure();
+  FailTakers();
   m_wake.notify_all();
+}
+
+void Service::FailTakers() {
+  for (const auto& taker : m_takers) taker->PowerFailure();
 }
 
 void Service::Post(Task task) {
@@ -145,16 +148,15 @@ void Service::End() {
   m_pipeline->RunIgnitionOff();
   // A running event gets what the rings hold when they are taken away, one that waits what is held of it; power that
   // fails is told to each.
-  while (m_powerFailed && (m_first->IsRunning() || m_second->IsRunning())) {
-    m_first->PowerFailure();
-    m_second->PowerFailure();
+  const auto isRunning = [](const auto& taker) { return taker->IsRunning(); };
+  while (m_powerFailed && std::any_of(m_takers.begin(), m_takers.end(), isRunning)) {
+    FailTakers();
     std::this_thread::sleep_for(EndPoll);
   }
   // Before what may wait for a driver, and once more with what ends now.
   if (m_powerFailed) m_archive.SecureWaiting();
   m_pipeline->RunSigInt();
-  m_first->Wait();
-  m_second->Wait();
+  for (const auto& taker : m_takers) taker->Wait();
   m_archive.SecureWaiting();
   m_control.reset();
   m_disk.Finish();
@@ -182,7 +184,7 @@ std::string Service::Order(EventOrder order) {
   EventStore::SetTime(request, m_timeOfDay.Tell(order.moment));
   const bool keep = order.keep;
   const Moment moment = order.moment;
-  order.held = m_first->Hold(order);
+  order.held = m_takers.front()->Hold(order);
   const auto held = order.held;
   order.done = [this, done = std::move(order.done)](const EventResult& result) {
     NoteResult(result);
@@ -190,8 +192,8 @@ std::string Service::Order(EventOrder order) {
   };
   if (!m_queue.Push(order)) {
     ++m_refused;
-    Log::Error(what + " is refused: both collect managers are busy, and as many events wait as may");
-    return "too many events wait already: try again when one is complete";
+    Log::Error(what + " is refused: as many events are under way as may");
+    return "too many events are under way already: try again when one is complete";
   }
   Log::Info(what + " is ordered");
   m_disk.Post([this, request, keep, moment] { m_archive.Announce(request, keep, moment); });

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Control/ControlHandler.h"
 #include "Control/ControlServer.h"
@@ -65,6 +66,8 @@ class Service final : public ControlHandler {
   void Post(Task task);
   void RunTasks();
   void TellState(const char* state);
+  void OpenTakers();
+  void FailTakers();
   void End();
   [[nodiscard]] bool IsEnding() const { return m_stopped || m_powerFailed; }
   void NoteResult(const EventResult& result);
@@ -87,8 +90,8 @@ class Service final : public ControlHandler {
   std::unique_ptr<HealthThread> m_health;
   /// Notes requests down, looks at the disk for clients: none of it waits for the ignition.
   TaskThread m_disk{"DISK"};
-  std::unique_ptr<EventTaker> m_first;
-  std::unique_ptr<EventTaker> m_second;
+  /// By their numbers in the queue.
+  std::vector<std::unique_ptr<EventTaker>> m_takers;
   std::unique_ptr<Triggers::TriggerWatch> m_triggers;
   std::unique_ptr<ControlServer> m_control;
   /// Of the event that was settled last; none before. Under the mutex.

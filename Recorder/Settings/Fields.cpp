@@ -102,7 +102,7 @@ void AddEvents(Fields& fields, EventSettings& events) {
                                 "length of the window"},
                                {"events.withPreview", &events.withPreview, {}, "", "make a preview clip and stills"},
                                {"events.queueLength", &events.queueLength, Limits::QueueLength, "events",
-                                "requests that may wait while two events are collected"}});
+                                "requests that are accepted while two events are under way"}});
 }
 
 void AddStorage(Fields& fields, StorageSettings& storage) {

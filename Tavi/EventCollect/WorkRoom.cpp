@@ -43,6 +43,11 @@ void LogFreeSpace(const std::string& directory, const std::string& when) {
   Log::Info(fmt::format("Free space {}: {:.2f}MB from {}", when, disk.GetFreeMB(), directory));
 }
 
+bool HasRoom(const std::string& directory, std::uint64_t neededBytes) {
+  Ksystem::DiskUtils::DiskBase disk(directory);
+  return disk.LoadDiskInfo() && disk.GetFreeMB() * BytesPerMB >= static_cast<double>(neededBytes);
+}
+
 void CompareRoom(const std::string& directory, std::uint64_t neededBytes) {
   Ksystem::DiskUtils::DiskBase disk(directory);
   if (!disk.LoadDiskInfo()) return;

@@ -14,6 +14,8 @@ std::uint64_t EstimateWorkBytes(const Pipeline::PipelineConfig& config, int seco
 
 /// One line with what is free on the directory's file system; `when` says before or after what.
 void LogFreeSpace(const std::string& directory, const std::string& when);
+/// True when so many bytes are free on the directory's file system.
+[[nodiscard]] bool HasRoom(const std::string& directory, std::uint64_t neededBytes);
 /// Says beforehand what cannot go well: one line when less than `neededBytes` are free there.
 void CompareRoom(const std::string& directory, std::uint64_t neededBytes);
 

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
@@ -87,7 +88,7 @@ TEST_F(ServiceTest, ACameraThatIsPulledCostsItsOwnPicturesOnly) {
 
 // Catches a window that is counted from another moment than that of the request, and requests that are lost or
 // forgotten.
-TEST_F(ServiceTest, ARequestBecomesADirectoryAndMoreThanTwoWaitTheirTurn) {
+TEST_F(ServiceTest, ARequestBecomesADirectoryAndSoDoAThirdAtOnceAndNoFourth) {
   WriteSettings({{"queueLength", 1}, {"withPreview", false}});
   StartService();
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera0"]["entries"] > 60; }));
@@ -96,7 +97,8 @@ TEST_F(ServiceTest, ARequestBecomesADirectoryAndMoreThanTwoWaitTheirTurn) {
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 1; }));
   EXPECT_EQ(Ctl(words)["ok"], true);
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 2; }));
-  EXPECT_EQ(Ctl(words)["waiting"], 1);
+  EXPECT_EQ(Ctl(words)["ok"], true);
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 3; })) << "not one after another";
   EXPECT_THAT(Ctl(words)["error"], HasSubstr("too many events"));
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 3; }));
   EXPECT_EQ(EndService(SIGTERM), 0) << Err();
@@ -105,19 +107,19 @@ TEST_F(ServiceTest, ARequestBecomesADirectoryAndMoreThanTwoWaitTheirTurn) {
   for (const auto& entry : ListEvents(m_dir + "tavi/events")) EXPECT_EQ(entry.isProtected, entry.id == kept);
   const auto events = ReadEvents();
   ASSERT_EQ(events.size(), 3U);
-  int second = 0;
+  std::multiset<std::string> managers;
   for (const auto& event : events) {
     EXPECT_EQ(event.label, "a \"b\"");
     EXPECT_TRUE(event.position && event.maxSpeedKnots && event.maxG);
     ASSERT_EQ(event.streams.size(), 6U);
     EXPECT_EQ(event.streams[1].type, "VideoCamera0");
     EXPECT_LE(event.streams[1].fromSeconds, -1.9);
-    EXPECT_GE(event.streams[1].fromSeconds, -4.2);
+    EXPECT_GE(event.streams[1].fromSeconds, -7.0) << "a loaded machine's camera has its entries later";
     EXPECT_GE(event.streams[1].toSeconds, 0.9) << "the moment is in it";
     EXPECT_EQ(CountFrames(event, "VideoCamera0"), event.streams[1].entries);
-    second += event.manager == "second" ? 1 : 0;
+    managers.insert(event.manager);
   }
-  EXPECT_GE(second, 1);
+  EXPECT_EQ(managers, (std::multiset<std::string>{"first", "second", "spare"}));
 }
 
 // Catches an event that is lost when the process ends in whichever way.
