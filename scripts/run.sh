@@ -4,5 +4,5 @@
 source "$(dirname "$0")/common.sh"
 
 case " $* " in *" --stream"*) scripts/setup.sh --stream ;; esac
-scripts/build.sh
+scripts/build.sh --target tavi-recorder
 exec build/release/bin/tavi-recorder --simulate --preview --collect-after 12 --start -10 --duration 15 --output build/events "$@"

@@ -24,8 +24,9 @@ class EventQueue {
 
   /// The taker of the second collect manager; the spares are behind it.
   static constexpr std::size_t Second = 1;
-  /// How many events are collected at once, at most. More of them are a storm, and wait in memory.
-  static constexpr std::size_t MostTakers = 34;
+  /// How many events are collected at once, at most: each has some forty descriptors, its copies ahead among them, of
+  /// the 1,024 that a process usually may have. More events than that are a storm, and wait in memory.
+  static constexpr std::size_t MostTakers = 18;
 
   /// `capacity`: requests that are accepted beyond the two of the first takers.
   explicit EventQueue(std::size_t capacity);

@@ -11,6 +11,7 @@
 #include "EventStore/EventName.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/MissingParts.h"
+#include "Tavi/EventCollect/CopyAheadThread.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
@@ -58,11 +59,12 @@ void Service::OpenTakers() {
   config.workDir = m_settings.storage.workDir;
   config.backupDir = m_settings.storage.backupDir;
   config.keepStreams = true;
+  if (m_settings.storage.copyAhead) {
+    config.copyAhead =
+        std::make_shared<PipelineCollect::CopyAheadThread>("AHEAD", config.backupDir, m_settings.storage.copyAheadMBps);
+  }
   for (std::size_t taker = 0; taker < m_queue.GetTakers(); ++taker) {
     config.cr = taker == EventQueue::Second;
-    // The rate is one for the disk: many that copy at once would each take what the settings allow for all.
-    const bool isSpare = taker > EventQueue::Second;
-    config.copyAheadMBps = m_settings.storage.copyAhead && !isSpare ? m_settings.storage.copyAheadMBps : 0.0;
     m_takers.push_back(std::make_unique<EventTaker>(
         taker, config, m_queue, m_archive, [this] { return IsEnding(); }, [this] { return !m_started; }));
   }

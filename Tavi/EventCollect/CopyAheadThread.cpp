@@ -48,16 +48,21 @@ CopyAheadThread::~CopyAheadThread() {
 
 std::shared_ptr<CopyAhead> CopyAheadThread::Begin(const CollectorMap& collectors, const std::string& base) {
   const std::string name = Kbase::Util::BuildEventFileName(base, std::time(nullptr));
-  // Two events of one name within a second.
-  if (name == std::exchange(m_lastName, name)) return nullptr;
   auto event = std::make_shared<CopyAhead>(collectors, m_dir, name);
   {
     const std::lock_guard lock(m_mutex);
+    // Two events of one name within a second.
+    if (name == std::exchange(m_lastName, name)) return nullptr;
     m_events.push_back(event);
   }
-  if (!IsRunning() && !Start()) event->Drop();
+  if (!EnsureRunning()) event->Drop();
   Wake();
   return event;
+}
+
+bool CopyAheadThread::EnsureRunning() {
+  const std::lock_guard lock(m_startMutex);
+  return IsRunning() || Start();
 }
 
 /// Failure leaves it at the priority of everybody else, which is no reason not to copy.

@@ -54,9 +54,9 @@ std::chrono::steady_clock::time_point GetWindowEnd(const PipelineCollectInput& i
   return moment + std::chrono::seconds(AbsoluteSeconds(input.durationSeconds) - AbsoluteSeconds(input.startSeconds));
 }
 
-std::unique_ptr<CopyAheadThread> MakeCopyAhead(const PipelineCollectManagerConfig& config) {
-  if (!(config.copyAheadMBps > 0.0)) return nullptr;
-  return std::make_unique<CopyAheadThread>(config.cr ? "AHEAD-CR" : "AHEAD", config.backupDir, config.copyAheadMBps);
+std::shared_ptr<CopyAheadThread> TakeCopyAhead(const PipelineCollectManagerConfig& config) {
+  if (config.copyAhead || !(config.copyAheadMBps > 0.0)) return config.copyAhead;
+  return std::make_shared<CopyAheadThread>(config.cr ? "AHEAD-CR" : "AHEAD", config.backupDir, config.copyAheadMBps);
 }
 
 /// What keeps the copies for as long as somebody has it.
@@ -72,7 +72,7 @@ PipelineCollectManager::PipelineCollectManager(PipelineCollectManagerConfig& con
       m_collectors(m_config, CollectorSet::Kind::Working),
       m_muxCollectors(m_config, CollectorSet::Kind::Twins),
       m_backup(config.backupDir),
-      m_copyAhead(MakeCopyAhead(m_config)) {
+      m_copyAhead(TakeCopyAhead(m_config)) {
   Ksystem::FileUtils::Kdir(m_config.backupDir).Create();
 }
 

@@ -111,7 +111,7 @@ class PipelineCollectManager final : public MuxAsyncInterface {
   const PowerBackup m_backup;
   CollectState m_state;
   /// Null where nothing is copied ahead.
-  const std::unique_ptr<CopyAheadThread> m_copyAhead;
+  const std::shared_ptr<CopyAheadThread> m_copyAhead;
   /// Of the event that is collected, until it is handed over.
   std::shared_ptr<CopyAhead> m_ahead;
   std::unique_ptr<MuxAsyncThread> m_muxThread;

@@ -35,6 +35,7 @@ enum class PipelineCollectType : std::int32_t {
 /// The enumerator's own name, as reports show it; empty for any other value.
 const char* GetPipelineCollectTypeName(PipelineCollectType type);
 
+class CopyAheadThread;
 class HeldWindow;
 
 /// What goes beyond counting entries from the present on. The defaults change nothing.
@@ -163,6 +164,8 @@ struct PipelineCollectManagerConfig {
   /// bytes a second, so that only the rest has to be written when power fails. An event that is copied ahead is saved
   /// under the time when it began, without its length.
   double copyAheadMBps = 0.0;
+  /// What copies ahead for this manager and others at one rate; null stands for one of its own.
+  std::shared_ptr<CopyAheadThread> copyAhead = {};
 };
 
 }  // namespace Tavi::PipelineCollect
