@@ -111,14 +111,15 @@ int Serve(Settings settings) {
   return service.Open(problem) ? signalled.Run(service) : Complain(FailureExitStatus, problem);
 }
 
-bool OpenLog(const std::string& file) {
-  return file.empty() || Kbase::Klog::Logger::GetInstance().SetFile(file);
+bool OpenLog(const std::string& file, std::uint64_t maxBytes = 0, int oldFiles = 0) {
+  return file.empty() ||
+         Kbase::Klog::Logger::GetInstance().SetFile(file, {maxBytes, static_cast<std::size_t>(oldFiles)});
 }
 
 int RunService(int argc, char** argv) {
   Settings settings;
   if (const auto status = ParseServiceOptions(argc, argv, settings, std::cout, std::cerr)) return *status;
-  if (!OpenLog(settings.logFile)) {
+  if (!OpenLog(settings.logFile, settings.logFileMaxBytes, settings.logFileCount)) {
     return Complain(UsageExitStatus, "logFile: \"" + settings.logFile + "\" cannot be written; give another file");
   }
   return Serve(settings);

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <utility>
 
+#include "Kbase/Klog/Logger.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::Recorder {
@@ -38,7 +39,8 @@ void SignalThread::Block() {
 void SignalThread::Run() {
   const int signal = sigtimedwait(&m_signals, nullptr, &PollPeriod);
   if (signal == SIGHUP) {
-    Log::Warning("SIGHUP is ignored: new settings need a restart");
+    Kbase::Klog::Logger::GetInstance().ReopenFile();
+    Log::Info("the log file is opened anew (SIGHUP); new settings need a restart");
   } else if (signal > 0 && m_pending != SIGPWR) {
     m_pending = signal;
   }

@@ -10,8 +10,8 @@ namespace Tavi::Recorder {
 
 /// Calls `handler` with the signal on its own thread "SIGNALS" when SIGINT, SIGTERM or SIGPWR comes, and again every 50
 /// ms until it is destroyed: who could not obey the first time, between two events, does so in the next one. Power that
-/// fails comes before an interrupt. SIGHUP is ignored, with a line in the log. The signals must be blocked (Block)
-/// since before any other thread was started.
+/// fails comes before an interrupt. SIGHUP has the log file opened anew. The signals must be blocked (Block) since
+/// before any other thread was started.
 class SignalThread final : public Kbase::Interfaces::IThread {
  public:
   explicit SignalThread(std::function<void(int)> handler);

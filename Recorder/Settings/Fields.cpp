@@ -158,6 +158,10 @@ std::vector<Field> DescribeFields(Settings& settings) {
                       "the kernel's file with the unit's temperature in thousandths of a degree Celsius");
   fields.emplace_back("logFile", &settings.logFile, Limits::OptionalPathBytes, "",
                       "append the log to this file, too; empty for none");
+  fields.emplace_back("logFileMaxBytes", &settings.logFileMaxBytes, Limits::LogFileBytes, "bytes",
+                      "a log file of this size is put aside, and a new one begun; 0 for never");
+  fields.emplace_back("logFileCount", &settings.logFileCount, Limits::LogFileCount, "files",
+                      "how many that were put aside are kept");
   return fields;
 }
 

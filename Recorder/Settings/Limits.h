@@ -63,6 +63,10 @@ inline constexpr Range<int> HoldMs{0, 10000};
 inline constexpr Range<int> RearmSeconds{0, 3600};
 inline constexpr Range<double> SpeedKnots{0.0, 200.0};
 
+/// Up to what every file system and every reader can bear.
+inline constexpr Range<std::int64_t> LogFileBytes{0, std::int64_t{1} << 30};
+inline constexpr Range<int> LogFileCount{1, 100};
+
 /// PATH_MAX and the size of sun_path, without the NUL (limits.h, unix(7)).
 inline constexpr Range<int> PathBytes{1, 4095};
 inline constexpr Range<int> OptionalPathBytes{0, 4095};

@@ -84,6 +84,9 @@ struct Settings {
   std::string temperatureZone = Kbase::Util::TemperatureMonitor::DefaultZone;
   /// Also append the log to this file; empty for none.
   std::string logFile;
+  /// A line that would make it larger begins a new one; 0: never. So many old ones are kept.
+  std::uint64_t logFileMaxBytes = std::uint64_t{10} << 20;
+  int logFileCount = 5;
 };
 
 /// Reads a JSON file of at most 1 MiB. What it does not name has its default, whatever `settings` held before. False

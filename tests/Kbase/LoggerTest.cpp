@@ -2,7 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fmt/format.h>
+
+#include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -67,6 +71,54 @@ TEST_F(LoggerTest, FlushWhileManyThreadsLogLosesNoLine) {
   for (auto& thread : threads) thread.join();
   logger.Flush();
   EXPECT_EQ(ReadLines().size(), 2000U);
+}
+
+// Catches lines that are lost or written twice while the file is turned over by its size, and by somebody else who
+// renames it and asks for a new one; a file that grows beyond its limit, or old ones beyond their number.
+TEST_F(LoggerTest, TurningTheFileOverUnderLoadLosesNoLine) {
+  constexpr std::size_t MaxBytes = 20'000;
+  constexpr int Threads = 4;
+  constexpr int Lines = 1500;
+  Logger& logger = Logger::GetInstance();
+  logger.SetConsole(false);
+  ASSERT_TRUE(logger.SetFile(m_dir + "log", {MaxBytes, 1000}));
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < Threads; ++thread) {
+    threads.emplace_back([&logger, thread] {
+      for (int line = 0; line < Lines; ++line) logger.Info("Tavi", fmt::format("thread {} line {}", thread, line));
+    });
+  }
+  for (int i = 0; i < 20; ++i) {
+    std::error_code isBetweenTwo;
+    std::filesystem::rename(m_dir + "log", m_dir + "renamed" + std::to_string(i), isBetweenTwo);
+    logger.ReopenFile();
+    std::this_thread::yield();
+  }
+  for (auto& thread : threads) thread.join();
+  logger.Info("Tavi", "the last");
+  logger.Flush();
+  EXPECT_THAT(ReadLines().back(), testing::HasSubstr("the last")) << "the file is where it was asked for";
+  std::multiset<std::string> lines;
+  int files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(m_dir)) {
+    EXPECT_LE(entry.file_size(), MaxBytes) << entry.path();
+    ++files;
+    std::ifstream file(entry.path());
+    for (std::string line; std::getline(file, line);) lines.insert(line.substr(line.rfind(']') + 2));
+  }
+  EXPECT_GT(files, 10);
+  EXPECT_EQ(lines.size(), Threads * Lines + 1U);
+  for (int thread = 0; thread < Threads; ++thread) {
+    for (int line = 0; line < Lines; ++line) {
+      ASSERT_EQ(lines.count(fmt::format("thread {} line {}", thread, line)), 1U) << thread << " " << line;
+    }
+  }
+  ASSERT_TRUE(logger.SetFile(m_dir + "few", {1000, 2}));
+  for (int line = 0; line < 200; ++line) logger.Info("Tavi", "another line");
+  logger.Flush();
+  EXPECT_TRUE(std::filesystem::exists(m_dir + "few.2"));
+  EXPECT_FALSE(std::filesystem::exists(m_dir + "few.3"));
+  logger.SetConsole(true);
 }
 
 }  // namespace

@@ -2,11 +2,15 @@
 #include "Kbase/Klog/Logger.h"
 
 #include <spdlog/async.h>
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
 #include <atomic>
+#include <chrono>
+#include <exception>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -45,6 +49,70 @@ std::string BuildLine(Level level, std::string_view tag, std::string_view messag
   return line;
 }
 
+/// The file: turned over by its size, opened anew on request, and after a failure with a later line. What fails is
+/// thrown, which the library tells on standard error. Written by the logger's own threads, one at a time.
+class LogFile final : public spdlog::sinks::base_sink<std::mutex> {
+ public:
+  /// Throws spdlog::spdlog_ex when the file cannot be opened.
+  LogFile(std::string path, FileLimits limits) : m_path(std::move(path)), m_limits(limits), m_file(Open()) {}
+
+  /// From any thread, and without waiting.
+  void Reopen() { m_reopen = true; }
+
+ protected:
+  void sink_it_(const spdlog::details::log_msg& message) override {
+    std::exception_ptr trouble;
+    const bool isTimeToRetry = !m_file && message.time - m_tried > RetryPeriod;
+    if (m_reopen.exchange(false) || isTimeToRetry) trouble = OpenAnew(message.time);
+    if (m_file) Write(message);
+    if (trouble) std::rethrow_exception(trouble);
+  }
+  void flush_() override {
+    if (m_file) m_file->flush();
+  }
+
+ private:
+  static constexpr std::chrono::seconds RetryPeriod{1};
+
+  [[nodiscard]] spdlog::sink_ptr Open() const {
+    spdlog::sink_ptr file;
+    if (m_limits.maxBytes == 0) {
+      file = std::make_shared<spdlog::sinks::basic_file_sink_st>(m_path);
+    } else {
+      file = std::make_shared<spdlog::sinks::rotating_file_sink_st>(m_path, m_limits.maxBytes, m_limits.oldFiles);
+    }
+    file->set_pattern("%v");
+    return file;
+  }
+  /// The one before stays where there is no new one.
+  std::exception_ptr OpenAnew(spdlog::log_clock::time_point now) {
+    try {
+      m_tried = now;
+      m_file = Open();
+      return nullptr;
+    } catch (const spdlog::spdlog_ex&) {
+      return std::current_exception();
+    }
+  }
+  /// A file that could not be turned over is written to all the same.
+  void Write(const spdlog::details::log_msg& message) {
+    try {
+      m_file->log(message);
+    } catch (const spdlog::spdlog_ex&) {
+      m_file.reset();
+      if (!OpenAnew(message.time)) m_file->log(message);
+      throw;
+    }
+  }
+
+  const std::string m_path;
+  const FileLimits m_limits;
+  std::atomic<bool> m_reopen{false};
+  /// Null while it cannot be opened.
+  spdlog::sink_ptr m_file;
+  spdlog::log_clock::time_point m_tried{};
+};
+
 /// One generation of queue, thread and sinks; destroying it writes what is queued and joins the thread.
 struct Backend {
   explicit Backend(std::vector<spdlog::sink_ptr> sinks)
@@ -77,7 +145,7 @@ struct Logger::Impl {
   std::shared_ptr<Backend> backend;
   std::shared_ptr<const Observer> observer;
   spdlog::sink_ptr console = std::make_shared<spdlog::sinks::stderr_sink_mt>();
-  spdlog::sink_ptr file;
+  std::shared_ptr<LogFile> file;
   bool consoleEnabled = true;
 
   std::shared_ptr<Backend> BuildBackend() const {
@@ -130,11 +198,11 @@ void Logger::SetConsole(bool enabled) {
   m_impl->Renew();
 }
 
-bool Logger::SetFile(const std::string& path) {
-  spdlog::sink_ptr sink;
+bool Logger::SetFile(const std::string& path, FileLimits limits) {
+  std::shared_ptr<LogFile> sink;
   if (!path.empty()) {
     try {
-      sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path);
+      sink = std::make_shared<LogFile>(path, limits);
     } catch (const spdlog::spdlog_ex&) {
       return false;
     }
@@ -145,6 +213,11 @@ bool Logger::SetFile(const std::string& path) {
   }
   m_impl->Renew();
   return true;
+}
+
+void Logger::ReopenFile() {
+  const std::lock_guard lock(m_impl->mutex);
+  if (m_impl->file) m_impl->file->Reopen();
 }
 
 void Logger::SetObserver(Observer observer) {

@@ -1,6 +1,7 @@
 // The process's logger: one line format, a console and a file sink, written by a thread of its own.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -9,6 +10,15 @@
 namespace Kbase::Klog {
 
 enum class Level { Info, Warning, Error };
+
+/// How large a log file becomes, and what is kept of it.
+struct FileLimits {
+  /// A line that would make it larger begins a new one: "recorder.log" becomes "recorder.1.log", that one
+  /// "recorder.2.log". 0: no limit.
+  std::size_t maxBytes = 0;
+  /// How many old ones there are; the oldest goes. With 0 the file begins anew.
+  std::size_t oldFiles = 0;
+};
 
 /// The logger singleton. Thread-safe.
 ///
@@ -32,7 +42,11 @@ class Logger {
 
   /// Appends every later line to the file at `path` as well; an empty path ends that. False when the file cannot be
   /// opened: the sinks stay as they were.
-  bool SetFile(const std::string& path);
+  bool SetFile(const std::string& path, FileLimits limits = {});
+
+  /// Opens the file of SetFile anew before the next line is written, because somebody has renamed it. Does not wait
+  /// for that; a file that cannot be opened is told on standard error, and lines go on into the one before.
+  void ReopenFile();
 
   /// Hands every later line to `observer` too, on the logging thread and without a lock held; an empty one ends that.
   /// It must not log itself.
