@@ -198,34 +198,4 @@ ordered_json Service::DescribeClock() const {
   return clock;
 }
 
-std::string Service::WriteMetrics() const {
-  PrometheusText text;
-  WritePrometheus(m_health->GetHealth().Read(), text);
-  const auto add = [&text](const char* name, PrometheusText::Type type, const char* help, double value) {
-    text.Describe(name, type, help);
-    text.Add(value);
-  };
-  using Type = PrometheusText::Type;
-  const auto storage = m_archive.Describe();
-  const auto number = [&storage](const char* key) { return storage[key].get<double>(); };
-  add("tavi_events_saved_total", Type::Counter, "Events that are complete.", number("saved"));
-  add("tavi_events_failed_total", Type::Counter, "Events that could not be saved at once.", number("failed"));
-  add("tavi_events_refused_total", Type::Counter, "Requests for which there was no collect manager.",
-      static_cast<double>(m_refused));
-  add("tavi_events_waiting", Type::Gauge, "Requests that wait for a collect manager.",
-      static_cast<double>(m_queue.Read().waiting));
-  const auto time = m_timeOfDay.Tell(Moment::Now());
-  add("tavi_clock_receiver", Type::Gauge, "1 when events have the receiver's time.",
-      time.systemAheadSeconds ? 1.0 : 0.0);
-  if (time.systemAheadSeconds) {
-    add("tavi_clock_system_ahead_seconds", Type::Gauge, "System's clock minus the receiver's.",
-        *time.systemAheadSeconds);
-  }
-  add("tavi_storage_events", Type::Gauge, "Events on the disk.", number("events"));
-  add("tavi_storage_bytes", Type::Gauge, "Bytes that they take.", number("bytes"));
-  add("tavi_storage_free_bytes", Type::Gauge, "Bytes free on their disk.", number("freeBytes"));
-  add("tavi_storage_full", Type::Gauge, "1 while no event can be saved.", storage["full"].get<bool>() ? 1.0 : 0.0);
-  return text.GetText();
-}
-
 }  // namespace Tavi::Recorder

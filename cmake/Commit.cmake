@@ -1,0 +1,16 @@
+# Writes the file that knows the commit, when that is another one: cmake -DSOURCE=dir -DOUTPUT=file [-DCOMMIT=text] -P
+if(NOT COMMIT)
+  execute_process(COMMAND git -C ${SOURCE} describe --always --dirty --abbrev=12 --exclude=*
+    OUTPUT_VARIABLE COMMIT OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE failed)
+  if(failed)
+    set(COMMIT unknown)
+  endif()
+endif()
+set(text "// Made by the build.\n#include \"Recorder/Version.h\"\n\nstd::string_view Tavi::Recorder::GetCommit() {\n  return \"${COMMIT}\";\n}\n")
+set(before)
+if(EXISTS ${OUTPUT})
+  file(READ ${OUTPUT} before)
+endif()
+if(NOT before STREQUAL text)
+  file(WRITE ${OUTPUT} "${text}")
+endif()
