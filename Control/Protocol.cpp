@@ -177,6 +177,15 @@ std::optional<ProtectRequest> ParseProtectRequest(const Json& request, std::stri
   return reader.Finish() ? std::make_optional(protect) : std::nullopt;
 }
 
+std::optional<RemoveRequest> ParseRemoveRequest(const Json& request, std::string& problem) {
+  RemoveRequest remove;
+  FieldReader reader(request, problem);
+  reader.Demand("event", "an event's id");
+  reader.ReadEventId("event", remove.event);
+  reader.ReadBool("evenProtected", remove.evenProtected);
+  return reader.Finish() ? std::make_optional(remove) : std::nullopt;
+}
+
 nlohmann::ordered_json BuildRequest(const EventRequest& request) {
   nlohmann::ordered_json json{{"command", Command::Event}};
   if (request.beforeSeconds) json["beforeSeconds"] = *request.beforeSeconds;
@@ -192,6 +201,10 @@ nlohmann::ordered_json BuildRequest(const IgnitionRequest& request) {
 
 nlohmann::ordered_json BuildRequest(const ProtectRequest& request) {
   return {{"command", Command::Protect}, {"event", request.event}, {"protected", request.isProtected}};
+}
+
+nlohmann::ordered_json BuildRequest(const RemoveRequest& request) {
+  return {{"command", Command::Remove}, {"event", request.event}, {"evenProtected", request.evenProtected}};
 }
 
 std::size_t CountCharacters(std::string_view utf8) {

@@ -30,6 +30,7 @@ inline constexpr const char* Ignition = "ignition";
 inline constexpr const char* PowerFail = "power-fail";
 inline constexpr const char* Events = "events";
 inline constexpr const char* Protect = "protect";
+inline constexpr const char* Remove = "remove";
 inline constexpr const char* Metrics = "metrics";
 inline constexpr const char* Identity = "identity";
 inline constexpr const char* Stop = "stop";
@@ -62,6 +63,14 @@ struct ProtectRequest {
   bool isProtected = true;
 };
 
+/// Removes a complete event for good.
+struct RemoveRequest {
+  /// As of ProtectRequest.
+  std::string event;
+  /// Also one that is protected.
+  bool evenProtected = false;
+};
+
 /// Reads one line into an object with a string "command" and, if any, an "id" that is a string or an integer. Empty,
 /// with one sentence in `problem`, when the line is anything else or nested deeper than requests are.
 std::optional<nlohmann::ordered_json> ParseRequest(const std::string& line, std::string& problem);
@@ -75,11 +84,13 @@ bool CheckPlainRequest(const nlohmann::ordered_json& request, std::string& probl
 std::optional<EventRequest> ParseEventRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<IgnitionRequest> ParseIgnitionRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<ProtectRequest> ParseProtectRequest(const nlohmann::ordered_json& request, std::string& problem);
+std::optional<RemoveRequest> ParseRemoveRequest(const nlohmann::ordered_json& request, std::string& problem);
 
 /// The requests as the functions above read them.
 nlohmann::ordered_json BuildRequest(const EventRequest& request);
 nlohmann::ordered_json BuildRequest(const IgnitionRequest& request);
 nlohmann::ordered_json BuildRequest(const ProtectRequest& request);
+nlohmann::ordered_json BuildRequest(const RemoveRequest& request);
 
 /// What is wrong with an event's label; empty for UTF-8 of at most MaxLabelCharacters code points without control
 /// characters (C0, DEL, C1: they would act on the terminal that lists the events).

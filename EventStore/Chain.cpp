@@ -21,11 +21,13 @@ constexpr std::size_t MaxChainBytes = std::size_t{256} << 20;
 constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
 constexpr std::string_view SavedWord = "saved";
 constexpr std::string_view RemovedWord = "removed";
+constexpr std::string_view RequestedWord = "removed-on-request";
 /// In front of what is signed, so that no other signature of the key can be taken for a link's.
 constexpr std::string_view Purpose = "tavi chain 1: ";
 
 std::string FormatLink(const ChainLink& link) {
-  return fmt::format("{} {} {} {}", link.sequence, link.isRemoval ? RemovedWord : SavedWord, link.name, link.sha256);
+  const std::string_view removed = link.isRequested ? RequestedWord : RemovedWord;
+  return fmt::format("{} {} {} {}", link.sequence, link.isRemoval ? removed : SavedWord, link.name, link.sha256);
 }
 
 std::optional<ChainLink> ParseLink(const std::string& line) {
@@ -34,8 +36,9 @@ std::optional<ChainLink> ParseLink(const std::string& line) {
   std::string word;
   std::string signature;
   if (!(words >> link.sequence >> word >> link.name >> link.sha256 >> signature)) return std::nullopt;
-  if (word != SavedWord && word != RemovedWord) return std::nullopt;
-  link.isRemoval = word == RemovedWord;
+  link.isRequested = word == RequestedWord;
+  link.isRemoval = word == RemovedWord || link.isRequested;
+  if (word != SavedWord && !link.isRemoval) return std::nullopt;
   link.text = std::string(Purpose) + FormatLink(link);
   link.signature = FromHex(signature);
   // Else something beside the five words would be covered by nothing.
@@ -131,13 +134,14 @@ void Chain::NoteSaved(const std::string& name, std::string_view text) {
   if (!Append(link)) LogWarning(fmt::format("event {} is not noted in {}/{} yet", name, m_eventsDir, ChainName));
 }
 
-bool Chain::NoteRemoved(const std::string& directory, const std::string& name) {
+bool Chain::NoteRemoved(const std::string& directory, const std::string& name, bool isRequested) {
   std::string text;
   const auto event = ReadSealed(directory, text);
   // One of an older recorder, or of another unit: nobody will miss it in this chain.
   if (!event || event->seal->publicKey != m_identity.GetPublicKey()) return true;
   ChainLink link;
   link.isRemoval = true;
+  link.isRequested = isRequested;
   link.sequence = event->seal->sequence;
   link.name = name;
   link.sha256 = HashText(text);

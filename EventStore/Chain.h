@@ -19,6 +19,8 @@ inline constexpr const char* SignatureName = "event.json.sig";
 
 struct ChainLink {
   bool isRemoval = false;
+  /// Of a removal: somebody has asked for it; else it made room.
+  bool isRequested = false;
   /// Of the event, as in its Seal.
   std::uint64_t sequence = 0;
   /// Of the event's directory.
@@ -53,7 +55,7 @@ class Chain {
   void NoteSaved(const std::string& name, std::string_view text);
   /// The event of `directory`, which was called `name`, is going. False when it could not be noted: once more when
   /// there is room.
-  [[nodiscard]] bool NoteRemoved(const std::string& directory, const std::string& name);
+  [[nodiscard]] bool NoteRemoved(const std::string& directory, const std::string& name, bool isRequested = false);
 
   [[nodiscard]] const Identity& GetIdentity() const { return m_identity; }
   /// Of the newest event; 0 before there is one.

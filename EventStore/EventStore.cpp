@@ -32,9 +32,10 @@ EventStore::EventStore(const std::string& eventsDir, const RetentionLimits& limi
     : m_eventsDir(eventsDir),
       m_limits(limits),
       m_writer(eventsDir),
-      m_retention(eventsDir, freeSpace, [this](const std::string& directory, const std::string& name) {
-        return m_writer.NoteRemoved(directory, name);
-      }) {}
+      m_retention(eventsDir, freeSpace,
+                  [this](const std::string& directory, const std::string& name, bool isRequested) {
+                    return m_writer.NoteRemoved(directory, name, isRequested);
+                  }) {}
 
 std::uint64_t EventStore::GetSequence() {
   const std::lock_guard lock(m_mutex);
@@ -68,6 +69,13 @@ bool EventStore::Apply(RetentionResult& result) {
   const bool holds = m_retention.Apply(m_limits, 0, result);
   LogRemoved(result);
   return holds;
+}
+
+bool EventStore::Remove(const std::string& id, bool evenProtected, std::string& problem) {
+  const std::lock_guard lock(m_mutex);
+  const bool isRemoved = m_retention.Remove(id, evenProtected, problem);
+  if (isRemoved) LogInfo(fmt::format("event {} was removed: somebody has asked for it", id));
+  return isRemoved;
 }
 
 bool EventStore::SetProtected(const std::string& id, bool isProtected, std::string& problem) const {

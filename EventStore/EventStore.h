@@ -42,6 +42,9 @@ class EventStore {
   /// Retention without a new event: after a start, or to see how full it is.
   bool Apply(RetentionResult& result);
 
+  /// Removes an event because somebody has asked for it; see Retention::Remove.
+  [[nodiscard]] bool Remove(const std::string& id, bool evenProtected, std::string& problem);
+
   [[nodiscard]] std::vector<EventEntry> List() const { return ListEvents(m_eventsDir); }
   [[nodiscard]] bool SetProtected(const std::string& id, bool isProtected, std::string& problem) const;
 

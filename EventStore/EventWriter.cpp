@@ -190,7 +190,7 @@ bool RemoveLeftover(EventWriter& writer, const std::string& eventsDir, const std
   if (!name.starts_with(OldPrefix)) return RemoveTree(path, problem);
   const std::string eventName = name.substr(OldPrefix.size());
   if (Exists(path + "/" + ProtectedMarker)) return Rename(path, eventsDir + "/" + eventName, problem);
-  static_cast<void>(writer.NoteRemoved(path, eventName));
+  static_cast<void>(writer.NoteRemoved(path, eventName, false));
   return RemoveTree(path, problem);
 }
 

@@ -24,8 +24,8 @@ class EventWriter {
   /// Null without an identity.
   [[nodiscard]] const Chain* GetChain() const { return m_chain ? &*m_chain : nullptr; }
   /// To be called when an event has lost its name and is about to lose its files.
-  [[nodiscard]] bool NoteRemoved(const std::string& directory, const std::string& name) {
-    return !m_chain || m_chain->NoteRemoved(directory, name);
+  [[nodiscard]] bool NoteRemoved(const std::string& directory, const std::string& name, bool isRequested) {
+    return !m_chain || m_chain->NoteRemoved(directory, name, isRequested);
   }
 
   /// Keeps other processes from writing here until this object ends, or the process does; also on a disk that is put in

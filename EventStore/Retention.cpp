@@ -86,19 +86,31 @@ bool Retention::MeasureFree(RetentionResult& result) {
   return free.has_value();
 }
 
-bool Retention::RemoveEvent(const std::string& name, bool& isKept, std::string& problem) {
+bool Retention::RemoveEvent(const std::string& name, Removal removal, bool& isKept, std::string& problem) {
   const std::string path = m_eventsDir + "/" + name;
   const std::string oldPath = m_eventsDir + "/" + std::string(OldPrefix) + name;
   if (!Rename(path, oldPath, problem)) return false;
-  isKept = Exists(oldPath + "/" + ProtectedMarker);
+  isKept = !removal.evenProtected && Exists(oldPath + "/" + ProtectedMarker);
   if (isKept) return Rename(oldPath, path, problem);
   // Else a power cut could bring back the name, and not the files.
   if (!SyncDirectory(m_eventsDir, problem)) return false;
   // Where there is no room for the note either, the event's description outlives its other files by a moment.
-  const bool isNoted = !m_noteRemoval || m_noteRemoval(oldPath, name);
+  const bool isNoted = !m_noteRemoval || m_noteRemoval(oldPath, name, removal.isRequested);
   if (!isNoted) RemoveAllBut(oldPath, EventJsonName);
-  if (!isNoted) static_cast<void>(m_noteRemoval(oldPath, name));
+  if (!isNoted) static_cast<void>(m_noteRemoval(oldPath, name, removal.isRequested));
   return RemoveTree(oldPath, problem);
+}
+
+bool Retention::Remove(const std::string& id, bool evenProtected, std::string& problem) {
+  for (const std::string& name : ListNames(m_eventsDir)) {
+    if (!IsEventDirName(name) || GetEventId(name) != id || !IsDirectory(m_eventsDir + "/" + name)) continue;
+    bool isKept = false;
+    if (!RemoveEvent(name, {true, evenProtected}, isKept, problem)) return false;
+    if (isKept) problem = fmt::format("event {} is protected and stays", id);
+    return !isKept;
+  }
+  problem = fmt::format("there is no event {} in {}", id, m_eventsDir);
+  return false;
 }
 
 bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, RetentionResult& result) {
@@ -114,7 +126,7 @@ bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, 
   for (const EventEntry& entry : entries) {
     if (Holds(limits, bytesNeeded, result)) return true;
     bool isKept = entry.isProtected;
-    if (!isKept && !RemoveEvent(entry.name, isKept, result.problem)) return false;
+    if (!isKept && !RemoveEvent(entry.name, {}, isKept, result.problem)) return false;
     if (isKept) continue;
     Take(entry, result);
     result.removed.push_back(entry.name);

@@ -34,8 +34,9 @@ struct RetentionResult {
   std::string problem;
 };
 
-/// Notes that an event is going: its directory, and the name that it had. False: once more when there is room again.
-using NoteRemoval = std::function<bool(const std::string& directory, const std::string& name)>;
+/// Notes that an event is going: its directory, the name that it had, and whether somebody has asked for it. False:
+/// once more when there is room again.
+using NoteRemoval = std::function<bool(const std::string& directory, const std::string& name, bool isRequested)>;
 
 /// Bytes that may be written to the file system of a path; empty when it cannot be told.
 using FreeSpace = std::function<std::optional<std::uint64_t>(const std::string& path)>;
@@ -51,9 +52,17 @@ class Retention {
   /// before its first file, so nobody sees half of one. False, with `result.problem`, when the limits do not hold.
   bool Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, RetentionResult& result);
 
+  /// Removes the one event because somebody has asked for it, in the same way. False, with one sentence in
+  /// `problem`, when there is no such event, when it is protected, unless `evenProtected`, or when the disk refuses.
+  [[nodiscard]] bool Remove(const std::string& id, bool evenProtected, std::string& problem);
+
  private:
+  struct Removal {
+    bool isRequested = false;
+    bool evenProtected = false;
+  };
   bool MeasureFree(RetentionResult& result);
-  bool RemoveEvent(const std::string& name, bool& isKept, std::string& problem);
+  bool RemoveEvent(const std::string& name, Removal removal, bool& isKept, std::string& problem);
 
   const std::string m_eventsDir;
   EventLister m_lister;

@@ -87,12 +87,14 @@ class KeyChain {
     std::string sha256;
     bool isThere = false;
     bool isRemoved = false;
+    bool isRequested = false;
   };
 
   void AddLink(const ChainLink& link, std::vector<std::string>& findings) {
     Known& known = m_events[link.sequence];
     Learn(known, link.name, link.sha256, findings);
     known.isRemoved = known.isRemoved || link.isRemoval;
+    known.isRequested = known.isRequested || link.isRequested;
   }
 
   void AddEvent(const Seal& seal, const std::string& name, const std::string& sha256,
@@ -114,6 +116,7 @@ class KeyChain {
         check.findings.push_back(fmt::format("missing: number {}, of which nothing is left", next));
       ++next;
       check.removed += known.isRemoved && !known.isThere ? 1 : 0;
+      check.removedOnRequest += known.isRequested && !known.isThere ? 1 : 0;
       if (known.isThere || known.isRemoved || present.contains(known.name)) continue;
       const std::string name = known.name.empty() ? "an event" : known.name;
       check.findings.push_back(

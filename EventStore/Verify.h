@@ -31,6 +31,8 @@ struct ChainCheck {
   std::set<std::string> publicKeys;
   /// Events that the recorder itself removed, to make room or because it was told to.
   std::uint64_t removed = 0;
+  /// Those of them that somebody has asked for.
+  std::uint64_t removedOnRequest = 0;
 };
 
 /// Looks at the signed descriptions and at the chain, not at the other files of the events. An event is missed when

@@ -73,6 +73,15 @@ nlohmann::ordered_json EventArchive::DescribeIdentity() {
 }
 
 bool EventArchive::Open(std::string& problem) {
+  // Before anything is made, or said, of what cannot be.
+  std::error_code ignored;
+  fs::path above = fs::path(m_settings.eventsDir).parent_path();
+  while (above.has_relative_path() && !fs::exists(above, ignored)) above = above.parent_path();
+  if (!above.empty() && !fs::is_directory(above, ignored)) {
+    problem =
+        "storage.eventsDir: \"" + above.string() + "\" is no directory; give one that can be created or written to";
+    return false;
+  }
   TakeIdentity();
   if (!m_store.Open(problem)) return false;
   const bool isThere = Kdir(m_settings.workDir).Create();
@@ -264,7 +273,7 @@ EventResult EventArchive::Save(EventStore::EventDescription& event, const std::v
   EventResult result;
   if (!TrySave(waiting, result)) {
     waiting.problem = result.problem;
-    KeepForLater(std::move(waiting), result.problem);
+    result.isWaiting = KeepForLater(std::move(waiting), result.problem);
   }
   return result;
 }
@@ -305,8 +314,10 @@ bool EventArchive::TrySave(WaitingEvent& waiting, EventResult& result) {
   return true;
 }
 
-void EventArchive::KeepForLater(WaitingEvent waiting, const std::string& problem) {
+/// False when it is the one that has to give way.
+bool EventArchive::KeepForLater(WaitingEvent waiting, const std::string& problem) {
   ++m_failed;
+  const std::string id = waiting.noteId;
   Log::Error("event " + waiting.event.id + " waits in " + waiting.dir + " until it can be saved: " + problem);
   std::string trouble;
   if (!WriteDown(waiting, trouble)) Log::Warning(trouble);
@@ -315,7 +326,9 @@ void EventArchive::KeepForLater(WaitingEvent waiting, const std::string& problem
     m_waiting.push_back(std::move(waiting));
     m_waitingFor = problem;
   }
-  if (const auto superfluous = TakeSuperfluous()) Discard(*superfluous);
+  const auto superfluous = TakeSuperfluous();
+  if (superfluous) Discard(*superfluous);
+  return !superfluous || superfluous->noteId != id;
 }
 
 /// The oldest of those that nobody has asked to keep, when more wait on the working disk than may.

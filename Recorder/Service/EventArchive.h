@@ -63,6 +63,10 @@ class EventArchive {
   void SecureWaiting();
 
   [[nodiscard]] const EventStore::EventStore& GetStore() const { return m_store; }
+  /// Removes a complete event because somebody has asked for it; see EventStore::Remove.
+  [[nodiscard]] bool Remove(const std::string& id, bool evenProtected, std::string& problem) {
+    return m_store.Remove(id, evenProtected, problem);
+  }
   /// {"eventsDir","bytes","events","freeBytes","full","waiting","saved","failed","problem","unsigned"}.
   [[nodiscard]] nlohmann::ordered_json Describe() const;
   /// {"publicKey","sequence","pem"} of what events are signed with, or {"error"}. Waits for a commit under way.
@@ -84,7 +88,7 @@ class EventArchive {
   void Complain(const Notes& notes);
   void Place(WaitingEvent& waiting) const;
   bool TrySave(WaitingEvent& waiting, EventResult& result);
-  void KeepForLater(WaitingEvent waiting, const std::string& problem);
+  bool KeepForLater(WaitingEvent waiting, const std::string& problem);
   [[nodiscard]] std::optional<WaitingEvent> TakeSuperfluous();
   void Discard(const WaitingEvent& waiting);
 

@@ -23,6 +23,13 @@ using PipelineCollect::PipelineCollectInput;
 constexpr int Pace = 32;
 constexpr std::chrono::milliseconds StartPoll{50};
 
+EventResult Failure(const std::string& id, const char* problem) {
+  EventResult result;
+  result.id = id;
+  result.problem = problem;
+  return result;
+}
+
 PipelineCollectInput BuildInput(const EventOrder& order, const std::string& directory) {
   PipelineCollectInput input;
   input.startSeconds = -order.beforeSeconds;
@@ -72,7 +79,7 @@ void EventTaker::Run() {
     return;
   }
   // Whoever waits for the event is told, whatever becomes of it.
-  EventResult result{false, order->id, {}, 0, "it could not be collected: see the log", {}};
+  EventResult result = Failure(order->id, "it could not be collected: see the log");
   m_eventGuard.Run([&] { result = TakeEvent(*order); });
   m_queue.Finish(m_taker);
   if (order->done) order->done(result);
@@ -117,17 +124,17 @@ EventResult EventTaker::TakeEvent(const EventOrder& order) {
   PipelineCollect::PipelineCollectOutput output;
   if (!m_manager.Collect(input, output)) {
     m_archive.Withdraw(order.id);
-    return {false, order.id, {}, 0, "it could not be collected: see the log", {}};
+    return Failure(order.id, "it could not be collected: see the log");
   }
   if (output.windows.empty() && m_isEnding()) {
     // Stays while something is in it: what power interrupts is finished at the next start, which goes by the note.
     ::rmdir(input.outputDir.c_str());
-    return {false, order.id, {}, 0, "the recorder ended: what there was is finished at the next start", {}};
+    return Failure(order.id, "the recorder ended: what there was is finished at the next start");
   }
   if (output.windows.empty()) {
     m_archive.DropWorkDir(order.id);
     m_archive.Withdraw(order.id);
-    return {false, order.id, {}, 0, "no source has delivered, or nothing could be written", {}};
+    return Failure(order.id, "no source has delivered, or nothing could be written");
   }
   auto event = DescribeEvent(order, output, GetManagerName(m_taker), waited.count());
   event.interrupted = m_isEnding();

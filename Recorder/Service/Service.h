@@ -54,6 +54,7 @@ class Service final : public ControlHandler {
   void HandleEvent(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleIgnition(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleProtect(const nlohmann::ordered_json& request, const Reply& reply);
+  void HandleRemove(const nlohmann::ordered_json& request, const Reply& reply);
   void ListEvents(const Reply& reply) const;
   [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;
   [[nodiscard]] nlohmann::ordered_json DescribeClock() const;

@@ -44,7 +44,10 @@ ordered_json Describe(const EventResult& result) {
     }
     if (!result.missing.empty()) fields["error"] = DescribeMissing(result.missing);
   } else {
-    fields["error"] = result.problem;
+    fields["waits"] = result.isWaiting;
+    fields["error"] = result.isWaiting
+                          ? "event " + result.id + " waits and is saved as soon as it can be: " + result.problem
+                          : result.problem;
   }
   return fields;
 }
@@ -69,6 +72,8 @@ void Service::Handle(const Json& request, Reply reply) {
     HandleIgnition(request, reply);
   } else if (command == Command::Protect) {
     HandleProtect(request, reply);
+  } else if (command == Command::Remove) {
+    HandleRemove(request, reply);
   } else if (command == Command::Events) {
     m_disk.Post([this, reply] { ListEvents(reply); });
   } else if (command == Command::Identity) {
@@ -84,7 +89,7 @@ void Service::Handle(const Json& request, Reply reply) {
     Stop();
   } else {
     reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
-                 "metrics, identity or stop");
+                 "remove, metrics, identity or stop");
   }
 }
 
@@ -144,6 +149,25 @@ void Service::HandleProtect(const Json& request, const Reply& reply) {
     std::string why;
     if (m_archive.GetStore().SetProtected(wanted.event, wanted.isProtected, why)) {
       reply({{"event", wanted.event}, {"protected", wanted.isProtected}});
+    } else {
+      reply.Refuse(why);
+    }
+  });
+}
+
+void Service::HandleRemove(const Json& request, const Reply& reply) {
+  std::string problem;
+  const auto wanted = ParseRemoveRequest(request, problem);
+  if (!wanted) {
+    reply.Refuse(problem);
+    return;
+  }
+  // Not where requests are noted down: this may wait for an event that is being written.
+  Post([this, wanted = *wanted, reply] {
+    std::string why;
+    if (m_archive.Remove(wanted.event, wanted.evenProtected, why)) {
+      reply({{"event", wanted.event}, {"removed", true}});
+      m_archive.Maintain();
     } else {
       reply.Refuse(why);
     }

@@ -116,5 +116,24 @@ TEST_F(RetentionTest, SavingResumesWhenThereIsRoom) {
   EXPECT_EQ(store.Save(event, {source}, false, m_eventDir, m_problem), SaveResult::Failed) << "the source is gone";
 }
 
+// Catches another event that goes than the one that was meant, and a protected one that goes without having been told
+// so.
+TEST_F(RetentionTest, WhatSomebodyAsksForGoesAndNothingElse) {
+  std::vector<std::string> noted;
+  Retention retention(m_events, MakeDisk(), [&](const std::string&, const std::string& name, bool isRequested) {
+    noted.push_back(name + (isRequested ? " on request" : ""));
+    return true;
+  });
+  EXPECT_FALSE(retention.Remove("00000002", false, m_problem));
+  EXPECT_EQ(m_problem, "event 00000002 is protected and stays");
+  EXPECT_FALSE(retention.Remove("00000005", true, m_problem));
+  EXPECT_EQ(GetIds(), "1234");
+  EXPECT_TRUE(retention.Remove("00000003", false, m_problem)) << m_problem;
+  EXPECT_TRUE(retention.Remove("00000002", true, m_problem)) << m_problem;
+  EXPECT_EQ(GetIds(), "14");
+  EXPECT_EQ(noted,
+            (std::vector<std::string>{"20261121T134002Z_00000003 on request", "20261121T134003Z_00000002 on request"}));
+}
+
 }  // namespace
 }  // namespace Tavi::EventStore

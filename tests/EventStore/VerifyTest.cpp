@@ -143,6 +143,21 @@ TEST_F(VerifyTest, RetentionAndCutsLeaveAChainThatHolds) {
   EXPECT_EQ(store->GetSequence(), 6U);
 }
 
+// A chain in which nobody can tell that somebody had an event removed, or that takes it for a theft.
+TEST_F(VerifyTest, WhatSomebodyHadRemovedIsToldAndNotMissed) {
+  {
+    const auto store = OpenStore();
+    for (int i = 1; i <= 3; ++i) Save(*store, i);
+    for (const char* id : {"00000001", "00000003"}) ASSERT_TRUE(store->Remove(id, false, m_problem)) << m_problem;
+  }
+  Save(*OpenStore(), 4);
+  EXPECT_THAT(CheckAll(), IsEmpty());
+  EXPECT_EQ(CheckChain(m_events, {}).removed, 2U);
+  EXPECT_EQ(CheckChain(m_events, {}).removedOnRequest, 2U);
+  Replace(m_events + "/" + ChainName, "removed-on-request", "removed");
+  EXPECT_EQ(CheckAll().size(), 2U) << "one line is nobody's, and an event is missed";
+}
+
 TEST_F(VerifyTest, TheKeyIsTheOwnersAloneAndARuinedOneIsLeftAsItIs) {
   struct stat status {};
   ASSERT_EQ(stat((m_dir + "identity.pem").c_str(), &status), 0);

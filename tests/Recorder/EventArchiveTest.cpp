@@ -98,6 +98,7 @@ TEST_F(EventArchiveTest, WhatWaitsForRoomSurvivesAsWhatItIs) {
       EXPECT_TRUE(Save(*archive, "0000000a", true).isSaved);
       const auto refused = Save(*archive, "0000000b", true);
       EXPECT_FALSE(refused.isSaved);
+      EXPECT_TRUE(refused.isWaiting);
       EXPECT_NE(refused.problem.find("maxEvents"), std::string::npos) << refused.problem;
       if (isSecured) archive->SecureWaiting();
       EXPECT_EQ(fs::exists(m_settings.workDir + "0000000b"), !isSecured);
@@ -172,6 +173,8 @@ TEST_F(EventArchiveTest, WhatIsToBeKeptIsNeverGivenUp) {
   for (int n = 1; n <= 7; ++n) {
     EXPECT_EQ(fs::exists(m_settings.workDir + "0000000" + std::to_string(n)), n <= 2 || n >= 6) << n;
   }
+  for (const char* id : {"00000008", "00000009"}) EXPECT_TRUE(Save(*archive, id, true).isWaiting);
+  EXPECT_FALSE(Save(*archive, "0000000a", false).isWaiting) << "it gave way at once, and is not promised to anybody";
 }
 
 // One event that becomes two, by each way that a death at some instant was found to lead there.
