@@ -9,6 +9,7 @@
 #include <ostream>
 #include <set>
 
+#include "Control/CommandLine.h"
 #include "Kbase/Json/Json.h"
 #include "Recorder/Settings/Limits.h"
 #include "Recorder/Version.h"
@@ -141,9 +142,13 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
       "writes a window around each event.",
       "tavi-recorder");
   AddOptions(app, options);
+  app.footer(
+      "Forms:\n  tavi-recorder --output DIR [OPTIONS]   takes a number of events, and ends\n"
+      "  tavi-recorder --list-devices [--json]  tells what is connected\n"
+      "  tavi-recorder run [OPTIONS]            is the service; tavi-recorder run --help tells its options");
   std::string problem;
   try {
-    app.parse(argc, argv);
+    CommandLine::Parse(app, argc, argv);
     if (options.listDevices) {
       const auto devices = Devices::ListDevices();
       out << (options.json ? Kbase::Json::PrintLines(Devices::ToJson(devices)) : Devices::FormatText(devices));

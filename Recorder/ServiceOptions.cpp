@@ -5,6 +5,8 @@
 #include <ostream>
 #include <string>
 
+#include "Control/CommandLine.h"
+
 namespace Tavi::Recorder {
 namespace {
 
@@ -53,7 +55,7 @@ std::optional<int> ParseServiceOptions(int argc, const char* const* argv, Settin
   AddOptions(app, words);
   std::string problem;
   try {
-    app.parse(argc, argv);
+    CommandLine::Parse(app, argc, argv);
     if (words.config.empty() || LoadSettings(words.config, settings, problem)) {
       Apply(words, settings);
       problem = CheckSettings(settings);
@@ -68,7 +70,11 @@ std::optional<int> ParseServiceOptions(int argc, const char* const* argv, Settin
     err << "tavi-recorder: " << problem << "\n";
     return UsageExitStatus;
   }
-  if (words.printConfig) out << FormatSettings(settings);
+  if (words.printConfig) {
+    out << FormatSettings(settings);
+  } else if (words.checkConfig) {
+    out << (words.config.empty() ? "" : words.config + ": ") << "the settings are right\n";
+  }
   if (words.printConfig || words.checkConfig) return 0;
   return std::nullopt;
 }

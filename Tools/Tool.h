@@ -31,9 +31,12 @@ struct ToolUsage {
 
 struct ToolOptions {
   std::string program;
-  std::string eventDir;
-  /// Empty or "-" for standard output.
-  std::string outputFile;
+  /// At least one.
+  std::vector<std::string> eventDirs;
+  /// Empty or "-" for standard output. A directory, or a name with "/" at its end, for a file of each event's name.
+  std::string output;
+  /// Of these files' names: ".gpx".
+  std::string suffix;
 };
 
 /// Exit statuses.
@@ -43,14 +46,17 @@ inline constexpr int FailureStatus = 1;
 /// The command line is wrong; nothing was written.
 inline constexpr int UsageStatus = 2;
 
-/// Parses the command line: EVENT_DIR, --output, --version and what `usage` has. `check` looks at the options together
-/// and gives a sentence about what is wrong, or none. Empty when the program is to run, otherwise its exit status: what
-/// there is to say has been said.
+/// Parses the command line: EVENT_DIR..., --output, --version and what `usage` has. `check` looks at the options
+/// together and gives a sentence about what is wrong, or none. Empty when the program is to run, otherwise its exit
+/// status: what there is to say has been said.
 std::optional<int> ParseToolOptions(const ToolUsage& usage, int argc, const char* const* argv, ToolOptions& options,
                                     const std::function<std::string()>& check);
 
-/// Loads the event, has it rendered and writes the result, to a file aside that then takes the output's name. What is
-/// wrong goes to standard error in one line. Returns the exit status.
+/// What is wrong with the directories of the events and the output, empty when nothing is.
+std::string CheckDirectories(const ToolOptions& options);
+
+/// Loads each event, has it rendered and writes the result, to a file aside that then takes the output's name. What is
+/// wrong goes to standard error, one line an event. Returns the exit status, of several the highest.
 int RunTool(const ToolOptions& options, const std::function<std::string(EventData&)>& render);
 
 }  // namespace Tavi::EventTools

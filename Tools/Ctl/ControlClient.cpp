@@ -22,26 +22,28 @@ using Clock = std::chrono::steady_clock;
 using Ksystem::FileUtils::UniqueFd;
 using std::chrono::milliseconds;
 
-using OnWait = std::function<void(std::chrono::seconds)>;
-
 constexpr int TellEveryMs = 1000;
-/// How often connecting is tried again while the recorder's backlog is full.
+/// How often connecting is tried again: while the recorder is not there yet, or its backlog is full.
 constexpr int RetryMs = 20;
 
 /// One conversation; every operation gives an empty text or the reason for which it failed.
 class Conversation {
  public:
-  Conversation(std::optional<milliseconds> timeout, const OnWait& onWait) : m_onWait(onWait) {
-    if (timeout) m_deadline = Clock::now() + *timeout;
+  explicit Conversation(const Patience& patience)
+      : m_onWait(patience.onWait), m_connectDeadline(m_start + patience.connect) {
+    if (patience.timeout) m_deadline = m_start + *patience.timeout;
   }
 
   std::string Connect(const sockaddr_un& address) {
     m_socket = UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!m_socket.IsValid()) return std::strerror(errno);
     while (::connect(m_socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-      if (errno != EAGAIN && errno != EINTR) return DescribeConnectError();
+      const bool isAbsent = errno == ENOENT || errno == ECONNREFUSED;
+      const bool mayCome = isAbsent && Clock::now() < m_connectDeadline && GetRemainingMs() != 0;
+      if (!mayCome && errno != EAGAIN && errno != EINTR) return DescribeConnectError();
       if (GetRemainingMs() == 0) return Silence;
       ::poll(nullptr, 0, RetryMs);
+      Tell();
     }
     return {};
   }
@@ -100,31 +102,39 @@ class Conversation {
     return m_onWait && isLonger ? TellEveryMs : remaining;
   }
 
+  /// Once a second.
+  void Tell() {
+    const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_start);
+    if (m_onWait && waited > m_told) m_onWait(m_told = waited);
+  }
+
   /// False when the time is over.
-  [[nodiscard]] bool WaitFor(short events) const {
+  [[nodiscard]] bool WaitFor(short events) {
     pollfd waiting{m_socket.Get(), events, 0};
     while (true) {
       const int nap = GetNapMs();
       const int ready = ::poll(&waiting, 1, nap);
       if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
       if (GetRemainingMs() == 0) return false;
-      if (m_onWait && ready == 0) m_onWait(std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_start));
+      if (ready == 0) Tell();
     }
   }
 
-  const OnWait& m_onWait;
+  const std::function<void(std::chrono::seconds)>& m_onWait;
   const Clock::time_point m_start = Clock::now();
+  const Clock::time_point m_connectDeadline;
+  std::chrono::seconds m_told{0};
   UniqueFd m_socket;
   std::optional<Clock::time_point> m_deadline;
 };
 
 }  // namespace
 
-std::optional<std::string> Exchange(const std::string& socketPath, const std::string& line,
-                                    std::optional<milliseconds> timeout, const OnWait& onWait, std::string& problem) {
+std::optional<std::string> Exchange(const std::string& socketPath, const std::string& line, const Patience& patience,
+                                    std::string& problem) {
   const auto address = Recorder::BuildSocketAddress(socketPath, problem);
   if (!address) return std::nullopt;
-  Conversation conversation(timeout, onWait);
+  Conversation conversation(patience);
   std::string reply;
   std::string reason = conversation.Connect(*address);
   if (reason.empty()) reason = conversation.Send(line);

@@ -1,39 +1,21 @@
-// tavi-ctl: asks and steers a running recorder.
+// tavi-ctl: asks and steers a running recorder, and looks at its events.
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <functional>
 #include <iostream>
 
 #include "Kbase/Json/Json.h"
 #include "Tools/Ctl/ControlClient.h"
 #include "Tools/Ctl/CtlOptions.h"
+#include "Tools/Ctl/LocalCommands.h"
 #include "Tools/Ctl/ReplyText.h"
 
 namespace {
 
 using namespace Tavi::Ctl;
 using Json = nlohmann::ordered_json;
-
-constexpr int FailureExitStatus = 1;
-constexpr int NoRecorderExitStatus = 3;
-
-int Complain(int exitStatus, const std::string& sentence) {
-  std::cerr << "tavi-ctl: " + MakePrintable(sentence) + "\n";
-  return exitStatus;
-}
-
-bool Print(const std::string& text) {
-  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-}
-
-std::optional<std::chrono::milliseconds> GetTimeout(const CtlOptions& options) {
-  if (!options.timeoutSeconds) return std::nullopt;
-  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(*options.timeoutSeconds));
-}
+namespace Command = Tavi::Recorder::Command;
 
 /// What takes long is seen to go on, on a terminal only; it is gone when the reply is there.
 class WaitingLine {
@@ -50,31 +32,63 @@ class WaitingLine {
   bool m_isShown = false;
 };
 
-std::optional<std::string> Wait(const CtlOptions& options, std::string& problem) {
+std::optional<std::string> Wait(const CtlOptions& options, const Json& request, std::string& problem) {
   WaitingLine waiting;
   std::function<void(std::chrono::seconds)> onWait;
   if (isatty(STDERR_FILENO) != 0) onWait = [&waiting](std::chrono::seconds waited) { waiting.Show(waited); };
-  const std::string line = Tavi::Recorder::BuildLine(options.request);
-  return Exchange(options.socketPath, line, GetTimeout(options), onWait, problem);
+  const Patience patience{GetTimeout(options), GetConnectTime(options), onWait};
+  return Exchange(options.socketPath, Tavi::Recorder::BuildLine(request), patience, problem);
 }
 
-int Ask(const CtlOptions& options) {
+bool IsTrue(const Json& reply, const char* name) {
+  const auto member = reply.find(name);
+  return member != reply.end() && member->is_boolean() && member->get<bool>();
+}
+
+int GetFailure(const Json& reply) {
+  if (IsTrue(reply, "waits")) return WaitingExitStatus;
+  return IsTrue(reply, "saved") ? PartialExitStatus : FailureExitStatus;
+}
+
+int Ask(const CtlOptions& options, const Json& request) {
   std::string problem;
-  const auto line = Wait(options, problem);
+  const auto line = Wait(options, request, problem);
   if (!line) return Complain(NoRecorderExitStatus, problem);
   const Json reply = Kbase::Json::Parse(*line);
   if (!reply.is_object() || !reply.contains("ok") || !reply["ok"].is_boolean()) {
     return Complain(NoRecorderExitStatus, "what answers at " + options.socketPath + " is no recorder");
   }
   const bool isOk = reply["ok"].get<bool>();
-  const std::string command = options.request["command"].get<std::string>();
   std::string text = options.json ? *line + "\n" : "";
-  if (isOk && !options.json) text = FormatReply(command, reply);
-  if (!Print(text)) return Complain(FailureExitStatus, std::string("standard output: ") + std::strerror(errno));
+  // An event that is there, if not all of it, is to be found all the same; what it lacks is in the sentence.
+  Json shown = reply;
+  shown.erase("error");
+  shown.erase("missing");
+  if ((isOk || IsTrue(reply, "saved")) && !options.json) text = FormatReply(options.command, shown);
+  if (!Print(text)) return FailureExitStatus;
   if (isOk) return 0;
   const auto error = reply.find("error");
   const bool hasReason = error != reply.end() && error->is_string();
-  return Complain(FailureExitStatus, hasReason ? error->get<std::string>() : "the recorder refuses, but not why");
+  return Complain(GetFailure(reply), hasReason ? error->get<std::string>() : "the recorder refuses, but not why");
+}
+
+/// Each event in its turn, up to the first that the recorder refuses.
+int AskOfEach(const CtlOptions& options) {
+  int status = 0;
+  for (const auto& id : ChooseEvents(options, status)) {
+    Json request = options.request;
+    request["event"] = id;
+    if (status = Ask(options, request); status != 0) break;
+  }
+  return status;
+}
+
+int Run(const CtlOptions& options) {
+  if (options.command == Command::Events) return RunEvents(options);
+  if (options.command == LocalCommand::Show) return RunShow(options);
+  if (options.command == LocalCommand::Export) return RunExport(options);
+  if (options.command == Command::Protect || options.command == Command::Remove) return AskOfEach(options);
+  return Ask(options, options.request);
 }
 
 }  // namespace
@@ -83,7 +97,7 @@ int main(int argc, char** argv) {
   try {
     CtlOptions options;
     if (const auto status = ParseOptions(argc, argv, options, std::cout, std::cerr)) return *status;
-    return Ask(options);
+    return Run(options);
   } catch (const std::exception& error) {
     return Complain(FailureExitStatus, error.what());
   }

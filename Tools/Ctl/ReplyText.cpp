@@ -13,7 +13,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using Recorder::CountCharacters;
-using Row = std::vector<std::string>;
 
 constexpr std::size_t ColumnGap = 2;
 
@@ -23,24 +22,6 @@ std::string FormatCell(const Json& value) {
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_array()) return std::to_string(value.size());
   return MakePrintable(value.is_string() ? value.get<std::string>() : Kbase::Json::Print(value));
-}
-
-/// Columns as wide as their widest cell, nothing behind the last one.
-std::string FormatTable(const std::vector<Row>& rows) {
-  std::vector<std::size_t> widths;
-  for (const auto& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], CountCharacters(row[i]));
-  }
-  std::string text;
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      text += row[i];
-      if (i + 1 < row.size()) text.append(widths[i] + ColumnGap - CountCharacters(row[i]), ' ');
-    }
-    text += "\n";
-  }
-  return text;
 }
 
 void AddMember(const std::string& name, const Json& value, std::vector<Row>& rows) {
@@ -67,26 +48,24 @@ std::string FormatMembers(const Json& reply) {
   return rows.empty() ? "done\n" : FormatTable(rows);
 }
 
-/// Whatever members the events have, in the order in which they first appear.
-std::string FormatEvents(const Json& events) {
-  if (events.empty()) return "there are no events\n";
-  Row names;
-  for (const auto& event : events) {
-    for (const auto& [name, value] : event.items()) {
-      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
-    }
-  }
-  std::vector<Row> rows(1);
-  for (const auto& name : names) rows.front().push_back(MakePrintable(name));
-  for (const auto& event : events) {
-    Row row;
-    for (const auto& name : names) row.push_back(event.contains(name) ? FormatCell(event[name]) : "-");
-    rows.push_back(std::move(row));
-  }
-  return FormatTable(rows);
-}
-
 }  // namespace
+
+std::string FormatTable(const std::vector<Row>& rows) {
+  std::vector<std::size_t> widths;
+  for (const auto& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], CountCharacters(row[i]));
+  }
+  std::string text;
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      text += row[i];
+      if (i + 1 < row.size()) text.append(widths[i] + ColumnGap - CountCharacters(row[i]), ' ');
+    }
+    text += "\n";
+  }
+  return text;
+}
 
 std::string FormatReply(const std::string& command, const Json& reply) {
   const auto pem = reply.find("pem");
@@ -99,10 +78,6 @@ std::string FormatReply(const std::string& command, const Json& reply) {
   const auto text = reply.find("text");
   if (command == Recorder::Command::Metrics && text != reply.end() && text->is_string()) {
     return text->get<std::string>();
-  }
-  const auto events = reply.find("events");
-  if (command == Recorder::Command::Events && events != reply.end() && events->is_array()) {
-    return FormatEvents(*events);
   }
   return FormatMembers(reply);
 }

@@ -40,19 +40,17 @@ std::string Check(const ExportOptions& options) {
   return {};
 }
 
-/// Where the clip begins that the subtitles go with.
-double GetClipStart(const EventData& data, int camera) {
-  const auto* first = FindStream(data.description, camera == 0 ? "VideoCamera0" : "VideoCamera1");
-  const auto* second = FindStream(data.description, camera < 0 ? "VideoCamera0" : "");
-  if (first != nullptr) return first->fromSeconds;
-  return second != nullptr ? second->fromSeconds : data.description.startSeconds;
+const char* GetSuffix(const ExportOptions& options) {
+  if (options.gpx) return ".gpx";
+  if (options.csv) return ".csv";
+  return options.geoJson ? ".geojson" : ".vtt";
 }
 
 std::string Render(const EventData& data, const ExportOptions& options) {
   if (options.gpx) return FormatGpx(data);
   if (options.csv) return FormatCsv(data);
   if (options.geoJson) return FormatGeoJson(data);
-  const auto form = options.tool.outputFile.ends_with(".srt") ? SubtitleForm::Srt : SubtitleForm::WebVtt;
+  const auto form = options.tool.output.ends_with(".srt") ? SubtitleForm::Srt : SubtitleForm::WebVtt;
   return FormatSubtitles(data, GetClipStart(data, options.camera), form);
 }
 
@@ -62,6 +60,7 @@ int main(int argc, char** argv) try {
   ExportOptions options;
   const auto status = ParseToolOptions(BuildUsage(options), argc, argv, options.tool, [&] { return Check(options); });
   if (status) return *status;
+  options.tool.suffix = GetSuffix(options);
   return RunTool(options.tool, [&](EventData& data) { return Render(data, options); });
 } catch (const std::exception& error) {
   std::cerr << "tavi-export: " << error.what() << "\n";

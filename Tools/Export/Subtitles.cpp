@@ -32,6 +32,13 @@ std::string FormatText(const EventData& data, const Fix& fix) {
 
 }  // namespace
 
+double GetClipStart(const EventData& data, int camera) {
+  const auto* first = FindStream(data.description, camera == 0 ? "VideoCamera0" : "VideoCamera1");
+  const auto* second = FindStream(data.description, camera < 0 ? "VideoCamera0" : "");
+  if (first != nullptr) return first->fromSeconds;
+  return second != nullptr ? second->fromSeconds : data.description.startSeconds;
+}
+
 std::string FormatSubtitles(const EventData& data, double clipFromSeconds, SubtitleForm form) {
   /// A day: what a damaged description places beyond it is no part of a clip.
   constexpr double Longest = 86'400.0;

@@ -13,7 +13,8 @@ int main(int argc, char** argv) try {
       {},
       {}};
   ToolOptions options;
-  options.outputFile = "report.html";
+  options.output = "report.html";
+  options.suffix = ".html";
   if (const auto status = ParseToolOptions(usage, argc, argv, options, [] { return std::string(); })) return *status;
   return RunTool(options, BuildReport);
 } catch (const std::exception& error) {

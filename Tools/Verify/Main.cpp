@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Control/CommandLine.h"
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
 #include "EventStore/Identity.h"
@@ -58,8 +59,11 @@ bool VerifyAll(const std::string& directory, const std::set<std::string>& truste
   const ChainCheck chain = CheckChain(directory, trusted);
   for (const auto& finding : chain.findings) Say(directory, finding);
   isIntact = isIntact && chain.findings.empty();
-  Say(directory, fmt::format("{} events, {} removed by the recorder, {}", events.size(), chain.removed,
-                             chain.findings.empty() ? "none missing" : "the chain is broken"));
+  const std::string onRequest =
+      chain.removedOnRequest == 0 ? "" : fmt::format(" ({} because somebody asked for it)", chain.removedOnRequest);
+  Say(directory,
+      fmt::format("{} event{}, {} removed by the recorder{}, {}", events.size(), events.size() == 1 ? "" : "s",
+                  chain.removed, onRequest, chain.findings.empty() ? "none missing" : "the chain is broken"));
   return isIntact;
 }
 
@@ -102,7 +106,7 @@ int main(int argc, char** argv) try {
   std::set<std::string> trusted;
   std::string problem;
   try {
-    app.parse(argc, argv);
+    Tavi::CommandLine::Parse(app, argc, argv);
     problem = ReadOptions(options, trusted);
   } catch (const CLI::Success& done) {
     return app.exit(done, std::cout, std::cerr);

@@ -37,6 +37,11 @@ class TestHandler final : public Recorder::ControlHandler {
     return m_kept;
   }
 
+  void SetReply(const std::string& command, const nlohmann::ordered_json& reply) {
+    const std::lock_guard lock(m_mutex);
+    m_replies[command] = reply;
+  }
+
   std::atomic<int> handled{0};
   std::function<void()> atQuit;
 
@@ -46,7 +51,6 @@ class TestHandler final : public Recorder::ControlHandler {
   std::vector<Recorder::Reply> m_kept;
   std::map<std::string, Json> m_replies{
       {"status", Json::parse(R"({"camera0":{"fps":30,"tags":["a","ü"]},"free":null,"events":[{"id":"a"}]})")},
-      {"events", Json::parse(R"({"events":[{"id":"9f3ca1b2","label":"Tür","files":[1,2]},{"id":"1","kept":true}]})")},
       {"metrics", {{"text", "tavi_events_total 3\n"}}},
       {"large", {{"text", std::string(LargeBytes, 'x')}}},
   };

@@ -59,6 +59,16 @@ class ServiceTest : public ServiceProgramTest {
     }
     return events;
   }
+  /// Names of metrics behind `mark`, but those of the sources.
+  static std::set<std::string> ListMetrics(const std::string& text, const std::string& mark) {
+    std::set<std::string> names;
+    for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
+      const auto begin = at + mark.size() - 5;
+      const std::string name = text.substr(begin, text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", begin) - begin);
+      if (!name.starts_with("tavi_source_")) names.insert(name);
+    }
+    return names;
+  }
   std::size_t CountFrames(const EventDescription& event, const std::string& type) const {
     for (const auto& file : event.files) {
       const std::string path = m_dir + "tavi/events/" + BuildEventDirName(event) + "/" + file.name;
@@ -93,6 +103,7 @@ TEST_F(ServiceTest, ACameraThatIsPulledCostsItsOwnPicturesOnly) {
 // Catches a window that is counted from another moment than that of the request, and requests that are lost or
 // forgotten.
 TEST_F(ServiceTest, ARequestBecomesADirectoryAndSoDoAThirdAtOnceAndNoFourth) {
+  std::ofstream(m_dir + "zone") << "47321\n";
   WriteSettings({{"queueLength", 1}, {"withPreview", false}});
   StartService();
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera0"]["entries"] > 60; }));
@@ -104,7 +115,16 @@ TEST_F(ServiceTest, ARequestBecomesADirectoryAndSoDoAThirdAtOnceAndNoFourth) {
   EXPECT_EQ(Ctl(words)["ok"], true);
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 3; })) << "not one after another";
   EXPECT_THAT(Ctl(words)["error"], HasSubstr("too many events"));
+  std::filesystem::rename(m_dir + "log", m_dir + "log.before");
+  kill(m_child, SIGHUP);
+  EXPECT_TRUE(WaitUntil([&] { return ReadFile(m_dir + "log").find("SIGHUP") != std::string::npos; }));
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 3; }));
+  const std::string metrics = Ctl("metrics")["text"];
+  EXPECT_EQ(ListMetrics(metrics, "# TYPE tavi_"), ListMetrics(ReadFile(CONTROL_DOCUMENT), "\n| `tavi_"));
+  EXPECT_THAT(metrics, HasSubstr("\ntavi_temperature_celsius 47\n"));
+  const std::string extra = Ctl("event --before 0 --duration 0 --wait")["event"];
+  EXPECT_THAT(Ctl("remove --yes " + kept)["error"], HasSubstr("is protected"));
+  EXPECT_EQ(Ctl("remove --yes " + extra)["removed"], true);
   EXPECT_EQ(EndService(SIGTERM), 0) << Err();
   EXPECT_FALSE(std::filesystem::exists(m_dir + "ctl/socket"));
   EXPECT_TRUE(std::filesystem::is_empty(m_dir + "tavi/work"));
@@ -343,6 +363,9 @@ TEST_F(ServiceTest, AMistakeStartsNothing) {
   EXPECT_EQ(Wait(Spawn({"run", "--simulate", "--output", "/proc/none", "--control", m_dir + "ctl/socket"})), 1);
   EXPECT_EQ(Wait(Spawn({"run", "--print-config"})), 0);
   EXPECT_TRUE(json::accept(Out()));
+  WriteSettings({{"queueLength", 1}});
+  EXPECT_EQ(Wait(Spawn({"run", "--check-config", "--config", m_dir + "settings.json"})), 0);
+  EXPECT_EQ(Out(), m_dir + "settings.json: the settings are right\n");
   EXPECT_FALSE(std::filesystem::exists(m_dir + "ctl/socket"));
 }
 
