@@ -1,39 +1,13 @@
 #!/usr/bin/env bash
 # How long a fresh machine takes from a checkout to its first event, packages included: scripts/first-event.sh
-# The fresh machine is a minimal Debian 12 in a directory of its own, made by debootstrap from this machine's mirror and
-# settings of apt; it has the committed state of this tree. Needs root. The result stays in build/first-event.txt.
+# The fresh machine is that of fresh-machine.sh. Needs root. The result stays in build/first-event.txt.
 source "$(dirname "$0")/common.sh"
-
-[ "$(id -u)" -eq 0 ] || { say "needs root, for debootstrap and chroot"; exit 2; }
-# Its mounts are nobody else's, and go with it.
-[ -n "${TAVI_OWN_MOUNTS:-}" ] || exec env TAVI_OWN_MOUNTS=1 unshare --mount "scripts/${0##*/}" "$@"
-command -v debootstrap > /dev/null || apt-get install -y --no-install-recommends debootstrap >&2
-mirror=$(sed -n 's/^URIs: //p; s/^deb \(\[[^]]*\] \)*\([^ ]*\) .*/\2/p' /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources \
-  2> /dev/null | head -n 1 || true)
-machine=$(mktemp -d "${TMPDIR:-/var/tmp}/tavi-first-event-XXXXXX")
-# Never through what may still be mounted.
-trap 'umount -R "$machine/proc" "$machine/dev/pts" "$machine/dev/shm" || true; rm -rf --one-file-system "$machine"' EXIT
-
-say "making a fresh machine in $machine"
-debootstrap --variant=minbase --include=ca-certificates bookworm "$machine" "${mirror:-http://deb.debian.org/debian}" >&2
-for part in sources.list sources.list.d apt.conf.d preferences.d trusted.gpg.d; do
-  [ ! -e "/etc/apt/$part" ] || { rm -rf "$machine/etc/apt/$part"; cp -a "/etc/apt/$part" "$machine/etc/apt/"; }
-done
-# Hooks of programs that are not there.
-grep -lE 'Post-Invoke' -r "$machine/etc/apt/apt.conf.d" | xargs -r rm
-cp -a /usr/share/keyrings/. "$machine/usr/share/keyrings/"
-cp -L /etc/resolv.conf /etc/hosts "$machine/etc/"
-mkdir -p "$machine/dev/shm" "$machine/dev/pts"
-mount -t proc proc "$machine/proc"
-mount -t tmpfs tmpfs "$machine/dev/shm"
-mount -t devpts -o newinstance,ptmxmode=0666 devpts "$machine/dev/pts"
-ln -sf pts/ptmx "$machine/dev/ptmx"
-git clone -q . "$machine/root/tavi"
+source scripts/fresh-machine.sh
 
 mkdir -p build
 start=$(date +%s)
 # The time in front of each line that a script says.
 stamp() { while IFS= read -r line; do case $line in '== '*) printf '%4d s %s\n' $(($(date +%s) - start)) "$line" ;; esac; done; }
-chroot "$machine" /usr/bin/env HOME=/root LC_ALL=C.UTF-8 /root/tavi/scripts/run.sh 2> >(tee "$PWD/build/first-event.log" | stamp >&2)
+in_fresh_machine /root/tavi/scripts/run.sh 2> >(tee "$PWD/build/first-event.log" | stamp >&2)
 took=$(($(date +%s) - start))
 printf '%d s on %s, %s\n' "$took" "$(date +%F)" "$(git rev-parse --short HEAD)" | tee build/first-event.txt
