@@ -106,7 +106,8 @@ bool Retention::Remove(const std::string& id, bool evenProtected, std::string& p
     if (!IsEventDirName(name) || GetEventId(name) != id || !IsDirectory(m_eventsDir + "/" + name)) continue;
     bool isKept = false;
     if (!RemoveEvent(name, {true, evenProtected}, isKept, problem)) return false;
-    if (isKept) problem = fmt::format("event {} is protected and stays", id);
+    if (isKept)
+      problem = fmt::format("event {} is protected and stays; evenProtected (tavi-ctl: --protected) removes it", id);
     return !isKept;
   }
   problem = fmt::format("there is no event {} in {}", id, m_eventsDir);

@@ -22,7 +22,7 @@ struct EventResult {
   std::size_t files = 0;
   /// One sentence unless saved.
   std::string problem;
-  /// Not saved yet, but whole, kept, and saved as soon as that can be.
+  /// Not saved yet, but kept, and saved as soon as that can be.
   bool isWaiting = false;
   /// Of a saved event; empty when all that was asked for is there.
   std::vector<EventStore::MissingPart> missing;

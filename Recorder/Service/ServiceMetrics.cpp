@@ -32,7 +32,7 @@ void AddStorage(PrometheusText& text, const nlohmann::ordered_json& storage) {
   AddOne(text, "tavi_storage_free_bytes", Type::Gauge, "Bytes free on their disk.", number("freeBytes"));
   AddOne(text, "tavi_storage_full", Type::Gauge, "1 while no event can be saved.",
          storage["full"].get<bool>() ? 1.0 : 0.0);
-  AddOne(text, "tavi_storage_waiting_events", Type::Gauge, "Whole events that wait until they can be saved.",
+  AddOne(text, "tavi_storage_waiting_events", Type::Gauge, "Collected events that wait until they can be saved.",
          number("waiting"));
   AddOne(text, "tavi_storage_signed", Type::Gauge, "1 while events are signed.",
          storage["unsigned"].get<std::string>().empty() ? 1.0 : 0.0);

@@ -16,7 +16,7 @@ namespace Tavi::Ctl {
 inline constexpr int FailureExitStatus = 1;
 inline constexpr int UsageExitStatus = 2;
 inline constexpr int NoRecorderExitStatus = 3;
-/// The event is whole and waits for room on the disk.
+/// The event is collected and waits for room on the disk.
 inline constexpr int WaitingExitStatus = 4;
 /// The event is saved, and not all that was asked for is there.
 inline constexpr int PartialExitStatus = 5;

@@ -21,6 +21,7 @@ using EventStore::EventDescription;
 using EventStore::EventEntry;
 using Json = nlohmann::ordered_json;
 
+constexpr double BytesPerKB = 1e3;
 constexpr double BytesPerMB = 1e6;
 /// As readers take it.
 constexpr std::size_t MaxDescriptionBytes = std::size_t{1} << 20;
@@ -54,7 +55,8 @@ std::string FormatTime(const EventDescription& event) {
 }
 
 std::string FormatSize(std::uint64_t bytes) {
-  return fmt::format("{:.1f} MB", static_cast<double>(bytes) / BytesPerMB);
+  const auto size = static_cast<double>(bytes);
+  return size < BytesPerMB ? fmt::format("{:.1f} kB", size / BytesPerKB) : fmt::format("{:.1f} MB", size / BytesPerMB);
 }
 
 /// From the first to the last entry of whatever stream has them.

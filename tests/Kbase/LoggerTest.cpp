@@ -97,6 +97,7 @@ TEST_F(LoggerTest, TurningTheFileOverUnderLoadLosesNoLine) {
   for (auto& thread : threads) thread.join();
   logger.Info("Tavi", "the last");
   logger.Flush();
+  ASSERT_FALSE(ReadLines().empty());
   EXPECT_THAT(ReadLines().back(), testing::HasSubstr("the last")) << "the file is where it was asked for";
   std::multiset<std::string> lines;
   int files = 0;
@@ -113,6 +114,20 @@ TEST_F(LoggerTest, TurningTheFileOverUnderLoadLosesNoLine) {
       ASSERT_EQ(lines.count(fmt::format("thread {} line {}", thread, line)), 1U) << thread << " " << line;
     }
   }
+  ASSERT_TRUE(logger.SetFile(m_dir + "unlimited"));
+  // The second time something is in the way: lines go on into the file before.
+  for (const std::string name : {"first", "second"}) {
+    logger.Info("Tavi", "before");
+    logger.Flush();
+    std::filesystem::rename(m_dir + "unlimited", m_dir + name);
+    if (name == "second") std::filesystem::create_directory(m_dir + "unlimited");
+    logger.ReopenFile();
+    logger.Info("Tavi", "after");
+    logger.Flush();
+  }
+  EXPECT_THAT(Tavi::Testing::ReadFile(m_dir + "first"), MatchesRegex(DATE "\\[Tavi\\] before\n"));
+  EXPECT_THAT(Tavi::Testing::ReadFile(m_dir + "second"),
+              MatchesRegex(DATE "\\[Tavi\\] after\n" DATE "\\[Tavi\\] before\n" DATE "\\[Tavi\\] after\n"));
   ASSERT_TRUE(logger.SetFile(m_dir + "few", {1000, 2}));
   for (int line = 0; line < 200; ++line) logger.Info("Tavi", "another line");
   logger.Flush();
