@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -56,7 +57,8 @@ std::string FormatTime(const EventDescription& event) {
 
 std::string FormatSize(std::uint64_t bytes) {
   const auto size = static_cast<double>(bytes);
-  return size < BytesPerMB ? fmt::format("{:.1f} kB", size / BytesPerKB) : fmt::format("{:.1f} MB", size / BytesPerMB);
+  return size < BytesPerMB ? fmt::format("{:.0f} kB", std::ceil(size / BytesPerKB))
+                           : fmt::format("{:.1f} MB", size / BytesPerMB);
 }
 
 /// From the first to the last entry of whatever stream has them.

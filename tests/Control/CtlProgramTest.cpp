@@ -136,9 +136,9 @@ class CtlEventsTest : public CtlProgramTest {
 // length than there is.
 TEST_F(CtlEventsTest, EventsAreListedShownAndMeantByTheirFirstDigits) {
   const std::string table =
-      "event     time (UTC)             trigger  length     size      protected  missing                 label\n"
-      "9f3ca1b2  2026-11-21 13:40:05    request  30 s       100.9 kB  no         camera1 3.2 s, preview  Tür\n"
-      "9f000000  2026-11-21 13:40:05 ?  request  5 of 30 s  100.8 kB  yes        -                       a?b\n";
+      "event     time (UTC)             trigger  length     size    protected  missing                 label\n"
+      "9f3ca1b2  2026-11-21 13:40:05    request  30 s       101 kB  no         camera1 3.2 s, preview  Tür\n"
+      "9f000000  2026-11-21 13:40:05 ?  request  5 of 30 s  101 kB  yes        -                       a?b\n";
   EXPECT_EQ(Run("events"), 0) << m_err;
   EXPECT_EQ(m_out, table);
   EXPECT_EQ(Run("--control " + m_dir + "none events --events " + m_dir + "events"), 0) << m_err;
