@@ -63,6 +63,7 @@ find_obstacle() {
 
 own=
 if [ -n "$programs" ]; then
+  [ -x "$programs/tavi-recorder" ] || { say "--programs: there is no tavi-recorder in $programs"; exit 2; }
   programs=$(realpath "$programs")
   own=$(mktemp -d "${TMPDIR:-/tmp}/tavi-readme-XXXXXX")
 fi
