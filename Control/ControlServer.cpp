@@ -31,12 +31,17 @@ constexpr milliseconds FaultLogInterval(10'000);
 /// Before the connections in the poll set.
 constexpr std::size_t FirstConnection = 2;
 
-/// The peer's user as it was when it connected (unix(7), SO_PEERCRED).
-std::optional<uid_t> GetPeerUser(int socketFd) {
-  ucred peer{};
-  socklen_t size = sizeof(peer);
-  if (::getsockopt(socketFd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
-  return peer.uid;
+/// The peer's supplementary groups as they were when it connected (SO_PEERGROUPS, since Linux 4.13).
+std::vector<gid_t> GetPeerGroups(int socketFd) {
+  std::vector<gid_t> groups;
+  socklen_t size = 0;
+  // The first call fails and tells how many bytes they are.
+  while (::getsockopt(socketFd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) != 0) {
+    if (errno != ERANGE || size / sizeof(gid_t) <= groups.size()) return {};
+    groups.resize(size / sizeof(gid_t));
+  }
+  groups.resize(size / sizeof(gid_t));
+  return groups;
 }
 
 }  // namespace
@@ -49,6 +54,11 @@ ControlServer::ControlServer(ControlHandler& handler, const ControlLimits& limit
 
 ControlServer::~ControlServer() {
   Stop();
+}
+
+void ControlServer::ServeGroup(gid_t group) {
+  m_group = group;
+  m_listener.ShareWith(group);
 }
 
 bool ControlServer::Open(const std::string& path, std::string& problem) {
@@ -154,15 +164,27 @@ void ControlServer::Accept(TimePoint now) {
   }
 }
 
+/// By the peer's user and groups as they were when it connected (unix(7), SO_PEERCRED).
+bool ControlServer::IsServed(int socketFd) const {
+  ucred peer{};
+  socklen_t size = sizeof(peer);
+  if (::getsockopt(socketFd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  if (peer.uid == ::geteuid() || peer.uid == 0) return true;
+  if (!m_group) return false;
+  const auto groups = GetPeerGroups(socketFd);
+  return peer.gid == *m_group || std::find(groups.begin(), groups.end(), *m_group) != groups.end();
+}
+
 void ControlServer::Admit(UniqueFd socket, TimePoint now) {
-  const auto user = GetPeerUser(socket.Get());
+  const bool isServed = IsServed(socket.Get());
   ControlConnection connection(std::move(socket), m_limits, now);
-  if (user && (*user == ::geteuid() || *user == 0)) {
+  if (isServed) {
     m_connections.emplace(++m_lastNumber, std::move(connection));
     return;
   }
   // A fresh socket has room for one line, so this one need not take a place.
-  connection.Refuse("only the recorder's own user and root are served", now);
+  const char* const others = m_group ? ", root and the group of control.group" : " and root";
+  connection.Refuse(fmt::format("only the recorder's own user{} are served", others), now);
   NoteFault("it belongs to another user", now);
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,14 +21,17 @@
 namespace Tavi::Recorder {
 
 /// Owns the socket, its clients and the thread "CONTROL", which reads requests, calls the handler and sends what the
-/// handler answers. Only clients of this process's own user and of root are served. The destructor ends the thread
-/// behind the call to the handler that may be under way, sends what has been answered as far as that does not block,
-/// closes everything and removes the socket.
+/// handler answers. Only clients of this process's own user, of root and, if one is named, of a group are served. The
+/// destructor ends the thread behind the call to the handler that may be under way, sends what has been answered as far
+/// as that does not block, closes everything and removes the socket.
 class ControlServer final : public Kbase::Interfaces::IThread {
  public:
   /// `handler` is borrowed for the server's life.
   explicit ControlServer(ControlHandler& handler, const ControlLimits& limits = {});
   ~ControlServer() override;
+
+  /// Members of it are served, too, and the socket is its. To be called before Open.
+  void ServeGroup(gid_t group);
 
   /// Listens at `path` and starts serving. False, with one sentence in `problem`, when that cannot be; see
   /// ControlSocket::Open. Call it once.
@@ -47,12 +51,14 @@ class ControlServer final : public Kbase::Interfaces::IThread {
   void Serve(std::uint64_t number, ControlConnection& connection, short seen, TimePoint now);
   void HandleRequest(std::uint64_t number, ControlConnection& connection, const std::string& line, TimePoint now);
   void Accept(TimePoint now);
+  [[nodiscard]] bool IsServed(int socketFd) const;
   void Admit(Ksystem::FileUtils::UniqueFd socket, TimePoint now);
   void RemoveEnded(TimePoint now);
   void NoteFault(const std::string& reason, TimePoint now);
 
   ControlHandler& m_handler;
   const ControlLimits m_limits;
+  std::optional<gid_t> m_group;
   ControlSocket m_listener;
   const std::shared_ptr<ReplyMailbox> m_mailbox;
   /// By number, counted from 1 and never used twice: an answer that comes late meets nobody else.

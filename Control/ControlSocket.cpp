@@ -30,22 +30,6 @@ std::string Describe(const std::string& action, const std::string& path) {
   return fmt::format("no control socket: cannot {} {}: {}", action, path, std::strerror(errno));
 }
 
-/// The umask may take bits away, hence the second step.
-bool CreateLevel(const std::filesystem::path& directory) {
-  return ::mkdir(directory.c_str(), DirectoryMode) == 0 && ::chmod(directory.c_str(), DirectoryMode) == 0;
-}
-
-/// Creates the directory and its missing parents; false with errno set. What was there already keeps its mode.
-bool CreateDirectory(const std::filesystem::path& directory) {
-  if (directory.empty() || CreateLevel(directory)) return true;
-  if (errno == ENOENT && CreateDirectory(directory.parent_path()) && CreateLevel(directory)) return true;
-  const int reason = errno;
-  struct stat attributes {};
-  if (::stat(directory.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode)) return true;
-  errno = reason;
-  return false;
-}
-
 /// Nobody can connect before listen(), so the mode is right by the time that it matters, and the process's umask, which
 /// other threads create files under, is left alone.
 bool Listen(int socketFd, const sockaddr_un& address) {
@@ -57,6 +41,31 @@ bool Listen(int socketFd, const sockaddr_un& address) {
 ControlSocket::~ControlSocket() {
   // Before the lock is given back: behind that the path may be another process's.
   if (m_bound && ::unlink(m_path.c_str()) != 0 && errno != ENOENT) Log::Warning(Describe("remove", m_path));
+}
+
+void ControlSocket::GiveToGroup(const std::string& path) const {
+  if (m_group && ::lchown(path.c_str(), static_cast<uid_t>(-1), *m_group) != 0) {
+    Log::Warning(fmt::format("cannot give {} to the group that may command: {}", path, std::strerror(errno)));
+  }
+}
+
+/// The umask may take bits away, hence the second step.
+bool ControlSocket::CreateLevel(const std::string& directory) const {
+  if (::mkdir(directory.c_str(), DirectoryMode) != 0 || ::chmod(directory.c_str(), DirectoryMode) != 0) return false;
+  GiveToGroup(directory);
+  return true;
+}
+
+/// Creates the directory and its missing parents; false with errno set. What was there already keeps its mode.
+bool ControlSocket::CreateDirectory(const std::string& directory) const {
+  if (directory.empty() || CreateLevel(directory)) return true;
+  const auto parent = std::filesystem::path(directory).parent_path();
+  if (errno == ENOENT && CreateDirectory(parent) && CreateLevel(directory)) return true;
+  const int reason = errno;
+  struct stat attributes {};
+  if (::stat(directory.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode)) return true;
+  errno = reason;
+  return false;
 }
 
 bool ControlSocket::Open(const std::string& path, std::string& problem) {
@@ -72,6 +81,8 @@ bool ControlSocket::Open(const std::string& path, std::string& problem) {
   m_socket = UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   m_bound =
       m_socket.IsValid() && ::bind(m_socket.Get(), reinterpret_cast<const sockaddr*>(&*address), sizeof(*address)) == 0;
+  // The group before the mode: nobody's group is to reach it.
+  if (m_bound) GiveToGroup(path);
   if (m_bound && Listen(m_socket.Get(), *address)) return true;
   problem = Describe("listen at", path);
   return false;

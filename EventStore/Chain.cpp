@@ -8,6 +8,7 @@
 #include <sstream>
 #include <utility>
 
+#include "EventStore/Access.h"
 #include "EventStore/EventList.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Sha256.h"
@@ -153,6 +154,7 @@ bool Chain::Append(const ChainLink& link) {
   const std::string signature = m_identity.Sign(std::string(Purpose) + text);
   const std::string path = m_eventsDir + "/" + ChainName;
   auto file = Ksystem::FileUtils::UniqueFd::Open(path, O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW);
+  if (file.IsValid()) ShareFile(file.Get(), m_eventsDir);
   std::string problem;
   // A line that power has cut must not swallow this one.
   char last = '\n';

@@ -28,6 +28,8 @@ class EventStore {
 
   /// From now on events are signed and linked; to be called before Open.
   void SignWith(Identity identity) { m_writer.SignWith(std::move(identity)); }
+  /// See EventWriter::ShareWith; to be called before Open.
+  void ShareWith(gid_t group) { m_writer.ShareWith(group); }
   /// Number of the newest event in the unit's chain; 0 before the first one, and without an identity.
   [[nodiscard]] std::uint64_t GetSequence();
 

@@ -14,6 +14,7 @@
 #include <system_error>
 #include <utility>
 
+#include "EventStore/Access.h"
 #include "EventStore/EventList.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Storage.h"
@@ -25,7 +26,6 @@ using Ksystem::FileUtils::Kdir;
 
 namespace {
 
-constexpr mode_t DirectoryMode = 0755;
 /// The resolution of a FAT file system's times, the coarsest of all.
 constexpr std::int64_t StepNs = 2'000'000'000;
 
@@ -71,6 +71,7 @@ bool CheckSources(const std::vector<SourceFile>& sources, std::string& problem) 
 bool CreateEventsDir(const std::string& eventsDir, std::string& problem) {
   std::error_code error;
   if (!std::filesystem::create_directories(eventsDir, error) && !error) return true;
+  if (!error && ::chmod(eventsDir.c_str(), DirectoryAccess) != 0) return Fail("change the mode of", eventsDir, problem);
   const std::string parent = std::filesystem::path(eventsDir).parent_path().string();
   if (!error) return SyncDirectory(parent.empty() ? "." : parent, problem);
   problem = fmt::format("cannot create the directory {}: {}", eventsDir, error.message());
@@ -103,10 +104,12 @@ class CommitRun {
     const std::string name = BuildEventDirName(m_event);
     m_finalDir = m_eventsDir + "/" + name;
     const std::string newDir = m_eventsDir + "/" + std::string(NewPrefix) + name;
-    if (::mkdir(newDir.c_str(), DirectoryMode) != 0) return Fail("create the directory", newDir, problem);
+    if (::mkdir(newDir.c_str(), DirectoryAccess) != 0) return Fail("create the directory", newDir, problem);
     m_newDir = newDir;
     return true;
   }
+  /// Of the directory while it has none.
+  [[nodiscard]] const std::string& GetNewDir() const { return m_newDir; }
 
   bool TakeFiles(std::string& problem) {
     if (!TransferFiles(m_sources, m_newDir, m_event.files, problem)) return false;
@@ -207,12 +210,24 @@ bool EventWriter::Lock(std::string& problem) {
   return CreateEventsDir(m_eventsDir, problem) && m_lock.Take(problem);
 }
 
+void EventWriter::Share(const std::string& eventDir) {
+  std::string problem;
+  if (!ShareDirectory(eventDir, m_group, problem)) TellAccess(problem);
+}
+
+/// An event that fewer may read than should is better than none.
+void EventWriter::TellAccess(const std::string& problem) {
+  if (!std::exchange(m_isAccessTold, true)) LogWarning("not everybody who may can read the events: " + problem);
+}
+
 int EventWriter::CleanUp() {
   int count = 0;
+  std::string problem;
+  if (!OpenToGroup(m_eventsDir, m_group, problem)) TellAccess(problem);
   if (m_chain) m_chain->Open();
   for (const std::string& name : ListNames(m_eventsDir)) {
+    if (IsEventDirName(name)) Share(m_eventsDir + "/" + name);
     if (!IsLeftover(name)) continue;
-    std::string problem;
     const bool removed = RemoveLeftover(*this, m_eventsDir, name, problem);
     if (!removed) LogWarning(problem);
     count += removed ? 1 : 0;
@@ -253,6 +268,8 @@ bool EventWriter::Commit(EventDescription& event, const std::vector<SourceFile>&
   const std::int64_t savedNs = ChooseSavedNs();
   CommitRun run(m_eventsDir, event, sources, isProtected, savedNs, GetChain());
   for (const CommitStep step : CommitSteps) {
+    // The files take after their directory; what somebody has put beside them follows before the event has a name.
+    if (step == &CommitRun::TakeFiles || step == &CommitRun::GiveName) Share(run.GetNewDir());
     if (!(run.*step)(problem)) return false;
     if (step == &CommitRun::GiveName && m_chain) m_chain->NoteSaved(BuildEventDirName(event), run.GetText());
   }

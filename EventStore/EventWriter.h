@@ -1,6 +1,8 @@
 // Makes event directories: complete under their final name, or not there.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +23,9 @@ class EventWriter {
 
   /// From now on events are signed by it, and linked. To be called before CleanUp.
   void SignWith(Identity identity) { m_chain.emplace(m_eventsDir, std::move(identity)); }
+  /// Whose members may read the events, those that are there already included; without one it is the process's own
+  /// group, or what a directory hands down to what is made in it. To be called before Lock.
+  void ShareWith(gid_t group) { m_group = group; }
   /// Null without an identity.
   [[nodiscard]] const Chain* GetChain() const { return m_chain ? &*m_chain : nullptr; }
   /// To be called when an event has lost its name and is about to lose its files.
@@ -32,7 +37,8 @@ class EventWriter {
   /// the place of this one meanwhile. False, with one sentence in `problem`, when another one holds it.
   [[nodiscard]] bool Lock(std::string& problem);
 
-  /// Removes what a process that was interrupted has left half made or half removed. Call it at the start, with the
+  /// Removes what a process that was interrupted has left half made or half removed, and closes events to whom they are
+  /// not meant for (Access.h). Call it at the start, with the
   /// lock held and no commit under way. Returns how many directories that were.
   int CleanUp();
 
@@ -46,6 +52,8 @@ class EventWriter {
 
  private:
   bool HoldLock(std::string& problem);
+  void Share(const std::string& eventDir);
+  void TellAccess(const std::string& problem);
   void FindNewest();
   [[nodiscard]] std::int64_t ChooseSavedNs();
 
@@ -54,6 +62,9 @@ class EventWriter {
   std::optional<std::int64_t> m_newestNs;
   DirectoryLock m_lock;
   std::optional<Chain> m_chain;
+  std::optional<gid_t> m_group;
+  /// What is refused is so for each event: it is told once.
+  bool m_isAccessTold = false;
 };
 
 }  // namespace Tavi::EventStore

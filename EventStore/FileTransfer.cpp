@@ -12,6 +12,7 @@
 #include <system_error>
 #include <thread>
 
+#include "EventStore/Access.h"
 #include "EventStore/Sha256.h"
 #include "EventStore/Storage.h"
 #include "Ksystem/FileUtils/Kfile.h"
@@ -73,9 +74,11 @@ class HashedCopy {
   Sha256 m_hash;
 };
 
-bool CopyFile(const SourceFile& source, int from, const std::string& dest, EventFile& file, std::string& problem) {
+bool CopyFile(const SourceFile& source, int from, const std::string& dir, EventFile& file, std::string& problem) {
+  const std::string dest = dir + "/" + file.name;
   UniqueFd to = UniqueFd::Open(dest, O_WRONLY | O_CREAT | O_EXCL);
   if (!to.IsValid()) return Fail("create", dest, problem);
+  ShareFile(to.Get(), dir);
   if (!HashedCopy(source.path, from, dest, to.Get()).Run(file, problem)) return false;
   Ksystem::FileUtils::Kfile(source.path).CopyTimesTo(dest);
   return (::fsync(to.Get()) == 0 && to.Close()) || Fail("write", dest, problem);
@@ -88,7 +91,8 @@ bool TransferFile(const SourceFile& source, const std::string& dir, EventFile& f
   if (!from.IsValid()) return false;
   const std::string dest = dir + "/" + file.name;
   // Whatever speaks against a link (another file system, or one that has none), a copy is as good.
-  if (::link(source.path.c_str(), dest.c_str()) != 0) return CopyFile(source, from.Get(), dest, file, problem);
+  if (::link(source.path.c_str(), dest.c_str()) != 0) return CopyFile(source, from.Get(), dir, file, problem);
+  ShareFile(from.Get(), dir);
   if (!HashedCopy(source.path, from.Get(), dest, -1).Run(file, problem)) return false;
   return ::fsync(from.Get()) == 0 || Fail("write", dest, problem);
 }

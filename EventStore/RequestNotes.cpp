@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "EventStore/Access.h"
 #include "EventStore/EventList.h"
 #include "EventStore/Storage.h"
 
@@ -15,10 +16,9 @@ namespace Tavi::EventStore {
 namespace {
 
 constexpr std::string_view NotePrefix = ".request-";
-constexpr mode_t DirectoryMode = 0755;
 
 bool Write(const RequestNote& note, const std::string& dir, std::string& problem) {
-  if (::mkdir(dir.c_str(), DirectoryMode) != 0 && errno != EEXIST) return Fail("create the directory", dir, problem);
+  if (::mkdir(dir.c_str(), DirectoryAccess) != 0 && errno != EEXIST) return Fail("create the directory", dir, problem);
   return (!note.isProtected || WriteSynced(dir + "/" + ProtectedMarker, "", problem)) &&
          WriteSynced(dir + "/" + EventJsonName, FormatEvent(note.request), problem) && SyncDirectory(dir, problem);
 }

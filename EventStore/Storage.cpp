@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "EventStore/Access.h"
 #include "Kbase/Klog/Logger.h"
 #include "Ksystem/FileUtils/Kdir.h"
 
@@ -75,6 +76,7 @@ bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& t
 bool WriteSynced(const std::string& path, std::string_view text, std::string& problem,
                  std::optional<std::int64_t> modifiedNs) {
   UniqueFd file = UniqueFd::Open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  if (file.IsValid()) ShareFile(file.Get(), Kdir::GetParentOf(path));
   const bool written = file.IsValid() && WriteAll(file.Get(), text.data(), text.size()) &&
                        (!modifiedNs || SetModified(file.Get(), *modifiedNs)) && ::fsync(file.Get()) == 0;
   return (written && file.Close()) || Fail("write", path, problem);

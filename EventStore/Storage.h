@@ -25,8 +25,8 @@ Ksystem::FileUtils::UniqueFd OpenRegularFile(const std::string& path, std::strin
 [[nodiscard]] bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& text,
                                  std::string& problem);
 
-/// Writes a file of that content, synced; its name is not, see SyncDirectory. `modifiedNs`: its modification time,
-/// Unix time in nanoseconds; now without one.
+/// Writes a file of that content, synced and for whom its directory is (Access.h); its name is not, see SyncDirectory.
+/// `modifiedNs`: its modification time, Unix time in nanoseconds; now without one.
 [[nodiscard]] bool WriteSynced(const std::string& path, std::string_view text, std::string& problem,
                                std::optional<std::int64_t> modifiedNs = std::nullopt);
 [[nodiscard]] bool SyncDirectory(const std::string& path, std::string& problem);

@@ -16,6 +16,7 @@
 #include "Kbase/Util/TimeMonitor.h"
 #include "Ksystem/FileUtils/Kdir.h"
 #include "Ksystem/FileUtils/Kfile.h"
+#include "Ksystem/SysUtil/Group.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/RecoveredEvent.h"
 #include "Tavi/GstUtil/Log.h"
@@ -83,6 +84,7 @@ bool EventArchive::Open(std::string& problem) {
     return false;
   }
   TakeIdentity();
+  if (const auto viewers = Ksystem::SysUtil::FindGroup(m_settings.viewersGroup)) m_store.ShareWith(*viewers);
   if (!m_store.Open(problem)) return false;
   const bool isThere = Kdir(m_settings.workDir).Create();
   if (!isThere || ::access(m_settings.workDir.c_str(), W_OK | X_OK) != 0) {

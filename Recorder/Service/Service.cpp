@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "EventStore/EventName.h"
+#include "Ksystem/SysUtil/Group.h"
 #include "Recorder/Service/EventRecord.h"
 #include "Recorder/Service/MissingParts.h"
 #include "Tavi/EventCollect/CopyAheadThread.h"
@@ -41,6 +42,9 @@ Service::Service(const Settings& settings)
 Service::~Service() = default;
 
 bool Service::Open(std::string& problem) {
+  // No reason not to record: without the group fewer may read and command.
+  const std::string noGroup = CheckGroups(m_settings);
+  if (!noGroup.empty()) Log::Warning(noGroup + "; until the next start it is as if none were named");
   if (!m_archive.Open(problem)) return false;
   m_pipeline = std::make_unique<Pipeline::PipelineManager>(m_settings.pipeline);
   const auto getRing = [this](Pipeline::PipelineType type) { return m_pipeline->ShareElement(type); };
@@ -50,6 +54,7 @@ bool Service::Open(std::string& problem) {
   });
   OpenTakers();
   m_control = std::make_unique<ControlServer>(*this);
+  if (const auto group = Ksystem::SysUtil::FindGroup(m_settings.control.group)) m_control->ServeGroup(*group);
   return m_control->Open(m_settings.control.socket, problem);
 }
 

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "Ksystem/SysUtil/Group.h"
 #include "Recorder/Settings/Fields.h"
 #include "Recorder/Settings/Limits.h"
 #include "Recorder/Settings/Settings.h"
@@ -137,6 +138,16 @@ std::string CheckSettings(const Settings& settings) {
   for (const auto check : {CheckFields, CheckSources, CheckCameras, CheckSound, CheckDirectories, CheckTriggers}) {
     std::string problem = check(settings);
     if (!problem.empty()) return problem;
+  }
+  return {};
+}
+
+std::string CheckGroups(const Settings& settings) {
+  for (const auto& [field, name] : {std::pair("storage.viewersGroup", &settings.storage.viewersGroup),
+                                    std::pair("control.group", &settings.control.group)}) {
+    if (name->empty() || Ksystem::SysUtil::FindGroup(*name)) continue;
+    return fmt::format("field {}: {} is no group of this machine, one of those of `getent group` is right", field,
+                       Show(*name));
   }
   return {};
 }

@@ -1,6 +1,7 @@
 // The description of all settings, which reading, writing, checking and the documentation go by.
 #include "Recorder/Settings/Fields.h"
 
+#include <algorithm>
 #include <tuple>
 
 #include "Kdevice/ACC/Mounting.h"
@@ -43,6 +44,15 @@ void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::Vi
 }
 
 constexpr std::string_view AxesForm = "x, y and z in some order, as x,y,z or -z,x,y";
+
+constexpr std::string_view GroupForm = "the name of a group, or empty";
+
+/// What groupadd(8) takes.
+bool IsGroupName(const std::string& text) {
+  const auto isPlain = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+  const auto isRight = [&](char c) { return isPlain(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; };
+  return text.empty() || (isPlain(text.front()) && std::ranges::all_of(text, isRight));
+}
 
 bool IsAxes(const std::string& text) {
   return Kdevice::ACC::Mounting::Parse(text).has_value();
@@ -124,7 +134,9 @@ void AddStorage(Fields& fields, StorageSettings& storage) {
         "what events leave free on their file system"},
        {"storage.keyFile", &storage.keyFile, Limits::OptionalPathBytes, "",
         "the key that events are signed with (PEM), made when there is none; empty: `identity.pem` beside the "
-        "events"}});
+        "events"},
+       {"storage.viewersGroup", &storage.viewersGroup, Allowed::Text(Limits::GroupBytes, IsGroupName, GroupForm), "",
+        "whose members may read the events; empty: the recorder's own"}});
 }
 
 void AddTriggers(Fields& fields, TriggerSettings& triggers) {
@@ -153,6 +165,9 @@ std::vector<Field> DescribeFields(Settings& settings) {
   AddTriggers(fields, settings.triggers);
   fields.emplace_back("control.socket", &settings.control.socket, Limits::SocketPathBytes, "",
                       "path of the Unix socket that takes commands");
+  fields.emplace_back("control.group", &settings.control.group,
+                      Allowed::Text(Limits::GroupBytes, IsGroupName, GroupForm), "",
+                      "whose members may command, beside the recorder's own user and root; empty: nobody else");
   fields.emplace_back("simulate", &settings.simulate, Allowed(), "", "a simulated car in place of the devices");
   fields.emplace_back("temperatureZone", &settings.temperatureZone, Limits::PathBytes, "",
                       "the kernel's file with the unit's temperature in thousandths of a degree Celsius");

@@ -71,6 +71,8 @@ inline constexpr Range<int> LogFileCount{1, 100};
 inline constexpr Range<int> PathBytes{1, 4095};
 inline constexpr Range<int> OptionalPathBytes{0, 4095};
 inline constexpr Range<int> SocketPathBytes{1, 107};
+/// What groupadd(8) makes at most; none for no group.
+inline constexpr Range<int> GroupBytes{0, 32};
 
 /// The preview clip is composed of pictures of this size.
 inline constexpr int PreviewWidth = 320;

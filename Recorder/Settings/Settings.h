@@ -40,6 +40,8 @@ struct StorageSettings {
   /// The key that events are signed with (PEM); made when there is none. Empty: identity.pem beside the events'
   /// directory.
   std::string keyFile = {};
+  /// The group whose members may read the events. Empty: the process's own.
+  std::string viewersGroup = {};
 };
 
 /// An event of its own when the vehicle is hit.
@@ -66,6 +68,8 @@ struct TriggerSettings {
 struct ControlSettings {
   /// Path of the Unix socket that takes commands.
   std::string socket = "/run/tavi/control.sock";
+  /// The group whose members are served, beside the recorder's own user and root. Empty: none.
+  std::string group = {};
 };
 
 /// The library's defaults, with sources that are started anew when they fall silent or fail, each for itself.
@@ -101,6 +105,10 @@ std::string FormatSettings(const Settings& settings);
 /// The first field that is out of its range, or does not fit the others, in one line; empty when all is well. Looks at
 /// values only, at no device or directory.
 std::string CheckSettings(const Settings& settings);
+
+/// The first field with a group that this machine has not, in one line; empty when all is well. Asks the system, which
+/// may block.
+std::string CheckGroups(const Settings& settings);
 
 /// The table of docs/settings.md: a Markdown row for each field with unit, default, range and meaning.
 std::string FormatFieldTable();

@@ -200,22 +200,43 @@ TEST_F(ControlServerTest, APathThatCannotBeIsOneSentence) {
   EXPECT_EQ(ReadFile(m_dir + "file"), "mine");
 }
 
-TEST_F(ControlServerTest, AnotherUserIsTurnedAway) {
+TEST_F(ControlServerTest, AnotherUserIsTurnedAwayUnlessItsGroupIsServed) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  constexpr gid_t Serving = 4242;
+  constexpr gid_t Other = 4243;
+  const auto askAs = [this](gid_t own, const std::vector<gid_t>& groups) {
+    std::string answer = "none";
+    std::thread([&] {
+      constexpr uid_t Nobody = 65534;
+      // The system calls, unlike the functions, change this thread only.
+      ASSERT_EQ(::syscall(SYS_setgroups, groups.size(), groups.data()), 0);
+      ASSERT_EQ(::syscall(SYS_setresgid, own, own, own), 0);
+      ASSERT_EQ(::syscall(SYS_setresuid, Nobody, Nobody, Nobody), 0);
+      RawClient client(m_path);
+      client.Send(Status);  // who is turned away may be too late
+      answer = client.ReadLine();
+    }).join();
+    return answer;
+  };
   Open();
-  for (const std::string& path : {m_dir, m_dir + "run", m_dir + "run/tavi", m_path}) ::chmod(path.c_str(), 0777);
-  std::string answer = "none";
-  std::thread([&] {
-    constexpr uid_t Nobody = 65534;
-    // The system call, unlike the function, changes this thread only.
-    ASSERT_EQ(::syscall(SYS_setresuid, Nobody, Nobody, Nobody), 0);
-    RawClient client(m_path);
-    client.Send(Kept);
-    answer = client.ReadLine();
-  }).join();
-  EXPECT_EQ(answer, R"({"ok":false,"error":"only the recorder's own user and root are served"})");
-  EXPECT_EQ(Ask(Status), StatusReply);
-  EXPECT_EQ(m_handler.handled, 1);
+  ::chmod(m_dir.c_str(), 0777);
+  for (const std::string& path : {m_dir + "run", m_dir + "run/tavi", m_path}) ::chmod(path.c_str(), 0777);
+  EXPECT_EQ(askAs(Serving, {0}), R"({"ok":false,"error":"only the recorder's own user and root are served"})");
+  EXPECT_EQ(m_handler.handled, 0);
+  m_server.reset();
+  std::filesystem::remove_all(m_dir + "run");
+  m_server = std::make_unique<ControlServer>(m_handler);
+  m_server->ServeGroup(Serving);
+  std::string problem;
+  ASSERT_TRUE(m_server->Open(m_path, problem)) << problem;
+  ::chmod((m_dir + "run").c_str(), 0755);  // the group has this level, too
+  EXPECT_EQ(askAs(Serving, {}), StatusReply) << "the directory or the socket is not the group's";
+  EXPECT_EQ(askAs(Other, {Other, Serving}), StatusReply);
+  ::chmod((m_dir + "run/tavi").c_str(), 0777);
+  ::chmod(m_path.c_str(), 0777);
+  EXPECT_EQ(askAs(Other, {Other}),
+            R"({"ok":false,"error":"only the recorder's own user, root and the group of control.group are served"})");
+  EXPECT_EQ(m_handler.handled, 2);
 }
 
 }  // namespace

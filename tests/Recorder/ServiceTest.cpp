@@ -14,7 +14,9 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 
+#include "Control/Served.h"
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
 #include "Kbase/Interfaces/IThread.h"
@@ -48,6 +50,17 @@ class ServiceTest : public ServiceProgramTest {
   int EndService(int signal) {
     kill(m_child, signal);
     return Wait(std::exchange(m_child, 0));
+  }
+  std::string Ask(const std::string& line) const { return RawClient(m_dir + "ctl/socket").Ask(line + "\n"); }
+  /// Every command that there is, as the recorder itself tells.
+  std::vector<std::string> ListCommands() const {
+    const std::string sentence = json::parse(Ask(R"({"command":"?"})"))["error"];
+    std::vector<std::string> commands;
+    std::istringstream words(sentence.substr(sentence.find("give ") + 5));
+    for (std::string word; words >> word;) {
+      if (word != "or") commands.push_back(word.substr(0, word.find(',')));
+    }
+    return commands;
   }
   std::vector<EventDescription> ReadEvents() const {
     std::vector<EventDescription> events;
@@ -115,10 +128,18 @@ TEST_F(ServiceTest, ARequestBecomesADirectoryAndSoDoAThirdAtOnceAndNoFourth) {
   EXPECT_EQ(Ctl(words)["ok"], true);
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["running"].size() == 3; })) << "not one after another";
   EXPECT_THAT(Ctl(words)["error"], HasSubstr("too many events"));
+  const auto commands = ListCommands();
+  EXPECT_GE(commands.size(), 9U);
+  for (const auto& command : commands) {
+    const std::string begin = R"({"command":")" + command + "\"";
+    EXPECT_THAT(Ask(begin + R"(,"on":false,"event":"00000000","evnt":1})"), HasSubstr("there is no such field"));
+    EXPECT_THAT(Ask(begin + R"(,"command":")" + command + "\"}"), HasSubstr("command: it is there twice"));
+  }
   std::filesystem::rename(m_dir + "log", m_dir + "log.before");
   kill(m_child, SIGHUP);
   EXPECT_TRUE(WaitUntil([&] { return ReadFile(m_dir + "log").find("SIGHUP") != std::string::npos; }));
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 3; }));
+  EXPECT_EQ(Ctl("status")["state"], "recording") << "one of the refused was carried out";
   const std::string metrics = Ctl("metrics")["text"];
   EXPECT_EQ(ListMetrics(metrics, "# TYPE tavi_"), ListMetrics(ReadFile(CONTROL_DOCUMENT), "\n| `tavi_"));
   EXPECT_THAT(metrics, HasSubstr("\ntavi_temperature_celsius 47\n"));
@@ -361,6 +382,13 @@ TEST_F(ServiceTest, AMistakeStartsNothing) {
   EXPECT_EQ(Wait(Spawn({"run", "--simulate", "--config", m_dir + "settings.json", "--output", m_dir + "tavi"})), 2);
   EXPECT_THAT(Err(), HasSubstr("settings.json:1: field events.queueLength: 0 "));
   EXPECT_EQ(Wait(Spawn({"run", "--simulate", "--output", "/proc/none", "--control", m_dir + "ctl/socket"})), 1);
+  std::ofstream(m_dir + "settings.json") << R"({"storage":{"viewersGroup":"no-such"},"control":{"group":"a b"}})";
+  EXPECT_EQ(Wait(Spawn({"run", "--check-config", "--config", m_dir + "settings.json"})), 2);
+  EXPECT_THAT(Err(),
+              HasSubstr(R"(field control.group: "a b" is not possible, the name of a group, or empty is right)"));
+  std::ofstream(m_dir + "settings.json") << R"({"storage":{"viewersGroup":"no-such"}})";
+  EXPECT_EQ(Wait(Spawn({"run", "--check-config", "--config", m_dir + "settings.json"})), 2);
+  EXPECT_THAT(Err(), HasSubstr(R"(field storage.viewersGroup: "no-such" is no group of this machine, )"));
   EXPECT_EQ(Wait(Spawn({"run", "--print-config"})), 0);
   EXPECT_TRUE(json::accept(Out()));
   WriteSettings({{"queueLength", 1}});

@@ -16,7 +16,7 @@
 namespace Ksystem::FileUtils {
 namespace {
 
-constexpr mode_t DirectoryMode = 0755;
+constexpr mode_t DirectoryMode = 0750;
 
 bool IsDirectory(const std::string& path) {
   struct stat attributes {};

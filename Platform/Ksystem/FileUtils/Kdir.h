@@ -12,7 +12,7 @@ class Kdir {
  public:
   explicit Kdir(std::string path);
 
-  /// Creates the directory and its missing parents (mode 0755), each synced: what is saved in a directory that a power
+  /// Creates the directory and its missing parents (mode 0750), each synced: what is saved in a directory that a power
   /// cut takes away again is not saved. True also when it is there already; false, with one
   /// line in the log, when something else stands in the way.
   bool Create() const;

@@ -18,8 +18,8 @@ class UniqueFd {
   UniqueFd(const UniqueFd&) = delete;
   UniqueFd& operator=(const UniqueFd&) = delete;
 
-  /// Opens close-on-exec; invalid, with errno set, when that fails.
-  static UniqueFd Open(const std::string& path, int flags, unsigned int mode = 0644);
+  /// Opens close-on-exec; invalid, with errno set, when that fails. What it makes is no business of everybody.
+  static UniqueFd Open(const std::string& path, int flags, unsigned int mode = 0640);
 
   [[nodiscard]] bool IsValid() const { return m_fd >= 0; }
   [[nodiscard]] int Get() const { return m_fd; }
