@@ -24,7 +24,9 @@ struct Words {
 
 void AddOptions(CLI::App& app, Words& words) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-  app.add_option("--config", words.config, "Settings, a JSON file (settings.md in docs/ or /usr/share/doc/tavi-recorder/); the options below win over it");
+  app.add_option(
+      "--config", words.config,
+      "Settings, a JSON file (settings.md in docs/ or /usr/share/doc/tavi-recorder/); the options below win over it");
   app.add_flag("--simulate", words.simulate, "A simulated car in place of the devices");
   app.add_option("--output", words.output, "One directory for all that the recorder writes: events/ and what it needs");
   app.add_option("--control", words.control, "Path of the Unix socket that takes commands");

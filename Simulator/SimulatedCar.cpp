@@ -17,10 +17,13 @@ constexpr int AccBus = 1;
 constexpr const char* AlsaVariable = "ALSA_CONFIG_PATH";
 constexpr const char* ModuleName = "libasound_module_pcm_tavi_sim.so";
 
+/// Beside the program: where a build tree has its libraries, else where the system has those of the machine's kind.
 std::string FindModule() {
   std::error_code ignored;
-  const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
-  return (program.parent_path().parent_path() / "lib" / "alsa-lib" / ModuleName).string();
+  const fs::path prefix = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
+  const fs::path built = prefix / "lib" / "alsa-lib" / ModuleName;
+  if (fs::exists(built, ignored)) return built.string();
+  return (prefix / TAVI_LIBRARY_DIR / "alsa-lib" / ModuleName).string();
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace Tavi::Simulator {
 struct SimulatedCarConfig {
   /// GPS epochs a second.
   int gpsRate = 1;
-  /// ALSA's plug-in; empty: "../lib/alsa-lib/libasound_module_pcm_tavi_sim.so" as seen from the running program.
+  /// ALSA's plug-in; empty: alsa-lib/libasound_module_pcm_tavi_sim.so in the library directory beside the program's.
   std::string alsaModule;
 };
 

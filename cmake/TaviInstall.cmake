@@ -1,5 +1,4 @@
 # What a machine gets: programs, library, plug-ins, headers, and what other projects find the library by.
-include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(taviLibraries Tavi Kbase Kdevice Ksystem KMedia)
@@ -8,8 +7,8 @@ set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export tavi-verify)
 install(TARGETS ${taviPrograms} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # GStreamer looks there by itself.
 install(TARGETS SoftImx LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
-# The simulated car looks for it at "../lib/alsa-lib" beside the program.
-install(TARGETS AlsaTick LIBRARY DESTINATION lib/alsa-lib)
+# The simulated car looks for it there, as seen from the program.
+install(TARGETS AlsaTick LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/alsa-lib)
 # What is beside the libraries is found without the system's help, wherever the tree is put.
 set_target_properties(${taviLibraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 file(RELATIVE_PATH taviBinToLib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})

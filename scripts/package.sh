@@ -1,10 +1,31 @@
 #!/usr/bin/env bash
-# Builds the Debian package: scripts/package.sh. Prints its path.
+# Builds the Debian packages of the changelog's version, and has lintian look at them: scripts/package.sh [--unit] [--arch ARCH]
+#   --unit       for the unit itself: the machine is really restarted, the page cache really given back
+#   --arch ARCH  for another architecture of Debian's; its libraries are expected to be there
+# Prints their paths. Any finding of lintian's is an error.
 source "$(dirname "$0")/common.sh"
 
-scripts/setup.sh --package
-# Where Debian has its libraries, and GStreamer its plug-ins.
-scripts/build.sh -DCMAKE_INSTALL_PREFIX=/usr
+arch=$(dpkg --print-architecture)
+while [ $# -gt 0 ]; do
+  case $1 in
+    --unit) export TAVI_UNIT=ON ;;
+    --arch) arch=${2:?--arch takes an architecture of dpkg\'s, such as armhf} && shift ;;
+    *) say "unknown option $1: --unit and --arch are right"; exit 2 ;;
+  esac
+  shift
+done
+scripts/setup.sh --build --package
+eval "$(dpkg-architecture -f -a"$arch" --print-set 2>/dev/null)"
+export BUILD_DIR=build/deb-$arch PACKAGE_DIR=build/package-$arch DEB_BUILD_OPTIONS="parallel=$jobs"
+say "building in $BUILD_DIR"
+rm -rf "$PACKAGE_DIR" debian/{tmp,libtavi0,libtavi-dev,tavi-recorder,tavi-tools}
+debian/rules build >&2
 say "packing"
-(cd build/release && cpack --config CPackConfig.cmake >&2)
-ls "$PWD"/build/release/package/*.deb
+debian/rules binary >&2
+version=$(dpkg-parsechangelog -S Version)
+packages=("$PWD/$PACKAGE_DIR"/*_"$version"_"$arch".deb)
+[ ${#packages[@]} -ge 4 ]
+say "lintian, ${#packages[@]} packages"
+lintian --fail-on error,warning --tag-display-limit 0 "${packages[@]}" >&2
+say "lintian has found no error and no warning"
+ls "${packages[@]}"

@@ -16,7 +16,7 @@ packages=(
 )
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
 stream=(gstreamer1.0-plugins-bad)
-pack=(dpkg-dev)
+pack=(dpkg-dev debhelper lintian systemd)
 test=(
   gstreamer1.0-tools libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
   gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
