@@ -21,9 +21,8 @@ if [ -n "$understood" ]; then
   exit 1
 fi
 systemd-sysusers --root="$tree" "$PWD/packaging/sysusers.conf" 2> /dev/null
-grep -q '^tavi:' "$tree/etc/passwd" && ! grep -q '^tavi:x\?:0:' "$tree/etc/passwd" ||
-  { echo "sysusers.conf makes no user tavi" && exit 1; }
-echo "user: $(grep '^tavi:' "$tree/etc/passwd")"
+user=$(grep '^tavi:' "$tree/etc/passwd") || { echo "sysusers.conf makes no user tavi"; exit 1; }
+echo "user: $user"
 echo "groups: $(grep -E '[:,]tavi(,|$)|^tavi:' "$tree/etc/group" | cut -d: -f1 | sort | paste -sd' ')"
 systemd-analyze security --offline=true --no-pager --threshold="$highest" packaging/tavi-recorder.service |
   grep -Ev '^ *✓|^ *NAME|^$' | sed -E 's/ {2,}/  /g'

@@ -18,7 +18,8 @@ scripts/setup.sh --build --package
 eval "$(dpkg-architecture -f -a"$arch" --print-set 2>/dev/null)"
 export BUILD_DIR=build/deb-$arch PACKAGE_DIR=build/package-$arch DEB_BUILD_OPTIONS="parallel=$jobs"
 say "building in $BUILD_DIR"
-rm -rf "$PACKAGE_DIR" debian/{tmp,libtavi0,libtavi-dev,tavi-recorder,tavi-tools}
+# What an earlier run has left but the compiled tree.
+rm -rf "$PACKAGE_DIR" debian/{.debhelper,debhelper-build-stamp,files,tmp,libtavi0,libtavi-dev,tavi-recorder,tavi-tools}
 debian/rules build >&2
 say "packing"
 debian/rules binary >&2
