@@ -13,7 +13,7 @@ units=$tree/usr/lib/systemd/system
 mkdir -p "$units/tavi-recorder.service.d" "$tree"/usr/{bin,lib/sysusers.d} "$tree/etc" "$tree/bin"
 cp packaging/tavi-recorder.service packaging/unit/tavi-* "$units"
 cp packaging/unit/10-unit.conf "$units/tavi-recorder.service.d"
-for program in usr/bin/tavi-recorder bin/sh bin/systemctl; do install -m 755 /dev/null "$tree/$program"; done
+for program in usr/bin/tavi-recorder bin/sh bin/kill bin/systemctl; do install -m 755 /dev/null "$tree/$program"; done
 # Of other packages, which the units only order themselves by.
 understood=$(systemd-analyze verify --root="$tree" --man=no --recursive-errors=no "$units/tavi-recorder.service" 2>&1 || true)
 if [ -n "$understood" ]; then
