@@ -53,6 +53,11 @@ Json ToJson(const std::optional<Seal>& seal) {
   return {{"publicKey", seal->publicKey}, {"sequence", seal->sequence}, {"previous", OrNull(seal->previous)}};
 }
 
+Json ToJson(const CameraNames& names) {
+  const auto orNull = [](const std::string& name) { return name.empty() ? Json(nullptr) : Json(name); };
+  return {{"VideoCamera1", orNull(names[0])}, {"VideoCamera0", orNull(names[1])}};
+}
+
 template <typename T>
 Json ToList(const std::vector<T>& values) {
   Json list = Json::array();
@@ -99,6 +104,7 @@ std::string FormatEvent(const EventDescription& event) {
   json["accScaleG"] = event.accScaleG;
   json["position"] = ToJson(event.position);
   json["previewSeconds"] = event.previewSeconds;
+  json["cameraNames"] = ToJson(event.cameraNames);
   json["streams"] = ToList(event.streams);
   json["missing"] = ToList(event.missing);
   json["files"] = ToList(event.files);

@@ -1,6 +1,7 @@
 // What is known of one event: the content of its event.json.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -77,6 +78,10 @@ struct Seal {
   std::optional<std::string> previous;
 };
 
+/// What people call the cameras, by their numbers in the settings; empty for one without a name. The type of the first
+/// one's video is "VideoCamera1", of the second one's "VideoCamera0".
+using CameraNames = std::array<std::string, 2>;
+
 struct EventDescription {
   /// 8 lower-case hex digits.
   std::string id;
@@ -111,6 +116,7 @@ struct EventDescription {
   int accScaleG = 4;
   std::optional<Position> position;
   int previewSeconds = 0;
+  CameraNames cameraNames;
   /// One for each stream that delivered.
   std::vector<StreamWindow> streams;
   /// Empty when all that was asked for is there. Not known of recovered events.

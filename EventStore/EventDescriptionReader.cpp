@@ -123,6 +123,11 @@ void TakeRequest(Fields fields, EventDescription& event) {
   fields.Take("preview", event.withPreview);
 }
 
+void TakeNames(Fields fields, CameraNames& names) {
+  if (!fields.IsNull("VideoCamera1")) fields.Take("VideoCamera1", names[0]);
+  if (!fields.IsNull("VideoCamera0")) fields.Take("VideoCamera0", names[1]);
+}
+
 void TakePosition(Fields fields, std::optional<Position>& position) {
   Position& taken = position.emplace();
   fields.Take("latitude", taken.latitude);
@@ -200,6 +205,8 @@ void TakeEvent(Fields fields, EventDescription& event) {
   }
   if (!fields.IsNull("position")) fields.TakeObject("position", event.position, TakePosition);
   fields.Take("previewSeconds", event.previewSeconds);
+  // Older events do not tell.
+  if (fields.Has("cameraNames")) fields.TakeObject("cameraNames", event.cameraNames, TakeNames);
   fields.TakeList("streams", event.streams, TakeStream);
   // Older events do not tell.
   if (fields.Has("missing")) fields.TakeList("missing", event.missing, TakeMissing);

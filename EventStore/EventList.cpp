@@ -51,16 +51,20 @@ std::vector<EventEntry> ListEvents(const std::string& eventsDir) {
 }
 
 std::vector<EventEntry> EventLister::List() {
-  std::map<std::string, EventEntry, std::less<>> found;
+  std::map<std::string, Known, std::less<>> found;
   std::vector<EventEntry> entries;
   for (const std::string& name : ListNames(m_eventsDir)) {
     if (!IsEventDirName(name)) continue;
+    const std::string dir = m_eventsDir + "/" + name;
+    struct stat attributes {};
+    if (::lstat(dir.c_str(), &attributes) != 0 || !S_ISDIR(attributes.st_mode)) continue;
+    const std::int64_t changedNs = ToNs(attributes.st_mtim);
     const auto known = m_known.find(name);
-    if (known == m_known.end() && !IsDirectory(m_eventsDir + "/" + name)) continue;
-    EventEntry entry = known == m_known.end() ? LookAt(m_eventsDir, name) : std::move(known->second);
-    entry.isProtected = Exists(m_eventsDir + "/" + name + "/" + ProtectedMarker);
+    const bool isSame = known != m_known.end() && known->second.changedNs == changedNs;
+    EventEntry entry = isSame ? std::move(known->second.entry) : LookAt(m_eventsDir, name);
+    entry.isProtected = Exists(dir + "/" + ProtectedMarker);
     entries.push_back(entry);
-    found.emplace_hint(found.end(), name, std::move(entry));
+    found.emplace_hint(found.end(), name, Known{std::move(entry), changedNs});
   }
   m_known.swap(found);
   std::stable_sort(entries.begin(), entries.end(),

@@ -30,7 +30,8 @@ struct EventEntry {
 /// whichever process.
 std::vector<EventEntry> ListEvents(const std::string& eventsDir);
 
-/// ListEvents for whoever asks often: looks into each event once, for nothing in one changes but its marker.
+/// ListEvents for whoever asks often: looks into an event once more only when its directory has changed, as for its
+/// page.
 /// Thread-bound.
 class EventLister {
  public:
@@ -39,8 +40,13 @@ class EventLister {
 
  private:
   const std::string m_eventsDir;
+  struct Known {
+    EventEntry entry;
+    /// Of the directory.
+    std::int64_t changedNs = 0;
+  };
   /// By the name of the directory.
-  std::map<std::string, EventEntry, std::less<>> m_known;
+  std::map<std::string, Known, std::less<>> m_known;
 };
 
 /// Makes or removes the marker, synced; true also when nothing was to be done. False, with one sentence in `problem`,

@@ -101,7 +101,7 @@ std::string GetEventId(std::string_view eventDirName) {
 bool IsProductName(std::string_view name) {
   using namespace std::string_view_literals;
   return !name.empty() && name.front() != '.' && name.find_first_of("/\0"sv) == std::string_view::npos &&
-         name != EventJsonName && name != ProtectedMarker && name != SignatureName;
+         name != EventJsonName && name != ProtectedMarker && name != SignatureName && name != PageName;
 }
 
 }  // namespace Tavi::EventStore

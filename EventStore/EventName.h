@@ -12,6 +12,11 @@ namespace Tavi::EventStore {
 inline constexpr std::string_view NewPrefix = ".new_";
 inline constexpr std::string_view OldPrefix = ".old_";
 
+/// The page of an event, and the list of events, for any browser; and one on its way. They are made of what the event
+/// has and belong to none: whoever can write there can make another.
+inline constexpr std::string_view PageName = "index.html";
+inline constexpr std::string_view NewPageName = ".index.html.new";
+
 /// "2026-11-21T13:40:05.123Z" of a Unix time in milliseconds. Times outside the years 1970 to 9999 become the nearest
 /// one inside.
 std::string FormatTime(std::int64_t timeMs);

@@ -74,7 +74,8 @@ void FindAdded(const std::string& eventDir, const EventDescription& event, std::
   for (const std::string& name : ListNames(eventDir)) {
     const bool isDescribed = std::any_of(event.files.begin(), event.files.end(),
                                          [&name](const EventFile& file) { return file.name == name; });
-    const bool isOwn = name == EventJsonName || name == ProtectedMarker || (name == SignatureName && event.seal);
+    const bool isOwn = name == EventJsonName || name == ProtectedMarker || name == PageName || name == NewPageName ||
+                       (name == SignatureName && event.seal);
     if (!isDescribed && !isOwn) added.push_back("added: " + name);
   }
 }
