@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Tools/EventData.h"
+#include "EventPage/EventData.h"
 
 namespace Tavi::EventTools {
 

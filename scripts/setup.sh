@@ -22,6 +22,7 @@ test=(
   gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
 )
 schema=
+axe=
 [ "$*" = --build ] || packages+=("${run[@]}")
 for option in "$@"; do
   case $option in
@@ -31,6 +32,7 @@ for option in "$@"; do
     --test)
       packages+=("${stream[@]}" "${pack[@]}" "${test[@]}")
       schema=build/schemas/gpx11.xsd
+      axe=build/axe/axe.min.js
       ;;
     *) say "unknown option $option: --build, --stream, --package and --test are right"; exit 2 ;;
   esac
@@ -60,4 +62,14 @@ if [ -n "$schema" ] && [ ! -e "$schema" ]; then
       mv gpx11.new gpx11.xsd
   ) > /dev/null 2>&1 || say "no $schema: its test will be skipped"
   rm -f build/schemas/pytrainer_*.deb build/schemas/gpx11.new
+fi
+
+# What the pages' test looks at them with; it skips that without it. Only where there is npm: Debian has no package of it.
+if [ -n "$axe" ] && [ ! -e "$axe" ]; then
+  mkdir -p build/axe
+  (
+    cd build/axe
+    timeout 60 npm pack --silent axe-core@4.11.0 && tar -xzOf axe-core-4.11.0.tgz package/axe.min.js > axe.new && mv axe.new axe.min.js
+  ) > /dev/null 2>&1 || say "no $axe: its test will be skipped"
+  rm -f build/axe/axe-core-*.tgz build/axe/axe.new
 fi

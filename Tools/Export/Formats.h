@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Tools/EventData.h"
+#include "EventPage/EventData.h"
 
 namespace Tavi::EventTools {
 

@@ -64,13 +64,15 @@ std::string FormatGeoJson(const EventData& data) {
     features.push_back(MakeFeature("Point", MakeCoordinates(fix.latitude, fix.longitude), MakeProperties(fix)));
   }
   if (description.position) {
-    features.push_back(MakeFeature("Point",
-                                   MakeCoordinates(description.position->latitude, description.position->longitude),
-                                   {{"kind", "event"},
-                                    {"id", description.id},
-                                    {"label", description.label},
-                                    {"time", EventStore::FormatTime(description.timeMs)},
-                                    {"timeSource", description.timeSource}}));
+    features.push_back(MakeFeature(
+        "Point", MakeCoordinates(description.position->latitude, description.position->longitude),
+        {{"kind", "event"},
+         {"id", description.id},
+         {"label", description.label},
+         {"time", EventStore::FormatTime(description.timeMs)},
+         {"timeSource", description.timeSource},
+         {"cameras",
+          Json::array({GetCameraTitle(description, "VideoCamera1"), GetCameraTitle(description, "VideoCamera0")})}}));
   }
   const Json collection = {{"type", "FeatureCollection"}, {"features", std::move(features)}};
   return Kbase::Json::PrintLines(collection);

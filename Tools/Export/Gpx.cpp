@@ -4,9 +4,9 @@
 #include <cmath>
 #include <iterator>
 
+#include "EventPage/Markup.h"
 #include "EventStore/EventName.h"
 #include "Tools/Export/Formats.h"
-#include "Tools/Markup.h"
 
 namespace Tavi::EventTools {
 namespace {
@@ -48,8 +48,9 @@ std::string FormatGpx(const EventData& data) {
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<gpx version=\"1.1\" creator=\"tavi-export\" xmlns=\"http://www.topografix.com/GPX/1/1\" "
       "xmlns:tavi=\"urn:tavi:event\">\n"
-      "  <metadata><name>{}</name><time>{}</time></metadata>\n",
-      title, EventStore::FormatTime(data.description.timeMs));
+      "  <metadata><name>{}</name><desc>Cameras: {}, {}</desc><time>{}</time></metadata>\n",
+      title, EscapeMarkup(GetCameraTitle(data.description, "VideoCamera1")),
+      EscapeMarkup(GetCameraTitle(data.description, "VideoCamera0")), EventStore::FormatTime(data.description.timeMs));
   AddEventPoint(gpx, data);
   gpx += "  <trk><name>" + title + "</name>\n";
   AddSegments(gpx, data);

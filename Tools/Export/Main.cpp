@@ -1,6 +1,8 @@
 // tavi-export: an event's measurements in formats that other programs read.
 #include <exception>
 #include <iostream>
+#include <string>
+#include <string_view>
 
 #include "Tools/Export/Formats.h"
 #include "Tools/Tool.h"
@@ -46,12 +48,31 @@ const char* GetSuffix(const ExportOptions& options) {
   return options.geoJson ? ".geojson" : ".vtt";
 }
 
+/// The type of the clip that the subtitles go with.
+const char* GetClipType(const EventData& data, int camera) {
+  const bool isFirst = camera == 1 || (camera < 0 && (FindStream(data.description, "VideoCamera1") != nullptr ||
+                                                      FindStream(data.description, "VideoCamera0") == nullptr));
+  return isFirst ? "VideoCamera1" : "VideoCamera0";
+}
+
+/// The format's first line may say more behind its name.
+std::string NameCamera(std::string subtitles, std::string name) {
+  constexpr std::string_view Signature = "WEBVTT";
+  if (subtitles.starts_with(Signature) && name.find("-->") == std::string::npos) {
+    subtitles.insert(Signature.size(), " " + name);
+  }
+  return subtitles;
+}
+
 std::string Render(const EventData& data, const ExportOptions& options) {
   if (options.gpx) return FormatGpx(data);
   if (options.csv) return FormatCsv(data);
   if (options.geoJson) return FormatGeoJson(data);
   const auto form = options.tool.output.ends_with(".srt") ? SubtitleForm::Srt : SubtitleForm::WebVtt;
-  return FormatSubtitles(data, GetClipStart(data, options.camera), form);
+  const char* type = GetClipType(data, options.camera);
+  const auto* stream = FindStream(data.description, type);
+  const double start = stream != nullptr ? stream->fromSeconds : data.description.startSeconds;
+  return NameCamera(FormatSubtitles(data, start, form), GetCameraTitle(data.description, type));
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include <exception>
 #include <iostream>
 
-#include "Tools/Report/ReportHtml.h"
+#include "EventPage/PageHtml.h"
 #include "Tools/Tool.h"
 
 int main(int argc, char** argv) try {
@@ -16,7 +16,7 @@ int main(int argc, char** argv) try {
   options.output = "report.html";
   options.suffix = ".html";
   if (const auto status = ParseToolOptions(usage, argc, argv, options, [] { return std::string(); })) return *status;
-  return RunTool(options, BuildReport);
+  return RunTool(options, BuildPage);
 } catch (const std::exception& error) {
   std::cerr << "tavi-report: " << error.what() << "\n";
   return Tavi::EventTools::FailureStatus;

@@ -1,5 +1,5 @@
 // One event as it lies on disk: its description and what its sensor files hold.
-#include "Tools/EventData.h"
+#include "EventPage/EventData.h"
 
 #include <fmt/format.h>
 
@@ -60,12 +60,15 @@ SensorRecords<Record> LoadSensor(EventData& data, std::string_view type, double 
 
 }  // namespace
 
-bool LoadEvent(const std::string& directory, EventData& data, std::string& problem) {
+bool LoadEvent(const std::string& directory, EventData& data, std::string& problem, EventProof proof) {
   auto description = EventStore::ReadEvent(directory, problem);
   if (!description) return false;
   data.directory = directory;
   data.description = std::move(*description);
-  for (auto& finding : EventStore::CheckEvent(directory, {}).findings) AddProblem(data, directory + ": " + finding);
+  data.isChecked = proof == EventProof::All;
+  if (data.isChecked) {
+    for (auto& finding : EventStore::CheckEvent(directory, {}).findings) AddProblem(data, directory + ": " + finding);
+  }
   data.gps = LoadSensor<Fix>(data, "Gps", 1.0, ParseGps);
   data.acc = LoadSensor<AccSample>(data, "Acc", 10.0, [&data](std::string_view bytes, const TimeBase& base) {
     return ParseAcc(bytes, base, data.description.accScaleG);
@@ -100,6 +103,12 @@ std::int64_t GetUtcMs(const EventStore::EventDescription& description, double se
   // A damaged description may have any number here; a year is far beyond every window.
   constexpr double FarMs = 366.0 * 86'400'000.0;
   return description.timeMs + std::llround(std::clamp(secondsFromEvent * 1000.0, -FarMs, FarMs));
+}
+
+std::string GetCameraTitle(const EventStore::EventDescription& description, std::string_view type) {
+  const bool isFirst = type == "VideoCamera1";
+  const std::string& name = description.cameraNames.at(isFirst ? 0 : 1);
+  return name.empty() ? fmt::format("Camera {}", isFirst ? 1 : 0) : name;
 }
 
 std::string GetTitle(const EventStore::EventDescription& description) {

@@ -1,46 +1,49 @@
-// The clips in step, and the controls.
+// The clips in step.
 
 // The first that can be played leads: its clock is the page's while it plays, the others follow.
 const clips = [];
-const titles = { VideoCamera1: "Camera 1", VideoCamera0: "Camera 0", Audio: "Sound" };
+const cameraTypes = ["VideoCamera1", "VideoCamera0"];
 
-function toBlobUrl(element) {
-  const binary = atob(element.textContent);
-  const bytes = new Uint8Array(binary.length);
-  for (let i = 0; i < binary.length; ++i) bytes[i] = binary.charCodeAt(i);
-  element.textContent = "";
-  return URL.createObjectURL(new Blob([bytes], { type: element.dataset.mime }));
-}
-
-function addClip(source, parent) {
-  const type = source.dataset.type;
+function addClip(type, parent) {
   const element = make(parent, type === "Audio" ? "audio" : "video", { preload: "auto", playsinline: "" });
+  if (type !== "Audio") element.setAttribute("aria-label", `Clip of ${nameOf(type)}`);
   element.muted = true;
   element.disableRemotePlayback = true;
-  const clip = { type, element, from: streamOf(type)?.fromSeconds ?? first, wanted: null, broken: false };
+  const clip = { type, element, from: streamOf(type)?.fromSeconds ?? first, wanted: null, broken: false, shown: null };
   element.addEventListener("seeked", () => applySeek(clip));
   element.addEventListener("loadedmetadata", () => seekClip(clip));
   element.addEventListener("error", () => {
     clip.broken = true;
-    make(parent, "p", { class: "missing" }, "This browser cannot play the clip.");
-    element.remove();
+    for (const useless of [element, ...parent.querySelectorAll(".note, .tools")]) useless.remove();
+    showStill(parent, type);
+    make(parent, "p", { class: "missing" }, `The clip of ${nameOf(type)} is not there, or this browser cannot play it.`);
     chooseLead();
   });
-  element.src = toBlobUrl(source);
+  element.src = urlOf(type);
   clips.push(clip);
+  watchPictures(clip);
+  return clip;
+}
+
+// In the place of a clip.
+function showStill(figure, type) {
+  const still = type !== "Audio" && urlOf(`ThumbnailCamera${type.slice(-1)}`);
+  if (still) make(figure, "img", { src: still, alt: `Still of ${nameOf(type)}` });
 }
 
 function buildClips() {
-  const sources = [...document.querySelectorAll("script.clip")];
-  for (const type of ["VideoCamera1", "VideoCamera0"]) {
+  for (const type of cameraTypes) {
     const figure = make(byId("cameras"), "figure", { id: type });
-    const source = sources.find((candidate) => candidate.dataset.type === type);
-    make(figure, "figcaption", {}, titles[type]);
-    if (source) addClip(source, figure);
-    else make(figure, "p", { class: "missing" }, "This event has no clip of the camera.");
+    make(figure, "figcaption", {}, nameOf(type));
+    if (urlOf(type)) {
+      buildPicture(figure, addClip(type, figure));
+      continue;
+    }
+    showStill(figure, type);
+    make(figure, "p", { class: "missing" }, `This event has no clip of ${nameOf(type)}.`);
   }
-  const sound = sources.find((source) => source.dataset.type === "Audio");
-  if (sound) addClip(sound, byId("cameras"));
+  const isWithClip = cameraTypes.some(urlOf);
+  if (!isWithClip && urlOf("Audio")) addClip("Audio", byId("cameras"));
 }
 
 let position = first;
@@ -52,12 +55,16 @@ let lastTick = 0;
 const timeOf = (clip) => position - clip.from;
 const durationOf = (clip) => (Number.isFinite(clip.element.duration) ? clip.element.duration : 0);
 const isInside = (clip) => !clip.broken && timeOf(clip) >= 0 && timeOf(clip) < durationOf(clip);
+// Seconds from one picture to the next.
+const intervalOf = (clip) => {
+  const { entries, fromSeconds, toSeconds, rate: asked } = streamOf(clip.type) ?? {};
+  return entries > 1 && toSeconds > fromSeconds ? (toSeconds - fromSeconds) / (entries - 1) : 1 / (asked || 25);
+};
 
 function chooseLead() {
   lead = clips.find((clip) => !clip.broken) ?? null;
   for (const clip of clips) clip.element.muted = muted || clip !== lead;
-  byId("mute").textContent = muted ? "Sound off" : "Sound on";
-  byId("mute").setAttribute("aria-pressed", String(muted));
+  byId("mute").textContent = muted ? "Unmute" : "Mute";
   byId("mute").disabled = !lead;
 }
 
@@ -80,12 +87,22 @@ function seek(seconds) {
   show();
 }
 
+// To the middle of the next picture of the camera that has most of them: its beginning may be taken for the end of the
+// one before.
+function stepPicture(count) {
+  setPlaying(false);
+  const cameras = clips.filter((clip) => clip.type !== "Audio" && !clip.broken);
+  const [finest] = cameras.sort((a, b) => intervalOf(a) - intervalOf(b));
+  const from = finest?.from ?? first;
+  const interval = finest ? intervalOf(finest) : 0.04;
+  seek(from + (Math.floor((position - from) / interval + 1e-3) + count + 0.5) * interval);
+}
+
 function setPlaying(value) {
   if (value && position >= last - 0.01) seek(first);
   playing = value;
   lastTick = performance.now();
   byId("play").textContent = playing ? "Pause" : "Play";
-  byId("play").setAttribute("aria-label", playing ? "Pause" : "Play");
   if (playing) {
     // At once: a browser lets sound begin within the reader's own click only.
     for (const clip of clips) keepPlaying(clip);
@@ -96,16 +113,32 @@ function setPlaying(value) {
       seekClip(clip);
     }
   }
+  show();
 }
 
-// Small drifts are made up by a little more or less speed, which nobody sees; large ones by a jump.
+// A browser shows a picture some time after its clock has reached it, the longer the more it has to do, and not as long for
+// each clip: what counts is the pictures that are seen. `delay`: seconds from a picture's time to its being seen, smoothed.
+function watchPictures(clip) {
+  const { element } = clip;
+  clip.delay = 0;
+  if (!element.requestVideoFrameCallback) return;
+  const look = (now, { mediaTime }) => {
+    const delay = element.currentTime - mediaTime;
+    if (!element.paused && !element.seeking && delay > -0.05 && delay < 0.5) clip.delay += 0.2 * (delay - clip.delay);
+    element.requestVideoFrameCallback(look);
+  };
+  element.requestVideoFrameCallback(look);
+}
+
+// Small drifts are made up by more or less speed, which nobody sees and, of a clip that is not heard, nobody hears; large
+// ones by a jump.
 function follow(clip) {
-  const drift = clip.element.currentTime - timeOf(clip);
+  const drift = clip.element.currentTime - timeOf(clip) - clip.delay + lead.delay;
   if (clip.element.seeking) return;
-  if (Math.abs(drift) > 0.4) {
+  if (Math.abs(drift) > 0.5) {
     seekClip(clip);
   } else {
-    const trim = Math.abs(drift) > 0.02 ? clamp(-drift, -0.15, 0.15) : 0;
+    const trim = Math.abs(drift) > 0.008 ? clamp(-drift * 2, -0.5, 0.5) : 0;
     const wanted = rate * (1 + trim);
     if (Math.abs(clip.element.playbackRate - wanted) > 0.01) clip.element.playbackRate = wanted;
   }
@@ -143,7 +176,6 @@ function tick(now) {
   if (position >= last) {
     position = last;
     setPlaying(false);
-    show();
     return;
   }
   for (const clip of clips) keepPlaying(clip);
@@ -155,43 +187,4 @@ function tick(now) {
 const views = [];
 function show() {
   for (const view of views) view(position);
-}
-
-function buildTransport() {
-  const scrubber = byId("scrubber");
-  scrubber.min = first;
-  scrubber.max = last;
-  scrubber.addEventListener("input", () => seek(Number(scrubber.value)));
-  const part = (0 - first) / (last - first);
-  const mark = byId("event-mark");
-  // The middle of the slider's knob, some 16 px wide, never comes nearer to the ends than half of it.
-  mark.style.left = `calc(8px + ${part} * (100% - 16px))`;
-  mark.hidden = part < 0 || part > 1;
-  views.push((seconds) => {
-    scrubber.value = seconds;
-    scrubber.setAttribute("aria-valuetext", formatSeconds(seconds));
-    byId("time").textContent = formatSeconds(seconds, 2);
-  });
-  byId("play").addEventListener("click", () => setPlaying(!playing));
-  byId("to-event").addEventListener("click", () => seek(0));
-  byId("rate").addEventListener("change", (change) => { rate = Number(change.target.value); });
-  byId("mute").addEventListener("click", () => { muted = !muted; chooseLead(); });
-  document.addEventListener("keydown", onKey);
-}
-
-function onKey(key) {
-  if (key.ctrlKey || key.altKey || key.metaKey) return;
-  const isControl = ["BUTTON", "SELECT", "INPUT"].includes(key.target.tagName);
-  const step = key.shiftKey ? 0.1 : 1;
-  const actions = {
-    " ": () => setPlaying(!playing),
-    ArrowLeft: () => seek(position - step),
-    ArrowRight: () => seek(position + step),
-    0: () => seek(0),
-    m: () => byId("mute").click(),
-  };
-  const isOfControl = isControl && (key.key === " " || key.key.startsWith("Arrow"));
-  if (!(key.key in actions) || isOfControl) return;
-  key.preventDefault();
-  actions[key.key]();
 }

@@ -1,5 +1,10 @@
 // The track to scale, north up.
 
+const formatPlace = (latitude, longitude) => `${Math.abs(latitude).toFixed(6)}° ${latitude < 0 ? "S" : "N"}, ` +
+  `${Math.abs(longitude).toFixed(6)}° ${longitude < 0 ? "W" : "E"}`;
+const mapOf = (latitude, longitude) => `https://www.openstreetmap.org/?mlat=${latitude.toFixed(6)}&mlon=${longitude.toFixed(6)}` +
+  `#map=17/${latitude.toFixed(6)}/${longitude.toFixed(6)}`;
+
 // Metres east and north of its first point.
 function project(fixes) {
   const metresPerDegree = 111320;
@@ -90,9 +95,11 @@ function buildTrack() {
   new ResizeObserver(draw).observe(svg);
   views.push(showPlace);
   const place = make(panel, "p", { class: "missing" });
+  const map = make(make(panel, "p", { class: "outward" }), "a", { target: "_blank", rel: "noopener noreferrer" },
+    "Show this place in a map (leaves this page: openstreetmap.org learns the place)");
   views.push((seconds) => {
     const fix = fixes[Math.max(0, indexAt(fixes, seconds))];
-    place.textContent = `${Math.abs(fix[1]).toFixed(6)}° ${fix[1] < 0 ? "S" : "N"}, ` +
-      `${Math.abs(fix[2]).toFixed(6)}° ${fix[2] < 0 ? "W" : "E"}`;
+    place.textContent = formatPlace(fix[1], fix[2]);
+    map.href = mapOf(fix[1], fix[2]);
   });
 }

@@ -59,12 +59,8 @@ function drawAxes(svg, box, low, high, x, y) {
   if (first <= 0 && last >= 0) make(svg, "line", { class: "zero", x1: x(0), x2: x(0), y1: box.top, y2: box.bottom });
 }
 
-function drawPeak(svg, box, peak, x, y) {
-  const isRight = x(peak.seconds) > (box.left + box.right) / 2;
+function drawPeak(svg, peak, x, y) {
   make(svg, "circle", { class: "peak", cx: x(peak.seconds), cy: y(peak.value), r: 5 });
-  make(svg, "text", { class: "peak-text", x: x(peak.seconds) + (isRight ? -10 : 10), y: y(peak.value) + 4,
-    "text-anchor": isRight ? "end" : "start" },
-    `${peak.shown.toFixed(2)} g at ${formatSeconds(peak.seconds, 2)}`);
 }
 
 function drawCurves(svg, series, x, y) {
@@ -105,7 +101,7 @@ function addKeys(head, series, unit) {
 }
 
 // series: [{label, color, digits, points: [[seconds, value or null]]}]; unit: the unit of a label.
-function addPlot({ id, title, source, name, unit, series, low, high, peak }) {
+function addPlot({ id, title, source, name, unit, series, low, high, peak, note }) {
   const panel = make(byId("plots"), "section", { class: "panel", id });
   const head = make(panel, "div", { class: "head" });
   make(head, "h2", {}, title);
@@ -113,7 +109,10 @@ function addPlot({ id, title, source, name, unit, series, low, high, peak }) {
   const shown = series.filter(({ points }) => points.some(([, value]) => value !== null));
   if (shown.length === 0) return;
   addKeys(head, shown, unit);
-  const svg = make(panel, "svg", { role: "img", "aria-label": `${title} over time` });
+  // In words above the plot, where no curve runs; the ring says where it is.
+  if (peak) make(head, "span", { class: "peak-text" }, `◯ most: ${peak.shown.toFixed(2)} g at ${formatSeconds(peak.seconds, 2)}`);
+  if (note) make(panel, "p", { class: "missing" }, note);
+  const svg = make(panel, "svg", { role: "img", "aria-label": `${title}, over time` });
   const height = 150;
   const box = { left: 44, right: 0, top: 10, bottom: height - 22 };
   const x = (seconds) => box.left + (seconds - first) / (last - first) * (box.right - box.left);
@@ -131,7 +130,7 @@ function addPlot({ id, title, source, name, unit, series, low, high, peak }) {
     drawAxes(svg, box, low, high, x, y);
     drawCurves(svg, shown, x, y);
     cursor = make(svg, "line", { class: "cursor", y1: box.top, y2: box.bottom });
-    if (peak) drawPeak(svg, box, peak, x, y);
+    if (peak) drawPeak(svg, peak, x, y);
     showCursor(position);
   };
   new ResizeObserver(draw).observe(svg);
@@ -174,6 +173,7 @@ function buildPlots() {
   const axes = ["x (upright)", "y", "z"].map((label, axis) => (
     { label, color: ["third", "first", "second"][axis], digits: 2, points: column(acc.records, axis + 1) }));
   addPlot({ id: "acceleration", title: "Acceleration without gravity, g", source: acc, name: "accelerations",
+    note: "Each value is the mean of 0.61 s: a short knock was harder than the curve shows.",
     unit: () => "g", series: axes, peak: findPeak(acc.records), ...rangeOf(axes, [-0.5, 0.5]) });
   const machine = [
     { label: "processor", color: "first", digits: 0, points: column(other.records, 1) },

@@ -1,4 +1,4 @@
-# Writes OUTPUT, a source file with the texts of the report's page, style and script: cmake -DDIRECTORY= -DOUTPUT= -P.
+# Writes OUTPUT, a source file with the texts of the page and of the list of events: cmake -DDIRECTORY= -DOUTPUT= -P.
 function(append_text name)
   set(source "${source}const std::string_view ${name} =")
   foreach(file IN LISTS ARGN)
@@ -12,8 +12,10 @@ function(append_text name)
   set(source "${source};\n\n" PARENT_SCOPE)
 endfunction()
 
-set(source "// Made by EmbedText.cmake.\n#include \"Tools/Report/Template.h\"\n\nnamespace Tavi::EventTools::Template {\n\n")
-append_text(Page report.html)
-append_text(Style report.css)
-append_text(Script timeline.js playback.js plots.js track.js report.js)
+set(source "// Made by EmbedText.cmake.\n#include \"EventPage/Template.h\"\n\nnamespace Tavi::EventTools::Template {\n\n")
+append_text(Page page.html)
+append_text(Style page.css)
+append_text(Script timeline.js files.js playback.js controls.js mp4.js moment.js plots.js track.js page.js)
+append_text(Index index.html)
+append_text(IndexStyle index.css)
 file(WRITE ${OUTPUT} "${source}}  // namespace Tavi::EventTools::Template\n")

@@ -1,14 +1,14 @@
-// The report of an event: one page that needs nothing else.
-#include "Tools/Report/ReportHtml.h"
+// An event as a page for any browser.
+#include "EventPage/PageHtml.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <iterator>
 
+#include "EventPage/Markup.h"
+#include "EventPage/Template.h"
 #include "Kbase/Json/Json.h"
-#include "Tools/Markup.h"
-#include "Tools/Report/Template.h"
 
 namespace Tavi::EventTools {
 namespace {
@@ -18,13 +18,22 @@ using Json = nlohmann::ordered_json;
 /// What a browser takes as one text: the limit is some 500 MB, and base64 adds a third.
 constexpr std::size_t MaxClipBytes = 300'000'000;
 
-struct Clip {
+struct Embedded {
   const char* type;
   const char* mime;
 };
-constexpr Clip Clips[] = {{"VideoCamera1", "video/mp4"}, {"VideoCamera0", "video/mp4"}};
+constexpr Embedded Clips[] = {{"VideoCamera1", "video/mp4"}, {"VideoCamera0", "video/mp4"}};
+constexpr Embedded Stills[] = {{"ThumbnailCamera1", "image/jpeg"}, {"ThumbnailCamera0", "image/jpeg"}};
 /// The clips carry the event's sound; the file of its own is needed only where there is none of them.
-constexpr Clip Sound = {"Audio", "audio/mpeg"};
+constexpr Embedded Sound = {"Audio", "audio/mpeg"};
+
+/// What the page may load: only itself, or what lies beside it as well. Neither may go anywhere else.
+constexpr std::string_view ClosedPolicy =
+    "default-src 'none'; media-src blob:; img-src data: blob:; style-src 'unsafe-inline'; script-src 'unsafe-inline'; "
+    "form-action 'none'; base-uri 'none'";
+constexpr std::string_view BesidePolicy =
+    "default-src 'none'; media-src 'self' file: blob:; img-src 'self' file: data: blob:; connect-src 'self'; "
+    "style-src 'unsafe-inline'; script-src 'unsafe-inline'; form-action 'none'; base-uri 'none'";
 
 /// A list of [seconds, value...] with null for what a record does not have.
 Json ToJson(const SensorRecords<Fix>& gps) {
@@ -53,13 +62,15 @@ Json ToJson(const SensorRecords<MetricSample>& other) {
 }
 
 /// As the content of a script element, which ends at the first "</script", whatever stands around it.
-std::string FormatScriptJson(const EventData& data) {
+std::string FormatScriptJson(const EventData& data, bool isBesideFiles) {
   Json json;
   json["event"] = Kbase::Json::Parse(EventStore::FormatEvent(data.description));
   json["gps"] = ToJson(data.gps);
   json["acc"] = ToJson(data.acc);
   json["other"] = ToJson(data.other);
   json["problems"] = data.problems;
+  json["isChecked"] = data.isChecked;
+  json["isBesideFiles"] = isBesideFiles;
   std::string text;
   for (const char c : Kbase::Json::Print(json)) {
     if (c == '<')
@@ -70,52 +81,52 @@ std::string FormatScriptJson(const EventData& data) {
   return text;
 }
 
-/// False when the event has no such clip, or none that can be read.
-bool AppendClip(EventData& data, const Clip& clip, std::string& html) {
+/// False when the event has no such file, or none that can be read.
+bool Append(EventData& data, const Embedded& file, std::string& html) {
   std::string content;
   std::string problem;
-  if (!ReadEventFile(data, clip.type, MaxClipBytes, content, problem)) {
+  if (!ReadEventFile(data, file.type, MaxClipBytes, content, problem)) {
     const bool isKnown = std::find(data.problems.begin(), data.problems.end(), problem) != data.problems.end();
     if (!problem.empty() && !isKnown) data.problems.push_back(problem);
     return false;
   }
-  html += fmt::format("<script type=\"text/plain\" class=\"clip\" data-type=\"{}\" data-mime=\"{}\">", clip.type,
-                      clip.mime);
+  html += fmt::format("<script type=\"text/plain\" class=\"media\" data-type=\"{}\" data-mime=\"{}\">", file.type,
+                      file.mime);
   AppendBase64(content, html);
   html += "</script>\n";
   return true;
 }
 
-std::string BuildClips(EventData& data) {
+std::string BuildMedia(EventData& data) {
   std::string html;
   bool isWithClip = false;
-  for (const Clip& clip : Clips) isWithClip = AppendClip(data, clip, html) || isWithClip;
-  if (!isWithClip) AppendClip(data, Sound, html);
+  for (const Embedded& clip : Clips) isWithClip = Append(data, clip, html) || isWithClip;
+  if (!isWithClip) Append(data, Sound, html);
+  for (const Embedded& still : Stills) Append(data, still, html);
   return html;
 }
 
-std::string Fill(std::string_view name, EventData& data) {
-  if (name == "title") return EscapeMarkup(GetTitle(data.description));
-  if (name == "style") return std::string(Template::Style);
-  if (name == "script") return std::string(Template::Script);
-  if (name == "clips") return BuildClips(data);
-  return name == "data" ? FormatScriptJson(data) : "";
+std::string Build(const EventData& data, bool isBesideFiles, std::string_view media) {
+  return FillTemplate(Template::Page, [&](std::string_view name) -> std::string {
+    if (name == "title") return EscapeMarkup(GetTitle(data.description));
+    if (name == "policy") return std::string(isBesideFiles ? BesidePolicy : ClosedPolicy);
+    if (name == "style") return std::string(Template::Style);
+    if (name == "script") return std::string(Template::Script);
+    if (name == "media") return std::string(media);
+    return name == "data" ? FormatScriptJson(data, isBesideFiles) : "";
+  });
 }
 
 }  // namespace
 
-std::string BuildReport(EventData& data) {
-  constexpr std::string_view Open = "{{";
-  constexpr std::string_view Close = "}}";
-  std::string html;
-  std::string_view rest = Template::Page;
-  for (auto at = rest.find(Open); at != std::string_view::npos; at = rest.find(Open)) {
-    const auto end = rest.find(Close, at);
-    html += rest.substr(0, at);
-    html += Fill(rest.substr(at + Open.size(), end - at - Open.size()), data);
-    rest.remove_prefix(end + Close.size());
-  }
-  return html.append(rest);
+std::string BuildPage(EventData& data) {
+  // First, for what cannot be read becomes one of the problems that the page names.
+  const std::string media = BuildMedia(data);
+  return Build(data, false, media);
+}
+
+std::string BuildPageBesideFiles(const EventData& data) {
+  return Build(data, true, {});
 }
 
 void AppendBase64(std::string_view bytes, std::string& text) {

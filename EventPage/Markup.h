@@ -6,8 +6,8 @@
 
 namespace Tavi::EventTools {
 
-/// For the content of an element, not for an attribute. Control characters have no place in XML 1.0, not even escaped:
-/// they become blanks.
+/// For the content of an element, and of an attribute in double quotes. Control characters have no place in XML 1.0,
+/// not even escaped: they become blanks.
 std::string EscapeMarkup(std::string_view text);
 
 }  // namespace Tavi::EventTools

@@ -1,9 +1,10 @@
 // The event, what its files hold, and the time line of all of it, in seconds relative to the event.
-const { event, gps, acc, other, problems } = JSON.parse(document.getElementById("data").textContent);
+const { event, gps, acc, other, problems, isChecked, isBesideFiles } = JSON.parse(document.getElementById("data").textContent);
 const KmhPerKnot = 1.852;
 const byId = (id) => document.getElementById(id);
 const clamp = (value, low, high) => Math.min(Math.max(value, low), high);
 const streamOf = (type) => event.streams.find((stream) => stream.type === type);
+const fileOf = (type) => event.files.find((file) => file.type === type);
 
 function make(parent, tag, attributes = {}, text) {
   const isSvg = tag === "svg" || parent instanceof SVGElement;
@@ -15,6 +16,19 @@ function make(parent, tag, attributes = {}, text) {
 }
 const formatSeconds = (seconds, digits = 1) =>
   (seconds < 0 ? "−" : "+") + Math.abs(seconds).toFixed(digits) + " s";
+
+const cameraName = (number) => event.cameraNames?.[`VideoCamera${number}`] || `Camera ${number}`;
+// What a file or stream is, in words.
+function nameOf(type) {
+  const [, kind, number, rest] = /^(Video|Thumbnail)Camera([01])(Stream|Times)?$/.exec(type) ?? [];
+  if (kind === "Thumbnail") return `${cameraName(number)}, still`;
+  if (kind) return cameraName(number) + ({ Stream: ", stream without a clip", Times: ", times of its pictures" }[rest] ?? "");
+  return {
+    Audio: "Sound", Gps: "Positions", GpsTimes: "Positions, their times", Acc: "Acceleration",
+    AccTimes: "Acceleration, its times", Other: "Machine state", OtherTimes: "Machine state, its times",
+    Preview: "Preview clip", PreviewStill: "Preview picture",
+  }[type] ?? type;
+}
 
 // From the first to the last that any stream has.
 const windows = event.streams.map((stream) => [stream.fromSeconds, stream.toSeconds]);

@@ -16,13 +16,18 @@ struct EventData {
   SensorRecords<Fix> gps;
   SensorRecords<AccSample> acc;
   SensorRecords<MetricSample> other;
+  /// Every file was read and held against its hash, and the description against its signature.
+  bool isChecked = false;
   /// A sentence for each file that is missing, damaged or not as the description has it.
   std::vector<std::string> problems;
 };
 
+/// Whether the event is held against its hashes and its signature, for which all of it is read.
+enum class EventProof { All, Nothing };
+
 /// Reads the event of `directory`. False, with one sentence in `problem`, when its description cannot be read. Files
 /// that are damaged or gone cost only what they held, and are named in `data.problems`.
-bool LoadEvent(const std::string& directory, EventData& data, std::string& problem);
+bool LoadEvent(const std::string& directory, EventData& data, std::string& problem, EventProof proof = EventProof::All);
 
 /// Reads the file that the description names for `type`, whole. False when the event has none, and, with `problem`
 /// telling, when it cannot be read or is longer than `maxBytes`.
@@ -36,6 +41,8 @@ const EventStore::EventFile* FindFile(const EventStore::EventDescription& descri
 
 /// UTC of a moment on the event's time line, Unix time in milliseconds.
 std::int64_t GetUtcMs(const EventStore::EventDescription& description, double secondsFromEvent);
+/// What people call the camera of `type`, "VideoCamera1" or "VideoCamera0": its name, or "Camera 1" and "Camera 0".
+std::string GetCameraTitle(const EventStore::EventDescription& description, std::string_view type);
 /// The label, or "Event <id>" without one.
 std::string GetTitle(const EventStore::EventDescription& description);
 

@@ -1,5 +1,5 @@
 // Foreign text in XML and HTML.
-#include "Tools/Markup.h"
+#include "EventPage/Markup.h"
 
 namespace Tavi::EventTools {
 
@@ -16,6 +16,9 @@ std::string EscapeMarkup(std::string_view text) {
         break;
       case '>':
         escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
         break;
       default:
         escaped += isControl ? ' ' : c;
