@@ -64,6 +64,7 @@ nlohmann::ordered_json ToJson(const std::vector<SourceHealth>& sources) {
   auto all = nlohmann::ordered_json::object();
   for (const SourceHealth& source : sources) {
     auto& json = all[GetSourceName(source.type)];
+    if (!source.name.empty()) json["name"] = source.name;
     json["state"] = GetStateName(source.state);
     if (!source.problem.empty()) json["problem"] = source.problem;
     json["entries"] = source.entries;
@@ -84,7 +85,13 @@ void WritePrometheus(const std::vector<SourceHealth>& sources, PrometheusText& t
   for (const Metric& metric : Metrics) {
     text.Describe(metric.name, metric.type, metric.help);
     for (const SourceHealth& source : sources) {
-      if (const auto value = metric.get(source)) text.Add(*value, {{"source", GetSourceName(source.type)}});
+      const auto value = metric.get(source);
+      if (!value) continue;
+      if (source.name.empty()) {
+        text.Add(*value, {{"source", GetSourceName(source.type)}});
+      } else {
+        text.Add(*value, {{"source", GetSourceName(source.type)}, {"name", source.name}});
+      }
     }
   }
 }

@@ -47,6 +47,8 @@ struct SourceHealth {
   /// Of the accelerometer alone: transfers that failed on its bus, and how often its FIFO ran over.
   std::optional<std::uint64_t> busErrors;
   std::optional<std::uint64_t> overflows;
+  /// What people call a camera; empty for one without a name, and for everything else.
+  std::string name = {};
 };
 
 /// In the order of their keys.

@@ -175,7 +175,7 @@ void EventArchive::SecureWaiting() {
   }
 }
 
-void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
+void EventArchive::Recover(const Pipeline::PipelineConfig& config, const EventStore::CameraNames& cameraNames) {
   RecoveryCollect::RecoveryCollectInput input{m_settings.restoreDir, m_settings.eventsDir + RecoveredDir,
                                               static_cast<float>(config.camera0.fps),
                                               static_cast<float>(config.camera1.fps)};
@@ -184,7 +184,7 @@ void EventArchive::Recover(const Pipeline::PipelineConfig& config) {
   RecoveryCollect::RecoveryCollectManager::Collect(input, output);
   auto notes = m_notes.Read();
   ForgetSettled(notes);
-  for (const auto& recovered : output.events) SaveRecovered(recovered, config, notes);
+  for (const auto& recovered : output.events) SaveRecovered(recovered, config, cameraNames, notes);
   Complain(notes);
 }
 
@@ -242,7 +242,8 @@ bool EventArchive::IsStored(const RecoveryCollect::RecoveredEvent& recovered, co
 }
 
 void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered,
-                                 const Pipeline::PipelineConfig& config, Notes& notes) {
+                                 const Pipeline::PipelineConfig& config, const EventStore::CameraNames& cameraNames,
+                                 Notes& notes) {
   const auto sources = ListSources(recovered.output);
   const std::string id = GetInterruptedId(recovered.name);
   if (IsWaiting(id) || IsStored(recovered, id)) {
@@ -258,7 +259,8 @@ void EventArchive::SaveRecovered(const RecoveryCollect::RecoveredEvent& recovere
                " for room for the rest of it, which is tried at the next start");
     return;
   }
-  WaitingEvent waiting{DescribeRecovered(recovered, note, config), sources, id, {}, note && note->isProtected};
+  WaitingEvent waiting{
+      DescribeRecovered(recovered, note, config, cameraNames), sources, id, {}, note && note->isProtected};
   EventResult result;
   if (TrySave(waiting, result)) return;
   Log::Error("the interrupted event " + recovered.name + " waits in " + m_settings.eventsDir + RecoveredDir +

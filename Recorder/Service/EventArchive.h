@@ -34,7 +34,8 @@ class EventArchive {
   /// Takes all directories for this process. False, with one sentence in `problem`, when one cannot be had.
   [[nodiscard]] bool Open(std::string& problem);
   /// Finishes what a power failure has interrupted, and makes events of it. Call it before the first Announce.
-  void Recover(const Pipeline::PipelineConfig& config);
+  /// `cameraNames`: for what was interrupted without a note of its request.
+  void Recover(const Pipeline::PipelineConfig& config, const EventStore::CameraNames& cameraNames = {});
 
   /// Notes down what will be an event, for Recover after the next start. To be called for each order, on any thread,
   /// and to be followed by Save or Withdraw; in between, or before it, makes no difference.
@@ -81,7 +82,7 @@ class EventArchive {
   void TakeWaiting(std::vector<WaitingEvent> found);
   [[nodiscard]] std::vector<WaitingEvent> FindSecured() const;
   void SaveRecovered(const RecoveryCollect::RecoveredEvent& recovered, const Pipeline::PipelineConfig& config,
-                     Notes& notes);
+                     const EventStore::CameraNames& cameraNames, Notes& notes);
   [[nodiscard]] bool IsWaiting(const std::string& id) const;
   [[nodiscard]] bool IsStored(const RecoveryCollect::RecoveredEvent& recovered, const std::string& id) const;
   void ForgetSettled(Notes& notes);

@@ -45,6 +45,7 @@ struct EventOrder {
   Moment moment;
   /// As in EventDescription.
   int accScaleG = 4;
+  EventStore::CameraNames cameraNames;
   /// Where the vehicle was then; empty without a valid fix.
   std::optional<EventStore::Position> position;
   /// The window since its moment; null without acquisition.

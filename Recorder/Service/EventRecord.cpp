@@ -50,6 +50,7 @@ EventStore::EventDescription DescribeRequest(const EventOrder& order) {
   event.withPreview = order.withPreview;
   event.accScaleG = order.accScaleG;
   event.position = order.position;
+  event.cameraNames = order.cameraNames;
   return event;
 }
 

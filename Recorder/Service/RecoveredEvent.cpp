@@ -225,7 +225,7 @@ std::optional<RequestNote> TakeNote(const RecoveredEvent& recovered, std::vector
 }
 
 EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::optional<RequestNote>& note,
-                                   const Pipeline::PipelineConfig& config) {
+                                   const Pipeline::PipelineConfig& config, const EventStore::CameraNames& cameraNames) {
   EventDescription event;
   if (note) {
     event = note->request;
@@ -234,6 +234,7 @@ EventDescription DescribeRecovered(const RecoveredEvent& recovered, const std::o
     event.label = recovered.name;
     event.trigger = "recovery";
     event.accScaleG = config.acc.scale;
+    event.cameraNames = cameraNames;
     event.timeMs = recovered.output.eventTime * 1000;
     // The failure is the moment that is known; what was recorded lies before it.
     event.startSeconds = -static_cast<int>(recovered.seconds);

@@ -26,6 +26,7 @@ std::optional<EventStore::RequestNote> TakeNote(const RecoveryCollect::Recovered
 /// companion has its place on the time line to about a second. Reads the files.
 EventStore::EventDescription DescribeRecovered(const RecoveryCollect::RecoveredEvent& recovered,
                                                const std::optional<EventStore::RequestNote>& note,
-                                               const Pipeline::PipelineConfig& config);
+                                               const Pipeline::PipelineConfig& config,
+                                               const EventStore::CameraNames& cameraNames = {});
 
 }  // namespace Tavi::Recorder

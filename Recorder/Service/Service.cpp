@@ -32,6 +32,16 @@ Triggers::TriggerWatch::Settings BuildTriggers(const TriggerSettings& settings) 
           settings.lowSpeed.enabled ? settings.lowSpeed.minSpeedKnots : 0.0};
 }
 
+std::string DescribeCameras(const Settings& settings) {
+  const auto& pipeline = settings.pipeline;
+  const auto called = [&settings](std::size_t camera) {
+    const std::string& name = settings.cameraNames.at(camera);
+    return name.empty() ? name : ", " + name;
+  };
+  return fmt::format("in this log camera0 is the settings' camera1 ({}{}) and camera1 is the settings' camera0 ({}{})",
+                     pipeline.camera1.device, called(1), pipeline.camera0.device, called(0));
+}
+
 }  // namespace
 
 Service::Service(const Settings& settings)
@@ -53,6 +63,9 @@ bool Service::Open(std::string& problem) {
     FollowReceiver();
   });
   OpenTakers();
+  if (m_settings.storage.pages) {
+    m_pages = std::make_unique<PageThread>(m_settings.storage.eventsDir, [this] { return m_powerFailed.load(); });
+  }
   m_control = std::make_unique<ControlServer>(*this);
   if (const auto group = Ksystem::SysUtil::FindGroup(m_settings.control.group)) m_control->ServeGroup(*group);
   return m_control->Open(m_settings.control.socket, problem);
@@ -76,10 +89,10 @@ void Service::OpenTakers() {
 }
 
 int Service::Run() {
-  Log::Info(fmt::format("in this log camera0 is the settings' camera1 ({}) and camera1 is the settings' camera0 ({})",
-                        m_settings.pipeline.camera1.device, m_settings.pipeline.camera0.device));
-  m_archive.Recover(m_settings.pipeline);
+  Log::Info(DescribeCameras(m_settings));
+  m_archive.Recover(m_settings.pipeline, m_settings.cameraNames);
   m_disk.Start();
+  if (m_pages) m_pages->Start();
   m_health->Start();
   for (const auto& taker : m_takers) taker->Start();
   m_ignition = true;
@@ -168,6 +181,7 @@ void Service::End() {
   m_control.reset();
   m_disk.Finish();
   m_health->Stop();
+  m_pages.reset();
   Log::Info("the recorder has ended");
 }
 
@@ -180,6 +194,7 @@ EventOrder Service::MakeOrder() const {
   order.withPreview = m_settings.events.withPreview;
   order.moment = Moment::Now();
   order.accScaleG = m_settings.pipeline.acc.scale;
+  order.cameraNames = m_settings.cameraNames;
   order.position = ReadPosition(*m_pipeline);
   return order;
 }

@@ -21,6 +21,7 @@
 #include "Recorder/Service/EventQueue.h"
 #include "Recorder/Service/EventTaker.h"
 #include "Recorder/Service/HealthThread.h"
+#include "Recorder/Service/PageThread.h"
 #include "Recorder/Service/ServiceManager.h"
 #include "Recorder/Service/TaskThread.h"
 #include "Recorder/Service/TimeOfDay.h"
@@ -59,6 +60,7 @@ class Service final : public ControlHandler {
   [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;
   [[nodiscard]] nlohmann::ordered_json DescribeClock() const;
   [[nodiscard]] std::string WriteMetrics() const;
+  [[nodiscard]] std::vector<SourceHealth> ReadHealth() const;
 
   /// Puts the event in the queue. Empty, or one sentence why not; `done` is then not called.
   std::string Order(EventOrder order);
@@ -91,6 +93,8 @@ class Service final : public ControlHandler {
   std::unique_ptr<HealthThread> m_health;
   /// Notes requests down, looks at the disk for clients: none of it waits for the ignition.
   TaskThread m_disk{"DISK"};
+  /// Null without pages.
+  std::unique_ptr<PageThread> m_pages;
   /// By their numbers in the queue.
   std::vector<std::unique_ptr<EventTaker>> m_takers;
   std::unique_ptr<Triggers::TriggerWatch> m_triggers;

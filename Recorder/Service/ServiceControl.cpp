@@ -190,6 +190,20 @@ void Service::ListEvents(const Reply& reply) const {
   reply({{"total", total}, {"events", list}});
 }
 
+/// With the names that people have given the cameras, the previews' included.
+std::vector<SourceHealth> Service::ReadHealth() const {
+  using Pipeline::PipelineType;
+  auto sources = m_health->GetHealth().Read();
+  for (auto& source : sources) {
+    if (source.type == PipelineType::Camera0 || source.type == PipelineType::Preview0) {
+      source.name = m_settings.cameraNames[0];
+    } else if (source.type == PipelineType::Camera1 || source.type == PipelineType::Preview1) {
+      source.name = m_settings.cameraNames[1];
+    }
+  }
+  return sources;
+}
+
 ordered_json Service::DescribeStatus() const {
   const std::chrono::duration<double> uptime = std::chrono::steady_clock::now() - m_startedAt;
   const auto queue = m_queue.Read();
@@ -208,7 +222,7 @@ ordered_json Service::DescribeStatus() const {
   }
   status["clock"] = DescribeClock();
   status["storage"] = m_archive.Describe();
-  status["sources"] = ToJson(m_health->GetHealth().Read());
+  status["sources"] = ToJson(ReadHealth());
   return status;
 }
 

@@ -65,7 +65,7 @@ std::string Service::WriteMetrics() const {
     AddOne(text, "tavi_clock_system_ahead_seconds", Type::Gauge, "System's clock minus the receiver's.",
            *time.systemAheadSeconds);
   }
-  WritePrometheus(m_health->GetHealth().Read(), text);
+  WritePrometheus(ReadHealth(), text);
   return text.GetText();
 }
 

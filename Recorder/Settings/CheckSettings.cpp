@@ -82,6 +82,10 @@ std::string CheckBothCameras(const Settings& settings) {
         "field pipeline.camera1.streamPort: {} is pipeline.camera0.streamPort, too; each stream needs its own port",
         second.streamPort);
   }
+  if (!settings.cameraNames[1].empty() && settings.cameraNames[0] == settings.cameraNames[1]) {
+    return fmt::format("field pipeline.camera1.name: {} is pipeline.camera0.name, too; nobody could tell them apart",
+                       Show(settings.cameraNames[1]));
+  }
   if (!first.previewEnabled || !second.previewEnabled) return {};
   for (const auto& [name, member] :
        {std::pair("previewFps", &VideoConfig::previewFps), std::pair("previewSeconds", &VideoConfig::previewSeconds)}) {

@@ -13,12 +13,15 @@ using Fields = std::vector<Field>;
 
 constexpr const char* Optional = "missing for long, it is no reason to restart the unit";
 
-void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::VideoConfig& camera, int type) {
+void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::VideoConfig& camera, int type,
+               std::string& called) {
   const auto add = [&](const char* member, Field::Target target, Allowed allowed, const char* unit,
                        const char* meaning) {
     fields.emplace_back(name + "." + member, target, allowed, unit, meaning);
   };
   fields.emplace_back(name + "Enabled", &enabled, Allowed(), "", "record this camera");
+  add("name", &called, Limits::CameraNameBytes, "",
+      "what people call it, as front; in events, page, exports and metrics");
   add("cameraType", &camera.cameraType, Limits::Range<int>{type, type}, "",
       "which camera the record is about; nothing to choose");
   add("device", &camera.device, Limits::PathBytes, "", "V4L2 capture device");
@@ -132,6 +135,11 @@ void AddStorage(Fields& fields, StorageSettings& storage) {
         "how many events are kept; 0 for no limit"},
        {"storage.minFreeBytes", &storage.minFreeBytes, Limits::StorageBytes, "bytes",
         "what events leave free on their file system"},
+       {"storage.pages",
+        &storage.pages,
+        {},
+        "",
+        "put a page (index.html) into each event's directory, and a list of all beside them"},
        {"storage.keyFile", &storage.keyFile, Limits::OptionalPathBytes, "",
         "the key that events are signed with (PEM), made when there is none; empty: `identity.pem` beside the "
         "events"},
@@ -157,8 +165,8 @@ void AddTriggers(Fields& fields, TriggerSettings& triggers) {
 std::vector<Field> DescribeFields(Settings& settings) {
   Fields fields;
   auto& pipeline = settings.pipeline;
-  AddCamera(fields, "pipeline.camera0", pipeline.camera0Enabled, pipeline.camera0, 0);
-  AddCamera(fields, "pipeline.camera1", pipeline.camera1Enabled, pipeline.camera1, 1);
+  AddCamera(fields, "pipeline.camera0", pipeline.camera0Enabled, pipeline.camera0, 0, settings.cameraNames[0]);
+  AddCamera(fields, "pipeline.camera1", pipeline.camera1Enabled, pipeline.camera1, 1, settings.cameraNames[1]);
   AddSensors(fields, pipeline);
   AddEvents(fields, settings.events);
   AddStorage(fields, settings.storage);

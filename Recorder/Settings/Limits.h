@@ -15,6 +15,7 @@ inline constexpr Range<int> Width{16, 1920};
 inline constexpr Range<int> Height{16, 1088};
 inline constexpr Range<int> Fps{1, 60};
 inline constexpr Range<int> VideoBitrateKbit{64, 50000};
+inline constexpr Range<int> CameraNameBytes{0, 40};
 /// The names by which the software encoder knows its kinds.
 inline constexpr std::array<std::string_view, 5> Encoders{"auto", "v4l2", "vaapi", "x264", "openh264"};
 inline constexpr Range<int> Port{1, 65535};

@@ -1,6 +1,7 @@
 // The recorder's settings: what can be chosen, reading it from a file, writing it down, checking it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -37,6 +38,8 @@ struct StorageSettings {
   int maxEvents = 0;
   /// Free bytes that are left to the rest of the file system.
   std::uint64_t minFreeBytes = std::uint64_t{256} << 20;
+  /// A page in each event's directory, and a list of all events beside them.
+  bool pages = true;
   /// The key that events are signed with (PEM); made when there is none. Empty: identity.pem beside the events'
   /// directory.
   std::string keyFile = {};
@@ -78,6 +81,8 @@ struct ControlSettings {
 /// Plain values, copied by whoever receives them. docs/settings.md tells of each field.
 struct Settings {
   Pipeline::PipelineConfig pipeline = RestartingPipeline();
+  /// What people call camera 0 and camera 1; empty for one without a name. For people only: acquisition knows numbers.
+  std::array<std::string, 2> cameraNames;
   EventSettings events;
   StorageSettings storage;
   TriggerSettings triggers;
