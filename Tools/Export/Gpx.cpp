@@ -40,6 +40,13 @@ void AddSegments(std::string& gpx, const EventData& data) {
   if (isOpen) gpx += "    </trkseg>\n";
 }
 
+/// Only where somebody has named them.
+std::string DescribeCameras(const EventStore::EventDescription& event) {
+  if (event.cameraNames == EventStore::CameraNames{}) return {};
+  return fmt::format("<desc>Cameras: {}, {}</desc>", EscapeMarkup(GetCameraTitle(event, "VideoCamera1")),
+                     EscapeMarkup(GetCameraTitle(event, "VideoCamera0")));
+}
+
 }  // namespace
 
 std::string FormatGpx(const EventData& data) {
@@ -48,9 +55,8 @@ std::string FormatGpx(const EventData& data) {
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<gpx version=\"1.1\" creator=\"tavi-export\" xmlns=\"http://www.topografix.com/GPX/1/1\" "
       "xmlns:tavi=\"urn:tavi:event\">\n"
-      "  <metadata><name>{}</name><desc>Cameras: {}, {}</desc><time>{}</time></metadata>\n",
-      title, EscapeMarkup(GetCameraTitle(data.description, "VideoCamera1")),
-      EscapeMarkup(GetCameraTitle(data.description, "VideoCamera0")), EventStore::FormatTime(data.description.timeMs));
+      "  <metadata><name>{}</name>{}<time>{}</time></metadata>\n",
+      title, DescribeCameras(data.description), EventStore::FormatTime(data.description.timeMs));
   AddEventPoint(gpx, data);
   gpx += "  <trk><name>" + title + "</name>\n";
   AddSegments(gpx, data);

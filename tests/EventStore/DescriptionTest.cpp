@@ -15,6 +15,7 @@ class DescriptionTest : public StoreTest {
     event.software = "tavi-recorder 0.1.0";
     event.timeSource = ReceiverSource;
     event.accScaleG = 8;
+    event.cameraNames = {"rear", ""};
     event.systemAheadSeconds = -1795268405.25;
     event.label = "hard \"stop\"\n\xC3\xA4";
     event.manager = "second";
@@ -42,11 +43,13 @@ TEST_F(DescriptionTest, WhatIsWrittenIsRead) {
   EXPECT_EQ(GetSystemTimeMs(*read), -127) << "a quarter second before it was 1970";
   EXPECT_EQ(read->streams[0].firstTimestampNs, -1);
   EXPECT_EQ(read->files[0].bytes, 1ULL << 40);
-  for (const char* line : {R"("time": "2026-11-21T13:40:05.123Z")", R"("maxG": null)", R"("lastTimestampNs": null)"}) {
+  for (const char* line : {R"("time": "2026-11-21T13:40:05.123Z")", R"("maxG": null)", R"("lastTimestampNs": null)",
+                           R"("VideoCamera1": "rear")", R"("VideoCamera0": null)"}) {
     EXPECT_NE(text.find(line), std::string::npos) << line;
   }
   std::string older = text;
-  for (const char* key : {"timeSource", "systemAheadSeconds", "accScaleG"}) older.replace(older.find(key), 1, "_");
+  for (const char* key : {"timeSource", "systemAheadSeconds", "accScaleG", "cameraNames"})
+    older.replace(older.find(key), 1, "_");
   const auto olderRead = Read(older);
   EXPECT_TRUE(olderRead && olderRead->timeSource == SystemSource && olderRead->accScaleG == 4) << m_problem;
   EventDescription odd = MakeFull();
@@ -86,6 +89,8 @@ TEST_F(DescriptionTest, AnythingElseIsRefusedWithItsPlace) {
       {"1099511627776", "1.5", "\"files[0].bytes\""},
       {"aaaa\"", "aaa\"", "\"files[0].sha256\""},
       {R"("accScaleG": 8)", R"("accScaleG": 0)", "\"accScaleG\""},
+      {"gps_1.dat", "index.html", "\"files[0].name\""},
+      {R"("VideoCamera1": "rear")", R"("VideoCamera1": 1)", "\"cameraNames.VideoCamera1\""},
       {"}\n", "", "no JSON"},
   };
   for (const Damage& damage : damages) {

@@ -147,6 +147,9 @@ TEST(PrometheusTest, TextIsWholeAndEscaped) {
                                        "tavi_source_entries_total{source=\"gps\"} 0\n"
                                        "# HELP tavi_source_rate_hertz "),
             std::string::npos);
+  auto named = sources;
+  named[0].name = "front \"<\"";
+  EXPECT_NE(ToPrometheus(named).find(R"(_total{source="camera0",name="front \"<\""} 123456789)"), std::string::npos);
   EXPECT_NE(ToPrometheus(sources).find("_age_seconds{source=\"camera0\"} 0.012\n# HELP"), std::string::npos);
   PrometheusText text;
   text.Describe("a", PrometheusText::Type::Gauge, "x \"y\"\n\\");

@@ -154,6 +154,10 @@ TEST(CheckSettings, TellsWhatDoesNotFitTogether) {
       {[](Settings& s) { s.pipeline.camera1.previewHeight = 180; },
        "field pipeline.camera1.previewWidth: 320x180 with pipeline.camera1.previewHeight, but previews are composed of "
        "320x176"},
+      {[](Settings& s) {
+         s.cameraNames = {"front", "front"};
+       },
+       "field pipeline.camera1.name: \"front\" is pipeline.camera0.name, too; nobody could tell them apart"},
       {[](Settings& s) { s.pipeline.camera1.previewFps = 5; },
        "field pipeline.camera1.previewFps: 5 is not the 3 of pipeline.camera0.previewFps; one clip shows both"},
       {[](Settings& s) { s.pipeline.camera0.cropEnabled = true, s.pipeline.camera0.width = 640; },

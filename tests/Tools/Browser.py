@@ -1,9 +1,14 @@
 # A headless Chromium, driven through chromedriver's WebDriver interface (W3C) with the standard library alone.
+import contextlib
+import functools
+import http.server
 import json
+import pathlib
 import re
 import shutil
 import subprocess
 import tempfile
+import threading
 import time
 import urllib.error
 import urllib.request
@@ -12,6 +17,49 @@ ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # the key of an element's refer
 ARGUMENTS = ("--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking "
              "--disable-component-update --disable-sync --window-size=1280,1400").split()
 DIRECT = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+
+
+LEFT, RIGHT, ENTER = "\ue012", "\ue014", "\ue007"
+
+
+class Folder(http.server.SimpleHTTPRequestHandler):
+    """A static folder as web servers show it: parts of files, too, without which no browser goes to a place in a clip."""
+    protocol_version = "HTTP/1.1"
+
+    def log_message(self, *_):
+        pass
+
+    def do_GET(self):
+        path = pathlib.Path(self.translate_path(self.path))
+        if path.is_dir():
+            path = path / "index.html"
+        if not path.is_file():
+            self.send_error(404)
+            return
+        content = path.read_bytes()
+        part = re.fullmatch(r"bytes=(\d+)-(\d*)", self.headers.get("Range", ""))
+        first = int(part[1]) if part else 0
+        last = min(int(part[2]) if part and part[2] else len(content) - 1, len(content) - 1)
+        self.send_response(206 if part else 200)
+        if part:
+            self.send_header("Content-Range", f"bytes {first}-{last}/{len(content)}")
+        self.send_header("Content-Type", self.guess_type(str(path)))
+        self.send_header("Accept-Ranges", "bytes")
+        self.send_header("Content-Length", str(last - first + 1))
+        self.end_headers()
+        try:
+            self.wfile.write(content[first:last + 1])
+        except ConnectionError:
+            pass  # the browser has enough
+
+
+@contextlib.contextmanager
+def serve(directory):
+    """Gives the address under which a browser finds the directory."""
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), functools.partial(Folder, directory=directory)) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        yield f"http://127.0.0.1:{server.server_port}/"
+        server.shutdown()
 
 
 class Browser:
@@ -52,6 +100,24 @@ class Browser:
     def click(self, selector):
         found = self.call("POST", "/element", {"using": "css selector", "value": selector})
         self.call("POST", f"/element/{found[ELEMENT]}/click")
+
+    def type(self, selector, text):
+        found = self.call("POST", "/element", {"using": "css selector", "value": selector})
+        self.call("POST", f"/element/{found[ELEMENT]}/value", {"text": text})
+
+    def press(self, *keys):
+        """Each key down and up again, by whatever has the focus."""
+        actions = [{"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]
+        self.call("POST", "/actions", {"actions": [{"type": "key", "id": "keys", "actions": actions}]})
+
+    def show_as(self, width, height, **media):
+        """As a screen of that size, with CSS media features such as prefers_color_scheme="dark"."""
+        features = [{"name": name.replace("_", "-"), "value": value} for name, value in media.items()]
+        for command, parameters in (
+                ("Emulation.setDeviceMetricsOverride",
+                 {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 600}),
+                ("Emulation.setEmulatedMedia", {"features": features})):
+            self.call("POST", "/chromium/send_command_and_get_result", {"cmd": command, "params": parameters})
 
     def wait_for(self, condition):
         deadline = time.monotonic() + 60

@@ -26,8 +26,8 @@ def count_entries(path):
     return count
 
 
-def describe(directory, files, label=""):
-    """Writes event.json for `files`. Camera 0 is said to begin 0.4 s before camera 1; nothing else depends on it."""
+def describe(directory, files, label="", **more):
+    """Writes event.json for `files`, with further members. Camera 0 is said to begin 0.4 s before camera 1; nothing else depends on it."""
     def window(kind):
         early = 0.4 if kind == "VideoCamera0" else 0.0
         return {"type": kind, "entries": 0, "rate": RATES[kind], "fromSeconds": -2 - early, "toSeconds": 2 - early,
@@ -43,4 +43,4 @@ def describe(directory, files, label=""):
         "time": "2026-11-21T13:40:05.123Z", "manager": "first", "queuedSeconds": 0.0, "interrupted": False,
         "request": {"startSeconds": -2, "durationSeconds": 4, "preview": False}, "maxSpeedKnots": None, "maxG": None,
         "position": None, "previewSeconds": 0, "streams": [window(kind) for kind in files if kind in RATES],
-        "files": [entry(kind, path) for kind, path in files.items()]}))
+        "files": [entry(kind, path) for kind, path in files.items()], **more}))

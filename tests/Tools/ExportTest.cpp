@@ -85,6 +85,15 @@ TEST(ExportTest, GeoJsonHasLongitudeFirstAndNoLineOfOnePoint) {
   EXPECT_EQ(features[4]["properties"]["label"], MakeEvent().description.label);
 }
 
+// Names of cameras that break the formats, or are of the other camera.
+TEST(ExportTest, CamerasHaveTheNamesThatPeopleGaveThem) {
+  EventData data = MakeEvent();
+  data.description.cameraNames = {"rear <1>", ""};
+  EXPECT_THAT(FormatGpx(data), HasSubstr("<desc>Cameras: rear &lt;1&gt;, Camera 0</desc>"));
+  const auto properties = nlohmann::json::parse(FormatGeoJson(data))["features"][4]["properties"];
+  EXPECT_EQ(properties["cameras"].dump(), R"(["rear <1>","Camera 0"])");
+}
+
 // Catches cues before the clip, and the two forms' marks mixed up.
 TEST(ExportTest, SubtitlesBeginWithTheClip) {
   const std::string vtt = FormatSubtitles(MakeEvent(), 0.25, SubtitleForm::WebVtt);

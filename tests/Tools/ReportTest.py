@@ -1,16 +1,19 @@
-# The report in a real browser: a real event is recorded, its page opened, played and clicked.
+# An event's page in a real browser: a real event is recorded, its page opened, played, clicked and saved from.
+import base64
 import json
 import pathlib
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 import Browser
 import Events
 
-RECORDER, REPORT = sys.argv[1:3]
+RECORDER, REPORT, VERIFY, AXE = sys.argv[1:5]
 LABEL = "<script>document.title = 'taken'</script> & \"Kreuzung\" ü"
 STATE = """
 const points = (id) => [...document.querySelectorAll(`#${id} polyline`)].map((line) => line.points.numberOfItems);
@@ -30,6 +33,24 @@ READY = "[...document.querySelectorAll('video')].every((clip) => clip.readyState
 LEFT, BOTH = 44, 58
 
 
+# What a click on a download would save, as data URLs by their names. The page's policy forbids to load it from its URL.
+CATCH = """
+window.saved = {};
+const made = new Map();
+const create = URL.createObjectURL;
+URL.createObjectURL = (blob) => {
+  const url = create(blob);
+  made.set(url, blob);
+  return url;
+};
+HTMLAnchorElement.prototype.click = function () {
+  const reader = new FileReader();
+  reader.onload = () => { window.saved[this.download] = reader.result; };
+  reader.readAsDataURL(made.get(this.href));
+};"""
+NAMES = {"VideoCamera1": "front <b>", "VideoCamera0": "rear"}
+
+
 class ReportTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -41,6 +62,23 @@ class ReportTest(unittest.TestCase):
         cls.page = pathlib.Path(cls.out.name, "report.html")
         cls.browser = Browser.Browser()
         cls.addClassCleanup(cls.browser.close)
+
+    def read(self, expression):
+        return self.browser.run("return " + expression)
+
+    def take_saved(self, count):
+        self.browser.wait_for(f"Object.keys(window.saved).length === {count}")
+        return {name: base64.b64decode(url.split(",")[1]) for name, url in self.read("window.saved").items()}
+
+    def find_violations(self):
+        """What axe finds, as lines; None where there is no axe."""
+        if not pathlib.Path(AXE).exists():
+            return None
+        self.browser.run("window.found = null")
+        self.browser.run(pathlib.Path(AXE).read_text())
+        self.browser.run("axe.run().then((found) => { window.found = found; })")
+        self.browser.wait_for("window.found")
+        return self.read("window.found.violations.flatMap((v) => v.nodes.map((node) => `${v.id}: ${node.html}`))")
 
     def open(self, files, status=0, **changes):
         Events.describe(self.home.name, files, **changes)
@@ -96,6 +134,104 @@ class ReportTest(unittest.TestCase):
         self.assertEqual([url for url in self.browser.read_requests()
                           if not url.startswith(("blob:", self.page.as_uri()))], [])
 
+    def test_it_says_what_differs_and_whether_the_files_are_right(self):
+        whole = {"cameraNames": NAMES, "missing": []}
+        self.open(self.files, **whole)
+        self.assertEqual(self.read("document.querySelector('#differs').textContent"),
+                         "All that was asked for is here.")
+        self.assertIn("not signed", self.read("document.querySelector('#proof.alarm').textContent"))
+        self.assertEqual(self.read("[...document.querySelectorAll('figcaption')].map((c) => c.textContent)"),
+                         list(NAMES.values()))
+        late = {"type": "VideoCamera0", "seconds": 1.5, "reason": "begins 1.5 s late"}
+        self.open({kind: path for kind, path in self.files.items() if kind != "Audio"}, **{**whole, "missing": [late]})
+        self.assertIn("rear: begins 1.5 s late", self.read("document.querySelector('#differs.alarm').textContent"))
+        self.open(self.files, **whole, interrupted=True)
+        self.assertIn("ended early", self.read("document.querySelector('#differs.alarm').textContent"))
+
+    def test_keys_do_the_same_whatever_was_clicked(self):
+        self.open(self.files)
+        for button in ("#faster", "#slower", "#mute", "#scrubber"):
+            self.browser.click(button)
+            self.browser.click("#to-event")
+            self.browser.run(f"document.querySelector('{button}').focus()")
+            self.browser.press(" ")
+            self.browser.wait_for("document.querySelector('#play').textContent === 'Pause'")
+            self.browser.press(" ")
+            self.browser.wait_for("document.querySelector('#play').textContent === 'Play'")
+            before = self.look()["position"]
+            self.browser.press(Browser.LEFT)
+            self.browser.wait_for(READY)
+            self.assertAlmostEqual(self.look()["position"], before - 1, delta=0.02, msg=button)
+        # A picture of the camera that has most of them, and back.
+        steps = []
+        for key in ("0", ".", ".", ","):
+            self.browser.press(key)
+            self.browser.wait_for(READY)
+            steps.append(self.look()["position"])
+        self.assertAlmostEqual(steps[2] - steps[1], 1 / 30, delta=0.01)
+        self.assertAlmostEqual(steps[3], steps[1], delta=0.001)
+        self.browser.wait_for("document.querySelector('#announce').textContent.includes('from the event')")
+        # Nothing is announced while it plays.
+        self.browser.run("window.spoken = 0; new MutationObserver((all) => { window.spoken += all.length; })"
+                         ".observe(document.querySelector('#announce'), { childList: true })")
+        self.browser.press("0", " ")
+        self.browser.wait_for("Number(document.querySelector('#scrubber').value) > 0.6")
+        self.assertEqual(self.read("window.spoken"), 0)
+        self.browser.press(" ")
+        self.browser.wait_for("window.spoken === 1")
+
+    def test_a_picture_of_another_moment_is_dimmed_and_says_so(self):
+        self.open(self.files)
+        note = "document.querySelector('#VideoCamera1.foreign .note')?.textContent ?? ''"
+        self.assertEqual(self.look()["position"], -2.4)
+        self.assertIn("−2.00 s", self.read(note))
+        self.browser.press("0")
+        self.assertEqual(self.read(note), "")
+
+    def test_the_moment_is_saved_as_a_picture_and_a_part_as_clips(self):
+        self.open(self.files, cameraNames=NAMES)
+        self.browser.run(CATCH)
+        self.browser.press("0")
+        self.browser.wait_for(READY)
+        self.browser.click("#picture")
+        (name, picture), = self.take_saved(1).items()
+        self.assertEqual(name, "event_9f3ca1b2_+0.00s.png")
+        self.assertEqual(struct.unpack(">II", picture[16:24]), (2 * 1280, 720 + 92))
+        # The clock that both cameras have filmed is in it, and the line of data: neither is one colour.
+        gray = subprocess.run(["ffmpeg", "-v", "error", "-i", "-", "-pix_fmt", "gray", "-f", "rawvideo", "-"],
+                              input=picture, capture_output=True, check=True).stdout
+        rows = [gray[2560 * y:2560 * (y + 1)] for y in (720 + 25, 200)]
+        self.assertGreater(len(set(rows[0])), 20, "the line of data")
+        for half in (rows[1][:1280], rows[1][1280:]):
+            self.assertGreater(max(half) - min(half), 60, "a camera's picture")
+
+        self.browser.run(CATCH)
+        self.browser.press(Browser.LEFT)
+        self.browser.click("#part-from")
+        self.browser.press(Browser.RIGHT, Browser.RIGHT)
+        self.browser.click("#part-to")
+        self.browser.click("#part-save")
+        parts = self.take_saved(2)
+        self.assertEqual(list(parts), ["event_9f3ca1b2_front-b-_-1.00s_+1.00s.mp4", "event_9f3ca1b2_rear_-1.00s_+1.00s.mp4"])
+        for name, content in parts.items():
+            path = pathlib.Path(self.out.name, "part.mp4")
+            path.write_bytes(content)
+            # Decoded with its edit list; complaints of the decoder would be on standard error.
+            run = subprocess.run(["ffmpeg", "-y", "-v", "error", "-i", path, "-map", "0:v", "-f", "framecrc", "-", "-map", "0:a",
+                                  "-f", "s16le", "/dev/null"], capture_output=True, text=True)
+            self.assertEqual((run.returncode, run.stderr), (0, ""), name)
+            rate = 15 if "front" in name else 30
+            pictures = [line for line in run.stdout.splitlines() if not line.startswith("#")]
+            self.assertAlmostEqual(len(pictures), 2 * rate, delta=2, msg=name)
+            seconds = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", path],
+                                     capture_output=True, text=True).stdout
+            self.assertAlmostEqual(float(seconds), 2.0, delta=0.1, msg=name)
+            # Not encoded anew: the part begins with an access unit of the clip.
+            kind = next(kind for kind, called in NAMES.items() if called[:4] in name)
+            start = content.index(b"mdat") + 100
+            self.assertTrue(content[start:start + 1000] in pathlib.Path(self.files[kind]).read_bytes(), name)
+        self.assertEqual(self.browser.read_complaints(), [])
+
     def test_any_stream_may_be_missing(self):
         gaps = {"Gps": "no positions", "Acc": "no accelerations", "Other": "no machine state"}
         for kept in (["VideoCamera0", "Other"], ["Audio", "Acc"], ["Gps"], []):
@@ -117,6 +253,98 @@ class ReportTest(unittest.TestCase):
         self.assertRegex(line, r"^tavi-report: the event is damaged.*/acc_cut.dat: entry .* is cut off\n$")
         self.assertEqual(self.look()["points"]["acceleration"], [(len(content) // 34 - 1) * 10] * 3)
         self.assertIn("is cut off", self.browser.run("return document.querySelector('#acceleration').innerText"))
+
+
+class FolderTest(unittest.TestCase):
+    """What the recorder puts beside the files, as a web server shows it and from the disk."""
+    @classmethod
+    def setUpClass(cls):
+        cls.home = tempfile.TemporaryDirectory(prefix="tavi-test-")
+        cls.addClassCleanup(cls.home.cleanup)
+        events = pathlib.Path(cls.home.name, "out/events")
+        cls.event = events / "20261121T134005Z_9f3ca1b2"
+        cls.event.mkdir(parents=True)
+        cls.files = Events.record(RECORDER, str(cls.event))
+        Events.describe(str(cls.event), cls.files, label=LABEL, cameraNames=NAMES)
+        bad = events / "20261121T134006Z_00000001"
+        bad.mkdir()
+        (bad / "event.json").write_text("{")
+        cls.run_recorder(cls, events)
+        cls.browser = Browser.Browser()
+        cls.addClassCleanup(cls.browser.close)
+
+    def run_recorder(self, events):
+        """The service, with one source, until there are a page and a list."""
+        settings = pathlib.Path(self.home.name, "settings.json")
+        settings.write_text(json.dumps({"pipeline": {
+            name + "Enabled": False for name in ("camera0", "camera1", "audio", "gps", "acc")}}))
+        run = subprocess.Popen([RECORDER, "run", "--simulate", "--config", settings, "--output", events.parent,
+                                "--control", self.home.name + "/socket"], stderr=subprocess.DEVNULL)
+        try:
+            deadline = time.monotonic() + 60
+            while not (events / "index.html").exists():
+                assert time.monotonic() < deadline and run.poll() is None, "no list of events"
+                time.sleep(0.05)
+        finally:
+            run.terminate()
+            run.wait()
+
+    read = ReportTest.read
+    take_saved = ReportTest.take_saved
+    find_violations = ReportTest.find_violations
+
+    def go(self, url):
+        self.browser.call("POST", "/url", {"url": url})
+
+    def test_a_web_server_shows_the_folder_as_it_is(self):
+        self.assertNotIn("added", subprocess.run([VERIFY, self.event], capture_output=True, text=True).stdout)
+        with Browser.serve(str(self.event.parent)) as address:
+            self.go(address)
+            self.assertEqual(self.read("[...document.querySelectorAll('li .label, li .alarm')].map((e) => e.textContent)"),
+                             ["its description cannot be read", LABEL, "not signed"])
+            self.browser.wait_for("document.querySelector('img').naturalWidth > 0")
+            self.browser.click("li:last-child a")
+            self.browser.wait_for(READY)
+            self.assertEqual(self.read("document.querySelector('h1').textContent"), LABEL)
+            self.assertLess((self.event / "index.html").stat().st_size, 300_000)
+            self.browser.click("#play")
+            self.browser.wait_for("[...document.querySelectorAll('video')].every((clip) => clip.currentTime > 0.3)")
+            self.browser.run(CATCH)
+            self.browser.click("#picture")
+            self.browser.click("#part-from")
+            self.browser.press(Browser.RIGHT)
+            self.browser.click("#part-to")
+            self.browser.click("#part-save")
+            self.assertGreater(min(len(content) for content in self.take_saved(3).values()), 50_000)
+            links = self.read("[...document.querySelectorAll('#files a')].map((link) => [link.href, link.download])")
+            self.assertEqual([link for link in links if not link[0].startswith(self.read("location.href").rsplit('/', 1)[0])], [])
+            self.assertEqual({name for _, name in links}, {pathlib.Path(path).name for path in self.files.values()})
+            self.assertEqual(self.browser.read_complaints(), [])
+
+    def test_from_a_disk_it_plays_and_says_what_saving_needs(self):
+        self.go((self.event.parent / "index.html").as_uri())
+        self.browser.click("li:last-child a")
+        self.browser.wait_for(READY)
+        self.browser.click("#picture")
+        self.browser.wait_for("!document.querySelector('#notice button').hidden")
+        chosen = "\n".join(self.files[kind] for kind in NAMES)
+        self.browser.run(CATCH + "document.querySelector('#notice input').hidden = false;")
+        self.browser.type("#notice input", chosen)
+        (picture,) = self.take_saved(1).values()
+        self.assertGreater(len(picture), 50_000)
+
+    def test_nobody_is_shut_out(self):
+        with Browser.serve(str(self.event.parent)) as address:
+            for path in ("", self.event.name + "/"):
+                for width, scheme in ((1280, "light"), (390, "light"), (1280, "dark")):
+                    with self.subTest(path=path, width=width, scheme=scheme):
+                        self.browser.show_as(width, 900, prefers_color_scheme=scheme)
+                        self.go(address + path)
+                        violations = self.find_violations()
+                        if violations is None:
+                            self.skipTest("axe is not there: scripts/setup.sh --test")
+                        self.assertEqual(violations, [])
+                        self.assertLessEqual(self.read("document.documentElement.scrollWidth"), width)
 
 
 if __name__ == "__main__":
