@@ -70,13 +70,13 @@ function onKey(key) {
 }
 
 // The larger the picture, the less of it is seen: `x` and `y` are what of it lies in the middle, 0 to 1.
-function makeZoom(figure, video) {
+function makeZoom(figure, screen) {
   const zoom = { scale: 1, x: 0.5, y: 0.5 };
   const apply = () => {
     const margin = 0.5 / zoom.scale;
     zoom.x = clamp(zoom.x, margin, 1 - margin);
     zoom.y = clamp(zoom.y, margin, 1 - margin);
-    video.style.transform = `scale(${zoom.scale}) translate(${(0.5 - zoom.x) * 100}%, ${(0.5 - zoom.y) * 100}%)`;
+    screen.style.transform = `scale(${zoom.scale}) translate(${(0.5 - zoom.x) * 100}%, ${(0.5 - zoom.y) * 100}%)`;
     figure.classList.toggle("zoomed", zoom.scale > 1);
   };
   const by = (factor) => {
@@ -84,16 +84,16 @@ function makeZoom(figure, video) {
     apply();
     return zoom.scale;
   };
-  video.addEventListener("pointerdown", (pointer) => {
-    if (zoom.scale > 1) video.setPointerCapture(pointer.pointerId);
+  screen.addEventListener("pointerdown", (pointer) => {
+    if (zoom.scale > 1) screen.setPointerCapture(pointer.pointerId);
   });
-  video.addEventListener("pointermove", (pointer) => {
-    if (!video.hasPointerCapture(pointer.pointerId)) return;
-    zoom.x -= pointer.movementX / (video.clientWidth * zoom.scale);
-    zoom.y -= pointer.movementY / (video.clientHeight * zoom.scale);
+  screen.addEventListener("pointermove", (pointer) => {
+    if (!screen.hasPointerCapture(pointer.pointerId)) return;
+    zoom.x -= pointer.movementX / (screen.clientWidth * zoom.scale);
+    zoom.y -= pointer.movementY / (screen.clientHeight * zoom.scale);
     apply();
   });
-  video.addEventListener("wheel", (wheel) => {
+  screen.addEventListener("wheel", (wheel) => {
     // Without a key the wheel is the page's.
     if (!wheel.ctrlKey && !document.fullscreenElement) return;
     wheel.preventDefault();
@@ -116,7 +116,7 @@ function markForeign(figure, clip, note) {
 
 function buildPicture(figure, clip) {
   const name = nameOf(clip.type);
-  const zoomBy = makeZoom(figure, clip.element);
+  const zoomBy = makeZoom(figure, clip.element.parentElement);
   markForeign(figure, clip, make(figure, "p", { class: "note", hidden: "" }));
   const tools = make(figure, "div", { class: "tools" });
   const add = (text, label, action) => {

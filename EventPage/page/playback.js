@@ -5,23 +5,24 @@ const clips = [];
 const cameraTypes = ["VideoCamera1", "VideoCamera0"];
 
 function addClip(type, parent) {
-  const element = make(parent, type === "Audio" ? "audio" : "video", { preload: "auto", playsinline: "" });
+  const screen = type === "Audio" ? parent : make(parent, "div", { class: "screen" });
+  const element = make(screen, type === "Audio" ? "audio" : "video", { preload: "auto", playsinline: "" });
   if (type !== "Audio") element.setAttribute("aria-label", `Clip of ${nameOf(type)}`);
   element.muted = true;
   element.disableRemotePlayback = true;
-  const clip = { type, element, from: streamOf(type)?.fromSeconds ?? first, wanted: null, broken: false, shown: null };
+  const clip = { type, element, from: streamOf(type)?.fromSeconds ?? first, wanted: null, broken: false, delay: 0 };
   element.addEventListener("seeked", () => applySeek(clip));
   element.addEventListener("loadedmetadata", () => seekClip(clip));
   element.addEventListener("error", () => {
     clip.broken = true;
-    for (const useless of [element, ...parent.querySelectorAll(".note, .tools")]) useless.remove();
+    for (const useless of [element, ...parent.querySelectorAll(".screen, .note, .tools")]) useless.remove();
     showStill(parent, type);
     make(parent, "p", { class: "missing" }, `The clip of ${nameOf(type)} is not there, or this browser cannot play it.`);
     chooseLead();
   });
   element.src = urlOf(type);
   clips.push(clip);
-  watchPictures(clip);
+  if (screen !== parent) keepPictures(clip, screen);
   return clip;
 }
 
@@ -83,7 +84,10 @@ function seekClip(clip) {
 
 function seek(seconds) {
   position = clamp(seconds, first, last);
-  for (const clip of clips) seekClip(clip);
+  for (const clip of clips) {
+    dropPictures(clip);
+    seekClip(clip);
+  }
   show();
 }
 
@@ -110,6 +114,7 @@ function setPlaying(value) {
   } else {
     for (const clip of clips) {
       clip.element.pause();
+      dropPictures(clip);
       seekClip(clip);
     }
   }
@@ -118,16 +123,10 @@ function setPlaying(value) {
 
 // A browser shows a picture some time after its clock has reached it, the longer the more it has to do, and not as long for
 // each clip: what counts is the pictures that are seen. `delay`: seconds from a picture's time to its being seen, smoothed.
-function watchPictures(clip) {
+function measureDelay(clip, mediaTime) {
   const { element } = clip;
-  clip.delay = 0;
-  if (!element.requestVideoFrameCallback) return;
-  const look = (now, { mediaTime }) => {
-    const delay = element.currentTime - mediaTime;
-    if (!element.paused && !element.seeking && delay > -0.05 && delay < 0.5) clip.delay += 0.2 * (delay - clip.delay);
-    element.requestVideoFrameCallback(look);
-  };
-  element.requestVideoFrameCallback(look);
+  const delay = element.currentTime - mediaTime;
+  if (!element.paused && !element.seeking && delay > -0.05 && delay < 0.5) clip.delay += 0.2 * (delay - clip.delay);
 }
 
 // Small drifts are made up by more or less speed, which nobody sees and, of a clip that is not heard, nobody hears; large
@@ -179,6 +178,7 @@ function tick(now) {
     return;
   }
   for (const clip of clips) keepPlaying(clip);
+  showPairs();
   show();
   requestAnimationFrame(tick);
 }
