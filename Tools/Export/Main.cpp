@@ -56,7 +56,7 @@ const char* GetClipType(const EventData& data, int camera) {
 }
 
 /// The format's first line may say more behind its name.
-std::string NameCamera(std::string subtitles, std::string name) {
+std::string NameCamera(std::string subtitles, const std::string& name) {
   constexpr std::string_view Signature = "WEBVTT";
   if (subtitles.starts_with(Signature) && name.find("-->") == std::string::npos) {
     subtitles.insert(Signature.size(), " " + name);
