@@ -28,6 +28,7 @@ function keep({ element, pictures }, canvases, time) {
   const [width, height] = [Math.round(element.videoWidth * scale), Math.round(element.videoHeight * scale)];
   if (canvas.width !== width || canvas.height !== height) Object.assign(canvas, { width, height });
   canvas.getContext("2d", { alpha: false }).drawImage(element, 0, 0, width, height);
+  canvas.dataset.time = time;
   pictures.push({ canvas, time });
 }
 
