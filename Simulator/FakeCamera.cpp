@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -260,7 +261,8 @@ int FakeCamera::Dequeue(v4l2_buffer& buffer) {
   const int error = QueryBuffer(buffer);
   buffer.bytesused = static_cast<std::uint32_t>(frame.size());
   buffer.sequence = m_sequence;
-  buffer.timestamp = {dueUs / G_USEC_PER_SEC, dueUs % G_USEC_PER_SEC};
+  buffer.timestamp.tv_sec = static_cast<decltype(buffer.timestamp.tv_sec)>(dueUs / G_USEC_PER_SEC);
+  buffer.timestamp.tv_usec = static_cast<decltype(buffer.timestamp.tv_usec)>(dueUs % G_USEC_PER_SEC);
   return error;
 }
 
@@ -273,3 +275,15 @@ extern "C" int dup(int descriptor) noexcept {
   if (Tavi::Simulator::IsSameFile(descriptor, device)) return open(device, O_RDWR | O_CLOEXEC);
   return fcntl(descriptor, F_DUPFD, 0);
 }
+
+#if __TIMESIZE == 32
+/// The ioctl of programs whose times have 64 bits, which umockdev does not know. Requests with times in them differ
+/// between the two; of those the programs make none.
+extern "C" int __ioctl_time64(int descriptor, unsigned long request, ...) noexcept {
+  va_list list;
+  va_start(list, request);
+  void* const argument = va_arg(list, void*);
+  va_end(list);
+  return ioctl(descriptor, request, argument);
+}
+#endif

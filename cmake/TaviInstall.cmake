@@ -25,5 +25,8 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/TaviConfigVersion.cmake COM
 install(FILES ${CMAKE_BINARY_DIR}/TaviConfig.cmake ${CMAKE_BINARY_DIR}/TaviConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Tavi)
 file(RELATIVE_PATH taviPcToPrefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+# The headers' times and offsets are as wide as the library's; find_package has it from the targets.
+list(TRANSFORM TAVI_WIDE_TYPES PREPEND " -D" OUTPUT_VARIABLE taviWideFlags)
+string(JOIN "" taviWideFlags ${taviWideFlags})
 configure_file(packaging/tavi.pc.in ${CMAKE_BINARY_DIR}/tavi.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/tavi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

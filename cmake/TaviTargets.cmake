@@ -9,8 +9,11 @@ if(TAVI_WERROR AND NOT TAVI_SANITIZE)
 endif()
 # On 32-bit machines a fix of 2038 and a file of 2 GB need the wide types, on both sides of every interface.
 set(TAVI_WIDE_TYPES)
+# What takes the place of functions of the C library in programs of others has their types.
+set(TAVI_NARROW_TYPES)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   set(TAVI_WIDE_TYPES _TIME_BITS=64 _FILE_OFFSET_BITS=64)
+  set(TAVI_NARROW_TYPES -U_TIME_BITS -U_FILE_OFFSET_BITS)
 endif()
 target_compile_definitions(TaviBuild INTERFACE ${TAVI_WIDE_TYPES})
 if(TAVI_UNIT)

@@ -178,12 +178,24 @@ ssize_t pread(int file, void* data, size_t size, off_t offset) {
   return FailsRead(file) ? -1 : Find<ssize_t(int, void*, size_t, off_t)>("pread")(file, data, size, offset);
 }
 
+ssize_t pread64(int file, void* data, size_t size, off64_t offset) {
+  return FailsRead(file) ? -1 : Find<ssize_t(int, void*, size_t, off64_t)>("pread64")(file, data, size, offset);
+}
+
 ssize_t sendfile(int to, int from, off_t* offset, size_t size) noexcept {
   return FailsRead(from) ? -1 : Find<ssize_t(int, int, off_t*, size_t)>("sendfile")(to, from, offset, size);
 }
 
+ssize_t sendfile64(int to, int from, off64_t* offset, size_t size) noexcept {
+  return FailsRead(from) ? -1 : Find<ssize_t(int, int, off64_t*, size_t)>("sendfile64")(to, from, offset, size);
+}
+
 dirent* readdir(DIR* directory) {
   return FailsRead(dirfd(directory)) ? nullptr : Find<dirent*(DIR*)>("readdir")(directory);
+}
+
+dirent64* readdir64(DIR* directory) {
+  return FailsRead(dirfd(directory)) ? nullptr : Find<dirent64*(DIR*)>("readdir64")(directory);
 }
 
 int unlink(const char* path) noexcept {

@@ -13,6 +13,8 @@
 
 namespace Tavi::Gps {
 
+static_assert(sizeof(std::time_t) == 8, "build with -D_TIME_BITS=64, as the library is: times end in 2038 otherwise");
+
 /// Trip statistics since the process started.
 struct GpsRouteState {
   std::int32_t stopCount = 0;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "Ksystem/FileUtils/UniqueFd.h"
 
@@ -18,7 +19,9 @@ namespace {
 bool LiesInMemory(int file) {
   struct statfs system {};
   if (::fstatfs(file, &system) != 0) return false;
-  return system.f_type == TMPFS_MAGIC || system.f_type == RAMFS_MAGIC;
+  // Signed on some machines, where one of these numbers is negative.
+  const auto type = static_cast<std::uint32_t>(system.f_type);
+  return type == TMPFS_MAGIC || type == RAMFS_MAGIC;
 }
 
 }  // namespace
