@@ -6,11 +6,14 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <span>
 
 #include "Simulator/AlsaTick/CaptureRun.h"
 #include "Simulator/AlsaTick/GainControl.h"
@@ -18,6 +21,17 @@
 
 namespace Tavi::Simulator {
 namespace {
+
+/// Writes samples into one channel of ALSA's buffer.
+void Put(std::span<const std::int16_t> samples, const snd_pcm_channel_area_t& area, snd_pcm_uframes_t offset) {
+  const std::size_t stepBytes = area.step / 8;
+  char* to = static_cast<char*>(area.addr) + area.first / 8 + stepBytes * offset;
+  for (const std::int16_t sample : samples) {
+    const std::int16_t value = htole16(sample);
+    std::memcpy(to, &value, sizeof value);
+    to += stepBytes;
+  }
+}
 
 /// One open device. ALSA calls most of it under its lock, whichever thread asks, but not what belongs to polling; hence
 /// the mutex.
@@ -184,17 +198,14 @@ void TickDevice::Fill(const snd_pcm_channel_area_t* areas, snd_pcm_uframes_t off
   m_run.FollowWallClock();
   const std::uint64_t first = CountTaken();
   const double gain = static_cast<double>(GainControl::Get()) / GainControl::Middle;
-  constexpr std::int64_t SecondNs = 1'000'000'000;
-  const double frameNs = static_cast<double>(SecondNs) / m_io.rate;
-  auto sinceSecondNs = static_cast<double>((m_run.WallNs(first) % SecondNs + SecondNs) % SecondNs);
-  for (snd_pcm_uframes_t i = 0; i < count; ++i, sinceSecondNs += frameNs) {
-    if (sinceSecondNs >= static_cast<double>(SecondNs)) sinceSecondNs -= static_cast<double>(SecondNs);
-    const auto index = static_cast<std::uint32_t>(first + i);
-    const std::int16_t value = htole16(TickSignal::At(static_cast<std::int32_t>(sinceSecondNs), index, gain));
-    for (unsigned channel = 0; channel < m_io.channels; ++channel) {
-      const snd_pcm_channel_area_t& area = areas[channel];
-      std::memcpy(static_cast<char*>(area.addr) + (area.first + area.step * (offset + i)) / 8, &value, sizeof value);
-    }
+  FrameTime time = m_run.TimeFrom(first);
+  auto index = static_cast<std::uint32_t>(first);
+  std::array<std::int16_t, 256> sound{};
+  for (snd_pcm_uframes_t done = 0; done < count;) {
+    const std::span block(sound.data(), std::min<std::size_t>(sound.size(), count - done));
+    TickSignal::Render(block, time, index, gain);
+    for (unsigned channel = 0; channel < m_io.channels; ++channel) Put(block, areas[channel], offset + done);
+    done += block.size();
   }
   m_taken = first + count;
   ArmForReader();

@@ -42,6 +42,13 @@ std::int64_t MonotonicNs() {
   return ReadClock(CLOCK_MONOTONIC);
 }
 
+FrameTime::FrameTime(std::int64_t wallNs, std::int32_t roundedUp, unsigned rate)
+    : m_rate(static_cast<std::int32_t>(rate)),
+      m_stepNs(SecondNs / m_rate),
+      m_stepParts(SecondNs % m_rate),
+      m_sinceSecondNs(static_cast<std::int32_t>((wallNs % SecondNs + SecondNs) % SecondNs)),
+      m_roundedUp(roundedUp) {}
+
 CaptureRun::CaptureRun(unsigned rate)
     : m_rate(rate), m_startNs(MonotonicNs()), m_wallMinusMonotonicNs(ReadDifference().wallMinusMonotonicNs) {}
 
@@ -55,6 +62,11 @@ std::int64_t CaptureRun::WhenNs(std::uint64_t frames) const {
   const auto seconds = static_cast<std::int64_t>(frames / m_rate);
   const auto rest = static_cast<std::int64_t>(frames % m_rate);
   return m_startNs + seconds * SecondNs + (rest * SecondNs + m_rate - 1) / m_rate;
+}
+
+FrameTime CaptureRun::TimeFrom(std::uint64_t frame) const {
+  const auto rest = static_cast<std::int64_t>(frame % m_rate) * SecondNs % m_rate;
+  return {WallNs(frame), static_cast<std::int32_t>(rest == 0 ? 0 : m_rate - rest), m_rate};
 }
 
 void CaptureRun::FollowWallClock() {

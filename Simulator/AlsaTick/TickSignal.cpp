@@ -39,4 +39,14 @@ std::int16_t TickSignal::At(std::int32_t sinceSecondNs, std::uint32_t index, dou
   return static_cast<std::int16_t>(std::clamp(value, -32768.0, 32767.0));
 }
 
+void TickSignal::Render(std::span<std::int16_t> samples, FrameTime& time, std::uint32_t& index, double gain) {
+  for (std::int16_t& sample : samples) {
+    // Nearly all of them; the rest costs a sine.
+    const bool isPlainNoise = time.SinceSecondNs() >= TickNs && gain == 1;
+    sample = isPlainNoise ? static_cast<std::int16_t>(Noise(index)) : At(time.SinceSecondNs(), index, gain);
+    time.Next();
+    ++index;
+  }
+}
+
 }  // namespace Tavi::Simulator

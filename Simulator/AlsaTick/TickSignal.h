@@ -2,6 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
+
+#include "Simulator/AlsaTick/CaptureRun.h"
 
 namespace Tavi::Simulator {
 
@@ -19,9 +22,11 @@ class TickSignal {
   static constexpr int NoisePeak = 180;
 
   /// The signed 16-bit sample so many nanoseconds, 0 to 999,999,999, behind a full second of UTC, amplified by `gain`
-  /// and clipped; `index` numbers the samples and picks the noise. No division: a 32-bit processor has none for 64
-  /// bits, and this runs 44,100 times a second.
+  /// and clipped; `index` numbers the samples and picks the noise.
   [[nodiscard]] static std::int16_t At(std::int32_t sinceSecondNs, std::uint32_t index, double gain);
+
+  /// The samples from `time` and `index` on, which both go on behind them, each as At has it.
+  static void Render(std::span<std::int16_t> samples, FrameTime& time, std::uint32_t& index, double gain);
 };
 
 }  // namespace Tavi::Simulator
