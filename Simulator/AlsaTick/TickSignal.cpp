@@ -40,13 +40,18 @@ std::int16_t TickSignal::At(std::int32_t sinceSecondNs, std::uint32_t index, dou
 }
 
 void TickSignal::Render(std::span<std::int16_t> samples, FrameTime& time, std::uint32_t& index, double gain) {
+  // In registers, 44,100 times a second.
+  FrameTime now = time;
+  std::uint32_t at = index;
   for (std::int16_t& sample : samples) {
     // Nearly all of them; the rest costs a sine.
-    const bool isPlainNoise = time.SinceSecondNs() >= TickNs && gain == 1;
-    sample = isPlainNoise ? static_cast<std::int16_t>(Noise(index)) : At(time.SinceSecondNs(), index, gain);
-    time.Next();
-    ++index;
+    const bool isPlainNoise = now.SinceSecondNs() >= TickNs && gain == 1;
+    sample = isPlainNoise ? static_cast<std::int16_t>(Noise(at)) : At(now.SinceSecondNs(), at, gain);
+    now.Next();
+    ++at;
   }
+  time = now;
+  index = at;
 }
 
 }  // namespace Tavi::Simulator

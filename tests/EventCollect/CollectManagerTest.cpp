@@ -99,14 +99,15 @@ TEST_F(CollectManagerTest, ACancelNeverReachesTheNextEvent) {
 TEST_F(CollectManagerTest, TheLimitAbortsAndReportsWhatWasWritten) {
   StartFeeding(5);
   JumpingClock clock;
-  m_managerConfig.clock = &clock;
+  auto config = m_managerConfig;
+  config.clock = &clock;
   for (const int limit : {120, 180}) {
-    m_managerConfig.cr = limit == 180;
-    PipelineCollectManager manager(m_managerConfig);
+    config.cr = limit == 180;
+    PipelineCollectManager manager(config);
     m_input.durationSeconds = 100;
     m_output = {};
     auto collect = CollectInBackground(manager);
-    EXPECT_EQ(CountThreads(m_managerConfig.cr ? "COLLECT-CAM0-CR" : "COLLECT-CAM0"), 1);
+    EXPECT_EQ(CountThreads(config.cr ? "COLLECT-CAM0-CR" : "COLLECT-CAM0"), 1);
     clock.Jump(std::chrono::seconds(limit - 15));
     EXPECT_EQ(collect.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
     clock.Jump(std::chrono::seconds(15));

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -19,9 +20,15 @@
 
 namespace Tavi::Testing {
 
+/// How many times longer than elsewhere something may take: more than 1 where the processor is emulated.
+inline int Patience() {
+  const char* text = std::getenv("TAVI_TEST_PATIENCE");
+  return text != nullptr ? std::max(1, std::atoi(text)) : 1;
+}
+
 /// Waits up to a minute: who passes never waits so long, whatever else the machine does.
 inline bool WaitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  const auto deadline = std::chrono::steady_clock::now() + Patience() * std::chrono::minutes(1);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -11,6 +11,8 @@ namespace {
 using Native = std::numeric_limits<signed char>;
 
 int GetUnitsPerG(unsigned char scale) {
+  // The usual range, 300 times a second, without the division that a Cortex-A9 has not.
+  if (scale == 4) return 32;
   return scale == 0 ? 0 : 128 / scale;
 }
 

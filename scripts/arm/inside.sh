@@ -1,0 +1,101 @@
+#!/usr/bin/env bash
+# The part of scripts/test-arm.sh that runs in the chroot: builds, tests, records one event in the simulated car, packs.
+source "$(dirname "$0")/../common.sh"
+
+preset=$TAVI_ARM_ARCHITECTURE
+build=build/$preset
+summary=$build/arm-summary.txt
+mkdir -p "$build"
+: > "$summary"
+failed=0
+# One line of the summary: its first word tells which step it is of.
+tell() { printf '%s\n' "$*" | tee -a "$summary"; }
+
+build_tree() {
+  local start=$SECONDS
+  say "building $build"
+  # An emulated processor is some ten times slower than the clock wants it.
+  if cmake --preset "$preset" -DTAVI_WERROR=ON -DTAVI_BUILD_TESTS=ON -DTAVI_TEST_PATIENCE=10 -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
+    -DCMAKE_INSTALL_PREFIX=/usr >&2 && cmake --build --preset "$preset" --parallel "$jobs" >&2; then
+    tell "built: $(file -b "$build/bin/tavi-recorder" | cut -d, -f1,2), $("$TAVI_ARM_TRIPLE-g++" -dumpfullversion), $((SECONDS - start)) s"
+  else
+    tell "built: FAILED"
+    exit 1
+  fi
+}
+
+# Runs the emulated processor's programs by a clock that is so much slower: then they keep the time that they see.
+slowly() {
+  local speed=$1
+  shift
+  LD_PRELOAD=$PWD/$build/lib/libtavi_fast_clock.so TAVI_CLOCK_SPEED=$speed "$@" 2> >(grep -v 'wrong ELF class' >&2)
+}
+
+# What is named in skips.txt is left out and counted. What fails is tried once more by a slower clock: the emulator is late.
+run_tests() {
+  local which=() again
+  [ -z "$TAVI_ARM_TESTS" ] || which=(-R "$TAVI_ARM_TESTS")
+  which+=(-E "$(python3 scripts/arm/summary.py skips "$preset")")
+  rm -f "$build"/arm-tests*.xml
+  say "testing $build"
+  ctest --test-dir "$build" --parallel "$jobs" --output-junit "$PWD/$build/arm-tests.xml" "${which[@]}" >&2 || true
+  again=$(python3 scripts/arm/summary.py failed "$build/arm-tests.xml")
+  if [ -n "$again" ]; then
+    say "what has failed once more, by a clock at a fifth of the speed"
+    slowly 0.2 ctest --test-dir "$build" --parallel "$jobs" --output-on-failure --output-junit "$PWD/$build/arm-tests-again.xml" \
+      -R "$again" >&2 || true
+  fi
+  python3 scripts/arm/summary.py tests "$preset" "$build" "$TAVI_ARM_TESTS" | tee -a "$summary"
+  [ "${PIPESTATUS[0]}" -eq 0 ] || failed=1
+}
+
+# The service in the simulated car, as a unit runs it, and one event by command. Small pictures, and a clock at a tenth of the
+# speed: what the unit encodes in hardware is emulated software here.
+record_event() {
+  local out=$PWD/$build/arm-event bin=$PWD/$build/bin recorder
+  rm -rf "$out"
+  mkdir -p "$out"
+  cat > "$out/settings.json" << 'END'
+{"pipeline": {"camera0": {"width": 320, "height": 180}, "camera1": {"width": 320, "height": 180}},
+ "events": {"withPreview": false}, "storage": {"minFreeBytes": 0}}
+END
+  say "recording an event"
+  GST_REGISTRY=$out/registry slowly 0.1 timeout -k 5 900 "$bin/tavi-recorder" run --simulate --config "$out/settings.json" \
+    --output "$out" --control "$out/ctl/socket" > "$out/log" 2>&1 &
+  recorder=$!
+  # Until each source has been there for three seconds.
+  until timeout -k 5 60 "$bin/tavi-ctl" --json --control "$out/ctl/socket" status 2> /dev/null | python3 scripts/arm/summary.py filled 3; do
+    kill -0 "$recorder" 2> /dev/null || { tell "event: FAILED, $(tail -n 1 "$out/log")"; return 1; }
+    sleep 2
+  done
+  timeout -k 5 600 "$bin/tavi-ctl" --json --control "$out/ctl/socket" event --before 2 --duration 4 --wait > "$out/reply.json" || true
+  pkill -TERM -P "$recorder" tavi-recorder || true
+  wait "$recorder" || true
+  python3 scripts/arm/summary.py event "$out/reply.json" | tee -a "$summary"
+  [ "${PIPESTATUS[0]}" -eq 0 ] || return 1
+  timeout -k 5 100 "$bin/tavi-verify" "$out"/events/* > "$out/verified" || { tell "event: FAILED, $(tail -n 1 "$out/verified")"; return 1; }
+  tell "event: $(sed 's/.*: \(intact, signed\).*/\1/' "$out/verified")"
+}
+
+# Packed by the tree's own rules; the programs are started from what was unpacked.
+make_package() {
+  local deb unpacked=$build/arm-unpacked version
+  say "packing"
+  rm -rf "$build/package" "$unpacked"
+  (cd "$build" && DEB_HOST_ARCH=$TAVI_ARM_ARCHITECTURE cpack --config CPackConfig.cmake >&2) || { tell "package: FAILED"; return 1; }
+  for deb in "$build"/package/*.deb; do
+    dpkg-deb -x "$deb" "$unpacked"
+    [ "$(dpkg-deb -f "$deb" Architecture)" = "$TAVI_ARM_ARCHITECTURE" ] ||
+      { tell "package: FAILED, $deb is for $(dpkg-deb -f "$deb" Architecture)"; return 1; }
+    tell "package: ${deb##*/}, $(du -k "$deb" | cut -f1) KiB, needs $(dpkg-deb -f "$deb" Depends)"
+  done
+  [ -e "$unpacked/usr/lib/$TAVI_ARM_TRIPLE/gstreamer-1.0" ] || { tell "package: FAILED, nothing in usr/lib/$TAVI_ARM_TRIPLE"; return 1; }
+  version=$("$unpacked/usr/bin/tavi-recorder" --version) || { tell "package: FAILED, what was unpacked does not start"; return 1; }
+  tell "package: $version starts from it"
+}
+
+case " $TAVI_ARM_STEPS " in *' build '*) build_tree ;; esac
+case " $TAVI_ARM_STEPS " in *' test '*) run_tests ;; esac
+case " $TAVI_ARM_STEPS " in *' event '*) record_event || failed=1 ;; esac
+case " $TAVI_ARM_STEPS " in *' package '*) make_package || failed=1 ;; esac
+exit "$failed"
