@@ -2,6 +2,8 @@
 # Builds the whole tree for another processor and runs it there, emulated: scripts/test-arm.sh [armhf|arm64] [options]
 #   armhf, by default the unit's processor; arm64 the same for 64 bits
 #   --build          ends after the build
+#   --cost           in place of tests, event and package: how many instructions a second the program at work takes, with
+#                    hardware elements that cost nothing (armhf only)
 #   --cache DIR      where the chroot is kept, by default $TAVI_ARM_CACHE or ~/.cache/tavi-arm; some 3 GB each. Remove it at
 #                    will: it is made anew
 #   --tests REGEX    only tests of these names (ctest -R)
@@ -19,12 +21,14 @@ while [ $# -gt 0 ]; do
   case $1 in
     armhf | arm64) architecture=$1 ;;
     --build) TAVI_ARM_STEPS=build ;;
+    --cost) TAVI_ARM_STEPS='build cost' ;;
     --cache) cache=${2:?--cache takes a directory}; shift ;;
     --tests) TAVI_ARM_TESTS=${2:?--tests takes a regular expression}; shift ;;
-    *) say "unknown argument $1: armhf, arm64, --build, --cache and --tests are right"; exit 2 ;;
+    *) say "unknown argument $1: armhf, arm64, --build, --cost, --cache and --tests are right"; exit 2 ;;
   esac
   shift
 done
+if [ "$architecture $TAVI_ARM_STEPS" = 'arm64 build cost' ]; then say "--cost counts on armhf, the unit's processor, only"; exit 2; fi
 [ "$(id -u)" -eq 0 ] || { say "needs root, for debootstrap and chroot"; exit 2; }
 # Its mounts are nobody else's, and go with it.
 [ -n "${TAVI_OWN_MOUNTS:-}" ] || exec env TAVI_OWN_MOUNTS=1 unshare --mount "scripts/${0##*/}" "${arguments[@]}"

@@ -11,7 +11,7 @@ foreign=(
 )
 # Tools run as this machine's own, without the emulator.
 native=(
-  cmake ninja-build pkg-config ccache python3 git file dpkg-dev nlohmann-json3-dev libcli11-dev qemu-user-static
+  cmake ninja-build pkg-config ccache python3 git file dpkg-dev nlohmann-json3-dev libcli11-dev qemu-user-static qemu-user
   ffmpeg gpsd gpsd-clients
 )
 

@@ -15,7 +15,7 @@ build_tree() {
   local start=$SECONDS
   say "building $build"
   # An emulated processor is some ten times slower than the clock wants it.
-  if cmake --preset "$preset" -DTAVI_WERROR=ON -DTAVI_BUILD_TESTS=ON -DTAVI_TEST_PATIENCE=10 -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
+  if cmake --preset "$preset" -DTAVI_WERROR=ON -DTAVI_BUILD_TESTS=ON -DTAVI_BUILD_BENCH=ON -DTAVI_TEST_PATIENCE=10 -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
     -DCMAKE_INSTALL_PREFIX=/usr >&2 && cmake --build --preset "$preset" --parallel "$jobs" >&2; then
     tell "built: $(file -b "$build/bin/tavi-recorder" | cut -d, -f1,2), $("$TAVI_ARM_TRIPLE-g++" -dumpfullversion), $((SECONDS - start)) s"
   else
@@ -94,8 +94,28 @@ make_package() {
   tell "package: $version starts from it"
 }
 
+# Half a minute of the program at work, by a plug-in of the emulator; the first 40 seconds are its start.
+count_instructions() {
+  local out=$PWD/$build/cost counter
+  say "counting instructions for 70 s"
+  rm -rf "$out"
+  mkdir -p "$out"
+  cmake --build --preset "$preset" --target FreeElements >&2
+  g++ -std=c++20 -O2 -shared -fPIC bench/Cost/InstructionCount.cpp -o "$out/counter.so"
+  GST_REGISTRY=$out/registry GST_REGISTRY_FORK=no GST_PLUGIN_PATH=$PWD/$build/lib/free timeout -k 5 200 \
+    qemu-arm -plugin "$out/counter.so,out=$out/count,first=40,second=70" \
+    "$PWD/$build/bin/tavi-recorder" --simulate --output "$out/files" --collect-after 600 > "$out/log" 2>&1 &
+  counter=$!
+  while [ ! -e "$out/count.2" ] && kill -0 "$counter" 2> /dev/null; do sleep 1; done
+  kill "$counter" 2> /dev/null || true
+  wait "$counter" || true
+  [ -e "$out/count.2" ] || { tell "cost: FAILED, $(tail -n 1 "$out/log")"; return 1; }
+  python3 bench/Cost/by_object.py "$out/count" 30 | sed 's/^/cost: /' | tee -a "$summary"
+}
+
 case " $TAVI_ARM_STEPS " in *' build '*) build_tree ;; esac
 case " $TAVI_ARM_STEPS " in *' test '*) run_tests ;; esac
 case " $TAVI_ARM_STEPS " in *' event '*) record_event || failed=1 ;; esac
 case " $TAVI_ARM_STEPS " in *' package '*) make_package || failed=1 ;; esac
+case " $TAVI_ARM_STEPS " in *' cost '*) count_instructions || failed=1 ;; esac
 exit "$failed"
