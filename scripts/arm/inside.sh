@@ -24,13 +24,6 @@ build_tree() {
   fi
 }
 
-# Runs the emulated processor's programs by a clock that is so much slower: then they keep the time that they see.
-slowly() {
-  local speed=$1
-  shift
-  LD_PRELOAD=$PWD/$build/lib/libtavi_fast_clock.so TAVI_CLOCK_SPEED=$speed "$@" 2> >(grep -v 'wrong ELF class' >&2)
-}
-
 # What is named in skips.txt is left out and counted. What fails is tried once more by a slower clock: the emulator is late.
 run_tests() {
   local which=() again
@@ -42,8 +35,9 @@ run_tests() {
   again=$(python3 scripts/arm/summary.py failed "$build/arm-tests.xml")
   if [ -n "$again" ]; then
     say "what has failed once more, by a clock at a fifth of the speed"
-    slowly 0.2 ctest --test-dir "$build" --parallel "$jobs" --output-on-failure --output-junit "$PWD/$build/arm-tests-again.xml" \
-      -R "$again" >&2 || true
+    # The machine's own programs, ctest the first, cannot load that clock, and say so.
+    LD_PRELOAD=$PWD/$build/lib/libtavi_fast_clock.so TAVI_CLOCK_SPEED=0.2 ctest --test-dir "$build" --parallel "$jobs" \
+      --output-on-failure --output-junit "$PWD/$build/arm-tests-again.xml" -R "$again" >&2 || true
   fi
   python3 scripts/arm/summary.py tests "$preset" "$build" "$TAVI_ARM_TESTS" | tee -a "$summary"
   [ "${PIPESTATUS[0]}" -eq 0 ] || failed=1
@@ -60,7 +54,8 @@ record_event() {
  "events": {"withPreview": false}, "storage": {"minFreeBytes": 0}}
 END
   say "recording an event"
-  GST_REGISTRY=$out/registry slowly 0.1 timeout -k 5 900 "$bin/tavi-recorder" run --simulate --config "$out/settings.json" \
+  LD_PRELOAD=$PWD/$build/lib/libtavi_fast_clock.so TAVI_CLOCK_SPEED=0.1 GST_REGISTRY=$out/registry \
+    timeout -k 5 900 "$bin/tavi-recorder" run --simulate --config "$out/settings.json" \
     --output "$out" --control "$out/ctl/socket" > "$out/log" 2>&1 &
   recorder=$!
   # Until each source has been there for three seconds.
@@ -69,7 +64,7 @@ END
     sleep 2
   done
   timeout -k 5 600 "$bin/tavi-ctl" --json --control "$out/ctl/socket" event --before 2 --duration 4 --wait > "$out/reply.json" || true
-  pkill -TERM -P "$recorder" tavi-recorder || true
+  kill -TERM "$recorder"
   wait "$recorder" || true
   python3 scripts/arm/summary.py event "$out/reply.json" | tee -a "$summary"
   [ "${PIPESTATUS[0]}" -eq 0 ] || return 1
