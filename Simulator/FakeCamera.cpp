@@ -29,7 +29,9 @@ __attribute__((constructor, used)) void StartWithUmockdev(int, char** argv, char
   setenv("TAVI_FAKE_CAMERA", "1", 1);
   const char* options = getenv("ASAN_OPTIONS");
   setenv("ASAN_OPTIONS", (std::string(options != nullptr ? options : "") + ":verify_asan_link_order=0").c_str(), 1);
-  setenv("LD_PRELOAD", Preload, 1);
+  const char* others = getenv("LD_PRELOAD");
+  setenv("LD_PRELOAD",
+         (Preload + std::string(others != nullptr ? ":" : "") + (others != nullptr ? others : "")).c_str(), 1);
   execv("/proc/self/exe", argv);
 }
 
