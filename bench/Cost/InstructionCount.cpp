@@ -18,6 +18,7 @@
 #include <string>
 
 // The header of this interface is in no Debian package; these are the parts of its version 1 that are used.
+// NOLINTBEGIN(readability-identifier-naming): the emulator's names
 extern "C" {
 using qemu_plugin_id_t = std::uint64_t;
 struct qemu_plugin_tb;
@@ -32,6 +33,7 @@ void* qemu_plugin_insn_haddr(const qemu_plugin_insn*);
 __attribute__((visibility("default"))) extern const int qemu_plugin_version;
 const int qemu_plugin_version = 1;
 }
+// NOLINTEND(readability-identifier-naming)
 
 namespace {
 
@@ -77,6 +79,7 @@ void* Watch(void*) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-identifier-naming): the emulator's name
 extern "C" __attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t id, const qemu_info_t*,
                                                                           int count, char** words) {
   for (int i = 0; i < count; ++i) {
