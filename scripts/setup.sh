@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--stream] [--package] [--test]
+# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--stream] [--package] [--test] [--guest]
 #   --build   only what building needs
 #   --stream  what live streams, cameras that encode by themselves and encoders other than x264 need besides
 #   --package what packing needs besides
+#   --guest   what the emulated machine of test-guest.sh needs besides; its kernel and its packages are not installed here
 #   --test    what tests, measurements, fuzzing and lint need besides
 # Does nothing where all are there.
 source "$(dirname "$0")/common.sh"
@@ -21,6 +22,7 @@ test=(
   gstreamer1.0-tools libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
   gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
 )
+guest=(qemu-system-x86 debootstrap busybox-static cpio kmod e2fsprogs gcc-12 make xz-utils python3 ffmpeg)
 schema=
 axe=
 [ "$*" = --build ] || packages+=("${run[@]}")
@@ -29,12 +31,13 @@ for option in "$@"; do
     --build) ;;
     --stream) packages+=("${stream[@]}") ;;
     --package) packages+=("${pack[@]}") ;;
+    --guest) packages+=("${guest[@]}") ;;
     --test)
       packages+=("${stream[@]}" "${pack[@]}" "${test[@]}")
       schema=build/schemas/gpx11.xsd
       axe=build/axe/axe.min.js
       ;;
-    *) say "unknown option $option: --build, --stream, --package and --test are right"; exit 2 ;;
+    *) say "unknown option $option: --build, --stream, --package, --test and --guest are right"; exit 2 ;;
   esac
 done
 
