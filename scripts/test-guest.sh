@@ -3,9 +3,10 @@
 # time of its own, in which nothing is late:
 #   scripts/test-guest.sh [--cuts N] [--faults short|all|none] [--no-event] [--seed N] [--images DIR] [--package FILE.deb]
 # An event of six sources, whose files are checked here; faults of devices; power cuts at random instants, each followed by another
-# start. By default one event, three faults, three cuts: ten minutes on two idle processors, three more the first time, when the
-# machine's image is made (build/guest; needs root, for debootstrap). --cuts 200 --faults all is the long form. Whoever has the
-# package gives it, or it is built. Ends with 0 when nothing is wrong, and with 77, after one line, where the machine cannot be made.
+# start. By default one event, three faults, three cuts; --cuts 200 --faults all is the long form. A start takes an idle processor about
+# a minute, a busy one several. The machine's image is made the first time (build/guest; needs root, for debootstrap). Whoever has
+# the package gives it, or it is built. Ends with 0 when nothing is wrong, and with 77, after one line, where the machine cannot
+# be made.
 source "$(dirname "$0")/common.sh"
 
 images=build/guest

@@ -61,7 +61,7 @@ def check_event(programs, directory, description):
         if stream["fromSeconds"] > begin + tolerance or stream["toSeconds"] < end - tolerance:
             found.append(f"{name} has {stream['fromSeconds']:.2f} to {stream['toSeconds']:.2f} s of {begin} to {end} s")
         expected = stream["rate"] * (stream["toSeconds"] - stream["fromSeconds"]) + 1
-        if abs(stream["entries"] - expected) > max(1.5, 0.03 * expected):
+        if abs(stream["entries"] - expected) > max(1.5, 0.05 * expected):
             found.append(f"{name} has {stream['entries']} entries where {expected:.1f} are due")
     files = {file["type"]: os.path.join(directory, file["name"]) for file in description["files"]}
     for name in ("VideoCamera1", "VideoCamera0"):

@@ -5,7 +5,7 @@ import events
 
 UNBIND = "/sys/bus/platform/drivers"
 ACCELEROMETER = "/sys/module/accelerometer/parameters/fault"
-BEFORE, DURATION, OUTAGE = 3, 9, 4
+BEFORE, DURATION, OUTAGE = 2, 7, 3
 
 
 class Fault:
