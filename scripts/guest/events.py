@@ -75,8 +75,9 @@ def check_event(programs, directory, description):
 
 
 def decode(path, *options):
-    done = subprocess.run(["ffmpeg", "-v", "error", "-xerror", "-i", path, *options, "-f", "null", "-"],
-                          capture_output=True, text=True, check=False)
+    # Each frame at its own time: at a fixed rate two of a camera that was away could fall on one.
+    done = subprocess.run(["ffmpeg", "-v", "error", "-xerror", "-i", path, *options, "-vsync", "passthrough",
+                           "-enc_time_base", "-1", "-f", "null", "-"], capture_output=True, text=True, check=False)
     return [f"{os.path.basename(path)}: {line}" for line in done.stderr.splitlines()]
 
 

@@ -2,6 +2,7 @@
 import os
 
 import events
+from machine import read_reply
 
 UNBIND = "/sys/bus/platform/drivers"
 ACCELEROMETER = "/sys/module/accelerometer/parameters/fault"
@@ -71,7 +72,7 @@ class Faults:
         begin = machine.uptime
         machine.sleep(OUTAGE)
         self.change(machine, fault, fault.end, True)
-        reply = self.read(machine.finish(answer)[1])
+        reply = read_reply(machine.finish(answer)[1])
         missing = {part["type"] for part in reply.get("missing", ())}
         back = self.wait_for_sources(machine, fault.sources)
         if not reply.get("saved"):
@@ -84,13 +85,8 @@ class Faults:
         told = "; ".join(f"{part['type']} {part['seconds']:.1f} s, {part['reason']}" for part in reply.get("missing", ()))
         self.rows.append((fault.name, told, "-" if back is None else f"{back - begin - OUTAGE:.1f} s"))
         print(f"{fault.name}: {told}; back after {self.rows[-1][2]}", flush=True)
-
-    @staticmethod
-    def read(output):
-        try:
-            return events.json.loads(output)
-        except ValueError:
-            return {"error": output}
+        # The next one's window begins behind this one.
+        machine.sleep(BEFORE + 3)
 
     def remember(self, name, reply):
         if reply.get("event"):

@@ -10,6 +10,14 @@ import time
 PATIENCE = 900
 
 
+def read_reply(output):
+    """The recorder's reply in what tavi-ctl --json prints, {} where there is none. A sentence for the user may stand beside it."""
+    for line in output.splitlines():
+        if line.startswith("{"):
+            return json.loads(line)
+    return {}
+
+
 class Machine:
     """Starts in its constructor. Ends by PowerOff() or Cut(); whoever made it calls one of the two."""
 
@@ -167,11 +175,7 @@ class Machine:
 
     def ask(self, words):
         """A reply of the recorder, {} where it gives none."""
-        _, output = self.finish(self.begin(f"tavi-ctl --json {words}"))
-        try:
-            return json.loads(output)
-        except ValueError:
-            return {}
+        return read_reply(self.finish(self.begin(f"tavi-ctl --json {words}"))[1])
 
     def record(self, settings, sources=("camera0", "camera1")):
         """Starts the recorder and waits until these sources deliver."""
