@@ -25,7 +25,7 @@ def read_events(target):
     root = os.path.join(target, "events")
     found = []
     for name in sorted(os.listdir(root)) if os.path.isdir(root) else []:
-        if not name.startswith("."):
+        if not name.startswith(".") and name != "index.html":
             with open(os.path.join(root, name, "event.json"), encoding="utf-8") as file:
                 found.append((os.path.join(root, name), json.load(file)))
     return found

@@ -52,7 +52,7 @@ def choose_flags(flags, path):
         return flags[path]
     room = os.path.dirname(path) + "/"
     like = next(other for place in (room, "tests/Integration/") for other in sorted(flags) if other.startswith(place))
-    return [*flags[like], "-I" + os.getcwd()]
+    return [*flags[like], "-I" + os.getcwd(), "-I" + os.getcwd() + "/Platform"]
 
 
 def build_command(path, flags):

@@ -105,7 +105,7 @@ class Proof:
         root = os.path.join(self.recorder.directory, "events")
         events = []
         for name in sorted(os.listdir(root)):
-            if name.startswith("."):
+            if name.startswith(".") or name == "index.html":
                 continue
             with open(os.path.join(root, name, "event.json"), encoding="utf-8") as file:
                 events.append(json.load(file))

@@ -196,7 +196,7 @@ def prove(share, count, chance, keep, worst):
                 refused += 1
         time.sleep(chance.random() * 6)
     recorder.settle()
-    directories = {path.name[-8:]: path for path in (recorder.dir / "events").iterdir() if not path.name.startswith(".")}
+    directories = {path.name[-8:]: path for path in (recorder.dir / "events").iterdir() if path.name[0].isdigit()}
     lost = [event for event in accepted if event not in directories]
     without = 0
     for number, event in enumerate(accepted):
