@@ -15,6 +15,8 @@
 namespace Tavi::Pipeline {
 namespace {
 
+/// From the last sound that was delivered back to one that was captured while the clock went for sure.
+constexpr std::chrono::milliseconds SoundMargin{500};
 constexpr std::array BranchTypes{PipelineType::Camera0, PipelineType::Camera1, PipelineType::Audio};
 
 /// The running time of the entry and what has passed since; 0 where it has none.
@@ -22,6 +24,19 @@ GstClockTime GetTimeSince(const Kbase::Pipeline::IPipelineElement::Entry& entry)
   const auto timestamp = PipelineCollect::GetTimestamp(entry.get());
   if (!timestamp) return 0;
   return *timestamp + static_cast<GstClockTime>(std::chrono::nanoseconds(PipelineCollect::GetAge(entry.get())).count());
+}
+
+/// The most that GetTimeSince gives of the ring's entries from now back to the first one that is older than `span`.
+GstClockTime FindLatestTime(const Kbase::Pipeline::IPipelineElement& ring, std::chrono::milliseconds span) {
+  GstClockTime latest = 0;
+  const auto newest = static_cast<int>(ring.GetRingPos());
+  for (int back = 0; back + 1 < static_cast<int>(ring.GetRingSize()); ++back) {
+    const auto entry = ring.GetElementAt(ring.SeekRelative(newest, back));
+    if (!entry) break;
+    latest = std::max(latest, GetTimeSince(entry));
+    if (PipelineCollect::GetAge(entry.get()) > span) break;
+  }
+  return latest;
 }
 
 }  // namespace
@@ -96,14 +111,12 @@ const char* SourceBranches::FindMissing(Milliseconds limit) const {
 }
 
 GstClockTime SourceBranches::GetRunningTime() const {
+  const Element sound = m_share(PipelineType::Audio);
+  const auto span = (sound ? GetSilence(sound) : Milliseconds(0)) + SoundMargin;
   GstClockTime latest = 0;
   for (const PipelineType type : BranchTypes) {
     const Element element = m_share(type);
-    if (!element || !element->IsDataAvailable()) continue;
-    const auto oldest = element->GetElementAt(static_cast<unsigned int>(element->GetCurrentFrameId() + 1));
-    for (const auto& entry : {element->RetrieveCurrent(), oldest, element->GetElementAt(0)}) {
-      latest = std::max(latest, GetTimeSince(entry));
-    }
+    if (element && element->IsDataAvailable()) latest = std::max(latest, FindLatestTime(*element, span));
   }
   return latest;
 }

@@ -47,8 +47,9 @@ class SourceBranches {
   /// The first source that is not optional and has been missing for so long, as people know it; null when there is
   /// none.
   [[nodiscard]] const char* FindMissing(Milliseconds limit) const;
-  /// Where the pipeline's time is, or would be if nothing had stopped it: what the newest entries tell, and, where the
-  /// clock has stood still since, the oldest.
+  /// Where the pipeline's time is, or would be if nothing had stopped it: what the entries tell since just before the
+  /// sound fell silent, with which its clock may have stopped. No older ones: a sound card that loses samples is a
+  /// clock that goes slow, and from half a minute back its time seems to be seconds further than it is.
   [[nodiscard]] GstClockTime GetRunningTime() const;
 
  private:
