@@ -44,7 +44,7 @@ root=$(cd "$cache" && pwd)/$architecture
 tree=$PWD
 # shellcheck source=scripts/arm/chroot.sh
 source scripts/arm/chroot.sh
-[ -e "$root/ready" ] || make_chroot
+[ "$(cat "$root/ready" 2> /dev/null)" = "$(list_packages)" ] || make_chroot
 mount_chroot
 say "$architecture in $root, $(du -sh --one-file-system "$root" 2> /dev/null | cut -f1)"
 run_in_chroot bash scripts/arm/inside.sh

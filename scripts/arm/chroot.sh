@@ -11,11 +11,13 @@ foreign=(
 )
 # Tools run as this machine's own, without the emulator.
 native=(
-  cmake ninja-build pkg-config ccache python3 git file dpkg-dev nlohmann-json3-dev libcli11-dev qemu-user-static qemu-user
+  cmake ninja-build pkg-config ccache python3 git file dpkg-dev debhelper nlohmann-json3-dev libcli11-dev qemu-user-static qemu-user
   ffmpeg gpsd gpsd-clients
 )
 
-# Makes $root by debootstrap. The file "ready" in it says that it was finished.
+list_packages() { printf '%s\n' "${native[@]}" "${foreign[@]}"; }
+
+# Makes $root by debootstrap. The file "ready" in it says that it was finished, and with what.
 make_chroot() {
   local mirror
   mirror=$(sed -n 's/^URIs: //p; s/^deb \(\[[^]]*\] \)*\([^ ]*\) .*/\2/p' /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources \
@@ -38,7 +40,7 @@ make_chroot() {
     rm -rf "$root"/var/lib/apt/lists/*
     umount "$root/proc"
   } > "$cache/$architecture.log" 2>&1 || { say "failed: $(grep -E '^(E|W):' "$cache/$architecture.log" | tail -n 1); $cache/$architecture.log has the rest"; exit 1; }
-  touch "$root/ready"
+  list_packages > "$root/ready"
 }
 
 # What runs in the chroot sees this tree where it is, and the compiler's cache where there is one.

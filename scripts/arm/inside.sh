@@ -16,7 +16,7 @@ build_tree() {
   say "building $build"
   # An emulated processor is some ten times slower than the clock wants it.
   if cmake --preset "$preset" -DTAVI_WERROR=ON -DTAVI_BUILD_TESTS=ON -DTAVI_BUILD_BENCH=ON -DTAVI_TEST_PATIENCE=10 -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
-    -DCMAKE_INSTALL_PREFIX=/usr >&2 && cmake --build --preset "$preset" --parallel "$jobs" >&2; then
+    -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_SKIP_INSTALL_RPATH=ON >&2 && cmake --build --preset "$preset" --parallel "$jobs" >&2; then
     tell "built: $(file -b "$build/bin/tavi-recorder" | cut -d, -f1,2), $("$TAVI_ARM_TRIPLE-g++" -dumpfullversion), $((SECONDS - start)) s"
   else
     tell "built: FAILED"
@@ -77,7 +77,10 @@ make_package() {
   local deb unpacked=$build/arm-unpacked version
   say "packing"
   rm -rf "$build/package" "$unpacked"
-  (cd "$build" && DEB_HOST_ARCH=$TAVI_ARM_ARCHITECTURE cpack --config CPackConfig.cmake >&2) || { tell "package: FAILED"; return 1; }
+  (
+    eval "$(dpkg-architecture -f -a"$TAVI_ARM_ARCHITECTURE" --print-set 2> /dev/null)"
+    BUILT=1 BUILD_DIR=$build PACKAGE_DIR=$build/package debian/rules binary >&2
+  ) || { tell "package: FAILED"; return 1; }
   for deb in "$build"/package/*.deb; do
     dpkg-deb -x "$deb" "$unpacked"
     [ "$(dpkg-deb -f "$deb" Architecture)" = "$TAVI_ARM_ARCHITECTURE" ] ||
