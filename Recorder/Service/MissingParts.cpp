@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "EventStore/PartName.h"
+
 namespace Tavi::Recorder {
 namespace {
 
@@ -92,10 +94,11 @@ std::vector<MissingPart> FindMissing(const EventOrder& order, const std::set<Pip
   return missing;
 }
 
-std::string DescribeMissing(const std::vector<MissingPart>& missing) {
+std::string DescribeMissing(const std::vector<MissingPart>& missing, const EventStore::CameraNames& cameraNames) {
   std::string sentence;
   for (const auto& part : missing) {
-    sentence += (sentence.empty() ? "not all that was asked for is there: " : "; ") + part.type + " " + part.reason;
+    sentence += (sentence.empty() ? "not all that was asked for is there: " : "; ") +
+                EventStore::GetPartName(part.type, cameraNames) + ": " + part.reason;
   }
   return sentence;
 }

@@ -19,6 +19,7 @@ std::vector<EventStore::MissingPart> FindMissing(const EventOrder& order,
                                                  const PipelineCollect::PipelineCollectOutput& output);
 
 /// One sentence; empty when nothing is missing.
-std::string DescribeMissing(const std::vector<EventStore::MissingPart>& missing);
+std::string DescribeMissing(const std::vector<EventStore::MissingPart>& missing,
+                            const EventStore::CameraNames& cameraNames = {});
 
 }  // namespace Tavi::Recorder

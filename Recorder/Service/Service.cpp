@@ -224,7 +224,7 @@ std::string Service::Order(EventOrder order) {
 }
 
 void Service::NoteResult(const EventResult& result) {
-  const std::string missing = DescribeMissing(result.missing);
+  const std::string missing = DescribeMissing(result.missing, m_settings.cameraNames);
   if (!missing.empty()) Log::Warning("event " + result.id + ": " + missing);
   const std::lock_guard lock(m_mutex);
   m_lastResult = result;

@@ -29,7 +29,7 @@ void AddTime(const EventStore::EventTime& time, ordered_json& fields) {
 }
 
 /// `ok` stands for all that was asked for; what is saved but not whole says so.
-ordered_json Describe(const EventResult& result) {
+ordered_json Describe(const EventResult& result, const EventStore::CameraNames& cameraNames) {
   ordered_json fields;
   fields["ok"] = result.isSaved && result.missing.empty();
   fields["event"] = result.id;
@@ -42,7 +42,7 @@ ordered_json Describe(const EventResult& result) {
     for (const auto& part : result.missing) {
       fields["missing"].push_back({{"type", part.type}, {"seconds", part.seconds}, {"reason", part.reason}});
     }
-    if (!result.missing.empty()) fields["error"] = DescribeMissing(result.missing);
+    if (!result.missing.empty()) fields["error"] = DescribeMissing(result.missing, cameraNames);
   } else {
     fields["waits"] = result.isWaiting;
     fields["error"] = result.isWaiting
@@ -106,7 +106,8 @@ void Service::HandleEvent(const Json& request, const Reply& reply) {
   order.durationSeconds = wanted->durationSeconds.value_or(order.durationSeconds);
   order.withPreview = wanted->preview.value_or(order.withPreview);
   order.keep = wanted->keep;
-  if (wanted->wait) order.done = [reply](const EventResult& result) { reply(Describe(result)); };
+  if (wanted->wait)
+    order.done = [this, reply](const EventResult& result) { reply(Describe(result, m_settings.cameraNames)); };
   const std::string id = order.id;
   const Moment moment = order.moment;
   problem = Order(std::move(order));
@@ -218,7 +219,7 @@ ordered_json Service::DescribeStatus() const {
   status["heldBytes"] = queue.heldBytes;
   {
     const std::lock_guard lock(m_mutex);
-    status["lastEvent"] = m_lastResult ? Describe(*m_lastResult) : ordered_json(nullptr);
+    status["lastEvent"] = m_lastResult ? Describe(*m_lastResult, m_settings.cameraNames) : ordered_json(nullptr);
   }
   status["clock"] = DescribeClock();
   status["storage"] = m_archive.Describe();

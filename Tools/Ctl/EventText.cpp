@@ -4,13 +4,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventName.h"
+#include "EventStore/PartName.h"
 #include "EventStore/Storage.h"
 #include "Kbase/Json/Json.h"
 #include "Tools/Ctl/ReplyText.h"
@@ -29,23 +29,8 @@ constexpr std::size_t MaxDescriptionBytes = std::size_t{1} << 20;
 constexpr double KilometresPerNauticalMile = 1.852;
 
 /// Sources are called as in the settings, whose cameras' numbers are not those of the files.
-std::string GetPartName(const std::string& type) {
-  static constexpr std::array<std::pair<std::string_view, std::string_view>, 12> Names{{
-      {"VideoCamera1", "camera0"},
-      {"VideoCamera0", "camera1"},
-      {"VideoCamera1Stream", "camera0 (stream)"},
-      {"VideoCamera0Stream", "camera1 (stream)"},
-      {"Audio", "sound"},
-      {"Gps", "gps"},
-      {"Acc", "acc"},
-      {"Other", "metrics"},
-      {"ThumbnailCamera1", "still of camera0"},
-      {"ThumbnailCamera0", "still of camera1"},
-      {"Preview", "preview"},
-      {"PreviewStill", "still of the preview"},
-  }};
-  const auto* const found = std::ranges::find(Names, type, &std::pair<std::string_view, std::string_view>::first);
-  return found == Names.end() ? MakePrintable(type) : std::string(found->second);
+std::string NamePart(const EventDescription& event, const std::string& type) {
+  return MakePrintable(EventStore::GetPartName(type, event.cameraNames));
 }
 
 /// "2026-11-21 13:40:05", UTC; with a "?" when only the unit's own clock tells.
@@ -89,7 +74,7 @@ std::string FormatMissing(const EventDescription& event) {
   }
   std::string text;
   for (const auto& [type, seconds] : most) {
-    text += (text.empty() ? "" : ", ") + GetPartName(type);
+    text += (text.empty() ? "" : ", ") + NamePart(event, type);
     if (seconds > 0.0) text += fmt::format(" {:.1f} s", seconds);
   }
   return text.empty() ? "-" : text;
@@ -152,11 +137,11 @@ void AddMeasured(const EventDescription& event, std::vector<Row>& rows) {
 
 void AddParts(const EventDescription& event, std::vector<Row>& rows) {
   for (const auto& stream : event.streams) {
-    rows.push_back({GetPartName(stream.type), fmt::format("{:.1f} s to {:.1f} s, {} entries", stream.fromSeconds,
-                                                          stream.toSeconds, stream.entries)});
+    rows.push_back({NamePart(event, stream.type), fmt::format("{:.1f} s to {:.1f} s, {} entries", stream.fromSeconds,
+                                                              stream.toSeconds, stream.entries)});
   }
   for (const auto& part : event.missing) {
-    rows.push_back({"missing", GetPartName(part.type) + ": " + MakePrintable(part.reason)});
+    rows.push_back({"missing", NamePart(event, part.type) + ": " + MakePrintable(part.reason)});
   }
   for (const auto& file : event.files)
     rows.push_back({"file", MakePrintable(file.name) + ", " + FormatSize(file.bytes)});

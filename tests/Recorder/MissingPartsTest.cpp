@@ -1,6 +1,7 @@
 // An event tells what of it is not as it was asked for, and keeps quiet about what nobody misses.
 #include "Recorder/Service/MissingParts.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Tavi::Recorder {
@@ -34,16 +35,13 @@ TEST(MissingPartsTest, WhatDiffersFromWhatWasAskedForIsSaid) {
   } cases[]{
       {MakeWindow(-10.4, 10.2), "a.mp4", {}, ""},
       {MakeWindow(-9.0, 9.0), "a.mp4", {}, ""},
-      {MakeWindow(-7.5, 10.0), "a.mp4", {2.5}, "VideoCamera0 begins 2.5 s late: nothing older was in memory"},
-      {MakeWindow(-10.0, 8.0), "a.mp4", {2.0}, "VideoCamera0 ends 2.0 s early"},
+      {MakeWindow(-7.5, 10.0), "a.mp4", {2.5}, "rear: begins 2.5 s late: nothing older was in memory"},
+      {MakeWindow(-10.0, 8.0), "a.mp4", {2.0}, "rear: ends 2.0 s early"},
       {MakeWindow(-10.0, 10.0, 0.96), "a.mp4", {}, ""},
-      {MakeWindow(-10.0, 10.0, 0.5), "a.mp4", {10.0}, "VideoCamera0 7.5 of 15 entries a second came"},
-      {gap, "a.mp4", {4.0}, "VideoCamera0 nothing came for 4.0 s from +2.0 s on"},
-      {MakeWindow(-10.0, 10.0),
-       "a.h264",
-       {0.0},
-       "VideoCamera0 no clip could be made of its stream, which is kept as it is"},
-      {MakeWindow(-10.0, 10.0), nullptr, {20.0}, "VideoCamera0 its file could not be made"},
+      {MakeWindow(-10.0, 10.0, 0.5), "a.mp4", {10.0}, "rear: 7.5 of 15 entries a second came"},
+      {gap, "a.mp4", {4.0}, "rear: nothing came for 4.0 s from +2.0 s on"},
+      {MakeWindow(-10.0, 10.0), "a.h264", {0.0}, "rear: no clip could be made of its stream, which is kept as it is"},
+      {MakeWindow(-10.0, 10.0), nullptr, {20.0}, "rear: its file could not be made"},
   };
   EventOrder order;
   order.beforeSeconds = 10;
@@ -57,7 +55,7 @@ TEST(MissingPartsTest, WhatDiffersFromWhatWasAskedForIsSaid) {
     ASSERT_EQ(missing.size(), seconds.size()) << sentence;
     for (std::size_t i = 0; i < missing.size(); ++i) EXPECT_NEAR(missing[i].seconds, seconds[i], 0.1) << sentence;
     const std::string expected = *sentence == 0 ? "" : std::string("not all that was asked for is there: ") + sentence;
-    EXPECT_EQ(DescribeMissing(missing), expected);
+    EXPECT_EQ(DescribeMissing(missing, {"front", "rear"}), expected);
   }
 }
 
@@ -71,6 +69,8 @@ TEST(MissingPartsTest, WhatIsNotThereAtAllIsSaid) {
   EXPECT_EQ(missing[0].seconds, 20.0);
   EXPECT_EQ(missing[1].reason, "it could not be made");
   EXPECT_EQ(missing[2].type, "Preview");
+  EXPECT_THAT(DescribeMissing(missing),
+              testing::HasSubstr("; still of camera1: it could not be made; preview: the second"));
 }
 
 }  // namespace
