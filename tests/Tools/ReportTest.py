@@ -203,6 +203,13 @@ class ReportTest(unittest.TestCase):
         self.browser.press("0")
         self.assertEqual(self.read(note), "")
 
+    def read_rows(self, picture):
+        """Of a saved picture: a row of the line of data, and one of each camera's."""
+        gray = subprocess.run(["ffmpeg", "-v", "error", "-i", "-", "-pix_fmt", "gray", "-f", "rawvideo", "-"],
+                              input=picture, capture_output=True, check=True).stdout
+        line, cameras = (gray[2560 * y:2560 * (y + 1)] for y in (720 + 25, 200))
+        return line, cameras[:1280], cameras[1280:]
+
     def test_the_moment_is_saved_as_a_picture_and_a_part_as_clips(self):
         self.open(self.files, cameraNames=NAMES)
         self.browser.run(CATCH)
@@ -213,11 +220,17 @@ class ReportTest(unittest.TestCase):
         self.assertEqual(name, "event_9f3ca1b2_+0.00s.png")
         self.assertEqual(struct.unpack(">II", picture[16:24]), (2 * 1280, 720 + 92))
         # The clock that both cameras have filmed is in it, and the line of data: neither is one colour.
-        gray = subprocess.run(["ffmpeg", "-v", "error", "-i", "-", "-pix_fmt", "gray", "-f", "rawvideo", "-"],
-                              input=picture, capture_output=True, check=True).stdout
-        rows = [gray[2560 * y:2560 * (y + 1)] for y in (720 + 25, 200)]
-        self.assertGreater(len(set(rows[0])), 20, "the line of data")
-        for half in (rows[1][:1280], rows[1][1280:]):
+        line, *halves = self.read_rows(picture)
+        self.assertGreater(len(set(line)), 20, "the line of data")
+        if any(max(half) - min(half) <= 60 for half in halves):
+            # The scene's white flash, a tenth of each second: five pictures later it is over.
+            self.browser.run(CATCH)
+            self.browser.press(".", ".", ".", ".", ".")
+            self.browser.wait_for(READY)
+            self.browser.click("#picture")
+            (_, picture), = self.take_saved(1).items()
+            _, *halves = self.read_rows(picture)
+        for half in halves:
             self.assertGreater(max(half) - min(half), 60, "a camera's picture")
 
         self.browser.run(CATCH)
