@@ -155,7 +155,8 @@ def check_event(path, look_at_all, worst):
     asked_from = event["request"]["startSeconds"]
     asked_to = asked_from + event["request"]["durationSeconds"]
     hours, minutes, seconds = event["time"][11:-1].split(":")
-    moment = int(hours) * 3600 + int(minutes) * 60 + float(seconds)
+    # The scene's clock is the system's; the event's is the receiver's.
+    moment = int(hours) * 3600 + int(minutes) * 60 + float(seconds) + (event["systemAheadSeconds"] or 0.0)
     still = {part["type"] for part in event["missing"] if "nothing came" in part["reason"]}
     for stream in event["streams"]:
         kind = stream["type"]
