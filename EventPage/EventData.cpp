@@ -105,12 +105,6 @@ std::int64_t GetUtcMs(const EventStore::EventDescription& description, double se
   return description.timeMs + std::llround(std::clamp(secondsFromEvent * 1000.0, -FarMs, FarMs));
 }
 
-std::string GetCameraTitle(const EventStore::EventDescription& description, std::string_view type) {
-  const bool isFirst = type == "VideoCamera1";
-  const std::string& name = description.cameraNames.at(isFirst ? 0 : 1);
-  return name.empty() ? fmt::format("Camera {}", isFirst ? 1 : 0) : name;
-}
-
 std::string GetTitle(const EventStore::EventDescription& description) {
   return description.label.empty() ? "Event " + description.id : description.label;
 }

@@ -41,8 +41,6 @@ const EventStore::EventFile* FindFile(const EventStore::EventDescription& descri
 
 /// UTC of a moment on the event's time line, Unix time in milliseconds.
 std::int64_t GetUtcMs(const EventStore::EventDescription& description, double secondsFromEvent);
-/// What people call the camera of `type`, "VideoCamera1" or "VideoCamera0": its name, or "Camera 1" and "Camera 0".
-std::string GetCameraTitle(const EventStore::EventDescription& description, std::string_view type);
 /// The label, or "Event <id>" without one.
 std::string GetTitle(const EventStore::EventDescription& description);
 

@@ -3,9 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cmath>
-
 #include "EventPage/EventData.h"
 #include "EventPage/Markup.h"
 #include "EventPage/Template.h"
@@ -39,18 +36,6 @@ std::string DescribeTrigger(const EventDescription& event) {
   return event.trigger == "recovery" ? "recovered" : event.trigger;
 }
 
-/// From the first to the last that any stream has.
-double GetRecordedSeconds(const EventDescription& event) {
-  double from = 0.0;
-  double to = 0.0;
-  for (std::size_t i = 0; i < event.streams.size(); ++i) {
-    const auto& stream = event.streams[i];
-    from = i == 0 ? stream.fromSeconds : std::min(from, stream.fromSeconds);
-    to = i == 0 ? stream.toSeconds : std::max(to, stream.toSeconds);
-  }
-  return to - from;
-}
-
 std::string BuildStill(const EventDescription& event, std::string_view directory) {
   for (const char* type : {"ThumbnailCamera1", "ThumbnailCamera0", "PreviewStill"}) {
     const auto* file = FindFile(event, type);
@@ -62,7 +47,8 @@ std::string BuildStill(const EventDescription& event, std::string_view directory
 }
 
 std::string BuildFacts(const EventDescription& event) {
-  std::string facts = fmt::format("{}, {:.0f} s", EscapeMarkup(DescribeTrigger(event)), GetRecordedSeconds(event));
+  std::string facts =
+      fmt::format("{}, {:.0f} s", EscapeMarkup(DescribeTrigger(event)), EventStore::GetRecordedSeconds(event));
   if (event.maxG) facts += fmt::format(", up to {:.2f} g", *event.maxG);
   if (event.maxSpeedKnots) facts += fmt::format(", up to {:.0f} km/h", *event.maxSpeedKnots * KmhPerKnot);
   return facts;

@@ -1,6 +1,7 @@
 // An event's description as JSON text.
 #include "EventStore/EventDescription.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "EventStore/EventName.h"
@@ -110,6 +111,13 @@ std::string FormatEvent(const EventDescription& event) {
   json["files"] = ToList(event.files);
   json["seal"] = ToJson(event.seal);
   return Kbase::Json::PrintLines(json);
+}
+
+double GetRecordedSeconds(const EventDescription& event) {
+  if (event.streams.empty()) return 0.0;
+  const auto first = std::ranges::min_element(event.streams, {}, &StreamWindow::fromSeconds);
+  const auto last = std::ranges::max_element(event.streams, {}, &StreamWindow::toSeconds);
+  return last->toSeconds - first->fromSeconds;
 }
 
 }  // namespace Tavi::EventStore

@@ -145,4 +145,7 @@ std::int64_t GetSystemTimeMs(const EventDescription& event);
 /// "20261121T134005Z_9f3ca1b2": sorted by name is sorted by the events' own times.
 std::string BuildEventDirName(const EventDescription& event);
 
+/// From the first entry that any stream has to the last; 0 without streams.
+[[nodiscard]] double GetRecordedSeconds(const EventDescription& event);
+
 }  // namespace Tavi::EventStore

@@ -17,7 +17,8 @@ function make(parent, tag, attributes = {}, text) {
 const formatSeconds = (seconds, digits = 1) =>
   (seconds < 0 ? "−" : "+") + Math.abs(seconds).toFixed(digits) + " s";
 
-const cameraName = (number) => event.cameraNames?.[`VideoCamera${number}`] || `Camera ${number}`;
+// Without a name by its number in the settings: the types have each other's.
+const cameraName = (number) => event.cameraNames?.[`VideoCamera${number}`] || `Camera ${1 - number}`;
 // What a file or stream is, in words.
 function nameOf(type) {
   const [, kind, number, rest] = /^(Video|Thumbnail)Camera([01])(Stream|Times)?$/.exec(type) ?? [];

@@ -1,20 +1,14 @@
 // Makes the pages of complete events, behind everything else.
 #include "Recorder/Service/PageThread.h"
 
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <utility>
+
+#include "Ksystem/SysUtil/Background.h"
 
 namespace Tavi::Recorder {
 namespace {
 
 constexpr int LowestNice = 19;
-/// linux/ioprio.h: the calling thread, best effort, its lowest level. Not the idle class: others may wait for what this
-/// thread holds of the file system.
-constexpr int IoPrioWhoProcess = 1;
-constexpr int IoPrioBestEffortLowest = (2 << 13) | 7;
 
 }  // namespace
 
@@ -24,9 +18,7 @@ PageThread::PageThread(std::string eventsDir, std::function<bool()> isHurried)
       }) {}
 
 void PageThread::RunBefore() {
-  // What cannot be had costs nothing but precedence.
-  ::setpriority(PRIO_PROCESS, 0, LowestNice);
-  ::syscall(SYS_ioprio_set, IoPrioWhoProcess, 0, IoPrioBestEffortLowest);
+  Ksystem::SysUtil::GiveWay(LowestNice);
 }
 
 void PageThread::Run() {

@@ -32,6 +32,13 @@ Triggers::TriggerWatch::Settings BuildTriggers(const TriggerSettings& settings) 
           settings.lowSpeed.enabled ? settings.lowSpeed.minSpeedKnots : 0.0};
 }
 
+/// As the rest of the log has them, see DescribeCameras: a name says more than a number, and no number the opposite.
+EventStore::CameraNames NameCamerasOfLog(EventStore::CameraNames names) {
+  if (names[0].empty()) names[0] = "camera1";
+  if (names[1].empty()) names[1] = "camera0";
+  return names;
+}
+
 std::string DescribeCameras(const Settings& settings) {
   const auto& pipeline = settings.pipeline;
   const auto called = [&settings](std::size_t camera) {
@@ -224,7 +231,7 @@ std::string Service::Order(EventOrder order) {
 }
 
 void Service::NoteResult(const EventResult& result) {
-  const std::string missing = DescribeMissing(result.missing, m_settings.cameraNames);
+  const std::string missing = DescribeMissing(result.missing, NameCamerasOfLog(m_settings.cameraNames));
   if (!missing.empty()) Log::Warning("event " + result.id + ": " + missing);
   const std::lock_guard lock(m_mutex);
   m_lastResult = result;

@@ -1,16 +1,13 @@
 // The thread that copies running events ahead.
 #include "Tavi/EventCollect/CopyAheadThread.h"
 
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <utility>
 
 #include "Kbase/Util/Naming.h"
+#include "Ksystem/SysUtil/Background.h"
 #include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::PipelineCollect {
@@ -25,10 +22,6 @@ constexpr double BytesPerMB = 1e6;
 /// A third of the share of those who produce and collect. It takes a hundredth of a processor; at the lowest priority
 /// it got so little of a busy one that it fell behind.
 constexpr int LowNice = 5;
-/// linux/ioprio.h: the calling thread, best effort, its lowest level. Not the idle class: when power fails its last
-/// block is waited for, and that must not wait for everybody else.
-constexpr int IoPrioWhoProcess = 1;
-constexpr int IoPrioBestEffortLowest = (2 << 13) | 7;
 
 }  // namespace
 
@@ -65,10 +58,9 @@ bool CopyAheadThread::EnsureRunning() {
   return IsRunning() || Start();
 }
 
-/// Failure leaves it at the priority of everybody else, which is no reason not to copy.
+/// When power fails its last block is waited for.
 void CopyAheadThread::RunBefore() {
-  ::setpriority(PRIO_PROCESS, 0, LowNice);
-  ::syscall(SYS_ioprio_set, IoPrioWhoProcess, 0, IoPrioBestEffortLowest);
+  Ksystem::SysUtil::GiveWay(LowNice);
 }
 
 CopyAheadThread::Events CopyAheadThread::Share() const {

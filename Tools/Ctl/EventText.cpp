@@ -46,19 +46,10 @@ std::string FormatSize(std::uint64_t bytes) {
                            : fmt::format("{:.1f} MB", size / BytesPerMB);
 }
 
-/// From the first to the last entry of whatever stream has them.
-double GetGotSeconds(const EventDescription& event) {
-  if (event.streams.empty()) return 0.0;
-  const auto [first, last] =
-      std::pair(std::ranges::min_element(event.streams, {}, &EventStore::StreamWindow::fromSeconds),
-                std::ranges::max_element(event.streams, {}, &EventStore::StreamWindow::toSeconds));
-  return last->toSeconds - first->fromSeconds;
-}
-
 /// What was asked for; what there is of an event that was interrupted.
 std::string FormatLength(const EventDescription& event) {
   if (!event.interrupted) return fmt::format("{} s", event.durationSeconds);
-  return fmt::format("{:.0f} of {} s", GetGotSeconds(event), event.durationSeconds);
+  return fmt::format("{:.0f} of {} s", EventStore::GetRecordedSeconds(event), event.durationSeconds);
 }
 
 std::string FormatMissing(const EventDescription& event) {
@@ -98,7 +89,7 @@ Json Summarise(const EventsDirectory& events, const EventEntry& entry) {
   json["startSeconds"] = event->startSeconds;
   json["durationSeconds"] = event->durationSeconds;
   json["interrupted"] = event->interrupted;
-  json["gotSeconds"] = GetGotSeconds(*event);
+  json["gotSeconds"] = EventStore::GetRecordedSeconds(*event);
   json["files"] = event->files.size();
   json["missing"] = Json::array();
   for (const auto& part : event->missing) {
@@ -191,7 +182,8 @@ std::string FormatEvent(const EventsDirectory& events, const EventEntry& entry) 
     rows.push_back({"label", event->label.empty() ? "-" : MakePrintable(event->label)});
     rows.push_back({"trigger", MakePrintable(event->trigger)});
     rows.push_back({"asked for", fmt::format("{} s from {} s on", event->durationSeconds, event->startSeconds)});
-    if (event->interrupted) rows.push_back({"interrupted", fmt::format("{:.1f} s are there", GetGotSeconds(*event))});
+    if (event->interrupted)
+      rows.push_back({"interrupted", fmt::format("{:.1f} s are there", EventStore::GetRecordedSeconds(*event))});
     AddMeasured(*event, rows);
     AddParts(*event, rows);
     rows.push_back({"signed", event->seal ? fmt::format("as number {} by {}; tavi-verify checks it",

@@ -64,10 +64,8 @@ constexpr std::array<Format, 4> Formats{
     {{&ExportOptions::gpx, ".gpx", [](EventData& data) { return EventTools::FormatGpx(data); }},
      {&ExportOptions::csv, ".csv", [](EventData& data) { return EventTools::FormatCsv(data); }},
      {&ExportOptions::geoJson, ".geojson", [](EventData& data) { return EventTools::FormatGeoJson(data); }},
-     {&ExportOptions::subtitles, ".vtt", [](EventData& data) {
-        const double clipStart = EventTools::GetClipStart(data, -1);
-        return EventTools::FormatSubtitles(data, clipStart, EventTools::SubtitleForm::WebVtt);
-      }}}};
+     {&ExportOptions::subtitles, ".vtt",
+      [](EventData& data) { return EventTools::FormatClipSubtitles(data, -1, EventTools::SubtitleForm::WebVtt); }}}};
 
 /// The event's directory beside the exported files, as whole as it is here: it can be verified there.
 int CopyEvent(const std::string& eventDir, const std::string& outputDir) {

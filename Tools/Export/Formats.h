@@ -18,13 +18,13 @@ std::string FormatGeoJson(const EventData& data);
 /// The first line has the names with their units.
 std::string FormatCsv(const EventData& data);
 
-/// Where the clip begins that subtitles go with, in seconds relative to the event. `camera`: 0, 1, or -1 for camera
-/// 1's, and camera 0's where there is none.
-double GetClipStart(const EventData& data, int camera);
-
 enum class SubtitleForm { WebVtt, Srt };
 
 /// Speed, time and position of each fix for a clip whose first picture is at `clipFromSeconds` relative to the event.
 std::string FormatSubtitles(const EventData& data, double clipFromSeconds, SubtitleForm form);
+
+/// The same for the event's own clip of a camera, which WebVTT's first line names. `camera`: its number in the
+/// settings; -1 for camera 0, and camera 1 where there is nothing of that.
+std::string FormatClipSubtitles(const EventData& data, int camera, SubtitleForm form);
 
 }  // namespace Tavi::EventTools

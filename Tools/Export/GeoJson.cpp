@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "EventStore/EventName.h"
+#include "EventStore/PartName.h"
 #include "Kbase/Json/Json.h"
 #include "Tools/Export/Formats.h"
 
@@ -64,15 +65,15 @@ std::string FormatGeoJson(const EventData& data) {
     features.push_back(MakeFeature("Point", MakeCoordinates(fix.latitude, fix.longitude), MakeProperties(fix)));
   }
   if (description.position) {
-    features.push_back(MakeFeature(
-        "Point", MakeCoordinates(description.position->latitude, description.position->longitude),
-        {{"kind", "event"},
-         {"id", description.id},
-         {"label", description.label},
-         {"time", EventStore::FormatTime(description.timeMs)},
-         {"timeSource", description.timeSource},
-         {"cameras",
-          Json::array({GetCameraTitle(description, "VideoCamera1"), GetCameraTitle(description, "VideoCamera0")})}}));
+    features.push_back(
+        MakeFeature("Point", MakeCoordinates(description.position->latitude, description.position->longitude),
+                    {{"kind", "event"},
+                     {"id", description.id},
+                     {"label", description.label},
+                     {"time", EventStore::FormatTime(description.timeMs)},
+                     {"timeSource", description.timeSource},
+                     {"cameras", Json::array({EventStore::GetPartName("VideoCamera1", description.cameraNames),
+                                              EventStore::GetPartName("VideoCamera0", description.cameraNames)})}}));
   }
   const Json collection = {{"type", "FeatureCollection"}, {"features", std::move(features)}};
   return Kbase::Json::PrintLines(collection);

@@ -6,6 +6,7 @@
 
 #include "EventPage/Markup.h"
 #include "EventStore/EventName.h"
+#include "EventStore/PartName.h"
 #include "Tools/Export/Formats.h"
 
 namespace Tavi::EventTools {
@@ -43,8 +44,9 @@ void AddSegments(std::string& gpx, const EventData& data) {
 /// Only where somebody has named them.
 std::string DescribeCameras(const EventStore::EventDescription& event) {
   if (event.cameraNames == EventStore::CameraNames{}) return {};
-  return fmt::format("<desc>Cameras: {}, {}</desc>", EscapeMarkup(GetCameraTitle(event, "VideoCamera1")),
-                     EscapeMarkup(GetCameraTitle(event, "VideoCamera0")));
+  return fmt::format("<desc>Cameras: {}, {}</desc>",
+                     EscapeMarkup(EventStore::GetPartName("VideoCamera1", event.cameraNames)),
+                     EscapeMarkup(EventStore::GetPartName("VideoCamera0", event.cameraNames)));
 }
 
 }  // namespace

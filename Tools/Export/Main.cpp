@@ -2,7 +2,6 @@
 #include <exception>
 #include <iostream>
 #include <string>
-#include <string_view>
 
 #include "Tools/Export/Formats.h"
 #include "Tools/Tool.h"
@@ -17,7 +16,7 @@ struct ExportOptions {
   bool csv = false;
   bool geoJson = false;
   bool subtitles = false;
-  /// The camera whose clip the subtitles are for; -1 for the first that there is.
+  /// By its number in the settings, the camera whose clip the subtitles are for; -1 for the first that there is.
   int camera = -1;
 };
 
@@ -32,7 +31,7 @@ ToolUsage BuildUsage(ExportOptions& options) {
           {{"--camera",
             &options.camera,
             {0, 1},
-            "Camera whose clip the subtitles are for (1 unless there is none of it)"}}};
+            "Camera whose clip the subtitles are for, by its number in the settings (0 unless there is none of it)"}}};
 }
 
 std::string Check(const ExportOptions& options) {
@@ -48,31 +47,12 @@ const char* GetSuffix(const ExportOptions& options) {
   return options.geoJson ? ".geojson" : ".vtt";
 }
 
-/// The type of the clip that the subtitles go with.
-const char* GetClipType(const EventData& data, int camera) {
-  const bool isFirst = camera == 1 || (camera < 0 && (FindStream(data.description, "VideoCamera1") != nullptr ||
-                                                      FindStream(data.description, "VideoCamera0") == nullptr));
-  return isFirst ? "VideoCamera1" : "VideoCamera0";
-}
-
-/// The format's first line may say more behind its name.
-std::string NameCamera(std::string subtitles, const std::string& name) {
-  constexpr std::string_view Signature = "WEBVTT";
-  if (subtitles.starts_with(Signature) && name.find("-->") == std::string::npos) {
-    subtitles.insert(Signature.size(), " " + name);
-  }
-  return subtitles;
-}
-
 std::string Render(const EventData& data, const ExportOptions& options) {
   if (options.gpx) return FormatGpx(data);
   if (options.csv) return FormatCsv(data);
   if (options.geoJson) return FormatGeoJson(data);
   const auto form = options.tool.output.ends_with(".srt") ? SubtitleForm::Srt : SubtitleForm::WebVtt;
-  const char* type = GetClipType(data, options.camera);
-  const auto* stream = FindStream(data.description, type);
-  const double start = stream != nullptr ? stream->fromSeconds : data.description.startSeconds;
-  return NameCamera(FormatSubtitles(data, start, form), GetCameraTitle(data.description, type));
+  return FormatClipSubtitles(data, options.camera, form);
 }
 
 }  // namespace

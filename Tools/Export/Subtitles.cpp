@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "EventStore/EventName.h"
+#include "EventStore/PartName.h"
 #include "Tools/Export/Formats.h"
 
 namespace Tavi::EventTools {
@@ -30,14 +31,24 @@ std::string FormatText(const EventData& data, const Fix& fix) {
                      fix.latitude < 0 ? 'S' : 'N', std::fabs(fix.longitude), fix.longitude < 0 ? 'W' : 'E');
 }
 
-}  // namespace
-
-double GetClipStart(const EventData& data, int camera) {
-  const auto* first = FindStream(data.description, camera == 0 ? "VideoCamera0" : "VideoCamera1");
-  const auto* second = FindStream(data.description, camera < 0 ? "VideoCamera0" : "");
-  if (first != nullptr) return first->fromSeconds;
-  return second != nullptr ? second->fromSeconds : data.description.startSeconds;
+/// The types have each other's numbers.
+const char* GetClipType(const EventData& data, int camera) {
+  constexpr const char* Types[] = {"VideoCamera1", "VideoCamera0"};
+  const bool isSecond = camera == 1 || (camera < 0 && FindStream(data.description, Types[0]) == nullptr &&
+                                        FindStream(data.description, Types[1]) != nullptr);
+  return Types[isSecond ? 1 : 0];
 }
+
+/// The format's first line may say more behind its name.
+std::string NameCamera(std::string subtitles, const std::string& name) {
+  constexpr std::string_view Signature = "WEBVTT";
+  if (subtitles.starts_with(Signature) && name.find("-->") == std::string::npos) {
+    subtitles.insert(Signature.size(), " " + name);
+  }
+  return subtitles;
+}
+
+}  // namespace
 
 std::string FormatSubtitles(const EventData& data, double clipFromSeconds, SubtitleForm form) {
   /// A day: what a damaged description places beyond it is no part of a clip.
@@ -56,6 +67,13 @@ std::string FormatSubtitles(const EventData& data, double clipFromSeconds, Subti
                         FormatMoment(start + interval, form), FormatText(data, fixes[i]));
   }
   return text;
+}
+
+std::string FormatClipSubtitles(const EventData& data, int camera, SubtitleForm form) {
+  const char* type = GetClipType(data, camera);
+  const auto* stream = FindStream(data.description, type);
+  const double start = stream != nullptr ? stream->fromSeconds : data.description.startSeconds;
+  return NameCamera(FormatSubtitles(data, start, form), EventStore::GetPartName(type, data.description.cameraNames));
 }
 
 }  // namespace Tavi::EventTools

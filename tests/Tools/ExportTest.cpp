@@ -89,9 +89,27 @@ TEST(ExportTest, GeoJsonHasLongitudeFirstAndNoLineOfOnePoint) {
 TEST(ExportTest, CamerasHaveTheNamesThatPeopleGaveThem) {
   EventData data = MakeEvent();
   data.description.cameraNames = {"rear <1>", ""};
-  EXPECT_THAT(FormatGpx(data), HasSubstr("<desc>Cameras: rear &lt;1&gt;, Camera 0</desc>"));
+  EXPECT_THAT(FormatGpx(data), HasSubstr("<desc>Cameras: rear &lt;1&gt;, camera1</desc>"));
   const auto properties = nlohmann::json::parse(FormatGeoJson(data))["features"][4]["properties"];
-  EXPECT_EQ(properties["cameras"].dump(), R"(["rear <1>","Camera 0"])");
+  EXPECT_EQ(properties["cameras"].dump(), R"(["rear <1>","camera1"])");
+}
+
+// Catches subtitles that run with the other camera's clip: settings and files number the cameras the other way round.
+TEST(ExportTest, SubtitlesAreOfTheSettingsCamera) {
+  EventData data = MakeEvent();
+  data.description.cameraNames = {"front", ""};
+  data.description.streams.resize(2);
+  data.description.streams[0].type = "VideoCamera1";
+  data.description.streams[0].fromSeconds = -1.25;
+  data.description.streams[1].type = "VideoCamera0";
+  data.description.streams[1].fromSeconds = -0.5;
+  EXPECT_THAT(FormatClipSubtitles(data, 0, SubtitleForm::WebVtt),
+              testing::StartsWith("WEBVTT front\n\n00:00:00.250 --> "));
+  EXPECT_THAT(FormatClipSubtitles(data, -1, SubtitleForm::WebVtt), testing::StartsWith("WEBVTT front\n"));
+  EXPECT_THAT(FormatClipSubtitles(data, 1, SubtitleForm::WebVtt), testing::StartsWith("WEBVTT camera1\n"));
+  data.description.streams.erase(data.description.streams.begin());
+  EXPECT_THAT(FormatClipSubtitles(data, -1, SubtitleForm::Srt),
+              testing::StartsWith("1\n00:00:00,000 --> 00:00:00,500"));
 }
 
 // Catches cues before the clip, and the two forms' marks mixed up.

@@ -230,6 +230,7 @@ class ReportTest(unittest.TestCase):
             self.browser.click("#picture")
             (_, picture), = self.take_saved(1).items()
             _, *halves = self.read_rows(picture)
+            self.browser.press("0")
         for half in halves:
             self.assertGreater(max(half) - min(half), 60, "a camera's picture")
 
@@ -364,7 +365,7 @@ class FolderTest(unittest.TestCase):
     def test_nobody_is_shut_out(self):
         with Browser.serve(str(self.event.parent)) as address:
             for path in ("", self.event.name + "/"):
-                for width, scheme in ((1280, "light"), (390, "light"), (1280, "dark")):
+                for width, scheme in ((1280, "light"), (390, "light"), (1280, "dark"), (390, "dark")):
                     with self.subTest(path=path, width=width, scheme=scheme):
                         self.browser.show_as(width, 900, prefers_color_scheme=scheme)
                         self.go(address + path)
