@@ -106,6 +106,17 @@ void AddOptions(CLI::App& app, const ToolUsage& usage, ToolOptions& options) {
       ->capture_default_str();
 }
 
+int RunOne(const ToolOptions& options, const std::string& eventDir,
+           const std::function<std::string(EventData&)>& render) {
+  EventData data;
+  std::string problem;
+  if (!LoadEvent(eventDir, data, problem)) return Complain(options, FailureStatus, problem);
+  const int status = WriteOutput(options, GetOutputFile(options, eventDir), render(data));
+  if (status != DoneStatus || data.problems.empty()) return status;
+  return Complain(options, FailureStatus,
+                  fmt::format("the event is damaged, what is whole was written: {}", fmt::join(data.problems, "; ")));
+}
+
 }  // namespace
 
 std::string CheckDirectories(const ToolOptions& options) {
@@ -153,21 +164,6 @@ std::optional<int> ParseToolOptions(const ToolUsage& usage, int argc, const char
   if (problem.empty()) return std::nullopt;
   return Complain(options, UsageStatus, problem);
 }
-
-namespace {
-
-int RunOne(const ToolOptions& options, const std::string& eventDir,
-           const std::function<std::string(EventData&)>& render) {
-  EventData data;
-  std::string problem;
-  if (!LoadEvent(eventDir, data, problem)) return Complain(options, FailureStatus, problem);
-  const int status = WriteOutput(options, GetOutputFile(options, eventDir), render(data));
-  if (status != DoneStatus || data.problems.empty()) return status;
-  return Complain(options, FailureStatus,
-                  fmt::format("the event is damaged, what is whole was written: {}", fmt::join(data.problems, "; ")));
-}
-
-}  // namespace
 
 int RunTool(const ToolOptions& options, const std::function<std::string(EventData&)>& render) {
   std::error_code error;

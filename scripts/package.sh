@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages of the changelog's version, and has lintian look at them: scripts/package.sh [--unit] [--arch ARCH]
-#   --unit       for the unit itself: the machine is really restarted, the page cache really given back
-#   --arch ARCH  for another architecture of Debian's; its libraries are expected to be there
+# Builds the Debian packages of the changelog's version, and has lintian look at them: scripts/package.sh [--unit]
+#   --unit  for the unit itself: the machine is really restarted, the page cache really given back
 # Prints their paths. Any finding of lintian's is an error.
 source "$(dirname "$0")/common.sh"
 
@@ -9,13 +8,11 @@ arch=$(dpkg --print-architecture)
 while [ $# -gt 0 ]; do
   case $1 in
     --unit) export TAVI_UNIT=ON ;;
-    --arch) arch=${2:?--arch takes an architecture of dpkg\'s, such as armhf} && shift ;;
-    *) say "unknown option $1: --unit and --arch are right"; exit 2 ;;
+    *) say "unknown option $1: --unit is right"; exit 2 ;;
   esac
   shift
 done
 scripts/setup.sh --build --package
-eval "$(dpkg-architecture -f -a"$arch" --print-set 2>/dev/null)"
 export BUILD_DIR=build/deb-$arch PACKAGE_DIR=build/package-$arch DEB_BUILD_OPTIONS="parallel=$jobs"
 say "building in $BUILD_DIR"
 # What an earlier run has left but the compiled tree.

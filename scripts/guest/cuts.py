@@ -75,17 +75,15 @@ class Cuts:
         threading.Thread(target=wait, daemon=True).start()
 
     def take_events(self, machine, number, accepted):
-        """Up to three events, no more than two of them at once, and again and again what is reported as saved."""
+        """Up to three events, and again and again what is reported as saved."""
         due = sorted(machine.uptime + self.chance.uniform(0, 12) for _ in range(self.chance.randint(1, 3)))
         while True:
             if due and machine.uptime >= due[0]:
                 label = f"cut {number} event {len(accepted)}"
-                # The library holds a third one at once in memory only.
-                if len(machine.ask("status").get("running", ())) < 2:
-                    reply = machine.ask(f"event --before 3 --duration {self.chance.randint(3, 8)} --no-preview --label '{label}'")
-                    if reply.get("ok"):
-                        accepted[reply["event"]] = machine.uptime
-                        self.labels[reply["event"]] = label
+                reply = machine.ask(f"event --before 3 --duration {self.chance.randint(3, 8)} --no-preview --label '{label}'")
+                if reply.get("ok"):
+                    accepted[reply["event"]] = machine.uptime
+                    self.labels[reply["event"]] = label
                 due.pop(0)
             self.reported |= {event["event"] for event in machine.ask("events").get("events", ())}
             machine.sleep(0.5)

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Makes what the guest starts from, in the directory of its first argument, from the package that is its second (called by
-# scripts/test-guest.sh): vmlinux and initrd.gz, root.img (Debian with what the package depends on, kept as long as that and
-# this directory stay the same), recorder.img (the package, and the guest's own scripts).
+# Makes what the guest starts from, in the directory of its first argument, from the packages that are the others (called by
+# scripts/test-guest.sh): vmlinux and initrd.gz, root.img (Debian with what the packages depend on, kept as long as that and
+# this directory stay the same), recorder.img (the packages, and the guest's own scripts).
 source "$(dirname "$0")/../common.sh"
 
 cache=$(realpath -m "$1")
-package=$(realpath "$2")
+shift
+recorder=("$@")
 here=scripts/guest
 # python3 runs the guest's agent, alsa-utils plays into the sound card, v4l-utils lets a camera stand still.
 packages=(kmod python3 alsa-utils v4l-utils iproute2 gstreamer1.0-tools)
@@ -106,7 +107,9 @@ release=$(apt-cache depends linux-image-amd64 | sed -n 's/.*Depends: linux-image
 headers=$(apt-cache depends "linux-headers-$release")
 kbuild=$(sed -n 's/.*Depends: \(linux-kbuild-.*\)/\1/p' <<< "$headers")
 compiler=$(sed -n 's/.*Depends: \(linux-compiler-.*\)/\1/p' <<< "$headers")
-depends=$(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/|[^,]*//g; s/,/ /g')
+# Of others', the first of each choice; what the package manager runs at an installation is not run here.
+depends=$(for deb in "${recorder[@]}"; do dpkg-deb -f "$deb" Depends; done | sed 's/([^)]*)//g; s/|[^,]*//g; s/,/\n/g' | tr -d ' ' |
+  grep -vE '^(libtavi0|tavi-.*|systemd.*|)$' | sort -u | tr '\n' ' ')
 key=$(cat <(echo "$release ${packages[*]} $depends") $here/image.sh $here/init.sh $here/accelerometer.c | sha256sum | cut -d ' ' -f 1)
 if [ "$(cat "$cache/key" 2> /dev/null)" != "$key" ]; then
   say "making the guest's image in $cache, once: kernel $release, some 300 MB of packages"
@@ -124,13 +127,13 @@ if [ "$(cat "$cache/key" 2> /dev/null)" != "$key" ]; then
 fi
 
 # The machine's kept state knows these images; test.py boots it anew where there is none.
-key=$(sha256sum "$cache/key" "$package" $here/start.sh $here/agent.py $here/machine.py | cut -d ' ' -f 1 | sha256sum)
+key=$(sha256sum "$cache/key" "${recorder[@]}" $here/start.sh $here/agent.py $here/machine.py | cut -d ' ' -f 1 | sha256sum)
 if [ "$(cat "$cache/recorder.key" 2> /dev/null)" != "$key" ]; then
   rm -f "$cache/recorder.key" "$cache/state"
   staged=$cache/recorder
   rm -rf "$staged"
   mkdir -p "$staged"
-  dpkg-deb -x "$package" "$staged"
+  for deb in "${recorder[@]}"; do dpkg-deb -x "$deb" "$staged"; done
   rm -rf "$staged/usr/include" "$staged/usr/share/doc" "$staged/usr/share/man"
   mkdir -p "$staged/usr/lib/guest"
   cp $here/start.sh $here/agent.py "$staged/usr/lib/guest/"
