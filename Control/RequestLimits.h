@@ -1,14 +1,11 @@
 // The ranges that a request and the settings share.
 #pragma once
 
+#include "SettingsFile/Range.h"
+
 namespace Tavi::Recorder::Limits {
 
-/// Both ends are allowed.
-template <class T>
-struct Range {
-  T low;
-  T high;
-};
+using SettingsFile::Range;
 
 /// What the rings hold, less the second in which the window's first key frame is looked for.
 inline constexpr Range<int> StartSeconds{-31, 0};

@@ -12,19 +12,16 @@
 #include "Recorder/Settings/Fields.h"
 #include "Recorder/Settings/Limits.h"
 #include "Recorder/Settings/Settings.h"
+#include "SettingsFile/SettingsFile.h"
 
 namespace Tavi::Recorder {
 namespace {
 
 using Video::VideoConfig;
 
-std::string CheckFields(const Settings& settings) {
+std::string CheckEach(const Settings& settings) {
   Settings copy = settings;
-  for (const auto& field : DescribeFields(copy)) {
-    const std::string problem = field.FindProblem(field.GetValue());
-    if (!problem.empty()) return fmt::format("field {}: {}", field.GetName(), problem);
-  }
-  return {};
+  return SettingsFile::CheckFields(DescribeFields(copy));
 }
 
 std::string CheckSources(const Settings& settings) {
@@ -75,7 +72,7 @@ std::string CheckBothCameras(const Settings& settings) {
   if (!settings.simulate && path(first) == path(second)) {
     return fmt::format(
         "field pipeline.camera1.device: {} is pipeline.camera0.device, too; each camera needs its own device",
-        Show(second.device));
+        SettingsFile::Show(second.device));
   }
   if (first.streamEnabled && second.streamEnabled && first.streamPort == second.streamPort) {
     return fmt::format(
@@ -84,7 +81,7 @@ std::string CheckBothCameras(const Settings& settings) {
   }
   if (!settings.cameraNames[1].empty() && settings.cameraNames[0] == settings.cameraNames[1]) {
     return fmt::format("field pipeline.camera1.name: {} is pipeline.camera0.name, too; nobody could tell them apart",
-                       Show(settings.cameraNames[1]));
+                       SettingsFile::Show(settings.cameraNames[1]));
   }
   if (!first.previewEnabled || !second.previewEnabled) return {};
   for (const auto& [name, member] :
@@ -115,7 +112,7 @@ std::string CheckDirectories(const Settings& settings) {
     for (std::size_t i = 0; i < later; ++i) {
       if (normal(all[i].second) != normal(all[later].second)) continue;
       return fmt::format("field storage.{}: {} is storage.{}, too; each needs its own directory", all[later].first,
-                         Show(all[later].second.string()), all[i].first);
+                         SettingsFile::Show(all[later].second.string()), all[i].first);
     }
   }
   return {};
@@ -139,7 +136,7 @@ std::string CheckTriggers(const Settings& settings) {
 }  // namespace
 
 std::string CheckSettings(const Settings& settings) {
-  for (const auto check : {CheckFields, CheckSources, CheckCameras, CheckSound, CheckDirectories, CheckTriggers}) {
+  for (const auto check : {CheckEach, CheckSources, CheckCameras, CheckSound, CheckDirectories, CheckTriggers}) {
     std::string problem = check(settings);
     if (!problem.empty()) return problem;
   }
@@ -151,7 +148,7 @@ std::string CheckGroups(const Settings& settings) {
                                     std::pair("control.group", &settings.control.group)}) {
     if (name->empty() || Ksystem::SysUtil::FindGroup(*name)) continue;
     return fmt::format("field {}: {} is no group of this machine, one of those of `getent group` is right", field,
-                       Show(*name));
+                       SettingsFile::Show(*name));
   }
   return {};
 }

@@ -5,10 +5,13 @@
 #include <tuple>
 
 #include "Kdevice/ACC/Mounting.h"
+#include "Recorder/Settings/Limits.h"
 
 namespace Tavi::Recorder {
 namespace {
 
+using SettingsFile::Allowed;
+using SettingsFile::Field;
 using Fields = std::vector<Field>;
 
 constexpr const char* Optional = "missing for long, it is no reason to restart the unit";
@@ -22,7 +25,7 @@ void AddCamera(Fields& fields, const std::string& name, bool& enabled, Video::Vi
   fields.emplace_back(name + "Enabled", &enabled, Allowed(), "", "record this camera");
   add("name", &called, Limits::CameraNameBytes, "",
       "what people call it, as front; in events, page, exports and metrics");
-  add("cameraType", &camera.cameraType, Limits::Range<int>{type, type}, "",
+  add("cameraType", SettingsFile::Fixed{type}, Limits::Range<int>{type, type}, "",
       "which camera the record is about; nothing to choose");
   add("device", &camera.device, Limits::PathBytes, "", "V4L2 capture device");
   add("width", &camera.width, Allowed::Even(Limits::Width), "pixels",

@@ -3,13 +3,13 @@
 
 #include <vector>
 
-#include "Recorder/Settings/Field.h"
 #include "Recorder/Settings/Settings.h"
+#include "SettingsFile/Field.h"
 
 namespace Tavi::Recorder {
 
 /// Every field once, in the order in which they are written; fields of one record stand together. They borrow
 /// `settings`.
-std::vector<Field> DescribeFields(Settings& settings);
+std::vector<SettingsFile::Field> DescribeFields(Settings& settings);
 
 }  // namespace Tavi::Recorder

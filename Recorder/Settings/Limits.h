@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Control/RequestLimits.h"
+#include "SettingsFile/Range.h"
 
 namespace Tavi::Recorder::Limits {
 
@@ -68,10 +69,9 @@ inline constexpr Range<double> SpeedKnots{0.0, 200.0};
 inline constexpr Range<std::int64_t> LogFileBytes{0, std::int64_t{1} << 30};
 inline constexpr Range<int> LogFileCount{1, 100};
 
-/// PATH_MAX and the size of sun_path, without the NUL (limits.h, unix(7)).
-inline constexpr Range<int> PathBytes{1, 4095};
-inline constexpr Range<int> OptionalPathBytes{0, 4095};
-inline constexpr Range<int> SocketPathBytes{1, 107};
+using SettingsFile::OptionalPathBytes;
+using SettingsFile::PathBytes;
+using SettingsFile::SocketPathBytes;
 /// What groupadd(8) makes at most; none for no group.
 inline constexpr Range<int> GroupBytes{0, 32};
 

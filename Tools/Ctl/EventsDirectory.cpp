@@ -8,10 +8,10 @@
 #include <cstring>
 #include <filesystem>
 
+#include "Control/ControlClient.h"
 #include "Control/Protocol.h"
 #include "EventStore/EventName.h"
 #include "Kbase/Json/Json.h"
-#include "Tools/Ctl/ControlClient.h"
 
 namespace Tavi::Ctl {
 namespace {
@@ -29,7 +29,7 @@ bool IsDirectory(const std::string& path) {
 std::string AskRecorder(const CtlOptions& options, std::chrono::milliseconds connect, std::string& problem) {
   const std::string line = Recorder::BuildLine({{"command", Recorder::Command::Status}});
   const auto timeout = GetTimeout(options);
-  const auto reply = Exchange(options.socketPath, line, {timeout, connect, {}}, problem);
+  const auto reply = Recorder::Exchange(options.socketPath, line, {timeout, connect, {}}, problem);
   if (!reply) return {};
   const auto status = Kbase::Json::Parse(*reply);
   const auto storage = status.find("storage");

@@ -5,8 +5,8 @@
 #include <functional>
 #include <iostream>
 
+#include "Control/ControlClient.h"
 #include "Kbase/Json/Json.h"
-#include "Tools/Ctl/ControlClient.h"
 #include "Tools/Ctl/CtlOptions.h"
 #include "Tools/Ctl/LocalCommands.h"
 #include "Tools/Ctl/ReplyText.h"
@@ -36,8 +36,8 @@ std::optional<std::string> Wait(const CtlOptions& options, const Json& request, 
   WaitingLine waiting;
   std::function<void(std::chrono::seconds)> onWait;
   if (isatty(STDERR_FILENO) != 0) onWait = [&waiting](std::chrono::seconds waited) { waiting.Show(waited); };
-  const Patience patience{GetTimeout(options), GetConnectTime(options), onWait};
-  return Exchange(options.socketPath, Tavi::Recorder::BuildLine(request), patience, problem);
+  const Tavi::Recorder::Patience patience{GetTimeout(options), GetConnectTime(options), onWait};
+  return Tavi::Recorder::Exchange(options.socketPath, Tavi::Recorder::BuildLine(request), patience, problem);
 }
 
 bool IsTrue(const Json& reply, const char* name) {

@@ -9,39 +9,43 @@
 #include <string_view>
 #include <variant>
 
-#include "Recorder/Settings/Limits.h"
-#include "Tavi/PipelineCollect/CameraType.h"
+#include "SettingsFile/Range.h"
 
-namespace Tavi::Recorder {
+namespace Tavi::SettingsFile {
 
 /// Keeps the order in which fields are written.
 using Json = nlohmann::ordered_json;
+
+/// A value that cannot be chosen: a file may state it, and nobody keeps it.
+struct Fixed {
+  std::int32_t value = 0;
+};
 
 /// What a value may be: numbers by value, texts by their length in bytes, true and false without further rules.
 struct Allowed {
   Allowed() = default;
   template <class T>
-  Allowed(Limits::Range<T> range) : low(static_cast<double>(range.low)), high(static_cast<double>(range.high)) {}
+  Allowed(Range<T> range) : low(static_cast<double>(range.low)), high(static_cast<double>(range.high)) {}
   template <std::size_t Count>
   Allowed(const std::array<int, Count>& values) : choices(values) {}
   template <std::size_t Count>
   Allowed(const std::array<std::string_view, Count>& texts) : words(texts) {}
 
   template <class T>
-  static Allowed Even(Limits::Range<T> range) {
+  static Allowed Even(Range<T> range) {
     Allowed allowed(range);
     allowed.even = true;
     return allowed;
   }
   /// A path that gets a "/" at its end.
   static Allowed Directory() {
-    Allowed allowed(Limits::PathBytes);
+    Allowed allowed(PathBytes);
     allowed.directory = true;
     return allowed;
   }
 
   /// A text for which `isRight` is true; `form` describes it.
-  static Allowed Text(Limits::Range<int> bytes, bool (*isRight)(const std::string&), std::string_view form) {
+  static Allowed Text(Range<int> bytes, bool (*isRight)(const std::string&), std::string_view form) {
     Allowed allowed(bytes);
     allowed.isRight = isRight;
     allowed.form = form;
@@ -63,7 +67,7 @@ struct Allowed {
 /// Borrows the record that it is a field of. Thread-bound.
 class Field {
  public:
-  using Target = std::variant<bool*, std::int32_t*, std::uint64_t*, float*, double*, std::string*, CameraType*>;
+  using Target = std::variant<bool*, std::int32_t*, std::uint64_t*, float*, double*, std::string*, Fixed>;
 
   /// `name`: from the outermost record, with dots. `unit`: empty for none.
   Field(std::string name, Target target, Allowed allowed, std::string_view unit, std::string_view meaning);
@@ -94,4 +98,4 @@ class Field {
 /// A value in a message: on one line whatever is in it, shortened, objects and arrays by their kind only.
 std::string Show(const Json& value);
 
-}  // namespace Tavi::Recorder
+}  // namespace Tavi::SettingsFile

@@ -1,5 +1,5 @@
 // Reads settings out of JSON text and knows the line of each mistake.
-#include "Recorder/Settings/SettingsReader.h"
+#include "SettingsFile/SettingsReader.h"
 
 #include <fmt/format.h>
 
@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "Recorder/Settings/FieldNames.h"
+#include "SettingsFile/FieldNames.h"
 
-namespace Tavi::Recorder {
+namespace Tavi::SettingsFile {
 namespace {
 
 /// The parser's own number for what no double can hold.
@@ -109,4 +109,4 @@ std::size_t SettingsReader::GetLine() const {
   return CountLines(*m_text, read > 0 ? static_cast<std::size_t>(read) - 1 : 0);
 }
 
-}  // namespace Tavi::Recorder
+}  // namespace Tavi::SettingsFile

@@ -1,5 +1,5 @@
 // The names of the settings as a tree: records, the fields in them, and the nearest to a wrong one.
-#include "Recorder/Settings/FieldNames.h"
+#include "SettingsFile/FieldNames.h"
 
 #include <fmt/format.h>
 
@@ -8,7 +8,7 @@
 #include <numeric>
 #include <utility>
 
-namespace Tavi::Recorder {
+namespace Tavi::SettingsFile {
 namespace {
 
 /// More mistakes in a name, and it is another one.
@@ -83,4 +83,4 @@ std::string DescribeNearest(const std::vector<Field>& fields, const std::string&
   return "unknown, " + (isNear ? "the nearest name is " + *nearest : all);
 }
 
-}  // namespace Tavi::Recorder
+}  // namespace Tavi::SettingsFile

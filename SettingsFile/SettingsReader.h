@@ -4,17 +4,18 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "Recorder/Settings/Fields.h"
+#include "SettingsFile/Field.h"
 
-namespace Tavi::Recorder {
+namespace Tavi::SettingsFile {
 
-/// Takes one text, event by event, and stops at the first mistake. Thread-bound; borrows the settings that it fills,
-/// which are half filled after a mistake.
+/// Takes one text, event by event, and stops at the first mistake. Thread-bound; the record that the fields borrow is
+/// half filled after a mistake.
 class SettingsReader : private nlohmann::json_sax<Json> {
  public:
-  explicit SettingsReader(Settings& settings) : m_fields(DescribeFields(settings)) {}
+  explicit SettingsReader(std::vector<Field> fields) : m_fields(std::move(fields)) {}
 
   /// Empty when all went well; else "LINE: what is wrong" or "LINE:COLUMN: what is wrong".
   std::string Read(const std::string& text);
@@ -52,4 +53,4 @@ class SettingsReader : private nlohmann::json_sax<Json> {
   std::string m_problem;
 };
 
-}  // namespace Tavi::Recorder
+}  // namespace Tavi::SettingsFile

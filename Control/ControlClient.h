@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace Tavi::Ctl {
+namespace Tavi::Recorder {
 
 /// How long is waited, and who is told of it.
 struct Patience {
@@ -24,4 +24,4 @@ struct Patience {
 std::optional<std::string> Exchange(const std::string& socketPath, const std::string& line, const Patience& patience,
                                     std::string& problem);
 
-}  // namespace Tavi::Ctl
+}  // namespace Tavi::Recorder

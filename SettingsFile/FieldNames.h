@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "Recorder/Settings/Field.h"
+#include "SettingsFile/Field.h"
 
-namespace Tavi::Recorder {
+namespace Tavi::SettingsFile {
 
 /// The field of that name, null when there is none. Borrowed from `fields`.
 const Field* FindField(const std::vector<Field>& fields, std::string_view name);
@@ -19,4 +19,4 @@ bool IsRecord(const std::vector<Field>& fields, std::string_view name);
 /// has it, else the nearest name in this record, else all of them.
 std::string DescribeNearest(const std::vector<Field>& fields, const std::string& record, const std::string& key);
 
-}  // namespace Tavi::Recorder
+}  // namespace Tavi::SettingsFile

@@ -1,5 +1,5 @@
 // One request to a recorder and its reply.
-#include "Tools/Ctl/ControlClient.h"
+#include "Control/ControlClient.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -15,7 +15,7 @@
 #include "Control/SocketAddress.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 
-namespace Tavi::Ctl {
+namespace Tavi::Recorder {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -66,7 +66,7 @@ class Conversation {
 
   std::string Receive(std::string& line) {
     std::array<char, 16 * 1024> chunk;
-    while (line.size() <= Recorder::MaxReplyBytes) {
+    while (line.size() <= MaxReplyBytes) {
       if (!WaitFor(POLLIN)) return Silence;
       const ssize_t size = ::recv(m_socket.Get(), chunk.data(), chunk.size(), 0);
       if (size == 0 || (size < 0 && errno == ECONNRESET)) return "it closed the connection without a reply";
@@ -132,7 +132,7 @@ class Conversation {
 
 std::optional<std::string> Exchange(const std::string& socketPath, const std::string& line, const Patience& patience,
                                     std::string& problem) {
-  const auto address = Recorder::BuildSocketAddress(socketPath, problem);
+  const auto address = BuildSocketAddress(socketPath, problem);
   if (!address) return std::nullopt;
   Conversation conversation(patience);
   std::string reply;
@@ -144,4 +144,4 @@ std::optional<std::string> Exchange(const std::string& socketPath, const std::st
   return std::nullopt;
 }
 
-}  // namespace Tavi::Ctl
+}  // namespace Tavi::Recorder

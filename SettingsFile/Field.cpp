@@ -1,5 +1,5 @@
 // One field of the settings: its name, where its value is, what it may be.
-#include "Recorder/Settings/Field.h"
+#include "SettingsFile/Field.h"
 
 #include <fmt/format.h>
 
@@ -8,7 +8,7 @@
 
 #include "Kbase/Json/Json.h"
 
-namespace Tavi::Recorder {
+namespace Tavi::SettingsFile {
 namespace {
 
 constexpr std::size_t LongestShown = 80;
@@ -20,12 +20,13 @@ struct Getter {
   }
   /// The shortest digits that are this number again: 38.3, not the double nearest to the float.
   Json operator()(const float* target) const { return Kbase::Json::Parse(fmt::format("{}", *target)); }
-  Json operator()(const CameraType* target) const { return static_cast<std::int32_t>(*target); }
+  Json operator()(Fixed target) const { return target.value; }
 };
 
 struct Setter {
   void operator()(bool* target) const { *target = value.get<bool>(); }
   void operator()(std::string* target) const { *target = value.get<std::string>(); }
+  void operator()(Fixed) const {}
   template <class T>
   void operator()(T* target) const {
     *target = static_cast<T>(value.get<double>());
@@ -108,4 +109,4 @@ std::string Field::DescribeAllowed() const {
                      m_allowed.low, m_allowed.high, text ? " bytes" : "");
 }
 
-}  // namespace Tavi::Recorder
+}  // namespace Tavi::SettingsFile
