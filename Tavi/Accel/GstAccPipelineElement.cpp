@@ -2,6 +2,8 @@
 #include "Tavi/Accel/GstAccPipelineElement.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
 
 #include "Kbase/UtilAcc/UtilAcc.h"
 #include "Kdevice/ACC/AccDevice.h"
@@ -88,8 +90,10 @@ std::unique_ptr<AccDataPak> GstAccPipelineElement::BuildRecord(const SampleBlock
   std::copy_n(block.native, count, record->native.begin());
   const std::array averages{&m_axisAverage3, &m_axisAverage2, &m_axisAverage1};
   const unsigned char scale = m_device->GetScale();
-  for (std::size_t i = 0; i < count; ++i) {
-    record->g[i] = averages[i % averages.size()]->Add(Kbase::UtilAcc::AccNativeToFloat(record->native[i], scale));
+  const std::span<float> g(record->g.data(), count);
+  for (std::size_t i = 0; i < count; ++i) g[i] = Kbase::UtilAcc::AccNativeToFloat(record->native[i], scale);
+  for (std::size_t axis = 0; axis < std::min(averages.size(), count); ++axis) {
+    averages[axis]->AddEach(g.subspan(axis), averages.size());
   }
   record->scale = scale;
   return record;

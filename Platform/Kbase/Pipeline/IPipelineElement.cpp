@@ -31,30 +31,32 @@ struct IPipelineElement::Slot {
 };
 
 IPipelineElement::IPipelineElement(int ringSize)
-    : m_size(static_cast<unsigned int>(std::max(ringSize, 1))), m_slots(m_size) {}
+    : m_size(static_cast<unsigned int>(std::max(ringSize, 1))), m_slots(m_size), m_current(m_size - 1) {}
 
 IPipelineElement::~IPipelineElement() = default;
 
 void IPipelineElement::AddNext(const Entry& entry) {
-  const std::uint64_t added = m_added.load(std::memory_order_relaxed);
-  Slot& slot = m_slots[added % m_size];
+  const unsigned int current = m_current.load(std::memory_order_relaxed);
+  const unsigned int pos = current + 1 < m_size ? current + 1 : 0;
+  Slot& slot = m_slots[pos];
   Entry next = entry;
   {
     const std::lock_guard lock(slot);
     slot.entry.swap(next);
   }
-  m_added.store(added + 1, std::memory_order_release);
+  m_current.store(pos, std::memory_order_release);
+  m_added.store(m_added.load(std::memory_order_relaxed) + 1, std::memory_order_release);
   // `next`, which is now the old entry, is released here.
 }
 
 IPipelineElement::Entry IPipelineElement::GetElementAt(unsigned int index) const {
-  Slot& slot = const_cast<Slot&>(m_slots[index % m_size]);
+  Slot& slot = const_cast<Slot&>(m_slots[index < m_size ? index : index % m_size]);
   const std::lock_guard lock(slot);
   return slot.entry;
 }
 
 unsigned int IPipelineElement::GetRingPos() const {
-  return static_cast<unsigned int>((m_added.load(std::memory_order_acquire) + m_size - 1) % m_size);
+  return m_current.load(std::memory_order_acquire);
 }
 
 IPipelineElement::Entry IPipelineElement::RetrieveCurrent() const {
@@ -84,7 +86,8 @@ bool IPipelineElement::IsKeyFrameAt(unsigned int pos) const {
 unsigned int IPipelineElement::SeekBackKeyframe(int count, int rate) const {
   const std::uint64_t added = m_added.load(std::memory_order_acquire);
   if (added == 0) return 0;
-  const auto current = static_cast<int>((added - 1) % m_size);
+  // At least as new as what has been counted.
+  const auto current = static_cast<int>(GetRingPos());
   // The oldest usable offset: what has been added, less the slot that the producer overwrites next.
   const std::uint64_t kept = added < m_size ? added : std::max(m_size - 1, 1U);
   const int oldest = static_cast<int>(kept) - 1;

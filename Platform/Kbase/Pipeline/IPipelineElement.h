@@ -64,7 +64,10 @@ class IPipelineElement {
 
   const unsigned int m_size;
   std::vector<Slot> m_slots;
-  /// Entries added so far; the current one is number m_added - 1, in slot (m_added - 1) modulo the ring size.
+  /// Slot of the current entry, the last one before the first entry. Counted beside m_added, and written before it: a
+  /// division of 64 bits for each entry is dear on a processor of 32.
+  std::atomic<unsigned int> m_current;
+  /// Entries added so far.
   std::atomic<std::uint64_t> m_added{0};
 };
 

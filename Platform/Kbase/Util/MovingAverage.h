@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <span>
 #include <vector>
 
 namespace Kbase::Util {
@@ -23,6 +24,24 @@ class MovingAverage {
   /// Adds `value`, in place of the oldest one once the window is full. The mean with it.
   T Add(T value) {
     const std::lock_guard lock(m_mutex);
+    return AddLocked(value);
+  }
+
+  /// Adds every `stride`th value of `values`, from the first one on, and puts the mean with it in its place.
+  void AddEach(std::span<T> values, std::size_t stride) {
+    const std::lock_guard lock(m_mutex);
+    for (std::size_t i = 0; i < values.size(); i += stride) values[i] = AddLocked(values[i]);
+  }
+
+  void Clear() {
+    const std::lock_guard lock(m_mutex);
+    m_count = 0;
+    m_sum = T{};
+    m_next = 0;
+  }
+
+ private:
+  T AddLocked(T value) {
     T& slot = m_values[m_next];
     if (m_count == m_size) {
       m_sum = (value - slot) + m_sum;
@@ -35,14 +54,6 @@ class MovingAverage {
     return m_sum / static_cast<T>(m_count);
   }
 
-  void Clear() {
-    const std::lock_guard lock(m_mutex);
-    m_count = 0;
-    m_sum = T{};
-    m_next = 0;
-  }
-
- private:
   const std::int32_t m_size;
   std::int32_t m_count = 0;
   T m_sum{};
