@@ -19,7 +19,6 @@ namespace {
 
 /// A line has some 250 bytes: a million links, more than a unit makes in its life.
 constexpr std::size_t MaxChainBytes = std::size_t{256} << 20;
-constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
 constexpr std::string_view SavedWord = "saved";
 constexpr std::string_view RemovedWord = "removed";
 constexpr std::string_view RequestedWord = "removed-on-request";

@@ -17,8 +17,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int Schema = 1;
-/// A description takes some 4 KB.
-constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
 /// Of a SHA-256, and of an Ed25519 key.
 constexpr std::size_t HashDigits = 64;
 

@@ -21,6 +21,8 @@ bool Fail(std::string_view action, std::string_view path, std::string& problem);
 /// Opens a regular file for reading, and nothing else: neither a link, which may lead anywhere, nor a FIFO, whose open
 /// may wait for ever. Invalid, with `problem`, on failure.
 Ksystem::FileUtils::UniqueFd OpenRegularFile(const std::string& path, std::string& problem);
+/// More than any description takes, which has some 4 KB.
+inline constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
 /// The whole content of a file of at most `maxBytes`.
 [[nodiscard]] bool ReadSmallFile(const std::string& path, std::size_t maxBytes, std::string& text,
                                  std::string& problem);

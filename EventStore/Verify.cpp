@@ -20,9 +20,8 @@
 namespace Tavi::EventStore {
 namespace {
 
-constexpr std::size_t MaxTextBytes = std::size_t{1} << 20;
 constexpr std::size_t MaxSignatureBytes = 64;
-constexpr std::size_t BlockBytes = std::size_t{256} << 10;
+constexpr std::size_t HashedBytes = std::size_t{256} << 10;
 
 /// What is wrong with a file of the event, empty when it is as described.
 std::string CheckContent(const std::string& path, const EventFile& file) {
@@ -31,7 +30,7 @@ std::string CheckContent(const std::string& path, const EventFile& file) {
   const auto opened = OpenRegularFile(path, problem);
   if (!opened.IsValid()) return fmt::format("changed: {} ({})", file.name, problem);
   Sha256 hash;
-  std::string block(BlockBytes, '\0');
+  std::string block(HashedBytes, '\0');
   std::uint64_t bytes = 0;
   ssize_t got = 0;
   while ((got = ::read(opened.Get(), block.data(), block.size())) > 0) {

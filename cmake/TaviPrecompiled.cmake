@@ -54,3 +54,14 @@ function(tavi_seldom_run)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
   endforeach()
 endfunction()
+
+# Several files of a target in one go: a build from nothing takes half the processor time, one after a change takes more. For who
+# builds once: a fresh machine, a package, the tests' run. Names in unnamed namespaces of one target must differ then, or their files
+# are compiled apart.
+option(TAVI_UNITY "Compile several files of a target at once" OFF)
+set(CMAKE_UNITY_BUILD ${TAVI_UNITY})
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
+
+function(tavi_compile_apart)
+  set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+endfunction()

@@ -8,7 +8,7 @@
 namespace Tavi::Simulator {
 namespace {
 
-constexpr double SecondNs = 1e9;
+constexpr double NsPerSecond = 1e9;
 
 /// Two rounds of xor-shift and multiplication mix a counter well enough for noise (C. Wellons, "Prospecting for hash
 /// functions", lowbias32): the same sample always carries the same one.
@@ -28,7 +28,7 @@ double Tick(std::int32_t sinceSecondNs) {
   if (sinceSecondNs >= TickSignal::TickNs) return 0;
   const std::int32_t toEdgeNs = std::min(sinceSecondNs, TickSignal::TickNs - sinceSecondNs);
   const double envelope = std::min(1.0, static_cast<double>(toEdgeNs) / static_cast<double>(TickSignal::EdgeNs));
-  const double seconds = static_cast<double>(sinceSecondNs) / SecondNs;
+  const double seconds = static_cast<double>(sinceSecondNs) / NsPerSecond;
   return TickSignal::Peak * envelope * std::sin(2 * std::numbers::pi * TickSignal::FrequencyHz * seconds);
 }
 

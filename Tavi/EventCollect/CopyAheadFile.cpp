@@ -20,10 +20,10 @@ using Ksystem::FileUtils::UniqueFd;
 /// Less than this is not worth an operation of the disk, which writes whole blocks each time.
 constexpr std::uint64_t LeastBytes = 64 << 10;
 /// After so long it is copied all the same.
-constexpr std::chrono::seconds LongestWait{1};
+constexpr std::chrono::seconds LongestHold{1};
 constexpr std::size_t RestBlock = std::size_t{1} << 20;
 
-std::uint64_t SizeOf(const UniqueFd& file) {
+std::uint64_t GetBytes(const UniqueFd& file) {
   struct stat attributes {};
   return ::fstat(file.Get(), &attributes) == 0 ? static_cast<std::uint64_t>(attributes.st_size) : 0;
 }
@@ -106,10 +106,10 @@ CopyAheadFile::Progress CopyAheadFile::Step(std::vector<char>& block, bool isFin
     files = Share();
   }
   if (!files.from) return Progress::Idle;
-  const std::uint64_t size = SizeOf(*files.from);
+  const std::uint64_t size = GetBytes(*files.from);
   // An entry that did not fit was cut off again: what is copied of it goes with the rest.
   const std::uint64_t offset = std::min(GetCopied(), size);
-  const bool isLittle = size - offset < LeastBytes && Clock::now() - m_copiedAt < LongestWait;
+  const bool isLittle = size - offset < LeastBytes && Clock::now() - m_copiedAt < LongestHold;
   if (size == offset || (isLittle && !isFinal)) return Progress::Idle;
   const ssize_t copied = CopyBlock(*files.from, *files.to, offset, block);
   if (copied < 0) return errno == ENOSPC ? Progress::NoRoom : Progress::Failed;
@@ -131,7 +131,7 @@ bool CopyAheadFile::Sync() {
 bool CopyAheadFile::LetGo() {
   const Files files = Share();
   if (!files.from) return files.to != nullptr || ::access(m_source.c_str(), F_OK) != 0;
-  if (m_isUnsynced || SizeOf(*files.from) != GetCopied()) return false;
+  if (m_isUnsynced || GetBytes(*files.from) != GetCopied()) return false;
   const std::lock_guard lock(m_mutex);
   m_files.from.reset();
   return true;
@@ -146,7 +146,7 @@ bool CopyAheadFile::WriteRest() {
   if (!files.to) files = Open(0);
   if (!files.to) return false;
   if (!files.from) return true;
-  const std::uint64_t size = SizeOf(*files.from);
+  const std::uint64_t size = GetBytes(*files.from);
   const std::uint64_t begin = std::min(GetCopied(), size);
   std::vector<char> block(static_cast<std::size_t>(std::min<std::uint64_t>(size - begin, RestBlock)));
   for (std::uint64_t offset = begin; offset < size;) {
@@ -155,7 +155,7 @@ bool CopyAheadFile::WriteRest() {
     if (copied == 0) break;
     offset += static_cast<std::uint64_t>(copied);
   }
-  if (SizeOf(*files.to) > size && ::ftruncate(files.to->Get(), static_cast<off_t>(size)) != 0) return false;
+  if (GetBytes(*files.to) > size && ::ftruncate(files.to->Get(), static_cast<off_t>(size)) != 0) return false;
   WriteBack(*files.to, begin, size - begin, false);
   return true;
 }
@@ -172,7 +172,7 @@ bool CopyAheadFile::SyncRest() const {
 
 std::uint64_t CopyAheadFile::GetSize() const {
   const Files files = Share();
-  if (files.from) return SizeOf(*files.from);
+  if (files.from) return GetBytes(*files.from);
   if (files.to) return GetCopied();
   struct stat attributes {};
   return ::stat(m_source.c_str(), &attributes) == 0 ? static_cast<std::uint64_t>(attributes.st_size) : 0;

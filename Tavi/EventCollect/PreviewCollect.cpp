@@ -24,7 +24,7 @@ using Milliseconds = std::chrono::milliseconds;
 constexpr unsigned int DefaultBitrate = 256;
 /// What a clip's length is taken for when no camera tells.
 constexpr int DefaultLength = 6;
-constexpr Milliseconds PollPeriod{20};
+constexpr Milliseconds PreviewPoll{20};
 
 int LengthOf(std::initializer_list<const Kbase::Pipeline::IPipelineElement*> rings) {
   for (const auto* ring : rings) {
@@ -256,7 +256,7 @@ bool PreviewCollect::CollectHeldSound(const std::string& path) {
       continue;
     }
     if (std::chrono::steady_clock::now() >= deadline) break;
-    WaitForCancel(PollPeriod);
+    WaitForCancel(PreviewPoll);
     m_heldSound->Follow(*ring, ring->GetCurrentFrameId());
   }
   file.Close(false);
@@ -276,7 +276,7 @@ int PreviewCollect::WaitForSound(int seconds) {
     if (complete || ShouldStop() || std::chrono::steady_clock::now() >= deadline) {
       return complete ? seconds : thereSeconds;
     }
-    WaitForCancel(PollPeriod);
+    WaitForCancel(PreviewPoll);
   }
 }
 

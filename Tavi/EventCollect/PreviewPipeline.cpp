@@ -21,7 +21,7 @@ constexpr const char* SourceNames[] = {"prev1", "prev0"};
 /// An IDR frame every so many frames.
 constexpr int KeyInterval = 6;
 constexpr unsigned int TickMs = 20;
-constexpr Milliseconds PollPeriod{10};
+constexpr Milliseconds PullPeriod{10};
 /// What start and end of the pipeline may take on top of its frames.
 constexpr Milliseconds Margin{5000};
 
@@ -271,7 +271,7 @@ RingReader::Entry PreviewCollect::WaitForEntry(std::size_t camera) {
     if (!ring || std::chrono::steady_clock::now() >= deadline) return nullptr;
     ring.reset();
     std::unique_lock lock(m_mutex);
-    if (m_changed.wait_for(lock, PollPeriod, [this] { return m_ending.load(); })) return nullptr;
+    if (m_changed.wait_for(lock, PullPeriod, [this] { return m_ending.load(); })) return nullptr;
   }
 }
 

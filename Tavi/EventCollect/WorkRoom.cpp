@@ -20,7 +20,7 @@ constexpr double Overshoot = 1.15;
 constexpr double OtherBytesPerSecond = 4'000.0;
 constexpr double StillBytes = 100'000.0;
 constexpr double PreviewBytes = 1'500'000.0;
-constexpr double BytesPerMB = 1024.0 * 1024.0;
+constexpr double BytesPerMiB = 1024.0 * 1024.0;
 
 }  // namespace
 
@@ -45,13 +45,13 @@ void LogFreeSpace(const std::string& directory, const std::string& when) {
 
 bool HasRoom(const std::string& directory, std::uint64_t neededBytes) {
   Ksystem::DiskUtils::DiskBase disk(directory);
-  return disk.LoadDiskInfo() && disk.GetFreeMB() * BytesPerMB >= static_cast<double>(neededBytes);
+  return disk.LoadDiskInfo() && disk.GetFreeMB() * BytesPerMiB >= static_cast<double>(neededBytes);
 }
 
 void CompareRoom(const std::string& directory, std::uint64_t neededBytes) {
   Ksystem::DiskUtils::DiskBase disk(directory);
   if (!disk.LoadDiskInfo()) return;
-  const double neededMB = static_cast<double>(neededBytes) / BytesPerMB;
+  const double neededMB = static_cast<double>(neededBytes) / BytesPerMiB;
   if (disk.GetFreeMB() >= neededMB) return;
   Log::Error(fmt::format("{} has {:.1f} MB free, and the event needs some {:.1f} MB: it may not be whole", directory,
                          disk.GetFreeMB(), neededMB));

@@ -9,10 +9,10 @@ namespace {
 
 /// The clock of H.264 over networks (RFC 6184, 5.1): every usual frame rate is a whole number of its ticks.
 constexpr int TicksPerSecond = 90000;
-constexpr double NsPerSecond = 1e9;
+constexpr double SecondNs = 1e9;
 
 std::int64_t ToTicks(double ns) {
-  return std::llround(ns * TicksPerSecond / NsPerSecond);
+  return std::llround(ns * TicksPerSecond / SecondNs);
 }
 
 }  // namespace
@@ -31,7 +31,7 @@ FrameRate FrameRate::FromFps(float fps) {
 
 FrameTimes::FrameTimes(FrameRate rate, std::span<const std::uint64_t> timestampsNs, std::size_t frames)
     : m_rate(rate), m_frames(frames) {
-  const double intervalNs = NsPerSecond * rate.denominator / rate.numerator;
+  const double intervalNs = SecondNs * rate.denominator / rate.numerator;
   const auto stamped = timestampsNs.first(std::min(timestampsNs.size(), frames));
   std::vector<std::int64_t> ticks;
   ticks.reserve(frames + 1);

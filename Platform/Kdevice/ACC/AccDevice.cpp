@@ -13,8 +13,6 @@
 namespace Kdevice::ACC {
 namespace {
 
-constexpr std::string_view Tag = "Kdevice";
-
 /// A fault that lasts longer than this is the chip's, not a disturbance on the wires.
 constexpr int MaxTries = 3;
 constexpr std::chrono::milliseconds TryPause{2};
@@ -175,17 +173,18 @@ void AccDevice::NoteOverflow() {
   const std::uint64_t overflows = ++m_overflows;
   if (!m_overflowLog.Take()) return;
   Kbase::Klog::Logger::GetInstance().Warning(
-      Tag, fmt::format("accelerometer: samples were lost, the FIFO ran over ({} times so far)", overflows));
+      LogTag, fmt::format("accelerometer: samples were lost, the FIFO ran over ({} times so far)", overflows));
 }
 
 /// Blocks have come: ends an outage, or a fault that did not last.
 void AccDevice::NoteSuccess() {
   if (!m_toldOutage.empty()) {
-    Kbase::Klog::Logger::GetInstance().Info(Tag, "accelerometer: samples are coming again");
+    Kbase::Klog::Logger::GetInstance().Info(LogTag, "accelerometer: samples are coming again");
     m_toldOutage.clear();
   } else if (m_failedTries > 0 && m_errorLog.Take()) {
     Kbase::Klog::Logger::GetInstance().Warning(
-        Tag, fmt::format("accelerometer: a fault passed by: {}; {} bus errors so far", m_lastFault, GetErrorCount()));
+        LogTag,
+        fmt::format("accelerometer: a fault passed by: {}; {} bus errors so far", m_lastFault, GetErrorCount()));
   }
   m_failedTries = 0;
 }
@@ -195,8 +194,8 @@ void AccDevice::NoteOutage(const Fault& fault) {
   if (fault == m_toldOutage || !m_outageLog.Take()) return;
   m_toldOutage = fault;
   Kbase::Klog::Logger::GetInstance().Error(
-      Tag, fmt::format("accelerometer at {:#04x} of /dev/i2c-{}: {}; trying again every {} ms", m_address, m_busNumber,
-                       fault, m_timing.retry.count()));
+      LogTag, fmt::format("accelerometer at {:#04x} of /dev/i2c-{}: {}; trying again every {} ms", m_address,
+                          m_busNumber, fault, m_timing.retry.count()));
 }
 
 /// How long the samples take that a block lacks, and one more, so that the next round finds them.

@@ -5,12 +5,16 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "Kbase/Interfaces/IThread.h"
 #include "Kdevice/ACC/IError.h"
 #include "Kdevice/ACC/Mounting.h"
 
 namespace Kdevice::ACC {
+
+/// Of the lines that accelerometers log.
+inline constexpr std::string_view LogTag = "Kdevice";
 
 /// The full scale in g, either way.
 enum class GForceScale : std::uint8_t { G2 = 2, G4 = 4, G8 = 8 };

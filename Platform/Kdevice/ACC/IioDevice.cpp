@@ -15,10 +15,9 @@ using Kbase::Klog::Logger;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-constexpr std::string_view Tag = "Kdevice";
 constexpr milliseconds LongestWait{100};
 /// A sensor's 4 g may be 3.98 in whole numbers.
-constexpr double Nearly = 0.97;
+constexpr double NearlyFull = 0.97;
 
 }  // namespace
 
@@ -79,11 +78,11 @@ void IioDevice::SetUp() {
   m_lastCame = m_timing.clock.Now();
   const auto& setup = m_sensor.GetSetup();
   if (!m_toldOutage.empty()) return;
-  Logger::GetInstance().Info(Tag, fmt::format("accelerometer {} ({}): {:.4g} samples a second, up to {:.3g} g",
-                                              setup.device, setup.name, setup.rateHz, setup.rangeG));
-  if (setup.rangeG >= wantedG * Nearly) return;
-  Logger::GetInstance().Warning(
-      Tag, fmt::format("accelerometer {} measures up to {:.3g} g only, not {}", setup.device, setup.rangeG, wantedG));
+  Logger::GetInstance().Info(LogTag, fmt::format("accelerometer {} ({}): {:.4g} samples a second, up to {:.3g} g",
+                                                 setup.device, setup.name, setup.rateHz, setup.rangeG));
+  if (setup.rangeG >= wantedG * NearlyFull) return;
+  Logger::GetInstance().Warning(LogTag, fmt::format("accelerometer {} measures up to {:.3g} g only, not {}",
+                                                    setup.device, setup.rangeG, wantedG));
 }
 
 /// Samples without a time of their own are placed evenly between the reads.
@@ -116,7 +115,7 @@ void IioDevice::Append(const Mounting::Vector& g) {
 
 void IioDevice::NoteSuccess() {
   if (m_toldOutage.empty()) return;
-  Logger::GetInstance().Info(Tag, "accelerometer " + m_name + ": samples are coming again");
+  Logger::GetInstance().Info(LogTag, "accelerometer " + m_name + ": samples are coming again");
   m_toldOutage.clear();
 }
 
@@ -126,7 +125,7 @@ void IioDevice::NoteOutage(const std::string& fault) {
   if (fault == m_toldOutage || !m_outageLog.Take()) return;
   m_toldOutage = fault;
   Logger::GetInstance().Error(
-      Tag, fmt::format("accelerometer {}: {}; trying again every {} ms", m_name, fault, m_timing.retry.count()));
+      LogTag, fmt::format("accelerometer {}: {}; trying again every {} ms", m_name, fault, m_timing.retry.count()));
 }
 
 }  // namespace Kdevice::ACC

@@ -28,7 +28,7 @@ constexpr double MetresPerSecond2 = 9.80665;
 /// Some 1.3 s at 100 Hz.
 constexpr const char* BufferRecords = "128";
 constexpr const char* TimerName = "tavi";
-constexpr std::array<const char*, 3> Axes{"in_accel_x", "in_accel_y", "in_accel_z"};
+constexpr std::array<const char*, 3> AxisChannels{"in_accel_x", "in_accel_y", "in_accel_z"};
 constexpr const char* Timestamp = "in_timestamp";
 
 /// Without its line end; empty when it cannot be read.
@@ -121,7 +121,7 @@ class Sysfs {
   }
 
   std::string Stop() const {
-    for (const char* axis : Axes) {
+    for (const char* axis : AxisChannels) {
       if (IsThere(Path(fmt::format("scan_elements/{}_en", axis)))) continue;
       return fmt::format("{} is no accelerometer of three axes with a buffer: it has no scan_elements/{}_en",
                          m_setup.device, axis);
@@ -180,7 +180,7 @@ class Sysfs {
   }
 
   std::string ChooseScale(int fullScaleG) {
-    const std::string bits = ReadText(Path(fmt::format("scan_elements/{}_type", Axes[0])));
+    const std::string bits = ReadText(Path(fmt::format("scan_elements/{}_type", AxisChannels[0])));
     const auto field = IioField::Parse(bits);
     if (!field) return fmt::format("{} has values of the form \"{}\", which is not known", m_setup.device, bits);
     const double steps = std::ldexp(1.0, static_cast<int>(field->bits) - (field->isSigned ? 1 : 0));
@@ -196,8 +196,8 @@ class Sysfs {
       std::string fault = WriteText(file, fmt::format("{:.9f}", enough == scales.end() ? scales.back() : *enough));
       if (!fault.empty()) return fault;
     }
-    for (std::size_t i = 0; i < Axes.size(); ++i) {
-      const std::string axis = Axes[i];
+    for (std::size_t i = 0; i < AxisChannels.size(); ++i) {
+      const std::string axis = AxisChannels[i];
       const auto scale = ReadNumbers(FindFile({axis + "_scale", "in_accel_scale"}));
       const auto offset = ReadNumbers(FindFile({axis + "_offset", "in_accel_offset"}));
       if (scale.empty() || !(scale[0] > 0.0)) return "cannot read a scale out of " + file;
@@ -221,7 +221,7 @@ class Sysfs {
     for (const std::string& name : ListNames(Path("scan_elements"))) {
       if (!name.ends_with(Suffix)) continue;
       const std::string channel = name.substr(0, name.size() - Suffix.size());
-      const bool isWanted = channel == Timestamp || std::ranges::find(Axes, channel) != Axes.end();
+      const bool isWanted = channel == Timestamp || std::ranges::find(AxisChannels, channel) != AxisChannels.end();
       std::string fault = WriteText(Path("scan_elements/" + name), isWanted ? "1" : "0");
       // Some drivers deliver what nobody asked for: the layout shows it.
       if (isWanted && channel != Timestamp && !fault.empty()) return fault;
@@ -250,8 +250,8 @@ class Sysfs {
       field.offset = align(end, field.bytes);
       end = field.offset + field.bytes;
       largest = std::max<std::size_t>(largest, field.bytes);
-      for (std::size_t i = 0; i < Axes.size(); ++i) {
-        if (channel == Axes[i]) m_setup.axes[i] = field;
+      for (std::size_t i = 0; i < AxisChannels.size(); ++i) {
+        if (channel == AxisChannels[i]) m_setup.axes[i] = field;
       }
       if (channel == Timestamp) m_setup.timestamp = field;
     }
