@@ -18,6 +18,11 @@ std::string FormatGeoJson(const EventData& data);
 /// The first line has the names with their units, each row the event's id and label.
 std::string FormatCsv(const EventData& data);
 
+/// MCAP (https://mcap.dev): clips, stills, sensors and notes as messages along the event's time line, with what they
+/// are within the file; description, signature and sound as attachments. Reads the clips: what is wrong with them goes
+/// to `data.problems`, and what is whole of them is there.
+std::string FormatMcap(EventData& data);
+
 enum class SubtitleForm { WebVtt, Srt };
 
 /// Speed, time and position of each fix for a clip whose first picture is at `clipFromSeconds` relative to the event.

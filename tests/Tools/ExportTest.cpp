@@ -164,7 +164,7 @@ TEST_F(ExportProgramTest, AMistakeIsOneLineAndTwoDamageIsOneLineAndOne) {
       {whole, m_dir + "event --csv --output " + m_dir + "event/a.csv", 2,
        "event/a.csv\" belongs to the event; give a file"},
       {whole, m_dir + "event --csv --output " + m_dir + "link", 2, "link\" belongs to the event"},
-      {whole, m_dir + "event", 2, "tavi-export: give one of --gpx, --csv, --geojson and --subtitles"},
+      {whole, m_dir + "event", 2, "tavi-export: give one of --gpx, --csv, --geojson, --mcap and --subtitles"},
       {whole, m_dir + "event --csv --gpx", 2, "give one of"},
       {whole, m_dir + "event --csv --camera 1", 2, "--camera: it goes with --subtitles only"},
       {whole, m_dir + "event --kml", 2, "--kml"},
