@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 
+#include "EventStore/Chain.h"
 #include "EventStore/EventName.h"
 #include "EventStore/PartName.h"
 #include "Tools/Export/Clip.h"
@@ -21,9 +22,10 @@ namespace {
 
 using Mcap::ProtoMessage;
 
-constexpr std::string_view SignatureName = "event.json.sig";
-/// Far more than a still, a description or a minute of sound has.
+/// Far more than a still or two minutes of sound have.
 constexpr std::size_t MaxAttachedBytes = 50'000'000;
+/// What a description may have (EventStore/EventDescription.h); a signature has 64.
+constexpr std::size_t MaxDescriptionBytes = 1U << 20U;
 
 /// What an event has of a camera, and its topics' name: by the settings' number, as the types are not.
 struct Camera {
@@ -39,7 +41,7 @@ void AddLine(McapEvent& event, double seconds, LogLevel level, std::string_view 
   const auto ns = event.GetTimeNs(seconds);
   ProtoMessage message;
   message.AddTimestamp(Timestamp, ns).AddInteger(Level, static_cast<int>(level));
-  event.Add("/log", LogSchema, ns, message.AddBytes(Message, line).AddBytes(Name, name).Take());
+  event.Add("/log", LogSchema, ns, message.AddBytes(Message, line).AddBytes(Name, name).Get());
 }
 
 void AddFrame(McapEvent& event, const std::string& topic, double seconds, std::string_view frameId,
@@ -48,7 +50,7 @@ void AddFrame(McapEvent& event, const std::string& topic, double seconds, std::s
   const auto ns = event.GetTimeNs(seconds);
   ProtoMessage message;
   message.AddTimestamp(Timestamp, ns).AddBytes(FrameId, frameId).AddBytes(Data, bytes).AddBytes(Format, "h264");
-  event.Add(topic, VideoSchema, ns, message.Take());
+  event.Add(topic, VideoSchema, ns, message.Get());
 }
 
 /// A stream is there where the clip could not be made; when its frames were, its companion tells.
@@ -78,7 +80,7 @@ void AddStill(McapEvent& event, EventData& data, const Camera& camera) {
     ProtoMessage message;
     message.AddTimestamp(Timestamp, ns).AddBytes(Data, content).AddBytes(Format, "jpeg");
     message.AddBytes(FrameId, EventStore::GetPartName(camera.clip, data.description.cameraNames));
-    event.Add(std::string(camera.topic) + "/still", ImageSchema, ns, message.Take());
+    event.Add(std::string(camera.topic) + "/still", ImageSchema, ns, message.Get());
   }
   AddProblem(data, std::move(problem));
 }
@@ -107,7 +109,7 @@ void AddFix(McapEvent& event, const Fix& fix) {
   const auto type = fix.hdop ? CovarianceType::Approximated : CovarianceType::Unknown;
   message.AddInteger(Fields::LocationFix::CovarianceType, static_cast<int>(type));
   message.AddTimestamp(Timestamp, ns).AddBytes(FrameId, "gps");
-  event.Add("/gps/fix", FixSchema, ns, message.Take());
+  event.Add("/gps/fix", FixSchema, ns, message.Get());
 }
 
 void AddMotion(McapEvent& event, const Fix& fix) {
@@ -119,7 +121,7 @@ void AddMotion(McapEvent& event, const Fix& fix) {
   message.AddTimestamp(ReceiverTime, static_cast<std::uint64_t>(std::max<std::int64_t>(fix.utcMs, 0) * NsPerMs));
   if (fix.hdop) message.AddDouble(Hdop, *fix.hdop);
   if (fix.satellites) message.AddInteger(Satellites, *fix.satellites);
-  event.Add("/gps/motion", MotionSchema, ns, message.Take());
+  event.Add("/gps/motion", MotionSchema, ns, message.Get());
 }
 
 void AddSensors(McapEvent& event, const EventData& data) {
@@ -133,7 +135,7 @@ void AddSensors(McapEvent& event, const EventData& data) {
     const auto ns = event.GetTimeNs(seconds);
     ProtoMessage message;
     message.AddTimestamp(Timestamp, ns).AddDouble(X, g[0]).AddDouble(Y, g[1]).AddDouble(Z, g[2]);
-    event.Add("/acceleration", AccelerationSchema, ns, message.Take());
+    event.Add("/acceleration", AccelerationSchema, ns, message.Get());
   }
   for (const auto& [seconds, cpu, temperature] : data.other.records) {
     using namespace Fields::Machine;
@@ -142,7 +144,7 @@ void AddSensors(McapEvent& event, const EventData& data) {
     message.AddTimestamp(Timestamp, ns);
     if (cpu) message.AddInteger(CpuPercent, *cpu);
     if (temperature) message.AddInteger(TemperatureCelsius, *temperature);
-    event.Add("/machine", MachineSchema, ns, message.Take());
+    event.Add("/machine", MachineSchema, ns, message.Get());
   }
 }
 
@@ -204,8 +206,8 @@ std::string FormatMcap(EventData& data) {
   }
   AddSensors(event, data);
   AddSound(event, data);
-  const std::string json = event.AttachBeside(data, EventStore::EventJsonName, "application/json", MaxAttachedBytes);
-  event.AttachBeside(data, SignatureName, "application/octet-stream", MaxAttachedBytes);
+  const std::string json = event.AttachBeside(data, EventStore::EventJsonName, "application/json", MaxDescriptionBytes);
+  event.AttachBeside(data, EventStore::SignatureName, "application/octet-stream", MaxDescriptionBytes);
   AddProblems(event, data);
   return event.Finish("event", BuildMetadata(data, json));
 }

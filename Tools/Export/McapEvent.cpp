@@ -16,6 +16,7 @@ constexpr std::int64_t NsPerMs = 1'000'000;
 constexpr std::int64_t LastMs = 9'000'000'000'000;
 /// More than the records around a message and its place in the index.
 constexpr std::size_t BytesAroundMessage = 64;
+constexpr std::size_t BlockBytes = 2'000'000;
 constexpr std::size_t BytesAroundAll = 100'000;
 constexpr std::string_view Encoding = "protobuf";
 
@@ -31,9 +32,19 @@ std::uint64_t McapEvent::GetTimeNs(double secondsFromEvent) const {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(m_eventNs + std::llround(seconds * 1e9), 0));
 }
 
-void McapEvent::Add(const std::string& topic, std::string_view schema, std::uint64_t timeNs, std::string message) {
+void McapEvent::Add(const std::string& topic, std::string_view schema, std::uint64_t timeNs, std::string_view message) {
   m_bytes += message.size() + BytesAroundMessage;
-  m_messages.push_back({timeNs, GetChannel(topic, schema), std::move(message)});
+  m_messages.push_back({timeNs, GetChannel(topic, schema), Keep(message)});
+}
+
+/// A block is never moved: it has room for what it takes from the beginning.
+std::string_view McapEvent::Keep(std::string_view message) {
+  if (m_blocks.empty() || m_blocks.back().capacity() - m_blocks.back().size() < message.size()) {
+    m_blocks.emplace_back().reserve(std::max(BlockBytes, message.size()));
+  }
+  std::string& block = m_blocks.back();
+  const std::size_t start = block.size();
+  return std::string_view(block.append(message)).substr(start);
 }
 
 bool McapEvent::AttachFile(EventData& data, std::string_view type, std::string_view mediaType, std::size_t maxBytes) {
@@ -65,11 +76,7 @@ std::string McapEvent::AttachBeside(EventData& data, std::string_view name, std:
 std::string McapEvent::Finish(std::string_view metadataName, const std::map<std::string, std::string>& metadata) {
   m_writer.Reserve(m_bytes + BytesAroundAll);
   std::ranges::stable_sort(m_messages, {}, &Message::timeNs);
-  for (auto& message : m_messages) {
-    m_writer.AddMessage(message.channel, message.timeNs, message.content);
-    // So that the event is not in memory twice.
-    message.content = std::string();
-  }
+  for (const auto& [timeNs, channel, content] : m_messages) m_writer.AddMessage(channel, timeNs, content);
   for (const auto& [name, mediaType, content] : m_attached) {
     m_writer.AddAttachment({name, mediaType, static_cast<std::uint64_t>(m_eventNs), content});
   }

@@ -22,7 +22,7 @@ class McapEvent {
   /// Unix time in nanoseconds of a moment on the event's time line; 1970 for what is before it.
   [[nodiscard]] std::uint64_t GetTimeNs(double secondsFromEvent) const;
   /// A message of `schema` (McapSchemas.h), in the encoding of Protocol Buffers.
-  void Add(const std::string& topic, std::string_view schema, std::uint64_t timeNs, std::string message);
+  void Add(const std::string& topic, std::string_view schema, std::uint64_t timeNs, std::string_view message);
   /// Has the event's file of `type` go along as it is. False when the event has none, and, with a problem in `data`,
   /// when it cannot be read.
   bool AttachFile(EventData& data, std::string_view type, std::string_view mediaType, std::size_t maxBytes);
@@ -37,7 +37,7 @@ class McapEvent {
   struct Message {
     std::uint64_t timeNs = 0;
     std::uint16_t channel = 0;
-    std::string content;
+    std::string_view content;
   };
   struct Attached {
     std::string name;
@@ -46,12 +46,16 @@ class McapEvent {
   };
 
   std::uint16_t GetChannel(const std::string& topic, std::string_view schema);
+  std::string_view Keep(std::string_view message);
 
   const std::int64_t m_eventNs;
   Mcap::McapWriter m_writer;
   std::map<std::string, std::uint16_t> m_channels;
   std::map<std::string_view, std::uint16_t> m_schemas;
   std::vector<Message> m_messages;
+  /// What the messages point to, in few large pieces: one for each message would be strewn between the frames that the
+  /// media library takes and gives back, and keep their memory in use.
+  std::vector<std::string> m_blocks;
   std::vector<Attached> m_attached;
   std::size_t m_bytes = 0;
 };

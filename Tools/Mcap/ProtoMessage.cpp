@@ -25,7 +25,9 @@ ProtoMessage& ProtoMessage::AddDoubles(int field, std::span<const double> values
 }
 
 ProtoMessage& ProtoMessage::AddBytes(int field, std::string_view bytes) {
-  m_bytes.reserve(m_bytes.size() + bytes.size() + 16);
+  // With room for what follows: a string that grows doubles.
+  constexpr std::size_t Rest = 128;
+  m_bytes.reserve(m_bytes.size() + bytes.size() + Rest);
   AddKey(field, Wire::Bytes);
   AddVarint(bytes.size());
   m_bytes += bytes;
