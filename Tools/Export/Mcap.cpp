@@ -86,8 +86,9 @@ void AddStill(McapEvent& event, EventData& data, const Camera& camera) {
 }
 
 /// Nothing but a horizontal dilution of precision is known: the error of a range is taken to be that of a receiver of
-/// one frequency, 7.1 m (Kaplan and Hegarty, Understanding GPS, 2nd edition, table 7.2, one standard deviation), to be
-/// the same to the north and to the east, and twice that of both in height.
+/// one frequency, 7.1 m (one standard deviation; Kaplan and Hegarty, Understanding GPS, 2nd edition, chapter 7), to be
+/// the same to the north and to the east, and twice that of both in height: the dilutions differ by 1.5 in the mean
+/// (Milbert, Dilution of precision revisited, NAVIGATION, 2008).
 std::array<double, 9> EstimateCovariance(double hdop) {
   constexpr double RangeErrorMetres = 7.1;
   constexpr double HeightFactor = 2.0;

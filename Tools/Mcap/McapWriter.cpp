@@ -15,7 +15,6 @@ constexpr std::string_view Magic{"\x89MCAP0\r\n", 8};
 /// A reader that wants one moment reads this much of each stream; an index entry takes 16 bytes a message.
 constexpr std::size_t ChunkBytes = 1'000'000;
 constexpr std::string_view NoCompression;
-constexpr std::size_t RecordHeadBytes = 9;
 
 }  // namespace
 
