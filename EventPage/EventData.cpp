@@ -17,21 +17,6 @@ namespace {
 /// Far more than the longest window's; more is no event's file.
 constexpr std::size_t MaxSensorBytes = 4'000'000;
 
-/// `fallbackRate`: entries a second where the description tells none.
-TimeBase GetTimeBase(const EventStore::EventDescription& description, std::string_view type, double fallbackRate) {
-  const auto* stream = FindStream(description, type);
-  if (stream == nullptr) return {static_cast<double>(description.startSeconds), fallbackRate};
-  // Damage may have put any number there.
-  const bool isUsable = stream->rate >= 0.01 && stream->rate <= 1000.0;
-  return {stream->fromSeconds, isUsable ? stream->rate : fallbackRate};
-}
-
-/// Once is enough: a file that cannot be opened fails in every look at it.
-void AddProblem(EventData& data, std::string sentence) {
-  const bool isNew = std::find(data.problems.begin(), data.problems.end(), sentence) == data.problems.end();
-  if (isNew && !sentence.empty()) data.problems.push_back(std::move(sentence));
-}
-
 std::string GetPath(const EventData& data, const EventStore::EventFile& file) {
   return data.directory + "/" + file.name;
 }
@@ -44,14 +29,7 @@ SensorRecords<Record> LoadSensor(EventData& data, std::string_view type, double 
     AddProblem(data, result.problem);
     return result;
   }
-  TimeBase base = GetTimeBase(data.description, type, fallbackRate);
-  std::string companion;
-  std::string problem;
-  if (ReadEventFile(data, std::string(type) + "Times", MaxSensorBytes, companion, problem)) {
-    base.seconds = ParseEntrySeconds(companion);
-  }
-  AddProblem(data, problem);
-  result = parse(content, base);
+  result = parse(content, LoadTimeBase(data, type, fallbackRate));
   if (!result.problem.empty()) {
     AddProblem(data, GetPath(data, *FindFile(data.description, type)) + ": " + result.problem);
   }
@@ -85,6 +63,31 @@ bool ReadEventFile(const EventData& data, std::string_view type, std::size_t max
   std::error_code error;
   const std::uint64_t size = std::filesystem::file_size(path, error);
   return EventStore::ReadSmallFile(path, error ? 0 : std::min<std::uint64_t>(size, maxBytes), content, problem);
+}
+
+TimeBase GetTimeBase(const EventStore::EventDescription& description, std::string_view type, double fallbackRate) {
+  const auto* stream = FindStream(description, type);
+  if (stream == nullptr) return {static_cast<double>(description.startSeconds), fallbackRate};
+  // Damage may have put any number there.
+  const bool isUsable = stream->rate >= 0.01 && stream->rate <= 1000.0;
+  return {stream->fromSeconds, isUsable ? stream->rate : fallbackRate};
+}
+
+TimeBase LoadTimeBase(EventData& data, std::string_view type, double fallbackRate) {
+  TimeBase base = GetTimeBase(data.description, type, fallbackRate);
+  std::string companion;
+  std::string problem;
+  if (ReadEventFile(data, std::string(type) + "Times", MaxSensorBytes, companion, problem)) {
+    ReadCompanion(companion, base);
+  }
+  AddProblem(data, std::move(problem));
+  return base;
+}
+
+/// Once is enough: a file that cannot be opened fails in every look at it.
+void AddProblem(EventData& data, std::string sentence) {
+  const bool isNew = std::find(data.problems.begin(), data.problems.end(), sentence) == data.problems.end();
+  if (isNew && !sentence.empty()) data.problems.push_back(std::move(sentence));
 }
 
 const EventStore::StreamWindow* FindStream(const EventStore::EventDescription& description, std::string_view type) {

@@ -39,6 +39,13 @@ const EventStore::StreamWindow* FindStream(const EventStore::EventDescription& d
 /// The file of `type`; null when the description has none.
 const EventStore::EventFile* FindFile(const EventStore::EventDescription& description, std::string_view type);
 
+/// When the entries of the stream `type` were, as the description has it; `fallbackRate` where that tells no rate.
+TimeBase GetTimeBase(const EventStore::EventDescription& description, std::string_view type, double fallbackRate);
+/// The same with what the stream's companion tells, where there is one.
+TimeBase LoadTimeBase(EventData& data, std::string_view type, double fallbackRate);
+/// Adds a sentence to the problems, once; none for an empty one.
+void AddProblem(EventData& data, std::string sentence);
+
 /// UTC of a moment on the event's time line, Unix time in milliseconds.
 std::int64_t GetUtcMs(const EventStore::EventDescription& description, double secondsFromEvent);
 /// The label, or "Event <id>" without one.

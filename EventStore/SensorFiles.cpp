@@ -9,6 +9,7 @@
 #include "Kbase/Json/Json.h"
 #include "Kbase/UtilAcc/UtilAcc.h"
 #include "Tavi/Accel/AccDataPak.h"
+#include "Tavi/Gps/FixQuality.h"
 #include "Tavi/Gps/GPSDataPackage.h"
 #include "Tavi/Gps/GPSLine.h"
 #include "Tavi/PipelineCollect/EntryTimes.h"
@@ -19,6 +20,7 @@ namespace {
 constexpr std::size_t LengthBytes = 4;
 constexpr std::size_t Axes = 3;
 static_assert(SamplesOfBlock == Accel::AccDataPak::BlockBytes / Axes);
+constexpr int RmcMode = 12;
 /// What the upright axis reads in the file at rest.
 constexpr double RestG = 1.0;
 
@@ -79,14 +81,18 @@ bool ReadFix(std::string_view sentence, Fix& fix) {
   fix.longitude = data.longitude;
   fix.speedKnots = data.speed;
   fix.courseDegrees = data.course;
+  // Positioning mode: differential, fixed or floating ambiguities (NMEA 0183 since 2.3).
+  const auto mode = line.ViewElement(RmcMode);
+  fix.isDifferential = mode == "D" || mode == "R" || mode == "F";
   return true;
 }
 
-/// `part`: how far it is on the way to the next entry.
-double TimeOf(const TimeBase& base, std::size_t entry, double part = 0.0) {
-  if (base.seconds.empty()) return base.fromSeconds + (static_cast<double>(entry) + part) / base.rate;
-  const std::size_t known = std::min(entry, base.seconds.size() - 1);
-  return base.seconds[known] + (static_cast<double>(entry - known) + part) / base.rate;
+/// What the receiver's companion has of a fix. Damage leaves a fix without it.
+void ReadQuality(std::string_view note, Fix& fix) {
+  const auto quality = Gps::ParseFixQuality(note);
+  fix.hdop = quality.hdop;
+  fix.satellites = quality.satellites;
+  fix.altitudeMetres = quality.altitudeMetres;
 }
 
 /// The number called `name`, empty when there is none from `low` to 255, the highest that a sample holds.
@@ -115,9 +121,18 @@ nlohmann::ordered_json ParseArray(std::string_view bytes, std::string& problem) 
 
 }  // namespace
 
-std::vector<double> ParseEntrySeconds(std::string_view companion) {
+double GetEntrySeconds(const TimeBase& base, std::size_t index, double part) {
+  if (base.seconds.empty()) return base.fromSeconds + (static_cast<double>(index) + part) / base.rate;
+  const std::size_t known = std::min(index, base.seconds.size() - 1);
+  return base.seconds[known] + (static_cast<double>(index - known) + part) / base.rate;
+}
+
+void ReadCompanion(std::string_view companion, TimeBase& base) {
   const auto times = PipelineCollect::ParseTimes(companion);
-  return times ? times->GetSeconds() : std::vector<double>();
+  if (!times) return;
+  base.seconds = times->GetSeconds();
+  base.notes.clear();
+  for (const auto& entry : times->entries) base.notes.push_back(entry.note);
 }
 
 SensorRecords<Fix> ParseGps(std::string_view bytes, const TimeBase& base) {
@@ -125,10 +140,11 @@ SensorRecords<Fix> ParseGps(std::string_view bytes, const TimeBase& base) {
   EntryCutter entries(bytes);
   while (entries.Next(0, sizeof(Gps::GpsData::gprmc_line) - 1)) {
     Fix fix;
-    fix.secondsFromEvent = TimeOf(base, entries.GetIndex());
+    fix.secondsFromEvent = GetEntrySeconds(base, entries.GetIndex());
     if (!entries.GetContent().empty() && !ReadFix(entries.GetContent(), fix) && result.problem.empty()) {
       result.problem = fmt::format("entry {} is no RMC sentence", entries.GetIndex() + 1);
     }
+    if (fix.isValid && entries.GetIndex() < base.notes.size()) ReadQuality(base.notes[entries.GetIndex()], fix);
     result.records.push_back(fix);
   }
   if (result.problem.empty()) result.problem = entries.GetProblem();
@@ -143,7 +159,7 @@ SensorRecords<AccSample> ParseAcc(std::string_view bytes, const TimeBase& base, 
     for (std::size_t i = 0; i < SamplesOfBlock; ++i) {
       AccSample sample;
       const double part = static_cast<double>(i) / static_cast<double>(SamplesOfBlock);
-      sample.secondsFromEvent = TimeOf(base, entries.GetIndex(), part);
+      sample.secondsFromEvent = GetEntrySeconds(base, entries.GetIndex(), part);
       for (std::size_t axis = 0; axis < Axes; ++axis) {
         const auto native = static_cast<unsigned char>(entries.GetContent()[i * Axes + axis]);
         const double g = static_cast<double>(Kbase::UtilAcc::AccNativeToFloat(native, scale));
@@ -162,7 +178,7 @@ SensorRecords<MetricSample> ParseOther(std::string_view bytes, const TimeBase& b
   if (!array.is_array()) return result;
   for (const auto& object : array) {
     MetricSample sample;
-    sample.secondsFromEvent = TimeOf(base, result.records.size());
+    sample.secondsFromEvent = GetEntrySeconds(base, result.records.size());
     sample.cpuPercent = ReadMetric(object, "cpu_usage", 0);
     sample.temperatureCelsius = ReadTemperature(object);
     if (!sample.cpuPercent && !sample.temperatureCelsius && result.problem.empty()) {

@@ -20,11 +20,15 @@ struct TimeBase {
   double rate = 1.0;
   /// When each entry was, as its companion tells; may be fewer than there are.
   std::vector<double> seconds = {};
+  /// What else the companion has of each entry; as many.
+  std::vector<std::string> notes = {};
 };
 
-/// When each entry of a sensor file was, in seconds relative to the event, from the text of its companion (".times");
-/// none when it is no companion. Reentrant.
-std::vector<double> ParseEntrySeconds(std::string_view companion);
+/// When entry `index` was, in seconds relative to the event. `part`: how far it is on the way to the next entry.
+double GetEntrySeconds(const TimeBase& base, std::size_t index, double part = 0.0);
+
+/// Puts into `base` what the text of a companion (".times") tells; nothing when it is none. Reentrant.
+void ReadCompanion(std::string_view companion, TimeBase& base);
 
 /// One entry of the receiver. Without a valid position everything but `secondsFromEvent` is unset.
 struct Fix {
@@ -38,6 +42,14 @@ struct Fix {
   double speedKnots = 0.0;
   /// Over ground, clockwise from north.
   double courseDegrees = 0.0;
+  /// Corrected by another station: differential or kinematic.
+  bool isDifferential = false;
+  /// Horizontal dilution of precision; empty where nothing tells it, as in events of older recorders.
+  std::optional<double> hdop = {};
+  /// In use.
+  std::optional<int> satellites = {};
+  /// Above mean sea level.
+  std::optional<double> altitudeMetres = {};
 };
 
 /// One sample of the three axes in g. Gravity is taken off the first one, so that all are 0 at rest in the unit's

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Ksystem/FileUtils/Kfile.h"
+#include "Tavi/Gps/FixQuality.h"
 #include "Tavi/Gps/GpsData.h"
 #include "Tavi/Gps/GpsPipelineCbElement.h"
 #include "Tavi/GstUtil/BufferMap.h"
@@ -51,6 +52,12 @@ bool GpsPipelineCollect::Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* 
   }
   if (fix->isValidPackage != 0 && fix->speed > m_maxSpeed) m_maxSpeed = fix->speed;
   return true;
+}
+
+std::string GpsPipelineCollect::Annotate(const Kbase::Pipeline::IPipelineCbElement* entry) const {
+  const GstUtil::BufferMap map(dynamic_cast<const GpsPipelineCbElement*>(entry));
+  const auto* fix = map.GetRecord<GpsData>();
+  return fix != nullptr ? FormatFixQuality(*fix) : std::string();
 }
 
 }  // namespace Tavi::Gps

@@ -1,6 +1,8 @@
 // The collector of the GPS receiver: the RMC sentence of each fix, and the highest speed.
 #pragma once
 
+#include <string>
+
 #include "Tavi/PipelineCollect/PipelineCollect.h"
 
 namespace Tavi::Gps {
@@ -17,6 +19,8 @@ class GpsPipelineCollect final : public PipelineCollect::PipelineCollect {
   void CopyTo(CollectBase* target) override;
   void Report(Tavi::PipelineCollect::PipelineCollectOutput& output) const override;
   bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry) override;
+  /// The fix's quality (FixQuality.h), for which the file has no field.
+  std::string Annotate(const Kbase::Pipeline::IPipelineCbElement* entry) const override;
 
   /// Highest speed of a valid fix written since Init, in knots; -1 when there was none. Read after the collect.
   [[nodiscard]] double GetMaxSpeed() const { return m_maxSpeed; }

@@ -40,9 +40,11 @@ std::optional<EntryTime> ParseEntry(std::string_view line) {
   EntryTime time;
   const auto arrived = TakeUpTo(line, ' ');
   if (!arrived || !ReadNumber(*arrived, time.arrivedNs)) return {};
-  if (line == "-") return time;
+  const auto word = line.substr(0, line.find(' '));
+  if (word.size() < line.size()) time.note = line.substr(word.size() + 1);
+  if (word == "-") return time;
   std::uint64_t timestamp = 0;
-  if (!ReadNumber(line, timestamp)) return {};
+  if (!ReadNumber(word, timestamp)) return {};
   time.timestampNs = timestamp;
   return time;
 }
@@ -73,7 +75,8 @@ std::string FormatTimesHeader(double rate, bool hasCaptureTimes) {
 }
 
 std::string FormatEntryTime(const EntryTime& time) {
-  return std::to_string(time.arrivedNs) + " " + (time.timestampNs ? std::to_string(*time.timestampNs) : "-") + "\n";
+  return std::to_string(time.arrivedNs) + " " + (time.timestampNs ? std::to_string(*time.timestampNs) : "-") +
+         (time.note.empty() ? "" : " " + time.note) + "\n";
 }
 
 std::optional<EntryTimes> ParseTimes(std::string_view text) {

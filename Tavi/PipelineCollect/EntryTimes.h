@@ -18,6 +18,8 @@ struct EntryTime {
   std::int64_t arrivedNs = 0;
   /// Presentation time stamp in nanoseconds by the source's own clock; empty when the entry has none.
   std::optional<std::uint64_t> timestampNs;
+  /// What the source has to say of the entry that its file has no room for: words, no line end. Mostly empty.
+  std::string note = {};
 };
 
 /// What a companion holds: one line of text for the whole, then one for each entry, in the order of the file.

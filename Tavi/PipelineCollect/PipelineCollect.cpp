@@ -63,6 +63,10 @@ bool PipelineCollect::Write(FILE* /*file*/, Kbase::Pipeline::IPipelineCbElement*
   return false;
 }
 
+std::string PipelineCollect::Annotate(const Kbase::Pipeline::IPipelineCbElement* /*entry*/) const {
+  return {};
+}
+
 bool PipelineCollect::WriteFooter(FILE* /*file*/) {
   return true;
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "Kbase/Pipeline/IPipelineElement.h"
@@ -42,6 +43,9 @@ class PipelineCollect : public CollectBase {
   virtual bool WriteHeader(FILE* file);
   /// Writes one entry; false (not an entry of this stream, or the file takes no more) ends the collect.
   virtual bool Write(FILE* file, Kbase::Pipeline::IPipelineCbElement* entry);
+  /// What stands beside an entry's time in the companion: words, no line end. Called once for each entry that was
+  /// written, where there is a companion.
+  virtual std::string Annotate(const Kbase::Pipeline::IPipelineCbElement* entry) const;
   /// Called once behind the last entry, also when the collect was stopped.
   virtual bool WriteFooter(FILE* file);
 

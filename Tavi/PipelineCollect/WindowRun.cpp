@@ -147,7 +147,8 @@ bool PipelineCollect::WindowRun::WriteEntry(const Entry& entry) {
   if (m_isFull) return false;
   if (m_times) {
     const auto arrived = GetMadeAt(entry.get()) - m_moment;
-    const EntryTime time{std::chrono::nanoseconds(arrived).count(), GetTimestamp(entry.get())};
+    const EntryTime time{std::chrono::nanoseconds(arrived).count(), GetTimestamp(entry.get()),
+                         m_collect.Annotate(entry.get())};
     // A companion that cannot be written has its line in the log, and costs no entry. It ends there: a line less in the
     // middle would give each later entry the time of another.
     if (!m_times->Append([&](FILE* file) { return std::fputs(FormatEntryTime(time).c_str(), file) >= 0; })) {

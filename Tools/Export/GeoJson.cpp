@@ -44,12 +44,17 @@ Json MakeLines(const EventData& data) {
   return lines;
 }
 
+/// The altitude is no third coordinate: that would be the height above the ellipsoid.
 Json MakeProperties(const Fix& fix) {
-  return {{"kind", "fix"},
-          {"time", EventStore::FormatTime(fix.utcMs)},
-          {"secondsFromEvent", std::round(fix.secondsFromEvent * 1000.0) / 1000.0},
-          {"speedKnots", fix.speedKnots},
-          {"courseDegrees", fix.courseDegrees}};
+  Json properties{{"kind", "fix"},
+                  {"time", EventStore::FormatTime(fix.utcMs)},
+                  {"secondsFromEvent", std::round(fix.secondsFromEvent * 1000.0) / 1000.0},
+                  {"speedKnots", fix.speedKnots},
+                  {"courseDegrees", fix.courseDegrees}};
+  if (fix.altitudeMetres) properties["altitudeMetres"] = *fix.altitudeMetres;
+  if (fix.hdop) properties["hdop"] = *fix.hdop;
+  if (fix.satellites) properties["satellites"] = *fix.satellites;
+  return properties;
 }
 
 }  // namespace
@@ -58,7 +63,8 @@ std::string FormatGeoJson(const EventData& data) {
   const auto& description = data.description;
   Json features = Json::array();
   if (Json lines = MakeLines(data); !lines.empty()) {
-    features.push_back(MakeFeature("MultiLineString", std::move(lines), {{"kind", "track"}}));
+    features.push_back(MakeFeature("MultiLineString", std::move(lines),
+                                   {{"kind", "track"}, {"id", description.id}, {"label", description.label}}));
   }
   for (const Fix& fix : data.gps.records) {
     if (!fix.isValid) continue;

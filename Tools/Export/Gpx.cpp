@@ -27,6 +27,19 @@ void AddEventPoint(std::string& gpx, const EventData& data) {
       data.description.id, EscapeMarkup(data.description.timeSource));
 }
 
+/// The format's own elements stand in the order of its schema: this one before the time, the next three behind it.
+std::string FormatElevation(const Fix& fix) {
+  return fix.altitudeMetres ? fmt::format("<ele>{}</ele>", *fix.altitudeMetres) : "";
+}
+
+/// Which kind of fix a corrected one is, the sentences tell; of others not whether they are 2d or 3d.
+std::string FormatQuality(const Fix& fix) {
+  std::string quality = fix.isDifferential ? "<fix>dgps</fix>" : "";
+  if (fix.satellites) quality += fmt::format("<sat>{}</sat>", *fix.satellites);
+  if (fix.hdop) quality += fmt::format("<hdop>{}</hdop>", *fix.hdop);
+  return quality;
+}
+
 void AddSegments(std::string& gpx, const EventData& data) {
   bool isOpen = false;
   for (const Fix& fix : data.gps.records) {
@@ -34,9 +47,10 @@ void AddSegments(std::string& gpx, const EventData& data) {
     isOpen = fix.isValid;
     if (!fix.isValid) continue;
     gpx += fmt::format(
-        "      <trkpt lat=\"{:.7f}\" lon=\"{:.7f}\"><time>{}</time>"
+        "      <trkpt lat=\"{:.7f}\" lon=\"{:.7f}\">{}<time>{}</time>{}"
         "<extensions><tavi:speedKnots>{:.2f}</tavi:speedKnots></extensions></trkpt>\n",
-        fix.latitude, WrapLongitude(fix.longitude), EventStore::FormatTime(fix.utcMs), fix.speedKnots);
+        fix.latitude, WrapLongitude(fix.longitude), FormatElevation(fix), EventStore::FormatTime(fix.utcMs),
+        FormatQuality(fix), fix.speedKnots);
   }
   if (isOpen) gpx += "    </trkseg>\n";
 }

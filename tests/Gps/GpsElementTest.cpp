@@ -85,6 +85,19 @@ TEST_F(GpsElementTest, TheFileHoldsEverySentenceAndTheSpeedOnlyThatOfValidFixes)
   EXPECT_FALSE(collect.Write(stdout, &foreign) || collect.Write(stdout, &cut) || collect.Write(stdout, nullptr));
 }
 
+// Catches a note that makes two lines of one, or says 0 of what no sentence has told.
+TEST_F(GpsElementTest, TheCompanionSaysWhatTheSentenceHasNoFieldFor) {
+  GpsPipelineElement gps(GpsConfig(), 8);
+  const GpsPipelineCollect collect(&gps, true);
+  const std::string blind = Epoch("30.5", "0.9").substr(0, Epoch("30.5", "0.9").find('\n') + 1);
+  for (const auto& [text, note] :
+       {std::pair(Epoch("30.5", "0.9"), "0.9 8 545.4"), {Epoch("1.0", ""), ""}, {blind, ""}}) {
+    Deliver(gps, text);
+    EXPECT_EQ(collect.Annotate(gps.RetrieveCurrent().get()), note) << text;
+  }
+  EXPECT_EQ(collect.Annotate(nullptr), "");
+}
+
 // A unit that is set by a log of last year, or by a fix that is none.
 TEST_F(GpsElementTest, TheReceiversTimeIsThatOfALiveFix) {
   const std::string text = Epoch("30.5", "0.9") + MakeSentence("GPRMC,120001.25,V,,,,,,,230326,,");

@@ -189,12 +189,13 @@ TEST_F(WindowTest, AStartThatWasOverwrittenIsCountedAsLost) {
 
 TEST(EntryTimesTest, ReadsBackWhatWasWrittenAndNothingOfACutLine) {
   const std::string text = FormatTimesHeader(38.3, true) + FormatEntryTime({-15000000000, 77}) +
-                           FormatEntryTime({-14900000000, 90000077}) + FormatEntryTime({-14850000000, {}});
+                           FormatEntryTime({-14900000000, 90000077, "0.9 8"}) + FormatEntryTime({-14850000000, {}});
   const auto times = ParseTimes(text);
   ASSERT_TRUE(times);
   EXPECT_NEAR(times->rate, 38.3, 1e-6);
   ASSERT_EQ(times->entries.size(), 3U);
   EXPECT_EQ(times->entries[1].timestampNs, 90000077U);
+  EXPECT_EQ(times->entries[1].note, "0.9 8");
   // The second entry took 90 ms from the first one's time stamp and 100 ms to arrive: it was 10 ms on its way.
   const auto seconds = times->GetSeconds();
   EXPECT_NEAR(seconds[0], -15.0, 1e-9);

@@ -24,7 +24,7 @@ EventData MakeEvent() {
   data.description.timeMs = 1'795'268'405'123;
   data.description.position = {{48.1, -11.5, 20.0, "2026-11-21T13:40:05Z"}};
   data.gps.records = {{-1.0, true, 1'795'268'404'000, 48.1178767, -11.5167, 24.36, 12.5},
-                      {0.0, true, 1'795'268'405'000, 48.118, -11.5167, 28.83, 12.5},
+                      {0.0, true, 1'795'268'405'000, 48.118, -11.5167, 28.83, 12.5, true, 0.9, 8, 545.4},
                       {1.0, false, 0, 0.0, 0.0, 0.0, 0.0},
                       {2.0, true, 1'795'268'407'000, -48.1182, 180.0, 0.0, 0.0}};
   data.acc.records = {{0.5, {0.0, -0.84375, 0.03125}}};
@@ -41,7 +41,7 @@ TEST(ExportTest, GpxIsBrokenAtGapsAndEscapesTheLabel) {
   <trk><name>A &amp; B &lt; &gt;</name>
     <trkseg>
       <trkpt lat="48.1178767" lon="-11.5167000"><time>2026-11-21T13:40:04.000Z</time><extensions><tavi:speedKnots>24.36</tavi:speedKnots></extensions></trkpt>
-      <trkpt lat="48.1180000" lon="-11.5167000"><time>2026-11-21T13:40:05.000Z</time><extensions><tavi:speedKnots>28.83</tavi:speedKnots></extensions></trkpt>
+      <trkpt lat="48.1180000" lon="-11.5167000"><ele>545.4</ele><time>2026-11-21T13:40:05.000Z</time><fix>dgps</fix><sat>8</sat><hdop>0.9</hdop><extensions><tavi:speedKnots>28.83</tavi:speedKnots></extensions></trkpt>
     </trkseg>
     <trkseg>
       <trkpt lat="-48.1182000" lon="-180.0000000"><time>2026-11-21T13:40:07.000Z</time><extensions><tavi:speedKnots>0.00</tavi:speedKnots></extensions></trkpt>
@@ -66,14 +66,22 @@ TEST_F(ExportFileTest, GpxIsValidByItsSchema) {
   }
 }
 
-TEST(ExportTest, CsvMergesTheStreamsByTime) {
-  const std::string csv = FormatCsv(MakeEvent());
+// The label is of a kind that makes two cells, or two rows, of one.
+TEST(ExportTest, CsvMergesTheStreamsByTimeAndNamesTheEventInEachRow) {
+  EventData data = MakeEvent();
+  data.description.label = "A, \"B\"";
+  std::string csv = FormatCsv(data);
+  const std::string event = ",9f3ca1b2,\"A, \"\"B\"\"\"\n";
+  EXPECT_THAT(csv, HasSubstr(",48.1178767,-11.5167000,24.36,12.5,,,,,,,," + event))
+      << "nothing is known of its quality";
+  for (std::size_t at; (at = csv.find(event)) != std::string::npos;) csv.replace(at, event.size(), "\n");
   EXPECT_THAT(csv, testing::StartsWith("stream,time_from_event_s,time_utc,latitude_deg,longitude_deg,speed_knots,"));
-  EXPECT_THAT(csv, testing::EndsWith("\nGps,0.000,2026-11-21T13:40:05.000Z,48.1180000,-11.5167000,28.83,12.5,,,,,\n"
-                                     "Other,0.250,2026-11-21T13:40:05.373Z,,,,,,,,16,\n"
-                                     "Acc,0.500,2026-11-21T13:40:05.623Z,,,,,0.00000,-0.84375,0.03125,,\n"
-                                     "Gps,1.000,2026-11-21T13:40:06.123Z,,,,,,,,,\n"
-                                     "Gps,2.000,2026-11-21T13:40:07.000Z,-48.1182000,180.0000000,0.00,0.0,,,,,\n"));
+  EXPECT_THAT(
+      csv, testing::EndsWith("\nGps,0.000,2026-11-21T13:40:05.000Z,48.1180000,-11.5167000,28.83,12.5,,,,,,545.4,0.9,8\n"
+                             "Other,0.250,2026-11-21T13:40:05.373Z,,,,,,,,16,,,,\n"
+                             "Acc,0.500,2026-11-21T13:40:05.623Z,,,,,0.00000,-0.84375,0.03125,,,,,\n"
+                             "Gps,1.000,2026-11-21T13:40:06.123Z,,,,,,,,,,,,\n"
+                             "Gps,2.000,2026-11-21T13:40:07.000Z,-48.1182000,180.0000000,0.00,0.0,,,,,,,,\n"));
 }
 
 TEST(ExportTest, GeoJsonHasLongitudeFirstAndNoLineOfOnePoint) {
@@ -82,7 +90,9 @@ TEST(ExportTest, GeoJsonHasLongitudeFirstAndNoLineOfOnePoint) {
   EXPECT_EQ(features[0]["geometry"]["type"], "MultiLineString");
   EXPECT_EQ(features[0]["geometry"]["coordinates"].dump(), "[[[-11.5167,48.1178767],[-11.5167,48.118]]]");
   EXPECT_EQ(features[1]["properties"]["time"], "2026-11-21T13:40:04.000Z");
-  EXPECT_EQ(features[4]["properties"]["label"], MakeEvent().description.label);
+  EXPECT_EQ(features[2]["properties"]["hdop"], 0.9);
+  EXPECT_FALSE(features[1]["properties"].contains("altitudeMetres")) << "0 would be a height";
+  for (const int i : {0, 4}) EXPECT_EQ(features[i]["properties"]["label"], MakeEvent().description.label);
 }
 
 // Names of cameras that break the formats, or are of the other camera.
@@ -154,7 +164,7 @@ TEST_F(ExportProgramTest, AMistakeIsOneLineAndTwoDamageIsOneLineAndOne) {
       {whole, m_dir + "event --csv --output " + m_dir + "event/a.csv", 2,
        "event/a.csv\" belongs to the event; give a file"},
       {whole, m_dir + "event --csv --output " + m_dir + "link", 2, "link\" belongs to the event"},
-      {whole, m_dir + "event", 2, "tavi-export: give one of --gpx, --csv, --geojson and --subtitles"},
+      {whole, m_dir + "event", 2, "tavi-export: give one of --gpx, --csv, --geojson, --mcap and --subtitles"},
       {whole, m_dir + "event --csv --gpx", 2, "give one of"},
       {whole, m_dir + "event --csv --camera 1", 2, "--camera: it goes with --subtitles only"},
       {whole, m_dir + "event --kml", 2, "--kml"},
@@ -171,7 +181,8 @@ TEST_F(ExportProgramTest, AMistakeIsOneLineAndTwoDamageIsOneLineAndOne) {
     EXPECT_THAT(said, HasSubstr(line)) << arguments;
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), line.empty() ? 0 : 1) << said;
   }
-  EXPECT_THAT(ReadFile(m_dir + "out"), HasSubstr("\nOther,-1.000,2026-11-21T13:40:04.123Z,,,,,,,,16,40\n"));
+  EXPECT_THAT(ReadFile(m_dir + "out"),
+              HasSubstr("\nOther,-1.000,2026-11-21T13:40:04.123Z,,,,,,,,16,40,,,,9f3ca1b2,A & B <\x01>\n"));
   EXPECT_EQ(ReadFile(m_dir + "a.csv"), ReadFile(m_dir + "out"));
   std::filesystem::remove(m_dir + "event/event.json");
   EXPECT_EQ(Run(m_dir + "event --csv"), 1);

@@ -62,7 +62,8 @@ TEST(SensorFilesTest, AccelerationsAreInGWithoutGravityAndATenthOfABlockApart) {
 // Entries at their rate's places where a companion tells that the source had stood still.
 TEST(SensorFilesTest, ACompanionTellsWhenEachEntryWas) {
   const std::string text = "times 1 10 counted\n-1000000000 -\n500000000 7\n6000";
-  TimeBase base{-9.0, 10.0, ParseEntrySeconds(text)};
+  TimeBase base{-9.0, 10.0};
+  ReadCompanion(text, base);
   ASSERT_EQ(base.seconds.size(), 2U) << "the last line is cut";
   const std::string block = MakeEntry(std::string(30, '\x20'));
   const auto acc = ParseAcc(block + block + block, base);
@@ -73,7 +74,29 @@ TEST(SensorFilesTest, ACompanionTellsWhenEachEntryWas) {
   base.rate = 1.0;
   const auto gps = ParseGps(MakeEntry("") + MakeEntry("") + MakeEntry(""), base);
   EXPECT_NEAR(gps.records.at(2).secondsFromEvent, 1.5, 1e-9);
-  EXPECT_TRUE(ParseEntrySeconds("[{}]").empty());
+  TimeBase none;
+  ReadCompanion("[{}]", none);
+  EXPECT_TRUE(none.seconds.empty());
+}
+
+// Catches qualities that go to the neighbour's fix, and a height or an accuracy that nobody has measured.
+TEST(SensorFilesTest, ACompanionTellsHowGoodEachFixWas) {
+  TimeBase base;
+  ReadCompanion("times 1 1 counted\n0 - 0.9 8 -12.4\n1 -\n2 - 1.5 x -\n3 - nan -1 inf\n4 5 6.5 12 0.5\n", base);
+  const std::string fix = MakeRmc("134005.00,A,4807.0726,N,01131.0020,E,1.0,,211126,,,A");
+  const auto gps = ParseGps(
+      fix + fix + fix + fix + MakeEntry("") + MakeRmc("134010.00,A,4807.0726,N,01131.0020,E,1.0,,211126,,,D"), base);
+  EXPECT_EQ(gps.problem, "");
+  ASSERT_EQ(gps.records.size(), 6U);
+  EXPECT_EQ(gps.records[0].hdop, 0.9);
+  EXPECT_EQ(gps.records[0].satellites, 8);
+  EXPECT_EQ(gps.records[0].altitudeMetres, -12.4);
+  EXPECT_EQ(gps.records[2].hdop, 1.5);
+  for (const std::size_t i : {1, 3, 4, 5}) EXPECT_FALSE(gps.records[i].hdop) << "entry " << i;
+  for (const std::size_t i : {1, 2, 3, 4, 5}) {
+    EXPECT_FALSE(gps.records[i].satellites || gps.records[i].altitudeMetres) << "entry " << i;
+    EXPECT_EQ(gps.records[i].isDifferential, i == 5);
+  }
 }
 
 // Catches a cold morning that a person reads as 251 degrees.
