@@ -14,7 +14,6 @@ namespace {
 
 /// rclone's status for a directory that is not there (rclone documentation, exit codes).
 constexpr int NoDirectory = 3;
-constexpr int NoFile = 4;
 /// However slow, a network that carries less than this is as good as none: half of what GPRS gives.
 constexpr std::uint64_t LeastBytesPerSecond = 2048;
 
@@ -182,9 +181,9 @@ bool Remote::Put(const std::string& event, const std::string& name, const std::s
 }
 
 bool Remote::Remove(const std::string& event, const std::string& name, std::string& problem) {
-  const auto result = Run({"deletefile", GetPath(event) + "/" + name}, "", 0);
+  const auto result = Run({"delete", GetPath(event), "--files-from-raw=-"}, name + "\n", 0);
   problem = result.problem;
-  return result.status == 0 || result.status == NoDirectory || result.status == NoFile;
+  return result.status == 0 || result.status == NoDirectory;
 }
 
 }  // namespace Tavi::Upload
