@@ -9,6 +9,7 @@
 #include "EventStore/EventName.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/MissingParts.h"
+#include "Recorder/Service/UploadReport.h"
 #include "Recorder/Version.h"
 #include "Tavi/GstUtil/Log.h"
 
@@ -223,6 +224,7 @@ ordered_json Service::DescribeStatus() const {
   }
   status["clock"] = DescribeClock();
   status["storage"] = m_archive.Describe();
+  status["upload"] = ReadUploadReport(m_settings.uploadStatusFile);
   status["sources"] = ToJson(ReadHealth());
   return status;
 }
