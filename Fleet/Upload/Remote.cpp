@@ -29,6 +29,12 @@ std::uint64_t SumBytes(const std::vector<UploadFile>& files) {
   return bytes;
 }
 
+/// In bytes a second; of what may be sent at most half.
+std::uint64_t GetLeastRate(int bandwidthKiBps) {
+  const auto half = static_cast<std::uint64_t>(bandwidthKiBps) * 512;
+  return half == 0 ? LeastBytesPerSecond : std::min(LeastBytesPerSecond, half);
+}
+
 }  // namespace
 
 Remote::Remote(UploadSettings settings, const StopSignal& stop, int lockFd, std::function<void()> onTick)
@@ -52,7 +58,7 @@ ChildResult Remote::Run(std::vector<std::string> words, const std::string& input
   order.words.insert(order.words.end(), words.begin(), words.end());
   order.input = input;
   const auto stall = std::chrono::seconds(m_settings.stallSeconds);
-  order.limit = 4 * stall + std::chrono::seconds(bytes / LeastBytesPerSecond);
+  order.limit = 4 * stall + std::chrono::seconds(bytes / GetLeastRate(m_settings.bandwidthKiBps));
   order.inheritedFd = m_lockFd;
   order.onTick = m_onTick;
   return RunChild(order, m_stop);

@@ -61,8 +61,13 @@ std::string FormatMetrics(const UploadStatus& status) {
 void StatusFile::Write(const UploadStatus& status) {
   std::string problem;
   bool isWritten = m_statusPath.empty() || WriteWholeFile(m_statusPath, FormatStatus(status), ForAll, problem);
-  isWritten =
-      (m_metricsPath.empty() || WriteWholeFile(m_metricsPath, FormatMetrics(status), ForAll, problem)) && isWritten;
+  // It may lie on a disk, unlike the status, and is synced: only what is new goes there.
+  const std::string metrics = FormatMetrics(status);
+  if (!m_metricsPath.empty() && metrics != m_metrics) {
+    const bool isDone = WriteWholeFile(m_metricsPath, metrics, ForAll, problem);
+    m_metrics = isDone ? metrics : "";
+    isWritten = isWritten && isDone;
+  }
   if (!isWritten && problem != m_told) LogWarning(problem);
   m_told = problem;
 }

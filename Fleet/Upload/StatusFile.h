@@ -41,6 +41,8 @@ class StatusFile {
   const std::string m_statusPath;
   const std::string m_metricsPath;
   std::string m_told;
+  /// As they were written last.
+  std::string m_metrics;
 };
 
 /// One JSON object, with the machine's uptime of now, which tells its age to whoever reads it before the next start of
