@@ -27,14 +27,14 @@ echo "groups: $(grep -E '[:,]tavi(,|$)|^tavi:' "$tree/etc/group" | cut -d: -f1 |
 systemd-analyze security --offline=true --no-pager --threshold="$highest" packaging/tavi-recorder.service |
   grep -Ev '^ *✓|^ *NAME|^$' | sed -E 's/ {2,}/  /g'
 
-# The programs beside it, each with a user of its own.
-for unit in packaging/tavi-upload.service; do
-  name=$(basename "$unit" .service)
-  cp "$unit" "$units"
-  install -m 755 /dev/null "$tree/usr/bin/$name"
-  systemd-sysusers --root="$tree" "$PWD/packaging/sysusers-${name#tavi-}.conf" 2> /dev/null
-  grep -q "^$name:" "$tree/etc/passwd" || { echo "there is no user $name"; exit 1; }
-  understood=$(systemd-analyze verify --root="$tree" --man=no --recursive-errors=no "$units/$name.service" 2>&1 || true)
+# A program beside it, with a user of its own: check_beside NAME
+check_beside() {
+  cp "packaging/$1.service" "$units"
+  install -m 755 /dev/null "$tree/usr/bin/$1"
+  systemd-sysusers --root="$tree" "$PWD/packaging/sysusers-${1#tavi-}.conf" 2> /dev/null
+  grep -q "^$1:" "$tree/etc/passwd" || { echo "there is no user $1"; exit 1; }
+  understood=$(systemd-analyze verify --root="$tree" --man=no --recursive-errors=no "$units/$1.service" 2>&1 || true)
   [ -z "$understood" ] || { echo "$understood"; exit 1; }
-  systemd-analyze security --offline=true --no-pager --threshold="$highest" "$unit" | tail -1
-done
+  systemd-analyze security --offline=true --no-pager --threshold="$highest" "packaging/$1.service" | tail -1
+}
+check_beside tavi-upload
