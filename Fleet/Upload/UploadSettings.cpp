@@ -101,7 +101,7 @@ std::string FormatSettings(const UploadSettings& settings) {
 
 std::string CheckSettings(const UploadSettings& settings) {
   UploadSettings copy = settings;
-  const std::string problem = SettingsFile::CheckFields(DescribeFields(copy));
+  std::string problem = SettingsFile::CheckFields(DescribeFields(copy));
   if (!problem.empty()) return problem;
   if (settings.remote.empty()) return fmt::format("field remote: it is empty, {} is right", RemoteForm);
   if (settings.retryFirstSeconds > settings.retryMaxSeconds) {
