@@ -11,3 +11,7 @@ if(TAVI_UNIT)
 endif()
 install(FILES packaging/man/tavi-recorder.1 packaging/man/tavi-ctl.1 packaging/man/tavi-report.1 packaging/man/tavi-export.1
   packaging/man/tavi-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+# Of programs beside the recorder, each a package of its own.
+install(FILES packaging/tavi-upload.service DESTINATION lib/systemd/system)
+install(FILES packaging/sysusers-upload.conf DESTINATION lib/sysusers.d RENAME tavi-upload.conf)
+install(FILES packaging/man/tavi-upload.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

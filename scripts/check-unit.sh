@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# How much the recorder's service could do that it need not: scripts/check-unit.sh. Prints what systemd-analyze holds against
+# How much the recorder's service, and those beside it, could do that they need not: scripts/check-unit.sh. Prints what systemd-analyze holds against
 # it and its figure from 0 to 10; more than 2.0, or a line that systemd does not understand, is an error. Needs no running
 # systemd.
 source "$(dirname "$0")/common.sh"
@@ -26,3 +26,15 @@ echo "user: $user"
 echo "groups: $(grep -E '[:,]tavi(,|$)|^tavi:' "$tree/etc/group" | cut -d: -f1 | sort | paste -sd' ')"
 systemd-analyze security --offline=true --no-pager --threshold="$highest" packaging/tavi-recorder.service |
   grep -Ev '^ *✓|^ *NAME|^$' | sed -E 's/ {2,}/  /g'
+
+# A program beside it, with a user of its own: check_beside NAME
+check_beside() {
+  cp "packaging/$1.service" "$units"
+  install -m 755 /dev/null "$tree/usr/bin/$1"
+  systemd-sysusers --root="$tree" "$PWD/packaging/sysusers-${1#tavi-}.conf" 2> /dev/null
+  grep -q "^$1:" "$tree/etc/passwd" || { echo "there is no user $1"; exit 1; }
+  understood=$(systemd-analyze verify --root="$tree" --man=no --recursive-errors=no "$units/$1.service" 2>&1 || true)
+  [ -z "$understood" ] || { echo "$understood"; exit 1; }
+  systemd-analyze security --offline=true --no-pager --threshold="$highest" "packaging/$1.service" | tail -1
+}
+check_beside tavi-upload

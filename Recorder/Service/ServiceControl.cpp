@@ -10,6 +10,7 @@
 #include "EventStore/LaterLabel.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/MissingParts.h"
+#include "Recorder/Service/UploadReport.h"
 #include "Recorder/Version.h"
 #include "Tavi/GstUtil/Log.h"
 
@@ -248,6 +249,7 @@ ordered_json Service::DescribeStatus() const {
   status["storage"] = m_archive.Describe();
   const auto live = m_live->Read();
   status["live"] = {{"clients", live.clients}, {"dropped", live.dropped}};
+  status["upload"] = ReadUploadReport(m_settings.uploadStatusFile);
   status["sources"] = ToJson(ReadHealth());
   return status;
 }

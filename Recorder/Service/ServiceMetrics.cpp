@@ -5,6 +5,7 @@
 #include "Kbase/Util/TemperatureMonitor.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/Service.h"
+#include "Recorder/Service/UploadReport.h"
 #include "Recorder/Version.h"
 
 namespace Tavi::Recorder {
@@ -38,6 +39,18 @@ void AddStorage(PrometheusText& text, const nlohmann::ordered_json& storage) {
          storage["unsigned"].get<std::string>().empty() ? 1.0 : 0.0);
 }
 
+void AddUpload(PrometheusText& text, const nlohmann::ordered_json& upload) {
+  const auto add = [&](const char* key, const char* name, Type type, const char* help) {
+    if (upload.is_object() && upload[key].is_number()) AddOne(text, name, type, help, upload[key].get<double>());
+  };
+  add("waiting", "tavi_upload_waiting_events", Type::Gauge, "Events that are still to be sent.");
+  add("withheld", "tavi_upload_withheld_events", Type::Gauge, "Events of which only streams are still to be sent.");
+  add("sent", "tavi_upload_sent_total", Type::Counter, "Events that are whole on the far side.");
+  add("failed", "tavi_upload_failures_total", Type::Counter, "Failures since the uploader's start.");
+  add("damaged", "tavi_upload_damaged_events", Type::Gauge, "Events that are not sent because they are damaged.");
+  add("ageSeconds", "tavi_upload_age_seconds", Type::Gauge, "Seconds since the uploader has said so.");
+}
+
 }  // namespace
 
 std::string Service::WriteMetrics() const {
@@ -58,6 +71,7 @@ std::string Service::WriteMetrics() const {
   AddOne(text, "tavi_events_refused_total", Type::Counter, "Requests for which there was no collect manager.",
          static_cast<double>(m_refused));
   AddStorage(text, m_archive.Describe());
+  AddUpload(text, ReadUploadReport(m_settings.uploadStatusFile));
   const auto time = m_timeOfDay.Tell(Moment::Now());
   AddOne(text, "tavi_clock_receiver", Type::Gauge, "1 when events have the receiver's time.",
          time.systemAheadSeconds ? 1.0 : 0.0);

@@ -179,6 +179,8 @@ std::vector<Field> DescribeFields(Settings& settings) {
   fields.emplace_back("control.group", &settings.control.group,
                       Allowed::Text(Limits::GroupBytes, IsGroupName, GroupForm), "",
                       "whose members may command, beside the recorder's own user and root; empty: nobody else");
+  fields.emplace_back("uploadStatusFile", &settings.uploadStatusFile, Limits::OptionalPathBytes, "",
+                      "what tavi-upload says of itself, shown in the status; empty: nothing is shown");
   fields.emplace_back("simulate", &settings.simulate, Allowed(), "", "a simulated car in place of the devices");
   fields.emplace_back("temperatureZone", &settings.temperatureZone, Limits::PathBytes, "",
                       "the kernel's file with the unit's temperature in thousandths of a degree Celsius");

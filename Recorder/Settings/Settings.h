@@ -87,6 +87,8 @@ struct Settings {
   StorageSettings storage;
   TriggerSettings triggers;
   ControlSettings control;
+  /// What tavi-upload says of itself; empty for no upload in the status.
+  std::string uploadStatusFile = "/run/tavi-upload/status.json";
   /// A simulated car in place of the devices.
   bool simulate = false;
   /// Where the unit's temperature is read.

@@ -43,8 +43,10 @@ class ServiceTest : public ServiceProgramTest {
     WriteSettings(json::object());
   }
   void WriteSettings(const json& events, const json& pipeline = json::object()) const {
-    std::ofstream(m_dir + "settings.json")
-        << json::object({{"events", events}, {"pipeline", pipeline}, {"temperatureZone", m_dir + "zone"}});
+    std::ofstream(m_dir + "settings.json") << json::object({{"events", events},
+                                                            {"pipeline", pipeline},
+                                                            {"uploadStatusFile", m_dir + "upload.json"},
+                                                            {"temperatureZone", m_dir + "zone"}});
   }
   void StartService() {
     // With a log file, as the logger then has its thread before anything else.
@@ -146,6 +148,13 @@ TEST_F(ServiceTest, ARequestBecomesADirectoryAndSoDoAThirdAtOnceAndNoFourth) {
   EXPECT_TRUE(WaitUntil([&] { return ReadFile(m_dir + "log").find("SIGHUP") != std::string::npos; }));
   ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["storage"]["saved"] == 3; }));
   EXPECT_EQ(Ctl("status")["state"], "recording") << "one of the refused was carried out";
+  std::ofstream(m_dir + "upload.json") << R"({"bootMs":1,"waiting":3,"withheld":2,"sent":41,"failed":1,"damaged":0,)"
+                                       << R"("lastError":7,"lastSent":{"event":"x","time":"then"},"metered":true})";
+  const auto upload = Ctl("status")["upload"];
+  EXPECT_EQ(upload["waiting"], 3);
+  EXPECT_EQ(upload["lastSent"], "x");
+  EXPECT_TRUE(upload["lastError"].is_null()) << "what is no text is not shown as one";
+  EXPECT_GT(upload["ageSeconds"], 0.5);
   const std::string metrics = Ctl("metrics")["text"];
   EXPECT_EQ(ListMetrics(metrics, "# TYPE tavi_"), ListMetrics(ReadFile(CONTROL_DOCUMENT), "\n| `tavi_"));
   EXPECT_THAT(metrics, HasSubstr("\ntavi_temperature_celsius 47\n"));

@@ -16,6 +16,7 @@ FORMS = {
     "tavi-report": [([], ["/"])],
     "tavi-export": [([], ["/", "--gpx"])],
     "tavi-verify": [([], ["/"])],
+    "tavi-upload": [([], []), (["run"], []), (["once"], [])],
 }
 CTL_NEEDS = {"ignition": ["on"], "show": ["last"], "export": ["last", "--output=/tmp/x"], "protect": ["last"], "label": ["last", "x"],
              "remove": ["last"]}
