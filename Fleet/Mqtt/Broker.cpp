@@ -145,7 +145,8 @@ void Broker::End(int result) {
 }
 
 std::string Broker::Describe(int result) {
-  const std::string text = result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
+  std::string text = result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
+  if (text.ends_with('.')) text.pop_back();
   return m_detail.empty() ? text : fmt::format("{} ({})", text, m_detail);
 }
 

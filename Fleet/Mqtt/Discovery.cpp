@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <string_view>
 
 #include "Fleet/Mqtt/Payloads.h"
 #include "Kbase/Json/Json.h"
@@ -12,28 +13,28 @@ namespace {
 using Json = Kbase::Json::Object;
 
 struct Value {
-  const char* component;
-  const char* key;
-  const char* name;
-  /// Of health; null for availability.
-  const char* valueTemplate;
-  const char* deviceClass;
-  const char* unit;
-  const char* category;
+  std::string_view component;
+  std::string_view key;
+  std::string_view name;
+  /// Of health; empty for availability.
+  std::string_view valueTemplate;
+  /// As dashboards know it; this and what follows may be empty.
+  std::string_view deviceClass;
+  std::string_view unit;
+  std::string_view category;
 };
 
 constexpr std::array<Value, 8> Values{{
-    {"sensor", "state", "State", "{{ value_json.state }}", nullptr, nullptr, nullptr},
+    {"sensor", "state", "State", "{{ value_json.state }}", "", "", ""},
     {"sensor", "free", "Free storage", "{{ value_json.storage.freeBytes if value_json.storage else None }}",
      "data_size", "B", "diagnostic"},
-    {"sensor", "events", "Events", "{{ value_json.storage.events if value_json.storage else None }}", nullptr, "events",
-     nullptr},
+    {"sensor", "events", "Events", "{{ value_json.storage.events if value_json.storage else None }}", "", "events", ""},
     {"sensor", "temperature", "Temperature", "{{ value_json.temperatureCelsius }}", "temperature", "°C", "diagnostic"},
     {"sensor", "last_event", "Last event", "{{ value_json.lastEvent.time if value_json.lastEvent else None }}",
-     "timestamp", nullptr, nullptr},
-    {"sensor", "unpublished", "Events to publish", "{{ value_json.unpublished }}", nullptr, "events", "diagnostic"},
-    {"binary_sensor", "problem", "Problem", "{{ 'ON' if value_json.problem else 'OFF' }}", "problem", nullptr, nullptr},
-    {"binary_sensor", "connection", "Connection", nullptr, "connectivity", nullptr, "diagnostic"},
+     "timestamp", "", ""},
+    {"sensor", "unpublished", "Events to publish", "{{ value_json.unpublished }}", "", "events", "diagnostic"},
+    {"binary_sensor", "problem", "Problem", "{{ 'ON' if value_json.problem else 'OFF' }}", "problem", "", ""},
+    {"binary_sensor", "connection", "Connection", "", "connectivity", "", "diagnostic"},
 }};
 
 /// Three messages that did not come make a value unknown.
@@ -51,8 +52,7 @@ void AddHealthValue(const Settings& settings, const Value& value, const std::str
   config["value_template"] = value.valueTemplate;
   config["availability_topic"] = availability;
   config["expire_after"] = MissedMessages * settings.healthSeconds;
-  if (value.deviceClass == std::string_view("problem"))
-    config["json_attributes_topic"] = BuildTopic(settings, "health");
+  if (value.deviceClass == "problem") config["json_attributes_topic"] = BuildTopic(settings, "health");
 }
 
 Message BuildOne(const Settings& settings, const Value& value) {
@@ -60,16 +60,16 @@ Message BuildOne(const Settings& settings, const Value& value) {
   Json config;
   config["name"] = value.name;
   config["unique_id"] = fmt::format("tavi_{}_{}", settings.unit, value.key);
-  if (value.valueTemplate != nullptr) {
+  if (!value.valueTemplate.empty()) {
     AddHealthValue(settings, value, availability, config);
   } else {
     config["state_topic"] = availability;
     config["payload_on"] = Online;
     config["payload_off"] = Offline;
   }
-  if (value.deviceClass != nullptr) config["device_class"] = value.deviceClass;
-  if (value.unit != nullptr) config["unit_of_measurement"] = value.unit;
-  if (value.category != nullptr) config["entity_category"] = value.category;
+  if (!value.deviceClass.empty()) config["device_class"] = value.deviceClass;
+  if (!value.unit.empty()) config["unit_of_measurement"] = value.unit;
+  if (!value.category.empty()) config["entity_category"] = value.category;
   config["device"] = BuildDevice(settings);
   config["origin"] = {{"name", "tavi-mqtt"}, {"sw_version", TAVI_VERSION}};
   const std::string topic =

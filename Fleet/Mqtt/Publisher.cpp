@@ -23,7 +23,7 @@ constexpr milliseconds FirstPause{1000};
 constexpr seconds Lasting{10};
 /// How long the broker may take to acknowledge an event; a slow modem brings a description within seconds.
 constexpr seconds AcknowledgeTimeout{60};
-constexpr milliseconds FirstRefusalPause{5000};
+constexpr milliseconds FirstRefusalPause{2000};
 constexpr milliseconds LongestRefusalPause{300'000};
 constexpr seconds AskEvery{5};
 constexpr milliseconds LongestNap{1000};
