@@ -11,3 +11,8 @@ if(TAVI_UNIT)
 endif()
 install(FILES packaging/man/tavi-recorder.1 packaging/man/tavi-ctl.1 packaging/man/tavi-report.1 packaging/man/tavi-export.1
   packaging/man/tavi-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# Programs beside the recorder.
+install(FILES packaging/tavi-mqtt.service DESTINATION lib/systemd/system)
+install(FILES packaging/tavi-mqtt.sysusers DESTINATION lib/sysusers.d RENAME tavi-mqtt.conf)
+install(FILES packaging/man/tavi-mqtt.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
