@@ -21,7 +21,7 @@ pack=(dpkg-dev debhelper lintian systemd)
 test=(
   gstreamer1.0-tools libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
   gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
-  libcjson1 libdlt2 openssl
+  libcjson1 libdlt2 libwrap0 openssl
 )
 guest=(qemu-system-x86 debootstrap busybox-static cpio kmod e2fsprogs gcc-12 make xz-utils python3 ffmpeg)
 schema=
