@@ -15,3 +15,8 @@ install(FILES packaging/man/tavi-recorder.1 packaging/man/tavi-ctl.1 packaging/m
 install(FILES packaging/tavi-upload.service DESTINATION lib/systemd/system)
 install(FILES packaging/sysusers-upload.conf DESTINATION lib/sysusers.d RENAME tavi-upload.conf)
 install(FILES packaging/man/tavi-upload.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# Programs beside the recorder.
+install(FILES packaging/tavi-mqtt.service DESTINATION lib/systemd/system)
+install(FILES packaging/tavi-mqtt.sysusers DESTINATION lib/sysusers.d RENAME tavi-mqtt.conf)
+install(FILES packaging/man/tavi-mqtt.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

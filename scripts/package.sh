@@ -16,7 +16,7 @@ scripts/setup.sh --build --package
 export BUILD_DIR=build/deb-$arch PACKAGE_DIR=build/package-$arch DEB_BUILD_OPTIONS="parallel=$jobs"
 say "building in $BUILD_DIR"
 # What an earlier run has left but the compiled tree.
-rm -rf "$PACKAGE_DIR" debian/{.debhelper,debhelper-build-stamp,files,tmp,libtavi0,libtavi-dev,tavi-recorder,tavi-tools,tavi-upload}
+rm -rf "$PACKAGE_DIR" debian/{.debhelper,debhelper-build-stamp,files,tmp,libtavi0,libtavi-dev,tavi-mqtt,tavi-recorder,tavi-tools,tavi-upload}
 debian/rules build >&2
 say "packing"
 debian/rules binary >&2

@@ -12,7 +12,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
-  libasound2-dev libsystemd-dev libssl-dev
+  libasound2-dev libsystemd-dev libssl-dev libmosquitto-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
 )
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
@@ -22,11 +22,14 @@ test=(
   gstreamer1.0-tools libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev ffmpeg
   gpsd gpsd-clients clang libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck chromium chromium-driver python3 libxml2-utils
   rclone
+  libcjson1 libdlt2 libwrap0 openssl
 )
 guest=(qemu-system-x86 debootstrap busybox-static cpio kmod e2fsprogs gcc-12 make xz-utils python3 ffmpeg)
 schema=
 axe=
 mcap=
+broker=
+duckdb=
 [ "$*" = --build ] || packages+=("${run[@]}")
 for option in "$@"; do
   case $option in
@@ -39,6 +42,8 @@ for option in "$@"; do
       schema=build/schemas/gpx11.xsd
       axe=build/axe/axe.min.js
       mcap=build/mcap/node_modules
+      broker=build/mosquitto/usr/sbin/mosquitto
+      duckdb=build/duckdb/node_modules/@duckdb/node-api
       ;;
     *) say "unknown option $option: --build, --stream, --package, --test and --guest are right"; exit 2 ;;
   esac
@@ -91,4 +96,25 @@ if [ -n "$mcap" ] && [ ! -e "$mcap" ]; then
     say "no $mcap: its test will be skipped"
   fi
   rm -rf build/mcap.new
+fi
+
+# The broker of MQTT's tests, unpacked and not installed: the package starts a service that no machine needs for a test.
+if [ -n "$broker" ] && [ ! -e "$broker" ] && ! command -v mosquitto > /dev/null; then
+  mkdir -p build/mosquitto
+  (
+    cd build/mosquitto
+    timeout 60 apt-get download -o Acquire::Retries=0 -o Acquire::http::Timeout=20 -o APT::Sandbox::User=root mosquitto &&
+      dpkg-deb --fsys-tarfile mosquitto_*.deb | tar -x ./usr/bin/mosquitto_passwd ./usr/sbin/mosquitto
+  ) > /dev/null 2>&1 || say "no $broker: its tests will be skipped"
+  rm -f build/mosquitto/mosquitto_*.deb
+fi
+
+# What a test asks SQL of events with. Its parts are packages of the registry; nothing runs at the installation.
+if [ -n "$duckdb" ] && [ ! -e "$duckdb" ]; then
+  mkdir -p build/duckdb
+  (
+    cd build/duckdb
+    echo '{"private": true}' > package.json
+    timeout 120 npm install --silent --ignore-scripts --no-audit --no-fund @duckdb/node-api@1.5.6-r.1
+  ) > /dev/null 2>&1 || say "no $duckdb: its test will be skipped"
 fi

@@ -17,6 +17,7 @@ FORMS = {
     "tavi-export": [([], ["/", "--gpx"])],
     "tavi-verify": [([], ["/"])],
     "tavi-upload": [([], []), (["run"], []), (["once"], [])],
+    "tavi-mqtt": [([], [])],
 }
 CTL_NEEDS = {"ignition": ["on"], "show": ["last"], "export": ["last", "--output=/tmp/x"], "protect": ["last"], "label": ["last", "x"],
              "remove": ["last"]}
