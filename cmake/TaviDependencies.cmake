@@ -6,13 +6,17 @@ pkg_check_modules(Crypto REQUIRED IMPORTED_TARGET libcrypto>=3.0)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(FFmpeg REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil)
 pkg_check_modules(TurboJpeg REQUIRED IMPORTED_TARGET libturbojpeg)
-pkg_check_modules(Mosquitto REQUIRED IMPORTED_TARGET libmosquitto)
 pkg_check_modules(Uuid REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(Alsa REQUIRED IMPORTED_TARGET alsa)
 find_package(spdlog REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
+
+# Of the programs beside the recorder.
+if(TAVI_BUILD_FLEET)
+  pkg_check_modules(Mosquitto REQUIRED IMPORTED_TARGET libmosquitto)
+endif()
 
 # libyuv ships no pkg-config file in Debian 12.
 find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)

@@ -3,7 +3,10 @@ include(CMakePackageConfigHelpers)
 
 set(taviLibraries Tavi Kbase Kdevice Ksystem KMedia)
 install(TARGETS ${taviLibraries} EXPORT TaviTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export tavi-verify tavi-mqtt tavi-upload)
+set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export tavi-verify)
+if(TAVI_BUILD_FLEET)
+  list(APPEND taviPrograms tavi-mqtt tavi-upload)
+endif()
 install(TARGETS ${taviPrograms} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # GStreamer looks there by itself.
 install(TARGETS SoftImx LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)

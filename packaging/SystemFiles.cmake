@@ -11,12 +11,12 @@ if(TAVI_UNIT)
 endif()
 install(FILES packaging/man/tavi-recorder.1 packaging/man/tavi-ctl.1 packaging/man/tavi-report.1 packaging/man/tavi-export.1
   packaging/man/tavi-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-# Of programs beside the recorder, each a package of its own.
-install(FILES packaging/tavi-upload.service DESTINATION lib/systemd/system)
-install(FILES packaging/sysusers-upload.conf DESTINATION lib/sysusers.d RENAME tavi-upload.conf)
-install(FILES packaging/man/tavi-upload.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
-# Programs beside the recorder.
-install(FILES packaging/tavi-mqtt.service DESTINATION lib/systemd/system)
-install(FILES packaging/tavi-mqtt.sysusers DESTINATION lib/sysusers.d RENAME tavi-mqtt.conf)
-install(FILES packaging/man/tavi-mqtt.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+# Programs beside the recorder, each a package of its own.
+if(TAVI_BUILD_FLEET)
+  foreach(program mqtt upload)
+    install(FILES packaging/tavi-${program}.service DESTINATION lib/systemd/system)
+    install(FILES packaging/tavi-${program}.sysusers DESTINATION lib/sysusers.d RENAME tavi-${program}.conf)
+    install(FILES packaging/man/tavi-${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endforeach()
+endif()

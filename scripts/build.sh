@@ -14,7 +14,7 @@ while [ $# -gt 0 ]; do
   esac
   shift 2
 done
-scripts/setup.sh --build
+case " $* " in *' -DTAVI_BUILD_FLEET=OFF '*) scripts/setup.sh --build ;; *) scripts/setup.sh --build --fleet ;; esac
 # What only running needs comes while the compiler works.
 scripts/setup.sh &
 rest=$!

@@ -12,7 +12,7 @@ while [ $# -gt 0 ]; do
   esac
   shift
 done
-scripts/setup.sh --build --package
+scripts/setup.sh --build --fleet --package
 export BUILD_DIR=build/deb-$arch PACKAGE_DIR=build/package-$arch DEB_BUILD_OPTIONS="parallel=$jobs"
 say "building in $BUILD_DIR"
 # What an earlier run has left but the compiled tree.

@@ -4,5 +4,6 @@
 source "$(dirname "$0")/common.sh"
 
 case " $* " in *" --stream"*) scripts/setup.sh --stream ;; esac
-scripts/build.sh --target tavi-recorder
+# Built once, and without what only other programs need.
+scripts/build.sh --target tavi-recorder -DTAVI_BUILD_FLEET=OFF -DTAVI_UNITY=ON
 exec build/release/bin/tavi-recorder --simulate --preview --collect-after 12 --start -10 --duration 15 --output build/events "$@"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--stream] [--package] [--test] [--guest]
+# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--fleet] [--stream] [--package] [--test] [--guest]
 #   --build   only what building needs
+#   --fleet   what building the programs beside the recorder needs besides
 #   --stream  what live streams, cameras that encode by themselves and encoders other than x264 need besides
 #   --package what packing needs besides
 #   --guest   what the emulated machine of test-guest.sh needs besides; its kernel and its packages are not installed here
@@ -12,9 +13,10 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
-  libasound2-dev libsystemd-dev libssl-dev libmosquitto-dev
+  libasound2-dev libsystemd-dev libssl-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
 )
+fleet=(libmosquitto-dev)
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
 stream=(gstreamer1.0-plugins-bad)
 pack=(dpkg-dev debhelper lintian systemd)
@@ -30,22 +32,23 @@ axe=
 mcap=
 broker=
 duckdb=
-[ "$*" = --build ] || packages+=("${run[@]}")
+case "$*" in --build | '--build --fleet') ;; *) packages+=("${run[@]}") ;; esac
 for option in "$@"; do
   case $option in
     --build) ;;
+    --fleet) packages+=("${fleet[@]}") ;;
     --stream) packages+=("${stream[@]}") ;;
     --package) packages+=("${pack[@]}") ;;
     --guest) packages+=("${guest[@]}") ;;
     --test)
-      packages+=("${stream[@]}" "${pack[@]}" "${test[@]}")
+      packages+=("${fleet[@]}" "${stream[@]}" "${pack[@]}" "${test[@]}")
       schema=build/schemas/gpx11.xsd
       axe=build/axe/axe.min.js
       mcap=build/mcap/node_modules
       broker=build/mosquitto/usr/sbin/mosquitto
       duckdb=build/duckdb/node_modules/@duckdb/node-api
       ;;
-    *) say "unknown option $option: --build, --stream, --package, --test and --guest are right"; exit 2 ;;
+    *) say "unknown option $option: --build, --fleet, --stream, --package, --test and --guest are right"; exit 2 ;;
   esac
 done
 
