@@ -12,7 +12,8 @@ extern "C" {
 namespace Tavi::Web {
 namespace {
 
-/// Fragments are cut by TakeFragment only; each has its own time, as the stream may have gaps; the muxer keeps no index.
+/// Fragments are cut by TakeFragment only; each has its own time, as the stream may have gaps; the muxer keeps no
+/// index.
 constexpr const char* Flags = "empty_moov+default_base_moof+frag_custom+frag_discont+skip_trailer+skip_sidx";
 
 bool Fail(std::string& problem, const char* action, int error) {

@@ -27,6 +27,8 @@ class FragmentMuxer {
     int sampleRate = 0;
     int channels = 0;
     int samplesPerFrame = 0;
+
+    bool operator==(const Sound&) const = default;
   };
   /// Of a video's times.
   static constexpr int VideoTicksPerSecond = 90'000;
