@@ -2,133 +2,11 @@
 #include "Control/ControlClient.h"
 
 #include <fmt/format.h>
-#include <poll.h>
-#include <sys/socket.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <climits>
-#include <cstring>
-
-#include "Control/Protocol.h"
+#include "Control/Conversation.h"
 #include "Control/SocketAddress.h"
-#include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace Tavi::Recorder {
-namespace {
-
-using Clock = std::chrono::steady_clock;
-using Ksystem::FileUtils::UniqueFd;
-using std::chrono::milliseconds;
-
-constexpr int TellEveryMs = 1000;
-/// How often connecting is tried again: while the recorder is not there yet, or its backlog is full.
-constexpr int RetryMs = 20;
-
-/// One conversation; every operation gives an empty text or the reason for which it failed.
-class Conversation {
- public:
-  explicit Conversation(const Patience& patience)
-      : m_onWait(patience.onWait), m_connectDeadline(m_start + patience.connect) {
-    if (patience.timeout) m_deadline = m_start + *patience.timeout;
-  }
-
-  std::string Connect(const sockaddr_un& address) {
-    m_socket = UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!m_socket.IsValid()) return std::strerror(errno);
-    while (::connect(m_socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-      const bool isAbsent = errno == ENOENT || errno == ECONNREFUSED;
-      const bool mayCome = isAbsent && Clock::now() < m_connectDeadline && GetRemainingMs() != 0;
-      if (!mayCome && errno != EAGAIN && errno != EINTR) return DescribeConnectError();
-      if (GetRemainingMs() == 0) return Silence;
-      ::poll(nullptr, 0, RetryMs);
-      Tell();
-    }
-    return {};
-  }
-
-  std::string Send(const std::string& line) {
-    for (std::size_t sent = 0; sent < line.size();) {
-      const ssize_t size = ::send(m_socket.Get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
-      if (size > 0) {
-        sent += static_cast<std::size_t>(size);
-      } else if (errno == EPIPE || errno == ECONNRESET) {
-        return {};  // whoever refuses a client at once tells why before it closes
-      } else if (errno != EAGAIN && errno != EINTR) {
-        return std::strerror(errno);
-      } else if (!WaitFor(POLLOUT)) {
-        return Silence;
-      }
-    }
-    return {};
-  }
-
-  std::string Receive(std::string& line) {
-    std::array<char, 16 * 1024> chunk;
-    while (line.size() <= MaxReplyBytes) {
-      if (!WaitFor(POLLIN)) return Silence;
-      const ssize_t size = ::recv(m_socket.Get(), chunk.data(), chunk.size(), 0);
-      if (size == 0 || (size < 0 && errno == ECONNRESET)) return "it closed the connection without a reply";
-      if (size < 0 && errno != EAGAIN && errno != EINTR) return std::strerror(errno);
-      if (size < 0) continue;
-      auto* const end = std::find(chunk.data(), chunk.data() + size, '\n');
-      line.append(chunk.data(), end);
-      if (end != chunk.data() + size) return {};
-    }
-    return "its reply is longer than a recorder's";
-  }
-
- private:
-  static constexpr const char* Silence = "it does not answer in time";
-
-  static std::string DescribeConnectError() {
-    if (errno == ENOENT) return "there is no such socket; is the recorder running?";
-    if (errno == ECONNREFUSED) return "nobody listens there any more; is the recorder running?";
-    return std::strerror(errno);
-  }
-
-  /// -1 for no end, as poll() takes it.
-  [[nodiscard]] int GetRemainingMs() const {
-    if (!m_deadline) return -1;
-    const auto left = std::chrono::ceil<milliseconds>(*m_deadline - Clock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
-  }
-
-  /// As long, but no longer than until somebody is to be told that this waits.
-  [[nodiscard]] int GetNapMs() const {
-    const int remaining = GetRemainingMs();
-    const bool isLonger = remaining < 0 || remaining > TellEveryMs;
-    return m_onWait && isLonger ? TellEveryMs : remaining;
-  }
-
-  /// Once a second.
-  void Tell() {
-    const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_start);
-    if (m_onWait && waited > m_told) m_onWait(m_told = waited);
-  }
-
-  /// False when the time is over.
-  [[nodiscard]] bool WaitFor(short events) {
-    pollfd waiting{m_socket.Get(), events, 0};
-    while (true) {
-      const int nap = GetNapMs();
-      const int ready = ::poll(&waiting, 1, nap);
-      if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
-      if (GetRemainingMs() == 0) return false;
-      if (ready == 0) Tell();
-    }
-  }
-
-  const std::function<void(std::chrono::seconds)>& m_onWait;
-  const Clock::time_point m_start = Clock::now();
-  const Clock::time_point m_connectDeadline;
-  std::chrono::seconds m_told{0};
-  UniqueFd m_socket;
-  std::optional<Clock::time_point> m_deadline;
-};
-
-}  // namespace
 
 std::optional<std::string> Exchange(const std::string& socketPath, const std::string& line, const Patience& patience,
                                     std::string& problem) {
@@ -136,9 +14,10 @@ std::optional<std::string> Exchange(const std::string& socketPath, const std::st
   if (!address) return std::nullopt;
   Conversation conversation(patience);
   std::string reply;
+  std::string rest;
   std::string reason = conversation.Connect(*address);
   if (reason.empty()) reason = conversation.Send(line);
-  if (reason.empty()) reason = conversation.Receive(reply);
+  if (reason.empty()) reason = conversation.Receive(reply, rest);
   if (reason.empty()) return reply;
   problem = fmt::format("no recorder answers at {}: {}", socketPath, reason);
   return std::nullopt;

@@ -9,6 +9,7 @@
 #include <set>
 #include <string_view>
 
+#include "Control/LiveProtocol.h"
 #include "Kbase/Json/Json.h"
 
 namespace Tavi::Recorder {
@@ -87,6 +88,16 @@ class FieldReader {
                            EventIdDigits));
     }
   }
+  void ReadStreams(const char* name, std::vector<std::string>& target) {
+    const Json* value = Find(name);
+    if (!value) return;
+    if (!value->is_array() || value->empty()) {
+      return Complain(fmt::format("{}: {} is no list of streams; give some of {}, or leave it out for all", name,
+                                  value->is_array() ? "an empty list" : Quote(*value),
+                                  fmt::join(LiveStreamNames, ", ")));
+    }
+    for (const Json& stream : *value) ReadStream(name, stream, target);
+  }
   void Demand(const char* name, const char* right) {
     if (!m_request.contains(name)) Complain(fmt::format("{}: it is missing; give {}", name, right));
   }
@@ -106,6 +117,16 @@ class FieldReader {
     m_known.emplace_back(name);
     const auto found = m_request.find(name);
     return found == m_request.end() ? nullptr : &*found;
+  }
+  void ReadStream(const char* name, const Json& value, std::vector<std::string>& target) {
+    const auto known = std::find(LiveStreamNames.begin(), LiveStreamNames.end(), value);
+    if (known == LiveStreamNames.end()) {
+      Complain(fmt::format("{}: {} is no stream; there are {}", name, Quote(value), fmt::join(LiveStreamNames, ", ")));
+    } else if (std::find(target.begin(), target.end(), *known) != target.end()) {
+      Complain(fmt::format("{}: {} is there twice; once is right", name, Quote(value)));
+    } else {
+      target.emplace_back(*known);
+    }
   }
   void Complain(std::string sentence) {
     if (m_problem.empty()) m_problem = std::move(sentence);
@@ -186,6 +207,13 @@ std::optional<RemoveRequest> ParseRemoveRequest(const Json& request, std::string
   return reader.Finish() ? std::make_optional(remove) : std::nullopt;
 }
 
+std::optional<LiveRequest> ParseLiveRequest(const Json& request, std::string& problem) {
+  LiveRequest live;
+  FieldReader reader(request, problem);
+  reader.ReadStreams("streams", live.streams);
+  return reader.Finish() ? std::make_optional(live) : std::nullopt;
+}
+
 nlohmann::ordered_json BuildRequest(const EventRequest& request) {
   nlohmann::ordered_json json{{"command", Command::Event}};
   if (request.beforeSeconds) json["beforeSeconds"] = *request.beforeSeconds;
@@ -205,6 +233,12 @@ nlohmann::ordered_json BuildRequest(const ProtectRequest& request) {
 
 nlohmann::ordered_json BuildRequest(const RemoveRequest& request) {
   return {{"command", Command::Remove}, {"event", request.event}, {"evenProtected", request.evenProtected}};
+}
+
+nlohmann::ordered_json BuildRequest(const LiveRequest& request) {
+  nlohmann::ordered_json json{{"command", Command::Live}};
+  if (!request.streams.empty()) json["streams"] = request.streams;
+  return json;
 }
 
 std::size_t CountCharacters(std::string_view utf8) {

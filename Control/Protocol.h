@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Control/RequestLimits.h"
 
@@ -33,6 +34,7 @@ inline constexpr const char* Protect = "protect";
 inline constexpr const char* Remove = "remove";
 inline constexpr const char* Metrics = "metrics";
 inline constexpr const char* Identity = "identity";
+inline constexpr const char* Live = "live";
 inline constexpr const char* Stop = "stop";
 }  // namespace Command
 
@@ -71,6 +73,12 @@ struct RemoveRequest {
   bool evenProtected = false;
 };
 
+/// What the sources deliver from now on, on the same connection; see LiveProtocol.
+struct LiveRequest {
+  /// Of LiveStreamNames, each once; empty: all that are enabled.
+  std::vector<std::string> streams;
+};
+
 /// Reads one line into an object with a string "command" and, if any, an "id" that is a string or an integer. Empty,
 /// with one sentence in `problem`, when the line is anything else or nested deeper than requests are.
 std::optional<nlohmann::ordered_json> ParseRequest(const std::string& line, std::string& problem);
@@ -85,12 +93,14 @@ std::optional<EventRequest> ParseEventRequest(const nlohmann::ordered_json& requ
 std::optional<IgnitionRequest> ParseIgnitionRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<ProtectRequest> ParseProtectRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<RemoveRequest> ParseRemoveRequest(const nlohmann::ordered_json& request, std::string& problem);
+std::optional<LiveRequest> ParseLiveRequest(const nlohmann::ordered_json& request, std::string& problem);
 
 /// The requests as the functions above read them.
 nlohmann::ordered_json BuildRequest(const EventRequest& request);
 nlohmann::ordered_json BuildRequest(const IgnitionRequest& request);
 nlohmann::ordered_json BuildRequest(const ProtectRequest& request);
 nlohmann::ordered_json BuildRequest(const RemoveRequest& request);
+nlohmann::ordered_json BuildRequest(const LiveRequest& request);
 
 /// What is wrong with an event's label; empty for UTF-8 of at most MaxLabelCharacters code points without control
 /// characters (C0, DEL, C1: they would act on the terminal that lists the events).

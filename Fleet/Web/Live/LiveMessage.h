@@ -21,12 +21,24 @@ enum class MessageKind : std::uint8_t {
   SoundFragment = 6,
 };
 
+/// Camera 0, camera 1, sound.
+inline constexpr std::size_t MediaStreams = 3;
+inline constexpr std::size_t SoundIndex = 2;
+
+/// Of anything but JSON: which of MediaStreams it belongs to, and whether it is an init segment.
+constexpr std::size_t GetStreamIndex(MessageKind kind) {
+  return (static_cast<std::size_t>(kind) - 1) / 2;
+}
+constexpr bool IsInit(MessageKind kind) {
+  return static_cast<unsigned>(kind) % 2 == 1;
+}
+
 /// One message, the same object for all viewers. Immutable once it is shared.
 struct LiveMessage {
   /// Kind, four bytes of length with the highest first, payload: as it goes to the browser.
   std::vector<std::uint8_t> bytes;
   MessageKind kind = MessageKind::Json;
-  /// Of a camera's fragment: a decoder can start here.
+  /// Of a fragment: a decoder can start here.
   bool isKeyFrame = false;
   /// Of a fragment: its number within its stream, counted from 0 without a gap.
   std::uint64_t number = 0;

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -23,7 +22,7 @@ class Fanout;
 /// A viewer that leaves messages of more than 4 s or 8 MiB unread loses what waits and is given nothing more until it
 /// reads again: it then continues where it was if that is still kept, else at each camera's newest key frame, with a
 /// message {"gap":"camera0"} for each stream ("camera0", "camera1", "sound") of which it has lost something.
-class LiveViewer : public std::enable_shared_from_this<LiveViewer> {
+class LiveViewer {
  public:
   static constexpr std::chrono::milliseconds LongestUnread{4000};
   static constexpr std::size_t MostUnreadBytes = 8 * 1024 * 1024;
@@ -40,10 +39,6 @@ class LiveViewer : public std::enable_shared_from_this<LiveViewer> {
   /// Ends it and wakes who reads.
   void Close();
 
-  /// `wake` is called from the hub's threads, without a lock, when there is something to read after there was nothing,
-  /// and at the end; it must neither block nor call this. For servers that do not wait in Read. Once, before reading.
-  void SetWake(std::function<void()> wake);
-
   /// Bytes that wait to be read.
   [[nodiscard]] std::size_t GetUnreadBytes() const;
   /// How often it has lost something.
@@ -57,11 +52,20 @@ class LiveViewer : public std::enable_shared_from_this<LiveViewer> {
     Clock::time_point since;
   };
 
-  /// From the fan-out, with its lock held. The wake to be called once that lock is let go; empty for none.
-  [[nodiscard]] std::function<void()> Push(const MessagePtr& message, Clock::time_point now);
-  void PushLocked(const MessagePtr& message, Clock::time_point now);
-  MessagePtr TakeLocked();
+  // From the fan-out, with its lock held.
+  void Push(const MessagePtr& message, Clock::time_point now);
+  void BeginAnew();
+  void Give(const MessagePtr& message, Clock::time_point now);
+  void GiveInit(std::size_t index, const MessagePtr& init, Clock::time_point now);
+  void AwaitKey(std::size_t index, bool awaits);
+  [[nodiscard]] bool HasBegun(std::size_t index) const;
+  /// The number of the fragment that follows what was read.
+  [[nodiscard]] std::uint64_t GetWanted(std::size_t index) const;
+  void End();
+
+  void GiveLocked(const MessagePtr& message, Clock::time_point now);
   void DropLocked();
+  MessagePtr TakeLocked();
 
   const std::shared_ptr<Fanout> m_fanout;
   /// Taken after the fan-out's, never before.
@@ -69,9 +73,11 @@ class LiveViewer : public std::enable_shared_from_this<LiveViewer> {
   std::condition_variable m_changed;
   std::deque<Waiting> m_queue;
   std::size_t m_bytes = 0;
-  std::function<void()> m_wake;
-  /// Of each kind of fragment the number of the last one that was read; empty before the first.
-  std::array<std::optional<std::uint64_t>, 7> m_lastRead;
+  /// What it has read of each stream: the newest init segment and the last fragment's number, empty before the first.
+  std::array<MessagePtr, MediaStreams> m_initRead;
+  std::array<std::optional<std::uint64_t>, MediaStreams> m_lastRead;
+  /// Fragments of that stream are left out up to its next key frame.
+  std::array<bool, MediaStreams> m_awaitsKey{};
   std::uint64_t m_gaps = 0;
   /// It has lost what waited and is given nothing until it reads.
   bool m_isBehind = false;
