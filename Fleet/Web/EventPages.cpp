@@ -38,17 +38,15 @@ std::unique_ptr<BodySource> BuildArchive(const std::string& eventsDir, const std
   const EventFiles files(eventsDir, name, problem);
   if (!files.IsValid()) return nullptr;
   auto archive = std::make_unique<ArchiveBody>(files.GetEvent().timeMs / MsPerSecond);
+  std::string absent;
   for (const auto& each : files.ListNames()) {
     auto file = files.Open(each);
-    const bool isSignature = each == "event.json.sig";
-    // An event that nobody has signed has none.
-    if (!file && isSignature && !files.GetEvent().seal) continue;
-    if (!file) {
-      problem = fmt::format("{} of the event {} cannot be read", each, name);
-      return nullptr;
-    }
-    archive->Add(name + "/" + each, std::move(*file));
+    // An event that nobody has signed has no signature.
+    const bool isMissing = !file && (each != "event.json.sig" || files.GetEvent().seal);
+    if (file) archive->Add(name + "/" + each, std::move(*file));
+    if (isMissing) absent += each + "\n";
   }
+  if (!absent.empty()) archive->Add(name + "/not-in-this-archive.txt", "These could not be read:\n" + absent);
   std::string ignored;
   if (auto page = BuildPage(eventsDir + "/" + name, ignored)) {
     archive->Add(name + "/" + std::string(EventStore::PageName), std::move(*page));

@@ -20,8 +20,9 @@ inline constexpr std::string_view EventPagePolicy =
 /// sentence in `problem`, when the event cannot be read.
 std::optional<std::string> BuildEventPage(const std::string& directory, std::string& problem);
 
-/// All files of the event with the description, its signature and the page, in a folder of the directory's name. Null, with
-/// one sentence in `problem`, when the event cannot be read or one of its files is not there.
+/// All files of the event with the description, its signature and the page, in a folder of the directory's name; what is
+/// damaged so that it cannot be read is named in a file of its own. Null, with one sentence in `problem`, when the event
+/// cannot be read.
 std::unique_ptr<BodySource> BuildArchive(const std::string& eventsDir, const std::string& name, std::string& problem);
 
 }  // namespace Tavi::Web
