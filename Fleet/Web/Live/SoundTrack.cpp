@@ -36,7 +36,8 @@ void SoundTrack::Take(const LiveUnit& unit, bool withLevel) {
   if (!Begin(sound)) return;
   if (unit.isAfterGap) m_fanout.PublishGap(SoundIndex);
   const std::int64_t timeNs = std::max<std::int64_t>(unit.timeNs, 0);
-  const std::int64_t sample = timeNs / NsPerSecond * sound.sampleRate + timeNs % NsPerSecond * sound.sampleRate / NsPerSecond;
+  const std::int64_t sample =
+      timeNs / NsPerSecond * sound.sampleRate + timeNs % NsPerSecond * sound.sampleRate / NsPerSecond;
   const std::int64_t slip = sample - m_sample;
   if (std::abs(slip) * MsPerSecond > std::int64_t{LargestSlipMs} * sound.sampleRate) {
     Publish();
