@@ -19,9 +19,9 @@ using KMedia::H264::NalUnit;
 
 constexpr std::int64_t NsPerSecond = 1'000'000'000;
 /// A picture that is shown before anybody knows for how long: of 30 a second.
-constexpr std::int64_t FirstDuration = FragmentMuxer::VideoTicksPerSecond / 30;
+constexpr std::int64_t FirstDuration = FragmentMuxer::TicksPerSecond / 30;
 /// What stands still for longer, and goes on with a key frame, is a break; the picture need not fill it.
-constexpr std::int64_t LongestDuration = FragmentMuxer::VideoTicksPerSecond;
+constexpr std::int64_t LongestDuration = FragmentMuxer::TicksPerSecond;
 
 /// "avc1." and profile, constraints and level (RFC 6381, 3.3), which begin a sequence parameter set; empty without one.
 std::string DescribeCodec(KMedia::H264::Bytes parameterSets) {
@@ -35,8 +35,8 @@ std::string DescribeCodec(KMedia::H264::Bytes parameterSets) {
 
 /// Rounded down: 11 ns each.
 std::int64_t ToTicks(std::int64_t ns) {
-  return ns / NsPerSecond * FragmentMuxer::VideoTicksPerSecond +
-         ns % NsPerSecond * FragmentMuxer::VideoTicksPerSecond / NsPerSecond;
+  return ns / NsPerSecond * FragmentMuxer::TicksPerSecond +
+         ns % NsPerSecond * FragmentMuxer::TicksPerSecond / NsPerSecond;
 }
 
 }  // namespace

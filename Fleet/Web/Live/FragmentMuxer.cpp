@@ -1,4 +1,4 @@
-// One stream as fragmented MP4, as browsers take it.
+// One camera's pictures as fragmented MP4, as browsers take it.
 #include "Fleet/Web/Live/FragmentMuxer.h"
 
 extern "C" {
@@ -50,19 +50,7 @@ std::unique_ptr<FragmentMuxer> FragmentMuxer::Open(const Video& video, std::stri
   parameters.width = video.width;
   parameters.height = video.height;
   if (!SetExtraData(parameters, video.parameterSets)) return nullptr;
-  return muxer->WriteInit(VideoTicksPerSecond, problem) ? std::move(muxer) : nullptr;
-}
-
-std::unique_ptr<FragmentMuxer> FragmentMuxer::Open(const Sound& sound, std::string& problem) {
-  std::unique_ptr<FragmentMuxer> muxer(new FragmentMuxer);
-  if (!muxer->Prepare(problem)) return nullptr;
-  AVCodecParameters& parameters = *muxer->m_stream->codecpar;
-  parameters.codec_type = AVMEDIA_TYPE_AUDIO;
-  parameters.codec_id = AV_CODEC_ID_MP3;
-  parameters.sample_rate = sound.sampleRate;
-  parameters.frame_size = sound.samplesPerFrame;
-  av_channel_layout_default(&parameters.ch_layout, sound.channels);
-  return muxer->WriteInit(sound.sampleRate, problem) ? std::move(muxer) : nullptr;
+  return muxer->WriteInit(problem) ? std::move(muxer) : nullptr;
 }
 
 bool FragmentMuxer::Prepare(std::string& problem) {
@@ -74,8 +62,8 @@ bool FragmentMuxer::Prepare(std::string& problem) {
   return m_stream != nullptr || Fail(problem, "prepare", AVERROR(ENOMEM));
 }
 
-bool FragmentMuxer::WriteInit(int ticksPerSecond, std::string& problem) {
-  m_stream->time_base = {1, ticksPerSecond};
+bool FragmentMuxer::WriteInit(std::string& problem) {
+  m_stream->time_base = {1, TicksPerSecond};
   int error = avio_open_dyn_buf(&m_context->pb);
   if (error < 0) return Fail(problem, "prepare", error);
   AVDictionary* options = nullptr;

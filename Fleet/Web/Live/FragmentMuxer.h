@@ -1,4 +1,4 @@
-// One stream as fragmented MP4, as browsers take it.
+// One camera's pictures as fragmented MP4, as browsers take it.
 #pragma once
 
 #include <cstdint>
@@ -23,26 +23,17 @@ class FragmentMuxer {
     int width = 0;
     int height = 0;
   };
-  struct Sound {
-    int sampleRate = 0;
-    int channels = 0;
-    int samplesPerFrame = 0;
-
-    bool operator==(const Sound&) const = default;
-  };
-  /// Of a video's times.
-  static constexpr int VideoTicksPerSecond = 90'000;
+  static constexpr int TicksPerSecond = 90'000;
 
   /// Null, with a reason in `problem`, when libavformat does not take the stream.
   static std::unique_ptr<FragmentMuxer> Open(const Video& video, std::string& problem);
-  static std::unique_ptr<FragmentMuxer> Open(const Sound& sound, std::string& problem);
   ~FragmentMuxer();
   FragmentMuxer(const FragmentMuxer&) = delete;
   FragmentMuxer& operator=(const FragmentMuxer&) = delete;
 
   [[nodiscard]] const std::vector<std::uint8_t>& GetInit() const { return m_init; }
-  /// One picture or MP3 frame of the next fragment, `bytes` borrowed for the call. Times in ticks, of sound in samples;
-  /// not negative, `time` later than that of the one before.
+  /// One picture of the next fragment, `bytes` borrowed for the call. Times in ticks, not
+  /// negative, `time` later than that of the one before.
   [[nodiscard]] bool Add(std::span<const std::uint8_t> bytes, std::int64_t time, std::int64_t duration,
                          bool isKeyFrame);
   /// What was added since the last fragment; empty when that was nothing, or could not be written.
@@ -51,7 +42,7 @@ class FragmentMuxer {
  private:
   FragmentMuxer() = default;
   bool Prepare(std::string& problem);
-  bool WriteInit(int ticksPerSecond, std::string& problem);
+  bool WriteInit(std::string& problem);
   std::vector<std::uint8_t> TakeOutput();
 
   AVFormatContext* m_context = nullptr;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "Control/LiveClient.h"
 #include "Fleet/Web/Live/Fanout.h"
 #include "Fleet/Web/Live/RecorderStream.h"
 #include "Fleet/Web/Live/StatusPoll.h"
@@ -66,14 +65,11 @@ std::size_t LiveHub::CountViewers() const {
 }
 
 bool LiveHub::AskCameraNames(std::array<std::string, 2>& names, milliseconds patience, std::string& problem) const {
-  const auto client = Recorder::LiveClient::Open(m_controlSocket, {}, problem, patience);
-  if (client == nullptr) return false;
-  names = {};
-  for (const auto& stream : client->GetReply().at("streams")) {
-    const auto which = stream.value("stream", std::string());
-    if (which == "camera0") names[0] = stream.value("name", std::string());
-    if (which == "camera1") names[1] = stream.value("name", std::string());
-  }
+  Fanout fanout;
+  TimeLine timeLine;
+  const auto stream = RecorderStream::Open(m_controlSocket, fanout, timeLine, patience, problem);
+  if (stream == nullptr) return false;
+  names = stream->GetCameraNames();
   return true;
 }
 

@@ -50,7 +50,7 @@ using MessagePtr = std::shared_ptr<const LiveMessage>;
 inline constexpr std::size_t MessageHeaderBytes = 5;
 
 MessagePtr MakeJson(std::string_view text);
-/// `codec` is what the browser is asked for, such as "avc1.42C01F", at most 255 bytes.
+/// `codec` is what the browser is asked for, such as "avc1.42C01F", for sound "audio/mpeg"; at most 255 bytes.
 MessagePtr MakeInit(MessageKind kind, std::string_view codec, std::span<const std::uint8_t> segment);
 MessagePtr MakeFragment(MessageKind kind, std::span<const std::uint8_t> fragment, bool isKeyFrame,
                         std::uint64_t number);

@@ -22,11 +22,16 @@ constexpr double NsPerSecond = 1e9;
 constexpr std::array<std::string_view, LiveStreams> Names{"camera0", "camera1", "audio", "gps", "acc", "other"};
 static_assert(Names.size() == Recorder::LiveStreamNames.size());
 
+/// Of `object`, if it is one; empty without.
+std::string GetText(const Kbase::Json::Object& object, const char* member) {
+  const bool isThere = object.is_object() && object.contains(member) && object[member].is_string();
+  return isThere ? object[member].get<std::string>() : std::string();
+}
+
 std::vector<std::optional<LiveStream>> ReadStreams(const Kbase::Json::Object& reply) {
   std::vector<std::optional<LiveStream>> streams;
   for (const auto& stream : reply.at("streams")) {
-    const auto name = stream.value("stream", std::string());
-    const auto* const found = std::find(Names.begin(), Names.end(), name);
+    const auto* const found = std::find(Names.begin(), Names.end(), GetText(stream, "stream"));
     const auto index = static_cast<std::uint8_t>(found - Names.begin());
     streams.push_back(found != Names.end() ? std::optional(static_cast<LiveStream>(index)) : std::nullopt);
   }
@@ -50,6 +55,15 @@ RecorderStream::RecorderStream(std::unique_ptr<LiveClient> client, Fanout& fanou
       m_streams(ReadStreams(m_client->GetReply())),
       m_cameras{CameraTrack(0, fanout), CameraTrack(1, fanout)},
       m_sound(fanout) {}
+
+RecorderStream::CameraNames RecorderStream::GetCameraNames() const {
+  CameraNames names;
+  for (const auto& stream : m_client->GetReply().at("streams")) {
+    if (GetText(stream, "stream") == Names[0]) names[0] = GetText(stream, "name");
+    if (GetText(stream, "stream") == Names[1]) names[1] = GetText(stream, "name");
+  }
+  return names;
+}
 
 bool RecorderStream::Serve(std::chrono::milliseconds timeout, const Sinks& sinks, std::string& problem) {
   const auto got = m_client->Next(m_record, timeout, problem);

@@ -28,6 +28,10 @@ class RecorderStream {
   static std::unique_ptr<RecorderStream> Open(const std::string& controlSocket, Fanout& fanout, TimeLine& timeLine,
                                               std::chrono::milliseconds timeout, std::string& problem);
 
+  using CameraNames = std::array<std::string, 2>;
+  /// Of the settings; empty for a camera that is not recorded.
+  [[nodiscard]] CameraNames GetCameraNames() const;
+
   /// Takes the next record, if one comes within `timeout`; `sinks` get it besides. False, with one sentence in
   /// `problem`, when the recorder has ended the connection.
   bool Serve(std::chrono::milliseconds timeout, const Sinks& sinks, std::string& problem);
