@@ -53,8 +53,9 @@ ordered_json Describe(const EventResult& result, const EventStore::CameraNames& 
   return fields;
 }
 
-constexpr std::array<std::string_view, 7> PlainCommands{Command::Settings, Command::Status,   Command::Metrics,   Command::Events,
-                                                        Command::Identity, Command::PowerFail, Command::Stop};
+constexpr std::array<std::string_view, 7> PlainCommands{Command::Settings, Command::Status,   Command::Metrics,
+                                                        Command::Events,   Command::Identity, Command::PowerFail,
+                                                        Command::Stop};
 
 }  // namespace
 
@@ -78,6 +79,8 @@ void Service::Handle(const Json& request, Reply reply) {
     HandleProtect(request, reply);
   } else if (command == Command::Remove) {
     HandleRemove(request, reply);
+  } else if (command == Command::Live) {
+    HandleLive(request, reply);
   } else if (command == Command::Events) {
     m_disk.Post([this, reply] { ListEvents(reply); });
   } else if (command == Command::Identity) {
@@ -93,7 +96,7 @@ void Service::Handle(const Json& request, Reply reply) {
     Stop();
   } else {
     reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
-                 "remove, metrics, identity, settings or stop");
+                 "remove, live, metrics, identity, settings or stop");
   }
 }
 
@@ -225,15 +228,16 @@ ordered_json Service::DescribeStatus() const {
     const std::lock_guard lock(m_mutex);
     status["lastEvent"] = m_lastResult ? Describe(*m_lastResult, m_settings.cameraNames) : ordered_json(nullptr);
   }
-  status["clock"] = DescribeClock();
+  status["clock"] = DescribeClock(Moment::Now());
   status["storage"] = m_archive.Describe();
+  const auto live = m_live->Read();
+  status["live"] = {{"clients", live.clients}, {"dropped", live.dropped}};
   status["sources"] = ToJson(ReadHealth());
   return status;
 }
 
-ordered_json Service::DescribeClock() const {
+ordered_json Service::DescribeClock(const Moment& now) const {
   ordered_json clock;
-  const auto now = Moment::Now();
   AddTime(m_timeOfDay.Tell(now), clock);
   const auto last = m_timeOfDay.GetLastReading();
   clock["fixAgeSeconds"] =
