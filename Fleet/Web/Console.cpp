@@ -151,9 +151,11 @@ Response Console::AnswerEvents(const Request& request) const {
   const auto query = ParseQuery(request, problem);
   if (!query) return Refuse(400, problem);
   const auto snapshot = m_index.Read();
-  if (!snapshot.directory.empty()) return AnswerJson(AnswerQuery(*query, snapshot));
-  const auto status = m_recorder.AskStatus();
-  return RefuseAway(status.isOk ? "the events are being looked for" : status.problem);
+  if (snapshot.directory.empty()) {
+    const auto status = m_recorder.AskStatus();
+    if (!status.isOk) return RefuseAway(status.problem);
+  }
+  return AnswerJson(AnswerQuery(*query, snapshot));
 }
 
 Response Console::AnswerStatus() const {

@@ -177,6 +177,7 @@ void EventIndex::Look(const std::string& directory) {
     Publish({}, directory, false, fmt::format("{} cannot be read: {}", directory, std::strerror(errno)));
     return;
   }
+  if (isFirst) Publish({}, directory, true, {});
   const auto entries = m_lister->List();
   decltype(m_known) found;
   EventSummaries events;

@@ -99,6 +99,9 @@ function showLevel({peakDbfs, rmsDbfs}) {
   $("level-text").textContent = `${rmsDbfs.toFixed(0)} dB on average, ${peakDbfs.toFixed(0)} dB at the peak`;
 }
 
+const SOURCES = {camera0: "camera 0", camera1: "camera 1", audio: "sound", gps: "receiver", acc: "accelerometer", other: "processor",
+  preview0: "preview of camera 0", preview1: "preview of camera 1"};
+
 function describeSource(source) {
   const words = {running: `delivers ${source.rate.toFixed(1)} a second`, starting: "is starting", stopped: "is stopped",
     silent: "is silent", missing: "is missing"}[source.state] ?? source.state;
@@ -110,7 +113,7 @@ function showStatus(now) {
   showState(now);
   const rows = Object.entries(now.sources).flatMap(([key, source]) => {
     const isWrong = ["silent", "missing"].includes(source.state) || source.problem;
-    return [element("dt", {}, source.name || key), element("dd", {className: isWrong ? "alarm" : ""}, describeSource(source))];
+    return [element("dt", {}, source.name && !key.startsWith("preview") ? source.name : SOURCES[key] ?? key), element("dd", {className: isWrong ? "alarm" : ""}, describeSource(source))];
   });
   $("sources").replaceChildren(...rows);
   for (const [index, key] of ["camera0", "camera1"].entries()) {

@@ -1,7 +1,7 @@
 // Live pictures and sound out of the console's messages, by Media Source Extensions.
 
 const BEHIND = 0.25;      // seconds that are shown behind the newest: what a network's hiccup may take
-const FAR = 0.8;          // off by more, a player jumps; below that it hurries or dawdles
+const FAR = 0.4;          // off by more, a player jumps; below that it hurries or dawdles
 const KEPT = 20;          // seconds that stay behind the present moment
 
 // One element with one buffer; takes init segments and fragments in whatever order they come.
@@ -58,7 +58,6 @@ export class Player {
       this.buffer.appendBuffer(bytes);
       this.trim();
     } catch (error) {
-      if (error.name === "QuotaExceededError") this.queue.unshift({remove: true});
       this.onFault(String(error), true);
     }
   }
@@ -85,7 +84,7 @@ export class Player {
     const goal = Math.max(first, Math.min(at, end - 0.05));
     const off = goal - video.currentTime;
     if (Math.abs(off) > FAR) video.currentTime = goal;
-    video.playbackRate = Math.abs(off) > FAR ? 1 : 1 + Math.max(-0.15, Math.min(0.15, off * 0.4));
+    video.playbackRate = Math.abs(off) > FAR ? 1 : 1 + Math.max(-0.2, Math.min(0.2, off));
     if (video.paused) video.play().catch(() => {});
   }
 
