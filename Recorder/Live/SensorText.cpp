@@ -54,7 +54,7 @@ std::string DescribeBlock(const Accel::AccDataPak& block) {
 
 std::string DescribeState(const Other::OtherDataPak& sample) {
   Json json{{"cpuPercent", sample.cpuUsage}};
-  if (sample.temperature != 0) json["temperatureCelsius"] = sample.temperature;
+  if (sample.temperature != 0) json["temperatureCelsius"] = static_cast<std::int8_t>(sample.temperature);
   return Kbase::Json::Print(json);
 }
 

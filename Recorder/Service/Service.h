@@ -57,6 +57,7 @@ class Service final : public ControlHandler {
   void HandleIgnition(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleProtect(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleRemove(const nlohmann::ordered_json& request, const Reply& reply);
+  void HandleLabel(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleLive(const nlohmann::ordered_json& request, const Reply& reply);
   void ListEvents(const Reply& reply) const;
   [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "EventStore/EventName.h"
+#include "EventStore/LaterLabel.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/MissingParts.h"
 #include "Recorder/Service/SettingsReport.h"
@@ -79,6 +80,8 @@ void Service::Handle(const Json& request, Reply reply) {
     HandleProtect(request, reply);
   } else if (command == Command::Remove) {
     HandleRemove(request, reply);
+  } else if (command == Command::Label) {
+    HandleLabel(request, reply);
   } else if (command == Command::Live) {
     HandleLive(request, reply);
   } else if (command == Command::Events) {
@@ -96,7 +99,7 @@ void Service::Handle(const Json& request, Reply reply) {
     Stop();
   } else {
     reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
-                 "remove, live, metrics, identity, settings or stop");
+                 "remove, label, live, metrics, identity, settings or stop");
   }
 }
 
@@ -157,6 +160,24 @@ void Service::HandleProtect(const Json& request, const Reply& reply) {
     std::string why;
     if (m_archive.GetStore().SetProtected(wanted.event, wanted.isProtected, why)) {
       reply({{"event", wanted.event}, {"protected", wanted.isProtected}});
+    } else {
+      reply.Refuse(why);
+    }
+  });
+}
+
+void Service::HandleLabel(const Json& request, const Reply& reply) {
+  std::string problem;
+  const auto wanted = ParseLabelRequest(request, problem);
+  if (!wanted) {
+    reply.Refuse(problem);
+    return;
+  }
+  m_disk.Post([this, wanted = *wanted, reply] {
+    std::string why;
+    if (EventStore::SetLaterLabel(m_settings.storage.eventsDir, wanted.event, wanted.label, why)) {
+      if (m_pages) m_pages->Renew(wanted.event);
+      reply({{"event", wanted.event}, {"label", wanted.label}});
     } else {
       reply.Refuse(why);
     }
