@@ -13,7 +13,7 @@ packages=(
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
   libasound2-dev libsystemd-dev libssl-dev
-  libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
+  libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev libgstrtspserver-1.0-dev
 )
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
 stream=(gstreamer1.0-plugins-bad)
