@@ -10,6 +10,7 @@
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventName.h"
+#include "EventStore/LaterLabel.h"
 #include "EventStore/PartName.h"
 #include "EventStore/Storage.h"
 #include "Kbase/Json/Json.h"
@@ -90,6 +91,7 @@ void Fill(const EventDescription& event, EventSummary& summary) {
 std::shared_ptr<const EventSummary> LookAt(const std::string& directory, const EventStore::EventEntry& entry) {
   auto summary = std::make_shared<EventSummary>();
   summary->entry = entry;
+  summary->laterLabel = EventStore::ReadLaterLabel(directory + "/" + entry.name);
   std::string problem;
   if (const auto event = EventStore::ReadEvent(directory + "/" + entry.name, problem)) {
     Fill(*event, *summary);

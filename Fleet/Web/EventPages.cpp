@@ -6,6 +6,7 @@
 #include "EventPage/EventData.h"
 #include "EventPage/PageHtml.h"
 #include "EventStore/EventName.h"
+#include "EventStore/LaterLabel.h"
 #include "Fleet/Web/ArchiveBody.h"
 #include "Fleet/Web/EventFiles.h"
 
@@ -47,6 +48,9 @@ std::unique_ptr<BodySource> BuildArchive(const std::string& eventsDir, const std
     if (isMissing) absent += each + "\n";
   }
   if (!absent.empty()) archive->Add(name + "/not-in-this-archive.txt", "These could not be read:\n" + absent);
+  if (const auto later = EventStore::ReadLaterLabel(eventsDir + "/" + name); !later.empty()) {
+    archive->Add(name + "/" + EventStore::LaterLabelName, later + "\n");
+  }
   std::string ignored;
   if (auto page = BuildPage(eventsDir + "/" + name, ignored)) {
     archive->Add(name + "/" + std::string(EventStore::PageName), std::move(*page));

@@ -11,6 +11,7 @@
 #include "Fleet/Web/HttpServer.h"
 #include "Fleet/Web/Live/LiveHub.h"
 #include "Fleet/Web/LiveBody.h"
+#include "Fleet/Web/Rtsp/RtspServer.h"
 #include "Fleet/Web/WebOptions.h"
 
 namespace {
@@ -66,6 +67,9 @@ int Run(const WebSettings& settings) {
   HttpServer server([&console](const Request& request) { return console.Handle(request); }, ChooseLimits(settings));
   index.Start();
   hub.Start();
+  std::unique_ptr<RtspServer> rtsp;
+  if (settings.rtsp.enabled) rtsp = RtspServer::Start(settings.rtsp, hub, problem);
+  if (settings.rtsp.enabled && !rtsp) return Complain(FailureExitStatus, problem);
   if (!server.Start(httpSettings, problem)) return Complain(FailureExitStatus, problem);
   std::cout << BuildUrl(settings, server.GetPort()) << std::endl;
   if (settings.certificateFile.empty() && !IsLoopback(settings.address)) {
@@ -73,6 +77,7 @@ int Run(const WebSettings& settings) {
   }
   int signal = 0;
   sigwait(&signals, &signal);
+  rtsp.reset();
   // Whoever looks at live pictures holds a connection: that ends first.
   hub.Stop();
   server.Stop();

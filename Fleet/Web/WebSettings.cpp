@@ -47,6 +47,7 @@ std::vector<SettingsFile::Field> DescribeFields(WebSettings& s) {
       {"certificateFile", &s.certificateFile, SettingsFile::OptionalPathBytes, "",
        "certificates (PEM), the console's own first, for HTTPS; empty: HTTP"},
       {"keyFile", &s.keyFile, SettingsFile::OptionalPathBytes, "", "the private key of it (PEM)"}};
+  for (auto& field : DescribeRtspFields(s.rtsp, "rtsp.")) fields.push_back(std::move(field));
   return fields;
 }
 
@@ -70,7 +71,8 @@ std::string CheckSettings(const WebSettings& settings) {
     return fmt::format("field {}: it is empty; certificate and key are right together, or neither",
                        settings.keyFile.empty() ? "keyFile" : "certificateFile");
   }
-  return {};
+  const std::string problem = CheckRtspSettings(settings.rtsp, "rtsp.");
+  return problem.empty() ? problem : "field " + problem;
 }
 
 bool ReadFiles(const WebSettings& settings, GateSettings& gate, HttpSettings& http, std::string& problem) {

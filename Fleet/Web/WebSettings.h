@@ -8,6 +8,7 @@
 #include "Control/Protocol.h"
 #include "Fleet/Web/Gate.h"
 #include "Fleet/Web/HttpServer.h"
+#include "Fleet/Web/Rtsp/RtspSettings.h"
 #include "SettingsFile/Field.h"
 
 namespace Tavi::Web {
@@ -24,6 +25,7 @@ struct WebSettings {
   std::string tokenFile;
   std::string certificateFile;
   std::string keyFile;
+  RtspSettings rtsp;
 };
 
 /// Borrows `settings`.
