@@ -17,7 +17,7 @@ end() {
 run_web() {
   local dir=${1:-}
   [ -n "$dir" ] || { temporary=$(mktemp -d -t tavi-web.XXXXXX); dir=$temporary; }
-  scripts/build.sh --target tavi-recorder tavi-web
+  scripts/build.sh --target tavi-recorder --target tavi-web
   mkdir -p "$dir"
   trap end EXIT
   trap 'exit 0' INT TERM
