@@ -13,8 +13,8 @@ struct archive_entry;
 
 namespace Tavi::Web {
 
-/// Entries are stored, not compressed: media cannot be made smaller. Holds one block at a time. A file that cannot be read
-/// to its end cuts the answer off, so that nobody takes a part for the whole.
+/// Entries are stored, not compressed: media cannot be made smaller. Holds one block at a time. A file that cannot be
+/// read to its end cuts the answer off, so that nobody takes a part for the whole.
 class ArchiveBody final : public BodySource {
  public:
   explicit ArchiveBody(std::int64_t modifiedSeconds);

@@ -9,8 +9,8 @@
 
 namespace Tavi::Web {
 
-/// The HTTP library counts the time without a byte; a client that sends one byte at a time would keep its connection for
-/// ever. Borrows sockets between Add and Remove and shuts down those that are late. Thread-safe; its thread is
+/// The HTTP library counts the time without a byte; a client that sends one byte at a time would keep its connection
+/// for ever. Borrows sockets between Add and Remove and shuts down those that are late. Thread-safe; its thread is
 /// "HTTP-WATCH".
 class ConnectionWatch final : public Kbase::Interfaces::IThread {
  public:

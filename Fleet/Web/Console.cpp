@@ -54,8 +54,9 @@ Area FindArea(const Request& request) {
   const bool isLogin = path == "/login" || path == "/api/login" || path == "/api/logout";
   if (isLogin || path.starts_with("/assets/")) return Area::Public;
   if (!FindPage(path).empty()) return Area::Page;
-  return path.starts_with("/events/") && (path.ends_with('/') || path.find('/', 8) == std::string_view::npos) ? Area::Page
-                                                                                                             : Area::Api;
+  return path.starts_with("/events/") && (path.ends_with('/') || path.find('/', 8) == std::string_view::npos)
+             ? Area::Page
+             : Area::Api;
 }
 
 Response RefuseAway(const std::string& problem) {
@@ -135,8 +136,7 @@ Response Console::AnswerAsset(const Request& request, std::string_view name) con
   if (asset == nullptr) return Refuse(404, "there is nothing at this address");
   Response response;
   // As long as the program runs it does not change; the next one may be another.
-  static const std::string tag =
-      fmt::format("\"{:x}\"", std::chrono::system_clock::now().time_since_epoch().count());
+  static const std::string tag = fmt::format("\"{:x}\"", std::chrono::system_clock::now().time_since_epoch().count());
   response.headers = {{"Content-Type", std::string(GetAssetType(name))},
                       {"Cache-Control", "no-cache"},
                       {"ETag", tag},

@@ -24,7 +24,6 @@ class Console {
   [[nodiscard]] Response Handle(const Request& request) const;
 
  private:
-
   [[nodiscard]] Response Answer(const Request& request) const;
   [[nodiscard]] Response AnswerAsset(const Request& request, std::string_view name) const;
   [[nodiscard]] Response AnswerEvents(const Request& request) const;

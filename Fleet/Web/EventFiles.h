@@ -36,8 +36,8 @@ class EventFiles {
 /// What a file is to a browser, by the end of its name.
 std::string GetContentType(std::string_view name);
 
-/// The answer with a whole file or with the part of it that the request's Range asks for (RFC 9110, section 14): one part
-/// only; of several the whole file is sent, as is allowed. `tag` may be empty.
+/// The answer with a whole file or with the part of it that the request's Range asks for (RFC 9110, section 14): one
+/// part only; of several the whole file is sent, as is allowed. `tag` may be empty.
 Response AnswerFile(const Request& request, FileBody file, const std::string& tag);
 
 }  // namespace Tavi::Web

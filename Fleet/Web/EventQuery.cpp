@@ -112,14 +112,22 @@ void Sort(EventSummaries& events, Key key, bool isDescending) {
   // Of what is the same the latest comes first.
   SortBy(events, true, [](const EventSummary& event) { return event.timeMs; });
   switch (key) {
-    case Key::Time: return SortBy(events, isDescending, [](const auto& event) { return event.timeMs; });
-    case Key::Saved: return SortBy(events, isDescending, [](const auto& event) { return event.entry.savedNs; });
-    case Key::Label: return SortBy(events, isDescending, GetShownLabel);
-    case Key::Trigger: return SortBy(events, isDescending, [](const auto& event) { return event.trigger; });
-    case Key::Speed: return SortBy(events, isDescending, [](const auto& event) { return event.maxSpeedKnots; });
-    case Key::Peak: return SortBy(events, isDescending, [](const auto& event) { return event.maxG; });
-    case Key::Length: return SortBy(events, isDescending, [](const auto& event) { return event.seconds; });
-    case Key::Size: return SortBy(events, isDescending, [](const auto& event) { return event.entry.bytes; });
+    case Key::Time:
+      return SortBy(events, isDescending, [](const auto& event) { return event.timeMs; });
+    case Key::Saved:
+      return SortBy(events, isDescending, [](const auto& event) { return event.entry.savedNs; });
+    case Key::Label:
+      return SortBy(events, isDescending, GetShownLabel);
+    case Key::Trigger:
+      return SortBy(events, isDescending, [](const auto& event) { return event.trigger; });
+    case Key::Speed:
+      return SortBy(events, isDescending, [](const auto& event) { return event.maxSpeedKnots; });
+    case Key::Peak:
+      return SortBy(events, isDescending, [](const auto& event) { return event.maxG; });
+    case Key::Length:
+      return SortBy(events, isDescending, [](const auto& event) { return event.seconds; });
+    case Key::Size:
+      return SortBy(events, isDescending, [](const auto& event) { return event.entry.bytes; });
   }
 }
 

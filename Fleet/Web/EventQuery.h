@@ -31,8 +31,8 @@ struct EventQuery {
   std::optional<bool> isIncomplete;
 };
 
-/// Out of a request's query. Empty, with the parameter, its value and what would be right in `problem`, when something is
-/// wrong or unknown.
+/// Out of a request's query. Empty, with the parameter, its value and what would be right in `problem`, when something
+/// is wrong or unknown.
 std::optional<EventQuery> ParseQuery(const Request& request, std::string& problem);
 
 /// `{"total":...,"matching":...,"offset":...,"looking":...,"directory":...,"problem":...,"events":[...]}`.

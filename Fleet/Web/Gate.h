@@ -31,9 +31,9 @@ struct GateSettings {
   std::chrono::milliseconds pauseAfterWrong{1000};
 };
 
-/// A page of somebody else, open in the same browser, can send requests here and, by a name of its own that leads to this
-/// address, could read the answers. Hence: a name that is not ours is refused, so is what another site's page asks for,
-/// and what changes something needs a header that only our own pages can set. Thread-safe.
+/// A page of somebody else, open in the same browser, can send requests here and, by a name of its own that leads to
+/// this address, could read the answers. Hence: a name that is not ours is refused, so is what another site's page asks
+/// for, and what changes something needs a header that only our own pages can set. Thread-safe.
 class Gate {
  public:
   static constexpr std::string_view CookieName = "tavi-console";
@@ -64,8 +64,8 @@ class Gate {
   mutable std::atomic<int> m_waiting{0};
 };
 
-/// The content of a token file: at least 16 characters, printable, without blanks, in a file that nobody but its owner and
-/// group may read. Empty, with one sentence in `problem`, when it is anything else.
+/// The content of a token file: at least 16 characters, printable, without blanks, in a file that nobody but its owner
+/// and group may read. Empty, with one sentence in `problem`, when it is anything else.
 std::optional<std::string> ReadToken(const std::string& path, std::string& problem);
 
 /// "a, b" as a list in lower case.

@@ -68,7 +68,8 @@ void EndBody(void* source) noexcept {
 
 MHD_Response* Create(Response& response) {
   if (response.stream) {
-    auto* made = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, BlockBytes, ReadBody, response.stream.get(), EndBody);
+    auto* made =
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, BlockBytes, ReadBody, response.stream.get(), EndBody);
     if (made != nullptr) static_cast<void>(response.stream.release());
     return made;
   }
@@ -207,7 +208,8 @@ bool HttpServer::Start(const HttpSettings& settings, std::string& problem) {
     return false;
   }
   m_isEncrypted = !settings.certificate.empty();
-  unsigned int flags = MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL | MHD_USE_ERROR_LOG;
+  unsigned int flags =
+      MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL | MHD_USE_ERROR_LOG;
   if (address.ss_family == AF_INET6) flags |= MHD_USE_IPv6;
   std::vector<MHD_OptionItem> options;
   const auto add = [&options](MHD_OPTION option, std::size_t value, const void* pointer = nullptr) {

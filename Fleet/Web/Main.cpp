@@ -57,8 +57,7 @@ int Run(const WebSettings& settings) {
   const sigset_t signals = BlockSignals();
   const Gate gate(gateSettings);
   RecorderLink recorder(settings.controlSocket);
-  EventIndex index(
-      [&] { return settings.eventsDir.empty() ? recorder.FindEventsDirectory() : settings.eventsDir; });
+  EventIndex index([&] { return settings.eventsDir.empty() ? recorder.FindEventsDirectory() : settings.eventsDir; });
   LiveHub hub(settings.controlSocket);
   const Console console(gate, recorder, index, [&hub](std::string& why) -> std::unique_ptr<BodySource> {
     auto viewer = hub.AddViewer(why);

@@ -23,7 +23,8 @@ RecorderLink::RecorderLink(std::string controlSocket) : m_controlSocket(std::mov
 
 RecorderLink::Answer RecorderLink::Ask(const Json& request, std::chrono::milliseconds patience) const {
   Answer answer;
-  const auto line = Recorder::Exchange(m_controlSocket, Recorder::BuildLine(request), {patience, 0ms, {}}, answer.problem);
+  const auto line =
+      Recorder::Exchange(m_controlSocket, Recorder::BuildLine(request), {patience, 0ms, {}}, answer.problem);
   answer.isAway = !line;
   if (!line) return answer;
   const auto reply = Kbase::Json::Parse(*line);

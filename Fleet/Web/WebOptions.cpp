@@ -26,8 +26,9 @@ struct Words {
 void AddOptions(CLI::App& app, Words& words) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", "tavi-web " TAVI_VERSION);
-  app.add_option("--config", words.config,
-                 "Settings, a JSON file (console.md in docs/ or /usr/share/doc/tavi-web/); the options below win over it");
+  app.add_option(
+      "--config", words.config,
+      "Settings, a JSON file (console.md in docs/ or /usr/share/doc/tavi-web/); the options below win over it");
   app.add_option("--address", words.address, "Address to listen at; another than loopback needs a token");
   app.add_option("--port", words.port, "TCP port; 0: one that is free");
   app.add_option("--control", words.control, "Path of the recorder's control socket");

@@ -63,7 +63,8 @@ std::string CheckSettings(const WebSettings& settings) {
   if (auto problem = SettingsFile::CheckFields(DescribeFields(copy)); !problem.empty()) return problem;
   if (!IsLoopback(settings.address) && settings.tokenFile.empty()) {
     return fmt::format(
-        "field tokenFile: it is empty, and {} can be reached from elsewhere; a file with a token is right, or the address "
+        "field tokenFile: it is empty, and {} can be reached from elsewhere; a file with a token is right, or the "
+        "address "
         "127.0.0.1",
         settings.address);
   }

@@ -19,8 +19,8 @@ void AddStorage(const Json& storage, Json& problems) {
   const auto text = [&storage](const char* name) { return storage.value(name, std::string()); };
   if (storage.value("full", false)) problems.push_back("no event can be saved: " + text("problem"));
   if (const auto waiting = storage.value("waiting", 0); waiting != 0) {
-    problems.push_back(fmt::format("{} event{} on the working disk until there is room", waiting,
-                                   waiting == 1 ? " waits" : "s wait"));
+    problems.push_back(
+        fmt::format("{} event{} on the working disk until there is room", waiting, waiting == 1 ? " waits" : "s wait"));
   }
   if (const auto failed = storage.value("failed", 0); failed != 0) {
     problems.push_back(fmt::format("{} event{} could not be saved at once since the start; the log says why", failed,
@@ -46,8 +46,9 @@ void AddStreams(const Settings& settings, Json& problems) {
   for (const auto* camera : {&all.camera0, &all.camera1}) {
     const bool isFirst = camera == &all.camera0;
     if (!camera->streamEnabled || !(isFirst ? all.camera0Enabled : all.camera1Enabled)) continue;
-    problems.push_back(fmt::format("pipeline.camera{}.streamEnabled: whoever reaches port {} sees this camera, without a password",
-                                   isFirst ? 0 : 1, camera->streamPort));
+    problems.push_back(
+        fmt::format("pipeline.camera{}.streamEnabled: whoever reaches port {} sees this camera, without a password",
+                    isFirst ? 0 : 1, camera->streamPort));
   }
 }
 
