@@ -169,8 +169,9 @@ async function followEvent(id, item, seconds) {
     const part = seconds > 0 ? (performance.now() - begun) / 1000 / seconds : 1;
     bar.value = Math.min(part, 0.95);
     if (part >= 1) words.textContent = "is being saved";
-    const done = await ask(`/api/events/${id}`).catch(() => null);
-    if (done) return showComplete(item, done.summary);
+    const list = await ask(`/api/events?limit=5&q=${id}`).catch(() => null);
+    const done = list?.events.find((event) => event.id === id);
+    if (done) return showComplete(item, done);
     const settled = status?.lastEvent;
     if (settled?.event === id && !settled.saved) {
       item.replaceChildren(element("span", {className: "alarm"}, `Event ${id}: ${settled.error}`));
