@@ -144,18 +144,15 @@ class ConsoleInABrowser(unittest.TestCase):
         if not pathlib.Path(AXE).exists():
             self.skipTest("axe is not there: scripts/setup.sh --test")
         event = next(self.events.glob("*_00000009")).name.split("_")[1]
-        for path in ("/", "/live", "/settings", "/login", f"/events/{event}/"):
+        for path, shown in (("/", SHOWN + " > 0"), ("/live", "document.querySelector('#sources dd')"), ("/login", "true"),
+                            ("/settings", "document.querySelector('#problems li')"), (f"/events/{event}/", "true")):
+            self.go(path)
+            self.browser.wait_for(shown)
+            self.browser.run(pathlib.Path(AXE).read_text())
             for width, scheme in ((1280, "light"), (390, "light"), (390, "dark")):
                 with self.subTest(path=path, width=width, scheme=scheme):
                     self.browser.show_as(width, 900, prefers_color_scheme=scheme)
-                    self.go(path)
-                    if path == "/":
-                        self.browser.wait_for(SHOWN + " > 0")
-                    if path == "/settings":
-                        self.browser.wait_for("document.querySelector('#problems li')")
-                    self.browser.run("window.found = null")
-                    self.browser.run(pathlib.Path(AXE).read_text())
-                    self.browser.run("axe.run().then((found) => { window.found = found; })")
+                    self.browser.run("window.found = null; axe.run().then((found) => { window.found = found; })")
                     self.browser.wait_for("window.found")
                     violations = self.read("window.found.violations.flatMap((v) => v.nodes.map((node) => `${v.id}: ${node.html}`))")
                     self.assertEqual(violations, [])
