@@ -16,7 +16,7 @@ ControlConnection::ControlConnection(Ksystem::FileUtils::UniqueFd socket, const 
 
 short ControlConnection::GetEvents() const {
   short events = 0;
-  if (!HasLine() && !m_inputEnded && !m_refused) events |= POLLIN;
+  if (!HasLine() && !m_inputEnded && !m_refused && !m_take) events |= POLLIN;
   if (!m_output.empty()) events |= POLLOUT;
   return events;
 }
@@ -73,6 +73,17 @@ void ControlConnection::Answer(const std::string& line, TimePoint now) {
   if (!m_refused) Queue(line, now);
 }
 
+void ControlConnection::HandOver(const std::string& line, const std::string& refusal, Reply::Take take, TimePoint now) {
+  const bool isAlone = m_unanswered <= 1 && m_input.empty();
+  if (isAlone && !m_refused) m_take = std::move(take);
+  Answer(isAlone ? line : refusal, now);
+}
+
+void ControlConnection::Leave() {
+  m_failed = true;
+  std::exchange(m_take, {})(std::move(m_socket));
+}
+
 void ControlConnection::Refuse(const std::string& sentence, TimePoint now) {
   Queue(BuildLine(BuildError(sentence)), now);
   m_refused = true;
@@ -121,6 +132,7 @@ void ControlConnection::CutOff(const std::string& reason) {
 bool ControlConnection::IsOver() const {
   if (m_failed) return true;
   if (m_refused) return m_output.empty();
+  if (m_take) return m_hungUp;
   if (!m_inputEnded || HasLine()) return false;
   return m_hungUp || (m_unanswered == 0 && m_output.empty());
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Control/ControlLimits.h"
+#include "Control/Reply.h"
 #include "Ksystem/FileUtils/UniqueFd.h"
 
 namespace Tavi::Recorder {
@@ -31,6 +32,13 @@ class ControlConnection {
   std::optional<std::string> TakeRequest(TimePoint now);
   /// Sends the answer to one unanswered request; `line` has its end.
   void Answer(const std::string& line, TimePoint now);
+  /// Sends `line` as Answer does, and from then on takes no more requests: the connection leaves when that is written.
+  /// Sends `refusal` instead, and stays, when the client waits for something else or has sent something else.
+  void HandOver(const std::string& line, const std::string& refusal, Reply::Take take, TimePoint now);
+  /// True when Leave may be called.
+  [[nodiscard]] bool IsLeaving() const { return m_take && m_output.empty() && !m_failed && !m_hungUp; }
+  /// Gives the socket to whom it was handed over to; the connection is over.
+  void Leave();
   /// Sends an error and closes once that is read; nothing more is taken from this client.
   void Refuse(const std::string& sentence, TimePoint now);
 
@@ -67,6 +75,8 @@ class ControlConnection {
   /// The client reads nothing more, but may have sent something.
   bool m_hungUp = false;
   bool m_refused = false;
+  /// Who gets the socket when the output is written; empty for most.
+  Reply::Take m_take;
   bool m_failed = false;
   std::string m_fault;
 };

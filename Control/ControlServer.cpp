@@ -120,10 +120,15 @@ int ControlServer::GetPollTimeoutMs(TimePoint now) const {
   return static_cast<int>(std::clamp<long long>(wait, 0, INT_MAX));
 }
 
-void ControlServer::Deliver(const std::vector<ReplyMailbox::Letter>& letters, TimePoint now) {
-  for (const auto& letter : letters) {
+void ControlServer::Deliver(std::vector<ReplyMailbox::Letter> letters, TimePoint now) {
+  for (auto& letter : letters) {
     const auto found = m_connections.find(letter.connection);
-    if (found != m_connections.end()) found->second.Answer(letter.line, now);
+    if (found == m_connections.end()) continue;
+    if (letter.take) {
+      found->second.HandOver(letter.line, letter.refusal, std::move(letter.take), now);
+    } else {
+      found->second.Answer(letter.line, now);
+    }
   }
 }
 
@@ -189,6 +194,9 @@ void ControlServer::Admit(UniqueFd socket, TimePoint now) {
 }
 
 void ControlServer::RemoveEnded(TimePoint now) {
+  for (auto& [number, connection] : m_connections) {
+    if (connection.IsLeaving()) connection.Leave();
+  }
   std::erase_if(m_connections, [this, now](const auto& entry) {
     const ControlConnection& connection = entry.second;
     if (connection.IsOver() && !connection.GetFault().empty()) NoteFault(connection.GetFault(), now);

@@ -47,7 +47,7 @@ class ControlServer final : public Kbase::Interfaces::IThread {
 
   void FillPollSet(TimePoint now);
   [[nodiscard]] int GetPollTimeoutMs(TimePoint now) const;
-  void Deliver(const std::vector<ReplyMailbox::Letter>& letters, TimePoint now);
+  void Deliver(std::vector<ReplyMailbox::Letter> letters, TimePoint now);
   void Serve(std::uint64_t number, ControlConnection& connection, short seen, TimePoint now);
   void HandleRequest(std::uint64_t number, ControlConnection& connection, const std::string& line, TimePoint now);
   void Accept(TimePoint now);

@@ -207,6 +207,16 @@ std::optional<RemoveRequest> ParseRemoveRequest(const Json& request, std::string
   return reader.Finish() ? std::make_optional(remove) : std::nullopt;
 }
 
+std::optional<LabelRequest> ParseLabelRequest(const Json& request, std::string& problem) {
+  LabelRequest label;
+  FieldReader reader(request, problem);
+  reader.Demand("event", "an event's id");
+  reader.ReadEventId("event", label.event);
+  reader.Demand("label", "a text, empty for none");
+  reader.ReadLabel("label", label.label);
+  return reader.Finish() ? std::make_optional(label) : std::nullopt;
+}
+
 std::optional<LiveRequest> ParseLiveRequest(const Json& request, std::string& problem) {
   LiveRequest live;
   FieldReader reader(request, problem);
@@ -233,6 +243,10 @@ nlohmann::ordered_json BuildRequest(const ProtectRequest& request) {
 
 nlohmann::ordered_json BuildRequest(const RemoveRequest& request) {
   return {{"command", Command::Remove}, {"event", request.event}, {"evenProtected", request.evenProtected}};
+}
+
+nlohmann::ordered_json BuildRequest(const LabelRequest& request) {
+  return {{"command", Command::Label}, {"event", request.event}, {"label", request.label}};
 }
 
 nlohmann::ordered_json BuildRequest(const LiveRequest& request) {

@@ -35,6 +35,7 @@ inline constexpr const char* Remove = "remove";
 inline constexpr const char* Metrics = "metrics";
 inline constexpr const char* Identity = "identity";
 inline constexpr const char* Live = "live";
+inline constexpr const char* Label = "label";
 inline constexpr const char* Stop = "stop";
 }  // namespace Command
 
@@ -65,6 +66,14 @@ struct ProtectRequest {
   bool isProtected = true;
 };
 
+/// Writes down what people say of a complete event, in place of what they said before.
+struct LabelRequest {
+  /// As of ProtectRequest.
+  std::string event;
+  /// See CheckLabel; empty: nothing any more.
+  std::string label;
+};
+
 /// Removes a complete event for good.
 struct RemoveRequest {
   /// As of ProtectRequest.
@@ -86,13 +95,14 @@ std::optional<nlohmann::ordered_json> ParseRequest(const std::string& line, std:
 /// Of a command without fields of its own: false, with one sentence in `problem`, when there is one beside "command"
 /// and "id".
 bool CheckPlainRequest(const nlohmann::ordered_json& request, std::string& problem);
-/// Read the fields beside "command" and "id"; a field that is left out has the record's default, "on" and "event" have
-/// none. Empty, with field, value and what would be right on one line in `problem`, when a value is wrong or a field
-/// unknown.
+/// Read the fields beside "command" and "id"; a field that is left out has the record's default, "on", "event" and the
+/// "label" of LabelRequest have none. Empty, with field, value and what would be right on one line in `problem`, when a
+/// value is wrong or a field unknown.
 std::optional<EventRequest> ParseEventRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<IgnitionRequest> ParseIgnitionRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<ProtectRequest> ParseProtectRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<RemoveRequest> ParseRemoveRequest(const nlohmann::ordered_json& request, std::string& problem);
+std::optional<LabelRequest> ParseLabelRequest(const nlohmann::ordered_json& request, std::string& problem);
 std::optional<LiveRequest> ParseLiveRequest(const nlohmann::ordered_json& request, std::string& problem);
 
 /// The requests as the functions above read them.
@@ -100,6 +110,7 @@ nlohmann::ordered_json BuildRequest(const EventRequest& request);
 nlohmann::ordered_json BuildRequest(const IgnitionRequest& request);
 nlohmann::ordered_json BuildRequest(const ProtectRequest& request);
 nlohmann::ordered_json BuildRequest(const RemoveRequest& request);
+nlohmann::ordered_json BuildRequest(const LabelRequest& request);
 nlohmann::ordered_json BuildRequest(const LiveRequest& request);
 
 /// What is wrong with an event's label; empty for UTF-8 of at most MaxLabelCharacters code points without control

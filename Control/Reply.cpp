@@ -26,11 +26,16 @@ struct Reply::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  void Answer(const Json& fields) {
+  void Answer(const Json& fields, Take take = {}) {
     if (answered.exchange(true)) return;
     std::string line = Format(fields);
-    if (line.size() > MaxReplyBytes) line = Format(BuildError("the answer is longer than a reply may be"));
-    mailbox->Post({connection, std::move(line)});
+    std::string refusal;
+    if (take) refusal = Format(BuildError("this wants a connection of its own; send nothing before or behind it"));
+    if (line.size() > MaxReplyBytes) {
+      line = Format(BuildError("the answer is longer than a reply may be"));
+      take = {};
+    }
+    mailbox->Post({connection, std::move(line), std::move(take), std::move(refusal)});
   }
 
   [[nodiscard]] std::string Format(const Json& fields) const {
@@ -55,6 +60,11 @@ Reply::Reply(std::shared_ptr<ReplyMailbox> mailbox, std::uint64_t connection, Js
 void Reply::operator()(const Json& fields) const {
   assert(fields.is_object() || fields.is_null());
   m_state->Answer(fields);
+}
+
+void Reply::HandOver(const Json& fields, Take take) const {
+  assert(fields.is_object() && take);
+  m_state->Answer(fields, std::move(take));
 }
 
 void Reply::Refuse(const std::string& sentence) const {

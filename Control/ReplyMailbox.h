@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -17,6 +18,10 @@ class ReplyMailbox {
   struct Letter {
     std::uint64_t connection = 0;
     std::string line;
+    /// Who takes the client's socket once it has `line`; empty: it stays with the server.
+    std::function<void(Ksystem::FileUtils::UniqueFd)> take = {};
+    /// Instead of `line` for a client whose socket cannot be handed over.
+    std::string refusal = {};
   };
 
   ReplyMailbox();

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "EventStore/LaterLabel.h"
 #include "EventStore/Storage.h"
 #include "EventStore/Verify.h"
 
@@ -65,6 +66,7 @@ bool LoadEvent(const std::string& directory, EventData& data, std::string& probl
   if (!description) return false;
   data.directory = directory;
   data.description = std::move(*description);
+  data.laterLabel = EventStore::ReadLaterLabel(directory);
   data.isChecked = proof == EventProof::All;
   if (data.isChecked) {
     for (auto& finding : EventStore::CheckEvent(directory, {}).findings) AddProblem(data, directory + ": " + finding);

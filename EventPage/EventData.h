@@ -13,6 +13,8 @@ namespace Tavi::EventTools {
 struct EventData {
   std::string directory;
   EventStore::EventDescription description;
+  /// What people wrote about it after it was saved; empty for nothing. No part of the event, and not signed.
+  std::string laterLabel;
   SensorRecords<Fix> gps;
   SensorRecords<AccSample> acc;
   SensorRecords<MetricSample> other;

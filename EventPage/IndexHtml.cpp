@@ -56,16 +56,17 @@ std::string BuildFacts(const EventDescription& event) {
 
 }  // namespace
 
-std::string BuildRow(const EventDescription& event, std::string_view directory) {
+std::string BuildRow(const EventDescription& event, std::string_view directory, std::string_view laterLabel) {
   const std::string time = EventStore::FormatTime(event.timeMs);
   const bool isCut = event.interrupted || !event.missing.empty();
   return fmt::format(
       "<li><a href=\"{0}/index.html\">{1}<span class=\"text\"><b><time datetime=\"{2}\">{3} {4} UTC</time></b> "
-      "<span class=\"label\">{5}</span> <span class=\"facts\">{6}</span>{7}{8}</span></a></li>\n",
+      "<span class=\"label\">{5}{9}</span> <span class=\"facts\">{6}</span>{7}{8}</span></a></li>\n",
       EscapeUrl(directory), BuildStill(event, directory), time, time.substr(0, 10), time.substr(11, 8),
       EscapeMarkup(GetTitle(event)), BuildFacts(event),
       isCut ? " <span class=\"alarm\">not all that was asked for</span>" : "",
-      event.seal ? "" : " <span class=\"alarm\">not signed</span>");
+      event.seal ? "" : " <span class=\"alarm\">not signed</span>",
+      laterLabel.empty() ? "" : " (written later: " + EscapeMarkup(laterLabel) + ")");
 }
 
 std::string BuildUnreadableRow(std::string_view directory) {

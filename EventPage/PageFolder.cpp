@@ -11,6 +11,7 @@
 #include "EventPage/IndexHtml.h"
 #include "EventPage/PageHtml.h"
 #include "EventStore/EventName.h"
+#include "EventStore/LaterLabel.h"
 #include "EventStore/Storage.h"
 
 namespace Tavi::EventTools {
@@ -85,10 +86,25 @@ bool PageFolder::Take(const std::string& name, Known& known) {
   std::string problem;
   const auto event = ReadEvent(directory, problem);
   if (!event && !Exists(directory + "/" + EventJsonName)) return false;
-  known.row = event ? BuildRow(*event, name) : BuildUnreadableRow(name);
-  known.hasPage = IsWhole(directory + "/" + std::string(PageName));
+  known.row = event ? BuildRow(*event, name, ReadLaterLabel(directory)) : BuildUnreadableRow(name);
+  known.hasPage = HasPage(name);
   if (event && !known.hasPage) MakePage(directory, known);
   return true;
+}
+
+/// One that was made before the last words about the event does not count.
+bool PageFolder::HasPage(const std::string& name) const {
+  const std::string directory = m_eventsDir + "/" + name;
+  struct stat attributes {};
+  const std::string path = directory + "/" + std::string(PageName);
+  if (m_renewed.contains(GetEventId(name)) || !IsWhole(path)) return false;
+  return ::lstat(path.c_str(), &attributes) == 0 && ToNs(attributes.st_mtim) >= GetLaterLabelTime(directory);
+}
+
+void PageFolder::Renew(const std::string& id) {
+  std::erase_if(m_events, [&id](const auto& event) { return GetEventId(event.first) == id; });
+  m_renewed.insert(id);
+  m_changedNs = 0;
 }
 
 void PageFolder::MakePage(const std::string& directory, Known& known) {
@@ -97,6 +113,7 @@ void PageFolder::MakePage(const std::string& directory, Known& known) {
   known.hasPage = LoadEvent(directory, data, problem, EventProof::Nothing) &&
                   WriteAside(directory, BuildPageBesideFiles(data), problem);
   m_made += known.hasPage ? 1 : 0;
+  if (known.hasPage) m_renewed.erase(data.description.id);
   // The event may have made room for another meanwhile.
   if (!known.hasPage && IsDirectory(directory)) Complain(problem);
 }

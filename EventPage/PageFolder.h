@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,9 @@ class PageFolder {
   /// many pages were made.
   int Update();
 
+  /// The page of the event with that id, and its line in the list, are made anew by the next Update.
+  void Renew(const std::string& id);
+
  private:
   struct Known {
     /// Of the event in the list.
@@ -33,6 +37,7 @@ class PageFolder {
   bool HasChanged();
   void Forget(const std::vector<std::string>& present);
   bool Take(const std::string& name, Known& known);
+  [[nodiscard]] bool HasPage(const std::string& name) const;
   void MakePage(const std::string& directory, Known& known);
   void WriteIndex();
   void Complain(const std::string& problem);
@@ -43,6 +48,8 @@ class PageFolder {
   std::map<std::string, Known, std::less<>> m_events;
   /// The directory's as of the last look; 0 for one that has to be looked at anew.
   std::int64_t m_changedNs = 0;
+  /// Ids of events whose pages do not count.
+  std::set<std::string> m_renewed;
   std::string m_index;
   std::string m_problem;
   int m_made = 0;

@@ -65,6 +65,7 @@ Json ToJson(const SensorRecords<MetricSample>& other) {
 std::string FormatScriptJson(const EventData& data, bool isBesideFiles) {
   Json json;
   json["event"] = Kbase::Json::Parse(EventStore::FormatEvent(data.description));
+  json["laterLabel"] = data.laterLabel;
   json["gps"] = ToJson(data.gps);
   json["acc"] = ToJson(data.acc);
   json["other"] = ToJson(data.other);

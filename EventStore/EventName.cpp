@@ -11,6 +11,7 @@
 #include "EventStore/Chain.h"
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
+#include "EventStore/LaterLabel.h"
 
 namespace Tavi::EventStore {
 namespace {
@@ -101,7 +102,8 @@ std::string GetEventId(std::string_view eventDirName) {
 bool IsProductName(std::string_view name) {
   using namespace std::string_view_literals;
   return !name.empty() && name.front() != '.' && name.find_first_of("/\0"sv) == std::string_view::npos &&
-         name != EventJsonName && name != ProtectedMarker && name != SignatureName && name != PageName;
+         name != EventJsonName && name != ProtectedMarker && name != LaterLabelName && name != SignatureName &&
+         name != PageName;
 }
 
 }  // namespace Tavi::EventStore

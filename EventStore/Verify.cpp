@@ -14,6 +14,7 @@
 #include "EventStore/EventList.h"
 #include "EventStore/EventName.h"
 #include "EventStore/Identity.h"
+#include "EventStore/LaterLabel.h"
 #include "EventStore/Sha256.h"
 #include "EventStore/Storage.h"
 
@@ -75,7 +76,7 @@ void FindAdded(const std::string& eventDir, const EventDescription& event, std::
     const bool isDescribed = std::any_of(event.files.begin(), event.files.end(),
                                          [&name](const EventFile& file) { return file.name == name; });
     const bool isOwn = name == EventJsonName || name == ProtectedMarker || name == PageName || name == NewPageName ||
-                       (name == SignatureName && event.seal);
+                       name == LaterLabelName || name == NewLaterLabelName || (name == SignatureName && event.seal);
     if (!isDescribed && !isOwn) added.push_back("added: " + name);
   }
 }

@@ -58,6 +58,7 @@ function buildHead() {
   if (event.maxSpeedKnots !== null) chip(`up to ${(event.maxSpeedKnots * KmhPerKnot).toFixed(0)} km/h`);
   if (event.interrupted) chip("ended early", "alarm");
   if (event.timeSource !== "receiver") chip("time not confirmed");
+  if (laterLabel) make(byId("when").parentElement, "p", { id: "later" }, `Written later: ${laterLabel}`);
   buildVerdict();
 }
 
@@ -67,6 +68,7 @@ function buildFacts() {
     "Time": new Date(event.time).toLocaleString(undefined, { dateStyle: "medium", timeStyle: "long" }),
     "Time by": describeClock(),
     "Label": event.label || "none",
+    ...(laterLabel ? { "Written later": laterLabel } : {}),
     "Id": event.id,
     "Why": { request: "somebody asked for it", acceleration: "the acceleration was high", recovery: "power failed while it was recorded" }[event.trigger] ?? event.trigger,
     "Asked for": `${request.durationSeconds} s from ${formatSeconds(request.startSeconds, 0)}${request.preview ? ", with preview" : ""}`,

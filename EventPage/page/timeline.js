@@ -1,5 +1,5 @@
 // The event, what its files hold, and the time line of all of it, in seconds relative to the event.
-const { event, gps, acc, other, problems, isChecked, isBesideFiles } = JSON.parse(document.getElementById("data").textContent);
+const { event, gps, acc, other, problems, isChecked, isBesideFiles, laterLabel } = JSON.parse(document.getElementById("data").textContent);
 const KmhPerKnot = 1.852;
 const byId = (id) => document.getElementById(id);
 const clamp = (value, low, high) => Math.min(Math.max(value, low), high);

@@ -21,8 +21,26 @@ void PageThread::RunBefore() {
   Ksystem::SysUtil::GiveWay(LowestNice);
 }
 
+void PageThread::Renew(const std::string& id) {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_renewed.push_back(id);
+  }
+  Wake();
+}
+
+void PageThread::RenewWanted() {
+  std::vector<std::string> wanted;
+  {
+    const std::lock_guard lock(m_mutex);
+    wanted.swap(m_renewed);
+  }
+  for (const std::string& id : wanted) m_pages.Renew(id);
+}
+
 void PageThread::Run() {
   constexpr Milliseconds LookPeriod{1000};
+  RenewWanted();
   m_pages.Update();
   WaitForCancel(LookPeriod);
 }

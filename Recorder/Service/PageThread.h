@@ -4,7 +4,9 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "EventPage/PageFolder.h"
 #include "Kbase/Interfaces/IThread.h"
@@ -20,6 +22,9 @@ class PageThread final : public Kbase::Interfaces::IThread {
   PageThread(std::string eventsDir, std::function<bool()> isHurried);
   ~PageThread() override { Stop(); }
 
+  /// The page of the event with that id, and its line in the list, are made anew. Thread-safe; waits for nothing.
+  void Renew(const std::string& id);
+
  protected:
   void RunBefore() override;
   void Run() override;
@@ -30,7 +35,12 @@ class PageThread final : public Kbase::Interfaces::IThread {
   using Clock = std::chrono::steady_clock;
   static constexpr std::chrono::seconds LongestEnd{2};
 
+  void RenewWanted();
+
   EventTools::PageFolder m_pages;
+  /// Guards m_renewed.
+  std::mutex m_mutex;
+  std::vector<std::string> m_renewed;
   /// When it has to end; far away before Stop.
   std::atomic<Clock::time_point> m_end{Clock::time_point::max()};
 };

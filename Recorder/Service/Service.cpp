@@ -73,6 +73,7 @@ bool Service::Open(std::string& problem) {
   if (m_settings.storage.pages) {
     m_pages = std::make_unique<PageThread>(m_settings.storage.eventsDir, [this] { return m_powerFailed.load(); });
   }
+  m_live = std::make_unique<Live::LiveServer>(getRing);
   m_control = std::make_unique<ControlServer>(*this);
   if (const auto group = Ksystem::SysUtil::FindGroup(m_settings.control.group)) m_control->ServeGroup(*group);
   return m_control->Open(m_settings.control.socket, problem);
@@ -101,6 +102,7 @@ int Service::Run() {
   m_disk.Start();
   if (m_pages) m_pages->Start();
   m_health->Start();
+  m_live->Start();
   for (const auto& taker : m_takers) taker->Start();
   m_ignition = true;
   if (!IsEnding()) m_pipeline->RunIgnitionStart();
@@ -171,6 +173,7 @@ void Service::End() {
   m_serviceManager.TellStopping();
   TellState("stopping");
   m_triggers.reset();
+  m_live->Stop();
   m_queue.Close();
   m_pipeline->RunIgnitionOff();
   // A running event gets what the rings hold when they are taken away, one that waits what is held of it; power that

@@ -17,6 +17,7 @@
 #include "Control/ControlServer.h"
 #include "Control/Protocol.h"
 #include "Recorder/Health/Health.h"
+#include "Recorder/Live/LiveServer.h"
 #include "Recorder/Service/EventArchive.h"
 #include "Recorder/Service/EventQueue.h"
 #include "Recorder/Service/EventTaker.h"
@@ -56,9 +57,11 @@ class Service final : public ControlHandler {
   void HandleIgnition(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleProtect(const nlohmann::ordered_json& request, const Reply& reply);
   void HandleRemove(const nlohmann::ordered_json& request, const Reply& reply);
+  void HandleLabel(const nlohmann::ordered_json& request, const Reply& reply);
+  void HandleLive(const nlohmann::ordered_json& request, const Reply& reply);
   void ListEvents(const Reply& reply) const;
   [[nodiscard]] nlohmann::ordered_json DescribeStatus() const;
-  [[nodiscard]] nlohmann::ordered_json DescribeClock() const;
+  [[nodiscard]] nlohmann::ordered_json DescribeClock(const Moment& now) const;
   [[nodiscard]] std::string WriteMetrics() const;
   [[nodiscard]] std::vector<SourceHealth> ReadHealth() const;
 
@@ -98,6 +101,8 @@ class Service final : public ControlHandler {
   /// By their numbers in the queue.
   std::vector<std::unique_ptr<EventTaker>> m_takers;
   std::unique_ptr<Triggers::TriggerWatch> m_triggers;
+  /// Outlives the control socket, which hands clients over to it.
+  std::unique_ptr<Live::LiveServer> m_live;
   std::unique_ptr<ControlServer> m_control;
   /// Of the event that was settled last; none before. Under the mutex.
   std::optional<EventResult> m_lastResult;

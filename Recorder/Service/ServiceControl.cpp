@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "EventStore/EventName.h"
+#include "EventStore/LaterLabel.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/MissingParts.h"
 #include "Recorder/Version.h"
@@ -74,6 +75,10 @@ void Service::Handle(const Json& request, Reply reply) {
     HandleProtect(request, reply);
   } else if (command == Command::Remove) {
     HandleRemove(request, reply);
+  } else if (command == Command::Label) {
+    HandleLabel(request, reply);
+  } else if (command == Command::Live) {
+    HandleLive(request, reply);
   } else if (command == Command::Events) {
     m_disk.Post([this, reply] { ListEvents(reply); });
   } else if (command == Command::Identity) {
@@ -89,7 +94,7 @@ void Service::Handle(const Json& request, Reply reply) {
     Stop();
   } else {
     reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
-                 "remove, metrics, identity or stop");
+                 "remove, label, live, metrics, identity or stop");
   }
 }
 
@@ -150,6 +155,24 @@ void Service::HandleProtect(const Json& request, const Reply& reply) {
     std::string why;
     if (m_archive.GetStore().SetProtected(wanted.event, wanted.isProtected, why)) {
       reply({{"event", wanted.event}, {"protected", wanted.isProtected}});
+    } else {
+      reply.Refuse(why);
+    }
+  });
+}
+
+void Service::HandleLabel(const Json& request, const Reply& reply) {
+  std::string problem;
+  const auto wanted = ParseLabelRequest(request, problem);
+  if (!wanted) {
+    reply.Refuse(problem);
+    return;
+  }
+  m_disk.Post([this, wanted = *wanted, reply] {
+    std::string why;
+    if (EventStore::SetLaterLabel(m_settings.storage.eventsDir, wanted.event, wanted.label, why)) {
+      if (m_pages) m_pages->Renew(wanted.event);
+      reply({{"event", wanted.event}, {"label", wanted.label}});
     } else {
       reply.Refuse(why);
     }
@@ -221,15 +244,16 @@ ordered_json Service::DescribeStatus() const {
     const std::lock_guard lock(m_mutex);
     status["lastEvent"] = m_lastResult ? Describe(*m_lastResult, m_settings.cameraNames) : ordered_json(nullptr);
   }
-  status["clock"] = DescribeClock();
+  status["clock"] = DescribeClock(Moment::Now());
   status["storage"] = m_archive.Describe();
+  const auto live = m_live->Read();
+  status["live"] = {{"clients", live.clients}, {"dropped", live.dropped}};
   status["sources"] = ToJson(ReadHealth());
   return status;
 }
 
-ordered_json Service::DescribeClock() const {
+ordered_json Service::DescribeClock(const Moment& now) const {
   ordered_json clock;
-  const auto now = Moment::Now();
   AddTime(m_timeOfDay.Tell(now), clock);
   const auto last = m_timeOfDay.GetLastReading();
   clock["fixAgeSeconds"] =

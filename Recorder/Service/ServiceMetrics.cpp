@@ -65,6 +65,10 @@ std::string Service::WriteMetrics() const {
     AddOne(text, "tavi_clock_system_ahead_seconds", Type::Gauge, "System's clock minus the receiver's.",
            *time.systemAheadSeconds);
   }
+  const auto live = m_live->Read();
+  AddOne(text, "tavi_live_clients", Type::Gauge, "Clients of the live stream.", static_cast<double>(live.clients));
+  AddOne(text, "tavi_live_dropped_total", Type::Counter, "Entries that clients of the live stream did not get.",
+         static_cast<double>(live.dropped));
   WritePrometheus(ReadHealth(), text);
   return text.GetText();
 }

@@ -176,6 +176,16 @@ bool HasParameterSets(std::span<const std::uint8_t> accessUnit, unsigned int len
   return !GatherParameterSets(accessUnit, lengthSize).empty();
 }
 
+std::vector<Bytes> SplitByLengths(Bytes accessUnit, unsigned int lengthSize) {
+  std::vector<Bytes> nals;
+  const bool isWhole = ForEachNal(accessUnit, lengthSize, [&nals](Bytes nal) {
+    nals.push_back(nal);
+    return true;
+  });
+  if (!isWhole) nals.clear();
+  return nals;
+}
+
 bool WriteAccessUnit(FILE* file, std::span<const std::uint8_t> accessUnit, unsigned int lengthSize) {
   using Ksystem::FileUtils::Kfile;
   if (lengthSize == 0) return Kfile::Write(accessUnit.data(), accessUnit.size(), file);

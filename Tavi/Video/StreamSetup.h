@@ -39,6 +39,11 @@ class SetupTracker {
 /// True when the access unit brings a sequence and a picture parameter set of its own.
 bool HasParameterSets(std::span<const std::uint8_t> accessUnit, unsigned int lengthSize);
 
+/// The NAL units of an access unit that has a length of `lengthSize` bytes, at least one, in front of each; none when
+/// the lengths do not fit the bytes. They point into it.
+std::vector<std::span<const std::uint8_t>> SplitByLengths(std::span<const std::uint8_t> accessUnit,
+                                                          unsigned int lengthSize);
+
 /// Writes the access unit as a byte stream, whatever its framing. False when the file takes no more or the lengths do
 /// not fit the bytes.
 bool WriteAccessUnit(FILE* file, std::span<const std::uint8_t> accessUnit, unsigned int lengthSize);

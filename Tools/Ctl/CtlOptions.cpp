@@ -27,6 +27,7 @@ struct Arguments {
   std::string ignitionState;
   bool unprotect = false;
   bool evenProtected = false;
+  std::string laterLabel;
 };
 
 /// `check` gives what is wrong with a text, empty when nothing is.
@@ -117,6 +118,16 @@ void AddCommandsOnEvents(CLI::App& app, CtlOptions& options, Arguments& argument
   auto* protect = app.add_subcommand(Command::Protect, "Keep events from being removed to make room");
   AddEventWords(*protect, options);
   protect->add_flag("--off", arguments.unprotect, "Let them be removed again");
+  auto* label = app.add_subcommand(Command::Label, "Write down what is to be said of an event");
+  label->add_option("ID", options.events, "An event's id or its first digits; \"last\" for the newest")
+      ->required()
+      ->type_name("")
+      ->expected(1)
+      ->check(EventWord());
+  label->add_option("TEXT", arguments.laterLabel, "It takes the place of what was written before; \"\" for nothing")
+      ->required()
+      ->type_name("")
+      ->check(TextCheck([](std::string& text) { return CheckLabel(text); }));
   auto* remove = app.add_subcommand(Command::Remove, "Remove events for good, each after a yes on the terminal");
   AddEventWords(*remove, options);
   remove->add_flag("--yes", options.isSure, "Do not ask");
@@ -165,6 +176,7 @@ nlohmann::ordered_json BuildRequestOf(const std::string& command, const Argument
   if (command == Command::Event) return BuildRequest(arguments.event);
   if (command == Command::Ignition) return BuildRequest(IgnitionRequest{arguments.ignitionState == "on"});
   if (command == Command::Protect) return BuildRequest(ProtectRequest{"", !arguments.unprotect});
+  if (command == Command::Label) return BuildRequest(LabelRequest{"", arguments.laterLabel});
   if (command == Command::Remove) return BuildRequest(RemoveRequest{"", arguments.evenProtected});
   return {{"command", command}};
 }

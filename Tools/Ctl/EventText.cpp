@@ -10,6 +10,7 @@
 
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventName.h"
+#include "EventStore/LaterLabel.h"
 #include "EventStore/PartName.h"
 #include "EventStore/Storage.h"
 #include "Kbase/Json/Json.h"
@@ -38,6 +39,11 @@ std::string FormatTime(const EventDescription& event) {
   std::string time = EventStore::FormatTime(event.timeMs).substr(0, 19);
   std::ranges::replace(time, 'T', ' ');
   return time + (event.timeSource == EventStore::ReceiverSource ? "" : " ?");
+}
+
+std::string FormatLabel(const EventDescription& event, const std::string& later) {
+  const std::string label = event.label.empty() ? "-" : MakePrintable(event.label);
+  return later.empty() ? label : label + " (written later: " + MakePrintable(later) + ")";
 }
 
 std::string FormatSize(std::uint64_t bytes) {
@@ -75,7 +81,8 @@ Json Summarise(const EventsDirectory& events, const EventEntry& entry) {
   Json json{{"event", entry.id},
             {"directory", events.GetPath(entry)},
             {"bytes", entry.bytes},
-            {"protected", entry.isProtected}};
+            {"protected", entry.isProtected},
+            {"laterLabel", EventStore::ReadLaterLabel(events.GetPath(entry))}};
   std::string problem;
   const auto event = EventStore::ReadEvent(events.GetPath(entry), problem);
   if (!event) {
@@ -103,7 +110,6 @@ Row FormatRow(const EventsDirectory& events, const EventEntry& entry) {
   const auto event = EventStore::ReadEvent(events.GetPath(entry), problem);
   const std::string isProtected = entry.isProtected ? "yes" : "no";
   if (!event) return {entry.id, "-", "-", "-", FormatSize(entry.bytes), isProtected, "its description", "-"};
-  const std::string label = event->label.empty() ? "-" : MakePrintable(event->label);
   return {entry.id,
           FormatTime(*event),
           MakePrintable(event->trigger),
@@ -111,7 +117,7 @@ Row FormatRow(const EventsDirectory& events, const EventEntry& entry) {
           FormatSize(entry.bytes),
           isProtected,
           FormatMissing(*event),
-          label};
+          FormatLabel(*event, EventStore::ReadLaterLabel(events.GetPath(entry)))};
 }
 
 void AddMeasured(const EventDescription& event, std::vector<Row>& rows) {
@@ -158,6 +164,7 @@ Json DescribeEvent(const EventsDirectory& events, const EventEntry& entry) {
             {"directory", events.GetPath(entry)},
             {"bytes", entry.bytes},
             {"protected", entry.isProtected},
+            {"laterLabel", EventStore::ReadLaterLabel(events.GetPath(entry))},
             {"description", nullptr}};
   std::string problem;
   std::string text;
@@ -192,6 +199,8 @@ std::string FormatEvent(const EventsDirectory& events, const EventEntry& entry) 
   } else {
     rows.push_back({"missing", MakePrintable(problem)});
   }
+  const std::string later = EventStore::ReadLaterLabel(events.GetPath(entry));
+  if (!later.empty()) rows.push_back({"written later", MakePrintable(later)});
   rows.push_back({"protected", entry.isProtected ? "yes" : "no"});
   rows.push_back({"size", FormatSize(entry.bytes)});
   rows.push_back({"directory", MakePrintable(events.GetPath(entry))});

@@ -87,7 +87,8 @@ int Run(const CtlOptions& options) {
   if (options.command == Command::Events) return RunEvents(options);
   if (options.command == LocalCommand::Show) return RunShow(options);
   if (options.command == LocalCommand::Export) return RunExport(options);
-  if (options.command == Command::Protect || options.command == Command::Remove) return AskOfEach(options);
+  const bool isOfEvents = options.command == Command::Protect || options.command == Command::Remove;
+  if (isOfEvents || options.command == Command::Label) return AskOfEach(options);
   return Ask(options, options.request);
 }
 

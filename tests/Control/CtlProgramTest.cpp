@@ -10,6 +10,7 @@
 
 #include "Control/Served.h"
 #include "EventStore/EventWriter.h"
+#include "EventStore/LaterLabel.h"
 
 namespace {
 
@@ -157,6 +158,14 @@ TEST_F(CtlEventsTest, EventsAreListedShownAndMeantByTheirFirstDigits) {
   }
   EXPECT_EQ(Run("protect last --json"), 0) << m_err;
   EXPECT_THAT(m_out, HasSubstr(R"("event":"9f000000","protected":true)"));
+  EXPECT_EQ(Run("label 9f3 'my words' --json"), 0) << m_err;
+  EXPECT_EQ(m_out, "{\"ok\":true,\"command\":\"label\",\"event\":\"9f3ca1b2\",\"label\":\"my words\"}\n");
+  std::string problem;
+  ASSERT_TRUE(SetLaterLabel(m_dir + "events", "9f3ca1b2", "dent\x1B", problem)) << problem;
+  EXPECT_EQ(Run("events"), 0);
+  EXPECT_THAT(m_out, HasSubstr("preview  Tür (written later: dent?)\n"));
+  EXPECT_EQ(Run("show 9f3"), 0);
+  EXPECT_THAT(m_out, HasSubstr("written later  dent?\n"));
   EXPECT_EQ(Run("remove 9f3 last --yes --json"), 0) << m_err;
   EXPECT_EQ(m_out,
             "{\"ok\":true,\"command\":\"remove\",\"event\":\"9f3ca1b2\",\"evenProtected\":false}\n"

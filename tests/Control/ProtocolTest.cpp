@@ -20,6 +20,8 @@ std::string Check(const std::string& text) {
   if ((*request)["command"] == Command::Event) ParseEventRequest(*request, problem);
   if ((*request)["command"] == Command::Ignition) ParseIgnitionRequest(*request, problem);
   if ((*request)["command"] == Command::Protect) ParseProtectRequest(*request, problem);
+  if ((*request)["command"] == Command::Label) ParseLabelRequest(*request, problem);
+  if ((*request)["command"] == Command::Live) ParseLiveRequest(*request, problem);
   return problem;
 }
 
@@ -39,6 +41,13 @@ TEST(Protocol, AMistakeIsOneLineThatSaysWhatWouldBeRight) {
        R"("evnt": "9f3ca1b2": there is no such field; there are command, id)"},
       {R"({"command":"ignition"})", "on: it is missing; give true or false"},
       {R"({"command":"protect","event":"../../et"})", R"(event: "../../et" is no event's id)"},
+      {R"({"command":"label","event":"9f3ca1b2"})", "label: it is missing; give a text, empty for none"},
+      {R"({"command":"label","event":"9f3ca1b2","label":"a\n"})", R"(label: "a\n": it has control characters)"},
+      {R"({"command":"live","streams":["gps","preview0"]})", R"(streams: "preview0" is no stream; there are camera0,)"},
+      {R"({"command":"live","streams":["gps","gps"]})", R"(streams: "gps" is there twice; once is right)"},
+      {R"({"command":"live","streams":"gps"})", R"(streams: "gps" is no list of streams; give some of camera0, )"},
+      {R"({"command":"live","streams":[]})", "streams: an empty list is no list of streams"},
+      {R"({"command":"live","streams":[{}]})", "streams: an object is no stream"},
       {R"({"command":"status","id":)" + nest + std::string(nest.size(), ']') + "}", "the line is no request"},
       {R"({"command":"status","id":[1]})", "id: an array is neither text nor a whole number"},
       {"", "the line is no request"},
@@ -62,6 +71,10 @@ TEST(Protocol, WhatTheClientBuildsIsWhatTheServerReads) {
   EXPECT_EQ(json(BuildRequest(*event)), built);
   EXPECT_EQ(Check(BuildRequest(ProtectRequest{"9f3ca1b2", false}).dump()), "");
   EXPECT_EQ(Check(BuildRequest(IgnitionRequest{true}).dump()), "");
+  EXPECT_EQ(Check(BuildRequest(LabelRequest{"9f3ca1b2", ""}).dump()), "");
+  EXPECT_EQ(Check(BuildRequest(LiveRequest{}).dump()), "");
+  const auto live = ParseLiveRequest(BuildRequest(LiveRequest{{"gps", "camera0"}}), problem);
+  EXPECT_EQ(live ? live->streams : std::vector<std::string>(), (std::vector<std::string>{"gps", "camera0"}));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "EventStore/Chain.h"
+#include "EventStore/LaterLabel.h"
 #include "EventStore/StoreFixture.h"
 #include "EventStore/Verify.h"
 
@@ -63,7 +64,8 @@ TEST_F(VerifyTest, WhatIsChangedMissingOrAddedInAnEventIsTold) {
   const std::string dir = Save(*store, 1) + "/";
   EXPECT_THAT(Check(dir), IsEmpty());
   ASSERT_TRUE(store->SetProtected("00000001", true, m_problem));
-  EXPECT_THAT(Check(dir), IsEmpty()) << "the marker is no part of the evidence";
+  ASSERT_TRUE(SetLaterLabel(m_events, "00000001", "dented\xC3\xBC", m_problem)) << m_problem;
+  EXPECT_THAT(Check(dir), IsEmpty()) << "neither the marker nor later words are part of the evidence";
 
   Change(dir + "video1_1.mp4", 299'999);
   EXPECT_THAT(Check(dir), ElementsAre("changed: video1_1.mp4 (its content is another)"));

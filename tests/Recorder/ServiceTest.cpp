@@ -16,9 +16,11 @@
 #include <set>
 #include <sstream>
 
+#include "Control/LiveClient.h"
 #include "Control/Served.h"
 #include "EventStore/EventDescription.h"
 #include "EventStore/EventList.h"
+#include "EventStore/LaterLabel.h"
 #include "Kbase/Interfaces/IThread.h"
 #include "Recorder/Program.h"
 #include "Support/Nmea.h"
@@ -29,6 +31,9 @@ namespace {
 using namespace Tavi::Testing;
 using namespace Tavi::EventStore;
 using nlohmann::json;
+using namespace std::chrono_literals;
+using Tavi::Recorder::LiveClient;
+using Tavi::Recorder::LiveRecord;
 using testing::HasSubstr;
 
 class ServiceTest : public ServiceProgramTest {
@@ -132,7 +137,8 @@ TEST_F(ServiceTest, ARequestBecomesADirectoryAndSoDoAThirdAtOnceAndNoFourth) {
   EXPECT_GE(commands.size(), 9U);
   for (const auto& command : commands) {
     const std::string begin = R"({"command":")" + command + "\"";
-    EXPECT_THAT(Ask(begin + R"(,"on":false,"event":"00000000","evnt":1})"), HasSubstr("there is no such field"));
+    EXPECT_THAT(Ask(begin + R"(,"on":false,"event":"00000000","label":"","evnt":1})"),
+                HasSubstr("there is no such field"));
     EXPECT_THAT(Ask(begin + R"(,"command":")" + command + "\"}"), HasSubstr("command: it is there twice"));
   }
   std::filesystem::rename(m_dir + "log", m_dir + "log.before");
@@ -375,6 +381,98 @@ TEST_F(ServiceTest, LiveViewersComeAndGoAndTheRecordingLosesNothing) {
   }
   // A machine on which the camera without viewers loses frames, too, is too loaded to tell more.
   EXPECT_LT(lost.at("VideoCamera0"), lost.at("VideoCamera1") < 0.002 ? 0.02 : 0.7);
+}
+
+/// Takes what comes on a thread of its own: time stamps of the first stream, and what was lost on the way.
+class LiveReader {
+ public:
+  LiveReader(const std::string& path, const std::vector<std::string>& streams) {
+    std::string problem;
+    m_client = LiveClient::Open(path, streams, problem);
+    EXPECT_TRUE(m_client) << problem;
+    m_thread = std::thread([this] {
+      std::string end;
+      for (LiveRecord record; m_client && m_client->Next(record, 50ms, end) != LiveClient::Got::End && !m_isDone;) {
+        if (!record.payload.empty()) Take(record);
+        record.payload.clear();
+      }
+    });
+  }
+  ~LiveReader() {
+    m_isDone = true;
+    m_thread.join();
+  }
+  std::vector<LiveRecord> GetRecords() {
+    const std::lock_guard lock(m_mutex);
+    return m_records;
+  }
+
+ private:
+  void Take(const LiveRecord& record) {
+    const std::lock_guard lock(m_mutex);
+    m_records.push_back(record);
+  }
+
+  std::unique_ptr<LiveClient> m_client;
+  std::atomic<bool> m_isDone{false};
+  std::mutex m_mutex;
+  std::vector<LiveRecord> m_records;
+  std::thread m_thread;
+};
+
+std::int64_t CountOfStream(const std::vector<LiveRecord>& records, int stream) {
+  return std::ranges::count_if(records, [stream](const auto& record) { return record.stream == stream; });
+}
+
+// Catches a live stream that lacks frames which the recording has, that cannot be decoded from its first picture on,
+// that ends with the ignition, or that keeps words written later from an event.
+TEST_F(ServiceTest, TheLiveStreamHasEveryFrameOfTheRecordingAndLaterWordsGoBesideIt) {
+  WriteSettings({{"withPreview", false}}, {{"camera1", {{"name", "back"}}}});
+  StartService();
+  const std::string socket = m_dir + "ctl/socket";
+  ASSERT_TRUE(WaitUntil([&] { return Ctl("status")["sources"]["camera1"]["entries"] > 30; }));
+  EXPECT_THAT(Ask(R"({"command":"live","streams":["camera2"]})"), HasSubstr(R"("camera2\" is no stream; there are )"));
+  RawClient stalled(socket);
+  EXPECT_THAT(stalled.Ask("{\"command\":\"live\"}\n"), HasSubstr(R"("name":"back","type":"VideoCamera0")"));
+  LiveReader reader(socket, {"camera1", "audio", "acc"});
+  // The event's window begins at a key frame, a second before the request at most.
+  ASSERT_TRUE(WaitUntil([&] { return CountOfStream(reader.GetRecords(), 0) > 60; }));
+  const auto reply = Ctl("event --before 0 --duration 3 --wait");
+  EXPECT_EQ(reply["saved"], true) << reply;
+  const auto records = reader.GetRecords();
+  for (const int stream : {1, 2}) EXPECT_GT(CountOfStream(records, stream), 20);
+  const auto first = std::ranges::find(records, 0, &LiveRecord::stream);
+  ASSERT_NE(first, records.end());
+  EXPECT_TRUE(first->isKeyFrame);
+  const std::string picture(first->payload.begin(), first->payload.end());
+  for (const char type : {'\x67', '\x68', '\x65'}) EXPECT_THAT(picture, HasSubstr(std::string{0, 0, 1, type}));
+  const auto video = ReadEvents().at(0).streams.at(1);
+  ASSERT_EQ(video.type, "VideoCamera0");
+  EXPECT_LE(*first->timestampNs, *video.firstTimestampNs);
+  std::set<std::int64_t> inWindow;
+  for (const auto& record : records) {
+    EXPECT_FALSE(record.isAfterGap) << int{record.stream};
+    if (record.stream == 0) inWindow.insert(record.timestampNs.value());
+  }
+  inWindow.erase(inWindow.begin(), inWindow.lower_bound(*video.firstTimestampNs));
+  inWindow.erase(inWindow.upper_bound(*video.lastTimestampNs), inWindow.end());
+  EXPECT_EQ(inWindow.size(), video.entries) << "the same frames, while another client takes none";
+  EXPECT_GE(Ctl("status")["live"]["clients"], 1);
+
+  EXPECT_EQ(Ctl("label last 'dented <door>'")["label"], "dented <door>");
+  EXPECT_EQ(ReadLaterLabel(reply["directory"]), "dented <door>");
+  EXPECT_THAT(Ctl("label 00000000 x")["error"], HasSubstr("there is no event 00000000"));
+  const std::string page = std::string(reply["directory"]) + "/index.html";
+  EXPECT_TRUE(
+      WaitUntil([&] { return ReadFile(page).find(R"("laterLabel":"dented \u003cdoor>")") != std::string::npos; }));
+  EXPECT_TRUE(WaitUntil([&] {
+    return ReadFile(m_dir + "tavi/events/index.html").find("(written later: dented &lt;door&gt;)") != std::string::npos;
+  }));
+
+  for (const char* state : {"off", "on"}) EXPECT_EQ(Ctl(std::string("ignition ") + state)["ignition"], state);
+  const std::size_t taken = reader.GetRecords().size();
+  EXPECT_TRUE(WaitUntil([&] { return reader.GetRecords().size() > taken + 100; }));
+  EXPECT_EQ(EndService(SIGTERM), 0);
 }
 
 TEST_F(ServiceTest, AMistakeStartsNothing) {
