@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 set(taviLibraries Tavi Kbase Kdevice Ksystem KMedia)
 install(TARGETS ${taviLibraries} EXPORT TaviTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export tavi-verify)
+set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export tavi-verify tavi-web)
 install(TARGETS ${taviPrograms} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # GStreamer looks there by itself.
 install(TARGETS SoftImx LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)

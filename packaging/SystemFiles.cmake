@@ -11,3 +11,7 @@ if(TAVI_UNIT)
 endif()
 install(FILES packaging/man/tavi-recorder.1 packaging/man/tavi-ctl.1 packaging/man/tavi-report.1 packaging/man/tavi-export.1
   packaging/man/tavi-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+install(FILES packaging/tavi-web.service DESTINATION lib/systemd/system)
+install(FILES packaging/tavi-web.sysusers DESTINATION lib/sysusers.d RENAME tavi-web.conf)
+install(FILES packaging/man/tavi-web.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

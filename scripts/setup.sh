@@ -14,6 +14,7 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
   libasound2-dev libsystemd-dev libssl-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev libgstrtspserver-1.0-dev
+  libmicrohttpd-dev libarchive-dev
 )
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
 stream=(gstreamer1.0-plugins-bad)

@@ -16,6 +16,7 @@ FORMS = {
     "tavi-report": [([], ["/"])],
     "tavi-export": [([], ["/", "--gpx"])],
     "tavi-verify": [([], ["/"])],
+    "tavi-web": [([], [])],
 }
 CTL_NEEDS = {"ignition": ["on"], "show": ["last"], "export": ["last", "--output=/tmp/x"], "protect": ["last"], "remove": ["last"]}
 
