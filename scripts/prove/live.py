@@ -10,6 +10,7 @@ import pathlib
 import re
 import shutil
 import signal
+import socket
 import statistics
 import struct
 import subprocess
@@ -87,6 +88,12 @@ class Viewer(threading.Thread):
         try:
             self.begun = time.monotonic()
             self.connection = http.client.HTTPConnection(self.address, timeout=20)
+            if self.stalls:
+                # Else the kernel would take some megabytes for it.
+                self.connection.sock = socket.socket()
+                self.connection.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8192)
+                host, port = self.address.rsplit(":", 1)
+                self.connection.sock.connect((host, int(port)))
             self.connection.request("GET", "/api/live")
             answer = self.connection.getresponse()
             if answer.status != 200:
