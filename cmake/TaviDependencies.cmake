@@ -2,7 +2,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 pkg_check_modules(GStreamer REQUIRED IMPORTED_TARGET gstreamer-1.0>=1.22 gstreamer-base-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
-pkg_check_modules(RtspServer REQUIRED IMPORTED_TARGET gstreamer-rtsp-server-1.0>=1.22 gstreamer-app-1.0)
+pkg_check_modules(RtspServer REQUIRED IMPORTED_TARGET gstreamer-rtsp-server-1.0>=1.22 gstreamer-rtsp-1.0 gstreamer-app-1.0 gio-2.0)
 pkg_check_modules(Crypto REQUIRED IMPORTED_TARGET libcrypto>=3.0)
 pkg_check_modules(Http REQUIRED IMPORTED_TARGET libmicrohttpd>=0.9.75)
 pkg_check_modules(Archive REQUIRED IMPORTED_TARGET libarchive)

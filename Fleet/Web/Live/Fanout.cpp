@@ -42,6 +42,11 @@ std::size_t Fanout::Count() const {
   return m_viewers.size();
 }
 
+bool Fanout::HasEnded() const {
+  const std::lock_guard lock(m_mutex);
+  return m_hasEnded;
+}
+
 void Fanout::Remove(const LiveViewer* viewer) {
   const std::lock_guard lock(m_mutex);
   std::erase(m_viewers, viewer);

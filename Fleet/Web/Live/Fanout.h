@@ -32,6 +32,7 @@ class Fanout : public std::enable_shared_from_this<Fanout> {
   /// Null when there are `most` already, or after End. The viewer holds this object.
   std::shared_ptr<LiveViewer> Add(std::size_t most);
   [[nodiscard]] std::size_t Count() const;
+  [[nodiscard]] bool HasEnded() const;
 
   /// `index`: of MediaStreams. What was kept of the stream is forgotten: a new segment's first fragment is a key frame.
   void PublishInit(std::size_t index, std::string_view codec, std::span<const std::uint8_t> segment);

@@ -44,7 +44,8 @@ LiveHub::~LiveHub() {
 std::shared_ptr<LiveViewer> LiveHub::AddViewer(std::string& problem) {
   auto viewer = m_fanout->Add(MostViewers);
   if (viewer == nullptr) {
-    problem = fmt::format("there are {} viewers already; close one of them first", MostViewers);
+    problem = m_fanout->HasEnded() ? "the live pictures are being ended"
+                                   : fmt::format("there are {} viewers already; close one of them first", MostViewers);
     return nullptr;
   }
   Wake();

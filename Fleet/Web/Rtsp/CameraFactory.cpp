@@ -1,4 +1,4 @@
-// Makes the pipeline that a camera's RTSP clients share.
+// Makes the pipeline that an RTSP client plays a camera from.
 #include "Fleet/Web/Rtsp/CameraFactory.h"
 
 #include <chrono>
@@ -80,6 +80,24 @@ void InitClass(gpointer type, gpointer /*data*/) {
   GST_RTSP_MEDIA_FACTORY_CLASS(type)->create_element = CreateElement;
 }
 
+/// A client that plays only one of the two leaves the other's source without a way out. That is no error of the media.
+gboolean HandleMessage(GstRTSPMedia* media, GstMessage* message) {
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR && GST_IS_APP_SRC(GST_MESSAGE_SRC(message))) return TRUE;
+  const auto* const parent = static_cast<GstRTSPMediaClass*>(g_type_class_peek(GST_TYPE_RTSP_MEDIA));
+  return parent->handle_message(media, message);
+}
+
+void InitMediaClass(gpointer type, gpointer /*data*/) {
+  GST_RTSP_MEDIA_CLASS(type)->handle_message = HandleMessage;
+}
+
+GType GetMediaType() {
+  static const GType type =
+      g_type_register_static_simple(GST_TYPE_RTSP_MEDIA, "TaviCameraMedia", sizeof(GstRTSPMediaClass), InitMediaClass,
+                                    sizeof(GstRTSPMedia), nullptr, static_cast<GTypeFlags>(0));
+  return type;
+}
+
 GType GetFactoryType() {
   static const GType type =
       g_type_register_static_simple(GST_TYPE_RTSP_MEDIA_FACTORY, "TaviCameraFactory", sizeof(CameraFactoryClass),
@@ -106,7 +124,10 @@ GstRTSPMediaFactory* MakeCameraFactory(std::shared_ptr<HubAccess> hub, LiveStrea
   Hold(factory, "hub", std::move(hub));
   factory->camera = camera;
   GstRTSPMediaFactory* base = &factory->parent;
-  gst_rtsp_media_factory_set_shared(base, TRUE);
+  // Each has a pipeline of its own, which costs a payloader: it begins with a key frame, and may leave out the sound,
+  // which in a shared one would end it for all.
+  gst_rtsp_media_factory_set_shared(base, FALSE);
+  gst_rtsp_media_factory_set_media_gtype(base, GetMediaType());
   gst_rtsp_media_factory_set_protocols(
       base, static_cast<GstRTSPLowerTrans>(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
   // What comes live cannot be held back until a client wants it.

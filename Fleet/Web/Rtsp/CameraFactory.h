@@ -1,4 +1,4 @@
-// Makes the pipeline that a camera's RTSP clients share.
+// Makes the pipeline that an RTSP client plays a camera from.
 #pragma once
 
 #include <gst/rtsp-server/rtsp-media-factory.h>

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 #include <gst/rtsp-server/rtsp-server.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 
 #include <array>
 #include <string_view>
@@ -21,7 +23,7 @@ constexpr const char* Tag = "Rtsp";
 constexpr const char* Role = "viewer";
 constexpr unsigned MostSessions = 16;
 /// One that waits for a camera must not hold up the others.
-constexpr int MostThreads = 8;
+constexpr int MostThreads = 64;
 /// Of a client that does not say that it is still there.
 constexpr unsigned CleanUpSeconds = 2;
 constexpr unsigned AskNamesSeconds = 5;
@@ -36,6 +38,18 @@ struct Unref {
 };
 template <typename T>
 using GObjectPtr = std::unique_ptr<T, Unref<T>>;
+
+/// The kernel closes the connection, also while the client's window is shut (tcp(7)).
+void DropWhenStalled(GstRTSPServer* /*server*/, GstRTSPClient* client, gpointer stalledMs) {
+  GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+  GSocket* socket = connection != nullptr ? gst_rtsp_connection_get_write_socket(connection) : nullptr;
+  GError* error = nullptr;
+  if (socket == nullptr ||
+      g_socket_set_option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, GPOINTER_TO_INT(stalledMs), &error))
+    return;
+  Kbase::Klog::Logger::GetInstance().Warning(Tag, std::string("a stalled client will stay: ") + error->message);
+  g_error_free(error);
+}
 
 /// "Front Left" as "/front-left"; empty when nothing of it can stand in an address.
 std::string BuildPath(std::string_view name) {
@@ -68,6 +82,7 @@ class RtspServerThread final : public RtspServer, public Kbase::Interfaces::IThr
 
   bool Open(const RtspSettings& settings, std::string& problem);
   [[nodiscard]] int GetPort() const override { return gst_rtsp_server_get_bound_port(m_server.get()); }
+  [[nodiscard]] std::size_t CountClients() const override;
 
  private:
   void Run() override;
@@ -110,6 +125,8 @@ bool RtspServerThread::Open(const RtspSettings& settings, std::string& problem) 
   const GObjectPtr<GstRTSPThreadPool> threads(gst_rtsp_server_get_thread_pool(m_server.get()));
   gst_rtsp_thread_pool_set_max_threads(threads.get(), MostThreads);
   for (std::size_t i = 0; i < Cameras.size(); ++i) AddCamera(i);
+  g_signal_connect(m_server.get(), "client-connected", G_CALLBACK(DropWhenStalled),
+                   GINT_TO_POINTER(settings.stalledMs));
   GError* error = nullptr;
   GSource* source = gst_rtsp_server_create_source(m_server.get(), nullptr, &error);
   if (source == nullptr) {
@@ -159,6 +176,16 @@ void RtspServerThread::AddTimer(unsigned seconds, GSourceFunc function) {
   g_source_set_callback(timer, function, this, nullptr);
   g_source_attach(timer, m_context);
   g_source_unref(timer);
+}
+
+std::size_t RtspServerThread::CountClients() const {
+  std::size_t count = 0;
+  const auto look = [](GstRTSPServer*, GstRTSPClient*, gpointer counter) {
+    ++*static_cast<std::size_t*>(counter);
+    return GST_RTSP_FILTER_KEEP;
+  };
+  gst_rtsp_server_client_filter(m_server.get(), look, &count);
+  return count;
 }
 
 void RtspServerThread::Run() {

@@ -1,6 +1,7 @@
 // The cameras with their sound over RTSP.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -21,6 +22,8 @@ class RtspServer {
 
   /// The port that it listens at: the settings', or the one that the system gave for 0.
   [[nodiscard]] virtual int GetPort() const = 0;
+  /// Connections of clients, whatever they are doing. Thread-safe.
+  [[nodiscard]] virtual std::size_t CountClients() const = 0;
 };
 
 }  // namespace Tavi::Web

@@ -16,6 +16,8 @@ struct RtspSettings {
   std::int32_t port = 8554;
   /// A file with one line "user:password" that only its owner may read; empty: no credentials, on loopback only.
   std::string credentialsFile;
+  /// A client that takes nothing for so long is dropped. Not in the file: there is no reason to choose.
+  std::int32_t stalledMs = 10'000;
 };
 
 /// The fields, `prefix` before each name, as "rtsp.".
