@@ -123,6 +123,7 @@ void AddCommandsOnEvents(CLI::App& app, CtlOptions& options, Arguments& argument
       ->required()
       ->type_name("")
       ->expected(1)
+      ->allow_extra_args(false)
       ->check(EventWord());
   label->add_option("TEXT", arguments.laterLabel, "It takes the place of what was written before; \"\" for nothing")
       ->required()

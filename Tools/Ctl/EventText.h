@@ -13,7 +13,8 @@ nlohmann::ordered_json ListEvents(const EventsDirectory& events);
 /// A table, an event a line, the oldest first.
 std::string FormatEvents(const EventsDirectory& events);
 
-/// {"event","directory","bytes","protected","laterLabel","description"}, this the content of event.json or null, with "problem".
+/// {"event","directory","bytes","protected","laterLabel","description"}, this the content of event.json or null, with
+/// "problem".
 nlohmann::ordered_json DescribeEvent(const EventsDirectory& events, const EventStore::EventEntry& entry);
 /// All that is known of one event, a line each.
 std::string FormatEvent(const EventsDirectory& events, const EventStore::EventEntry& entry);

@@ -65,7 +65,16 @@ TEST_F(VerifyTest, WhatIsChangedMissingOrAddedInAnEventIsTold) {
   EXPECT_THAT(Check(dir), IsEmpty());
   ASSERT_TRUE(store->SetProtected("00000001", true, m_problem));
   ASSERT_TRUE(SetLaterLabel(m_events, "00000001", "dented\xC3\xBC", m_problem)) << m_problem;
+  EXPECT_EQ(ReadLaterLabel(dir), "dented\xC3\xBC");
+  std::ofstream(dir + NewLaterLabelName) << "half writ";
   EXPECT_THAT(Check(dir), IsEmpty()) << "neither the marker nor later words are part of the evidence";
+
+  for (const char* text : {"", "half writ", "two\nlines\n", "no UTF-8 \xC3(\n"}) {
+    std::ofstream(dir + LaterLabelName) << text;
+    EXPECT_EQ(ReadLaterLabel(dir), "") << text;
+  }
+  ASSERT_TRUE(SetLaterLabel(m_events, "00000001", "", m_problem)) << m_problem;
+  EXPECT_FALSE(std::filesystem::exists(dir + LaterLabelName));
 
   Change(dir + "video1_1.mp4", 299'999);
   EXPECT_THAT(Check(dir), ElementsAre("changed: video1_1.mp4 (its content is another)"));

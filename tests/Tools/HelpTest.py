@@ -18,7 +18,8 @@ FORMS = {
     "tavi-verify": [([], ["/"])],
     "tavi-web": [([], [])],
 }
-CTL_NEEDS = {"ignition": ["on"], "show": ["last"], "export": ["last", "--output=/tmp/x"], "protect": ["last"], "remove": ["last"]}
+CTL_NEEDS = {"ignition": ["on"], "show": ["last"], "export": ["last", "--output=/tmp/x"], "protect": ["last"], "label": ["last", "x"],
+             "remove": ["last"]}
 
 OPTION = re.compile(r"--[a-z][a-z0-9-]*")
 faults = []
