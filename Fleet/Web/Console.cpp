@@ -22,8 +22,9 @@ using namespace std::chrono_literals;
 using Json = RecorderLink::Json;
 namespace Command = Recorder::Command;
 
-/// What changes something waits for an event that is being written, at most.
-constexpr auto ChangePatience = 30000ms;
+/// What changes something may wait for an event that is being written. A connection that is idle for longer is cut off,
+/// its answer with it.
+constexpr auto ChangePatience = 15000ms;
 constexpr auto AskPatience = 5000ms;
 constexpr auto RefreshPatience = 2000ms;
 
