@@ -34,6 +34,7 @@ inline constexpr const char* Protect = "protect";
 inline constexpr const char* Remove = "remove";
 inline constexpr const char* Metrics = "metrics";
 inline constexpr const char* Identity = "identity";
+inline constexpr const char* Settings = "settings";
 inline constexpr const char* Live = "live";
 inline constexpr const char* Label = "label";
 inline constexpr const char* Stop = "stop";

@@ -51,7 +51,7 @@ std::vector<EventEntry> ListEvents(const std::string& eventsDir) {
 }
 
 std::vector<EventEntry> EventLister::List() {
-  std::map<std::string, Known, std::less<>> found;
+  std::map<std::string, EventEntry, std::less<>> found;
   std::vector<EventEntry> entries;
   for (const std::string& name : ListNames(m_eventsDir)) {
     if (!IsEventDirName(name)) continue;
@@ -61,10 +61,11 @@ std::vector<EventEntry> EventLister::List() {
     const std::int64_t changedNs = ToNs(attributes.st_mtim);
     const auto known = m_known.find(name);
     const bool isSame = known != m_known.end() && known->second.changedNs == changedNs;
-    EventEntry entry = isSame ? std::move(known->second.entry) : LookAt(m_eventsDir, name);
+    EventEntry entry = isSame ? std::move(known->second) : LookAt(m_eventsDir, name);
     entry.isProtected = Exists(dir + "/" + ProtectedMarker);
+    entry.changedNs = changedNs;
     entries.push_back(entry);
-    found.emplace_hint(found.end(), name, Known{std::move(entry), changedNs});
+    found.emplace_hint(found.end(), name, std::move(entry));
   }
   m_known.swap(found);
   std::stable_sort(entries.begin(), entries.end(),

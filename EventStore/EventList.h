@@ -23,6 +23,8 @@ struct EventEntry {
   /// back; the modification time of its event.json.
   std::int64_t savedNs = 0;
   bool isProtected = false;
+  /// When something in the directory was last added or removed, as it tells itself.
+  std::int64_t changedNs = 0;
 };
 
 /// Complete events in the order in which they were saved; nothing else that is in `eventsDir`. Empty also when there is
@@ -40,13 +42,8 @@ class EventLister {
 
  private:
   const std::string m_eventsDir;
-  struct Known {
-    EventEntry entry;
-    /// Of the directory.
-    std::int64_t changedNs = 0;
-  };
   /// By the name of the directory.
-  std::map<std::string, Known, std::less<>> m_known;
+  std::map<std::string, EventEntry, std::less<>> m_known;
 };
 
 /// Makes or removes the marker, synced; true also when nothing was to be done. False, with one sentence in `problem`,

@@ -15,6 +15,9 @@ find_package(CLI11 REQUIRED)
 
 # Of the programs beside the recorder.
 if(TAVI_BUILD_FLEET)
+  pkg_check_modules(RtspServer REQUIRED IMPORTED_TARGET gstreamer-rtsp-server-1.0>=1.22 gstreamer-rtsp-1.0 gstreamer-app-1.0 gio-2.0)
+  pkg_check_modules(Http REQUIRED IMPORTED_TARGET libmicrohttpd>=0.9.75)
+  pkg_check_modules(Archive REQUIRED IMPORTED_TARGET libarchive)
   pkg_check_modules(Mosquitto REQUIRED IMPORTED_TARGET libmosquitto)
 endif()
 

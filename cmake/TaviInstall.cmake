@@ -5,7 +5,7 @@ set(taviLibraries Tavi Kbase Kdevice Ksystem KMedia)
 install(TARGETS ${taviLibraries} EXPORT TaviTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 set(taviPrograms tavi-recorder tavi-ctl tavi-report tavi-export tavi-verify)
 if(TAVI_BUILD_FLEET)
-  list(APPEND taviPrograms tavi-mqtt tavi-upload)
+  list(APPEND taviPrograms tavi-mqtt tavi-upload tavi-web)
 endif()
 install(TARGETS ${taviPrograms} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # GStreamer looks there by itself.

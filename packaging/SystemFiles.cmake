@@ -14,7 +14,7 @@ install(FILES packaging/man/tavi-recorder.1 packaging/man/tavi-ctl.1 packaging/m
 
 # Programs beside the recorder, each a package of its own.
 if(TAVI_BUILD_FLEET)
-  foreach(program mqtt upload)
+  foreach(program mqtt upload web)
     install(FILES packaging/tavi-${program}.service DESTINATION lib/systemd/system)
     install(FILES packaging/tavi-${program}.sysusers DESTINATION lib/sysusers.d RENAME tavi-${program}.conf)
     install(FILES packaging/man/tavi-${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

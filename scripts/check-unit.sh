@@ -39,3 +39,4 @@ check_beside() {
 }
 check_beside tavi-upload
 check_beside tavi-mqtt
+check_beside tavi-web

@@ -16,7 +16,7 @@ packages=(
   libasound2-dev libsystemd-dev libssl-dev
   libspdlog-dev libfmt-dev nlohmann-json3-dev uuid-dev libcli11-dev
 )
-fleet=(libmosquitto-dev)
+fleet=(libgstrtspserver-1.0-dev libmicrohttpd-dev libarchive-dev libmosquitto-dev)
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-alsa)
 stream=(gstreamer1.0-plugins-bad)
 pack=(dpkg-dev debhelper lintian systemd)

@@ -10,6 +10,7 @@
 #include "EventStore/LaterLabel.h"
 #include "Recorder/Health/HealthReport.h"
 #include "Recorder/Service/MissingParts.h"
+#include "Recorder/Service/SettingsReport.h"
 #include "Recorder/Service/UploadReport.h"
 #include "Recorder/Version.h"
 #include "Tavi/GstUtil/Log.h"
@@ -54,8 +55,9 @@ ordered_json Describe(const EventResult& result, const EventStore::CameraNames& 
   return fields;
 }
 
-constexpr std::array<std::string_view, 6> PlainCommands{Command::Status,   Command::Metrics,   Command::Events,
-                                                        Command::Identity, Command::PowerFail, Command::Stop};
+constexpr std::array<std::string_view, 7> PlainCommands{Command::Settings, Command::Status,   Command::Metrics,
+                                                        Command::Events,   Command::Identity, Command::PowerFail,
+                                                        Command::Stop};
 
 }  // namespace
 
@@ -68,6 +70,9 @@ void Service::Handle(const Json& request, Reply reply) {
     reply(DescribeStatus());
   } else if (command == Command::Metrics) {
     reply({{"text", WriteMetrics()}});
+  } else if (command == Command::Settings) {
+    // Asking for groups may wait for the network.
+    m_disk.Post([this, reply] { reply(DescribeSettings(m_settings, ReadHealth(), m_archive.Describe())); });
   } else if (command == Command::Event) {
     HandleEvent(request, reply);
   } else if (command == Command::Ignition) {
@@ -95,7 +100,7 @@ void Service::Handle(const Json& request, Reply reply) {
     Stop();
   } else {
     reply.Refuse("command: \"" + command + "\" is none; give status, event, ignition, power-fail, events, protect, " +
-                 "remove, label, live, metrics, identity or stop");
+                 "remove, label, live, metrics, identity, settings or stop");
   }
 }
 

@@ -5,7 +5,8 @@
 foreign=(
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   libavformat-dev libavcodec-dev libavutil-dev libyuv-dev libturbojpeg0-dev
-  libasound2-dev libsystemd-dev libssl-dev libmosquitto-dev libspdlog-dev libfmt-dev uuid-dev
+  libasound2-dev libsystemd-dev libssl-dev libspdlog-dev libfmt-dev uuid-dev
+  libgstrtspserver-1.0-dev libmicrohttpd-dev libarchive-dev libmosquitto-dev
   libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-alsa
 )

@@ -18,6 +18,7 @@ FORMS = {
     "tavi-verify": [([], ["/"])],
     "tavi-upload": [([], []), (["run"], []), (["once"], [])],
     "tavi-mqtt": [([], [])],
+    "tavi-web": [([], [])],
 }
 CTL_NEEDS = {"ignition": ["on"], "show": ["last"], "export": ["last", "--output=/tmp/x"], "protect": ["last"], "label": ["last", "x"],
              "remove": ["last"]}

@@ -2,7 +2,6 @@
 #include "KMedia/FFMpeg/Mp4Writer.h"
 
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/opt.h>
 }
@@ -11,11 +10,9 @@ extern "C" {
 #include <array>
 #include <cstring>
 
-#include "KMedia/ImgUtils/PictureSize.h"
+#include "KMedia/H264/ParameterSets.h"
 
 namespace KMedia {
-
-using ImgUtils::PictureSize;
 
 namespace {
 
@@ -24,33 +21,7 @@ namespace {
 constexpr std::size_t IndexBytesPerSample = 48;
 constexpr std::size_t IndexBytesFixed = 16384;
 
-/// Moves the parser's complaints beyond every log level; this library has one line of its own for each failure.
-constexpr int SilentLogOffset = 100;
-
 constexpr std::int64_t NsPerSecond = 1'000'000'000;
-
-/// What the sequence parameter set says of the picture; zeros when it says nothing.
-PictureSize ReadPictureSize(const H264::AccessUnits& video) {
-  PictureSize size;
-  AVCodecParserContext* parser = av_parser_init(AV_CODEC_ID_H264);
-  AVCodecContext* context = avcodec_alloc_context3(nullptr);
-  if (parser != nullptr && context != nullptr && !video.units.empty()) {
-    parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
-    context->log_level_offset = SilentLogOffset;
-    std::vector<std::uint8_t> start = video.parameterSets;
-    const auto& first = video.units.front().bytes;
-    start.insert(start.end(), first.begin(), first.end());
-    const auto length = static_cast<int>(start.size());
-    start.resize(start.size() + AV_INPUT_BUFFER_PADDING_SIZE);
-    std::uint8_t* out = nullptr;
-    int outSize = 0;
-    av_parser_parse2(parser, context, &out, &outSize, start.data(), length, AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
-    size = {parser->width, parser->height};
-  }
-  if (parser != nullptr) av_parser_close(parser);
-  avcodec_free_context(&context);
-  return size;
-}
 
 bool SetExtraData(AVCodecParameters* parameters, const std::vector<std::uint8_t>& data) {
   auto* copy = static_cast<std::uint8_t*>(av_mallocz(data.size() + AV_INPUT_BUFFER_PADDING_SIZE));
@@ -106,7 +77,7 @@ bool Mp4Writer::Open(const std::string& path) {
 }
 
 bool Mp4Writer::AddVideo(const H264::AccessUnits& video, const FrameTimes& times) {
-  const PictureSize size = ReadPictureSize(video);
+  const ImgUtils::PictureSize size = H264::ReadPictureSize(video);
   if (size.width <= 0 || size.height <= 0) return Fail("read the picture's size", AVERROR_INVALIDDATA);
   m_video = avformat_new_stream(m_context, nullptr);
   if (m_video == nullptr || !SetExtraData(m_video->codecpar, video.parameterSets))
