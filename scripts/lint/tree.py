@@ -11,11 +11,15 @@ ROOTS = ("", "Platform", "tests")
 
 
 def list_files(root, suffixes):
-    """Paths relative to `root` by their suffix, or their name where it has none, sorted; build trees and hidden folders are not the tree's."""
+    """Paths relative to `root` by their suffix, or their name where it has none, sorted; build trees, packages and hidden folders are
+    not the tree's."""
     found = []
     for folder, folders, names in os.walk(root):
         folders[:] = [name for name in folders if name not in SKIPPED and not name.startswith(".")]
         relative = Path(folder).relative_to(root)
+        # What is below it is put there for a package.
+        if relative == Path("debian"):
+            folders.clear()
         found += [str(relative / name) for name in names if (Path(name).suffix or name) in suffixes]
     return sorted(found)
 
