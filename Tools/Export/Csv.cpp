@@ -16,7 +16,7 @@ using Row = std::pair<double, std::string>;
 constexpr const char* Header =
     "stream,time_from_event_s,time_utc,latitude_deg,longitude_deg,speed_knots,course_deg,"
     "acceleration_x_g,acceleration_y_g,acceleration_z_g,cpu_percent,temperature_celsius,"
-    "altitude_m,hdop,satellites,event,label\n";
+    "altitude_m,hdop,satellites,event,label,label_written_later\n";
 constexpr const char* NoQuality = ",,,";
 
 std::string FormatRow(const char* stream, double seconds, std::int64_t utcMs, const std::string& cells) {
@@ -65,7 +65,8 @@ std::string FormatCsv(const EventData& data) {
   std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.first < b.first; });
   std::string csv = Header;
   // In each row, so that tables of several events can be put into one.
-  const std::string event = fmt::format(",{},{}\n", data.description.id, QuoteCell(data.description.label));
+  const std::string event =
+      fmt::format(",{},{},{}\n", data.description.id, QuoteCell(data.description.label), QuoteCell(data.laterLabel));
   for (const auto& [seconds, row] : rows) csv += row + event;
   return csv;
 }

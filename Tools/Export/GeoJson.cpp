@@ -64,7 +64,10 @@ std::string FormatGeoJson(const EventData& data) {
   Json features = Json::array();
   if (Json lines = MakeLines(data); !lines.empty()) {
     features.push_back(MakeFeature("MultiLineString", std::move(lines),
-                                   {{"kind", "track"}, {"id", description.id}, {"label", description.label}}));
+                                   {{"kind", "track"},
+                                    {"id", description.id},
+                                    {"label", description.label},
+                                    {"labelWrittenLater", data.laterLabel}}));
   }
   for (const Fix& fix : data.gps.records) {
     if (!fix.isValid) continue;
@@ -76,6 +79,7 @@ std::string FormatGeoJson(const EventData& data) {
                     {{"kind", "event"},
                      {"id", description.id},
                      {"label", description.label},
+                     {"labelWrittenLater", data.laterLabel},
                      {"time", EventStore::FormatTime(description.timeMs)},
                      {"timeSource", description.timeSource},
                      {"cameras", Json::array({EventStore::GetPartName("VideoCamera1", description.cameraNames),

@@ -166,6 +166,7 @@ void AddNotes(McapEvent& event, const EventData& data) {
   };
   add(LogLevel::Info,
       fmt::format("{}: {}, time by the {}", GetTitle(description), description.trigger, description.timeSource));
+  if (!data.laterLabel.empty()) add(LogLevel::Info, "written later: " + data.laterLabel);
   if (description.interrupted) add(LogLevel::Warning, "ended early, or recovered after it was interrupted");
   for (const auto& part : description.missing) {
     add(LogLevel::Warning,
@@ -188,6 +189,7 @@ std::map<std::string, std::string> BuildMetadata(const EventData& data, const st
   const auto& description = data.description;
   return {{"id", description.id},
           {"label", description.label},
+          {"labelWrittenLater", data.laterLabel},
           {"trigger", description.trigger},
           {"time", EventStore::FormatTime(description.timeMs)},
           {"timeSource", description.timeSource},

@@ -70,8 +70,9 @@ TEST_F(ExportFileTest, GpxIsValidByItsSchema) {
 TEST(ExportTest, CsvMergesTheStreamsByTimeAndNamesTheEventInEachRow) {
   EventData data = MakeEvent();
   data.description.label = "A, \"B\"";
+  data.laterLabel = "C, D";
   std::string csv = FormatCsv(data);
-  const std::string event = ",9f3ca1b2,\"A, \"\"B\"\"\"\n";
+  const std::string event = ",9f3ca1b2,\"A, \"\"B\"\"\",\"C, D\"\n";
   EXPECT_THAT(csv, HasSubstr(",48.1178767,-11.5167000,24.36,12.5,,,,,,,," + event))
       << "nothing is known of its quality";
   for (std::size_t at; (at = csv.find(event)) != std::string::npos;) csv.replace(at, event.size(), "\n");
@@ -93,6 +94,7 @@ TEST(ExportTest, GeoJsonHasLongitudeFirstAndNoLineOfOnePoint) {
   EXPECT_EQ(features[2]["properties"]["hdop"], 0.9);
   EXPECT_FALSE(features[1]["properties"].contains("altitudeMetres")) << "0 would be a height";
   for (const int i : {0, 4}) EXPECT_EQ(features[i]["properties"]["label"], MakeEvent().description.label);
+  EXPECT_EQ(features[4]["properties"]["labelWrittenLater"], "") << "nobody wrote any";
 }
 
 // Names of cameras that break the formats, or are of the other camera.
@@ -182,7 +184,7 @@ TEST_F(ExportProgramTest, AMistakeIsOneLineAndTwoDamageIsOneLineAndOne) {
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), line.empty() ? 0 : 1) << said;
   }
   EXPECT_THAT(ReadFile(m_dir + "out"),
-              HasSubstr("\nOther,-1.000,2026-11-21T13:40:04.123Z,,,,,,,,16,40,,,,9f3ca1b2,A & B <\x01>\n"));
+              HasSubstr("\nOther,-1.000,2026-11-21T13:40:04.123Z,,,,,,,,16,40,,,,9f3ca1b2,A & B <\x01>,\n"));
   EXPECT_EQ(ReadFile(m_dir + "a.csv"), ReadFile(m_dir + "out"));
   std::filesystem::remove(m_dir + "event/event.json");
   EXPECT_EQ(Run(m_dir + "event --csv"), 1);
