@@ -166,7 +166,7 @@ TEST_F(LiveTest, EveryPictureIsAByteStreamAndKeyFramesBringTheirParameterSets) {
   const LiveRecord after = Get(*client);
   EXPECT_EQ(after.timestampNs, 1003) << "lengths that do not fit";
   EXPECT_TRUE(after.isAfterGap);
-  EXPECT_EQ(m_live->Read().dropped, 1U);
+  EXPECT_TRUE(WaitUntil([&] { return m_live->Read().dropped == 1; }));
   for (int i = 4; i < 10; ++i) Deliver("p", plain), GetText(*client);
   Deliver(code + "\x65i", plain);
   EXPECT_EQ(GetText(*client), sets + code + "\x65i");

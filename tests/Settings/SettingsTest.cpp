@@ -78,13 +78,14 @@ TEST_F(SettingsTest, AMistakeIsOneLineWithItsPlaceAndWhatWouldBeRight) {
        "2: field pipeline.camera0.\"FPS \": unknown, the nearest name is fps"},
       {"{\"events\":{},\"fps\":5}",
        "1: field fps: unknown here, there is pipeline.camera0.fps; known here are pipeline, events, storage, triggers, "
-       "control, simulate, temperatureZone, logFile, logFileMaxBytes, logFileCount"},
+       "control, uploadStatusFile, simulate, temperatureZone, logFile, logFileMaxBytes, logFileCount"},
       {"{\"simulate\":true,\"a\\nb\":5}",
-       "1: field \"a\\nb\": unknown, known here are pipeline, events, storage, triggers, control, simulate, "
-       "temperatureZone, logFile, logFileMaxBytes, logFileCount"},
+       "1: field \"a\\nb\": unknown, known here are pipeline, events, storage, triggers, control, "
+       "uploadStatusFile, simulate, temperatureZone, logFile, logFileMaxBytes, logFileCount"},
       {"{\"events\":{},\n\"events.queueLength\":5}",
        "2: field \"events.queueLength\": unknown here, there is events.queueLength; known here are pipeline, events, "
-       "storage, triggers, control, simulate, temperatureZone, logFile, logFileMaxBytes, logFileCount"},
+       "storage, triggers, control, uploadStatusFile, simulate, temperatureZone, logFile, logFileMaxBytes, "
+       "logFileCount"},
       {"{\"events\":{\"queueLength\":1,\n\"queueLength\":1}}",
        "2: field events.queueLength: it is there twice, once is right"},
       {"{\"events\":{},\"simulate\":true,\n\"events\":{}}", "2: field events: it is there twice, once is right"},

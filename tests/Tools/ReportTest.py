@@ -59,6 +59,14 @@ window.apart = [];
 NAMES = {"VideoCamera1": "front <b>", "VideoCamera0": "rear"}
 
 
+def read_idr_slice(clip):
+    """The first slice of the first picture in an MP4 whose samples begin with it: a white one has a few hundred bytes only."""
+    at = clip.index(b"mdat") + 4
+    while clip[at + 4] & 0x1F != 5:
+        at += 4 + int.from_bytes(clip[at:at + 4], "big")
+    return clip[at:at + 4 + int.from_bytes(clip[at:at + 4], "big")]
+
+
 class ReportTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -257,8 +265,7 @@ class ReportTest(unittest.TestCase):
             self.assertAlmostEqual(float(seconds), 2.0, delta=0.1, msg=name)
             # Not encoded anew: the part begins with an access unit of the clip.
             kind = next(kind for kind, called in NAMES.items() if called[:4] in name)
-            start = content.index(b"mdat") + 100
-            self.assertTrue(content[start:start + 1000] in pathlib.Path(self.files[kind]).read_bytes(), name)
+            self.assertTrue(read_idr_slice(content) in pathlib.Path(self.files[kind]).read_bytes(), name)
         self.assertEqual(self.browser.read_complaints(), [])
 
     def test_any_stream_may_be_missing(self):

@@ -118,10 +118,12 @@ def make_event(events, number, files=None, **more):
     day, minute = divmod(number, 1440)
     stamp = f"2026{1 + day // 28:02}{1 + day % 28:02}T{minute // 60:02}{minute % 60:02}00Z"
     directory = pathlib.Path(events, f"{stamp}_{number:08x}")
-    directory.mkdir(parents=True)
+    # An event appears whole.
+    aside = pathlib.Path(events, f".new_{directory.name}")
+    aside.mkdir(parents=True)
     files = {"ThumbnailCamera1": ("still.jpg", b"\xff\xd8still"), **(files or {})}
     for name, content in files.values():
-        (directory / name).write_bytes(content)
+        (aside / name).write_bytes(content)
     time = f"{stamp[:4]}-{stamp[4:6]}-{stamp[6:8]}T{stamp[9:11]}:{stamp[11:13]}:00.000Z"
     window = {"type": "Acc", "entries": 300, "rate": 10.0, "fromSeconds": -15.0, "toSeconds": 15.0 + number % 7,
               "firstTimestampNs": None, "lastTimestampNs": None}
@@ -134,5 +136,6 @@ def make_event(events, number, files=None, **more):
         "cameraNames": {"VideoCamera1": "front", "VideoCamera0": None}, "streams": [window], "missing": [], "seal": None,
         "files": [{"type": kind, "name": name, "bytes": len(content), "sha256": hashlib.sha256(content).hexdigest()}
                   for kind, (name, content) in files.items()], **more}
-    (directory / "event.json").write_text(json.dumps(description))
+    (aside / "event.json").write_text(json.dumps(description))
+    aside.rename(directory)
     return directory
