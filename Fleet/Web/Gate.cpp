@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <stdexcept>
 #include <thread>
 
@@ -74,12 +73,6 @@ bool IsAddress(std::string_view name) {
     return ::inet_pton(AF_INET6, text.substr(1, text.size() - 2).c_str(), &ignored) == 1;
   }
   return ::inet_pton(AF_INET, text.c_str(), &ignored) == 1;
-}
-
-std::string ToLower(std::string_view text) {
-  std::string lower(text);
-  std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
 }
 
 bool Changes(const Request& request) {

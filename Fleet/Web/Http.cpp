@@ -1,6 +1,9 @@
 // A request and its answer, as the console's parts see them.
 #include "Fleet/Web/Http.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "Kbase/Json/Json.h"
 
 namespace Tavi::Web {
@@ -39,6 +42,12 @@ std::string ToHeaderText(std::string_view text) {
   std::string plain(text);
   for (char& c : plain) c = static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? ' ' : c;
   return plain;
+}
+
+std::string ToLower(std::string_view text) {
+  std::string lower(text);
+  std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
 }
 
 }  // namespace Tavi::Web

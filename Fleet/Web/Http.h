@@ -62,6 +62,9 @@ Response Refuse(int status, std::string_view sentence);
 /// `json` is the text of an answer.
 Response AnswerJson(std::string json, int status = 200);
 
+/// As names of headers and hosts compare: ASCII letters.
+std::string ToLower(std::string_view text);
+
 /// A header's value must not end its line: control characters become blanks.
 std::string ToHeaderText(std::string_view text);
 

@@ -8,8 +8,6 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cstdarg>
@@ -32,12 +30,6 @@ struct Incoming {
   Request request;
   bool isTooLarge = false;
 };
-
-std::string ToLower(std::string_view text) {
-  std::string lower(text);
-  std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
-}
 
 MHD_Result TakeHeader(void* headers, MHD_ValueKind, const char* name, const char* value) {
   auto& values = *static_cast<decltype(Request::headers)*>(headers);

@@ -12,9 +12,6 @@ namespace {
 
 using Json = Kbase::Json::Object;
 
-/// What a package has until a sentence gives another (GPSDataPackage).
-constexpr double UnknownDilution = 100.0;
-
 double Round(double value, double steps) {
   return std::round(value * steps) / steps;
 }
@@ -31,7 +28,7 @@ std::string DescribeFix(const Gps::GpsData& fix) {
     if (const auto utcMs = Gps::GPSDataPackage::GetUtcMs(fix)) json["time"] = EventStore::FormatTime(*utcMs);
   }
   // The sentence that tells the one tells all three.
-  if (fix.HDOP < UnknownDilution) {
+  if (fix.HDOP < Gps::UnknownDilution) {
     json["hdop"] = fix.HDOP;
     json["satellites"] = fix.noOfSatellites;
     if (fix.isValidPackage == 1) json["altitude"] = fix.altitude;

@@ -9,8 +9,6 @@
 namespace Tavi::Gps {
 namespace {
 
-/// What the record has until a sentence gives one.
-constexpr double UnknownDilution = 100.0;
 constexpr std::string_view Unknown = "-";
 
 template <typename Number>

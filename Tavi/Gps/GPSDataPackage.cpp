@@ -12,7 +12,6 @@ namespace Tavi::Gps {
 namespace {
 
 constexpr double MetresPerSecondPerKnot = 0.514444444;
-constexpr double UnknownDilution = 100.0;
 constexpr double WorstDilution = 10.0;
 constexpr std::size_t DateLength = sizeof("ddmmyy") - 1;
 constexpr std::size_t ClockLength = sizeof("hhmmss") - 1;

@@ -7,6 +7,9 @@
 
 namespace Tavi::Gps {
 
+/// What a record's dilutions of precision are until a sentence gives one.
+inline constexpr double UnknownDilution = 100.0;
+
 /// One flat block of fixed size, wrapped whole in a media buffer and read back whole from it. Of it, files carry the
 /// RMC sentence alone. All texts are NUL-terminated, cut where they are too long. No member has an initialiser, so that
 /// `GpsData()` zeroes the padding too.
@@ -28,7 +31,7 @@ struct GpsData {
   std::int32_t noOfSatellites;
   /// Metres above mean sea level.
   double altitude;
-  /// Dilution of precision: 100.0 until a sentence gives one; that of position and the vertical one stay so.
+  /// Dilution of precision: UnknownDilution until a sentence gives one; that of position and the vertical one stay so.
   double HDOP;
   double PDOP;
   double VDOP;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Fleet/Web/Live/Fanout.h"
+#include "Fleet/Web/Live/TimeLine.h"
 #include "KMedia/H264/AnnexB.h"
 #include "KMedia/H264/ParameterSets.h"
 #include "Kbase/Klog/Logger.h"
@@ -17,7 +18,6 @@ namespace {
 using KMedia::H264::NalType;
 using KMedia::H264::NalUnit;
 
-constexpr std::int64_t NsPerSecond = 1'000'000'000;
 /// A picture that is shown before anybody knows for how long: of 30 a second.
 constexpr std::int64_t FirstDuration = FragmentMuxer::TicksPerSecond / 30;
 /// What stands still for longer, and goes on with a key frame, is a break; the picture need not fill it.

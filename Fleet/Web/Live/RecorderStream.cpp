@@ -16,8 +16,6 @@ namespace {
 
 using Recorder::LiveClient;
 
-constexpr double NsPerSecond = 1e9;
-
 /// In the order of LiveStream.
 constexpr std::array<std::string_view, LiveStreams> Names{"camera0", "camera1", "audio", "gps", "acc", "other"};
 static_assert(Names.size() == Recorder::LiveStreamNames.size());
@@ -77,7 +75,7 @@ void RecorderStream::Take(const Sinks& sinks) {
   const std::int64_t timeNs = m_timeLine.Place(stream, m_record.arrivedNs, m_record.timestampNs);
   if (!m_isAnnounced) Announce();
   if (stream > LiveStream::Sound) {
-    TakeSensor(stream, static_cast<double>(timeNs) / NsPerSecond);
+    TakeSensor(stream, static_cast<double>(timeNs) / static_cast<double>(NsPerSecond));
     return;
   }
   const auto unit = std::make_shared<const LiveUnit>(

@@ -8,12 +8,12 @@
 #include <cstdlib>
 
 #include "Fleet/Web/Live/Fanout.h"
+#include "Fleet/Web/Live/TimeLine.h"
 #include "KMedia/Mp3/Mp3Frames.h"
 
 namespace Tavi::Web {
 namespace {
 
-constexpr std::int64_t NsPerSecond = 1'000'000'000;
 /// Frames follow each other by their samples; only what is off by more than a few frames is a gap.
 constexpr int LargestSlipMs = 60;
 constexpr int MsPerSecond = 1000;

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::milliseconds Period{1000};
 /// Whoever stops this waits as long.
-constexpr std::chrono::milliseconds AnswerWithin{1500};
+constexpr std::chrono::milliseconds StatusWithin{1500};
 
 }  // namespace
 
@@ -27,7 +27,7 @@ StatusPoll::~StatusPoll() {
 void StatusPoll::Run() {
   if (m_fanout->Count() > 0) {
     std::string problem;
-    const Recorder::Patience patience{AnswerWithin, std::chrono::milliseconds(0), {}};
+    const Recorder::Patience patience{StatusWithin, std::chrono::milliseconds(0), {}};
     const std::string request = Recorder::BuildLine({{"command", Recorder::Command::Status}});
     const auto line = Recorder::Exchange(m_controlSocket, request, patience, problem);
     const auto reply = line ? Kbase::Json::Parse(*line) : Kbase::Json::Object();

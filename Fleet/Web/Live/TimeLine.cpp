@@ -4,7 +4,6 @@
 namespace Tavi::Web {
 namespace {
 
-constexpr std::int64_t NsPerSecond = 1'000'000'000;
 /// Entries arrive late when the machine is busy; early they cannot be by more than the first one was late.
 constexpr std::int64_t LatestNs = 5 * NsPerSecond;
 constexpr std::int64_t EarliestNs = -2 * NsPerSecond;

@@ -9,6 +9,8 @@
 
 namespace Tavi::Web {
 
+inline constexpr std::int64_t NsPerSecond = 1'000'000'000;
+
 /// Places entries by their time stamps, which cameras and sound take from one clock; arrival only tells where that
 /// clock's 0 is, and that another one has begun: after each start of the recorder's acquisition time stamps begin anew.
 /// The time line goes on. Its 0 is the arrival of the first entry. Thread-bound.

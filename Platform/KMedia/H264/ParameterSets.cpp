@@ -5,14 +5,9 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 }
 
+#include "KMedia/H264/DecoderLog.h"
+
 namespace KMedia::H264 {
-namespace {
-
-/// Moves the parser's complaints beyond every log level; this library has one line of its own for each failure.
-constexpr int SilentLogOffset = 100;
-
-}  // namespace
-
 ImgUtils::PictureSize ReadPictureSize(const AccessUnits& video) {
   ImgUtils::PictureSize size;
   AVCodecParserContext* parser = av_parser_init(AV_CODEC_ID_H264);

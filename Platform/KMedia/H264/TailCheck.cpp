@@ -10,11 +10,10 @@ extern "C" {
 #include <memory>
 #include <span>
 
+#include "KMedia/H264/DecoderLog.h"
+
 namespace KMedia::H264 {
 namespace {
-
-/// Moves the decoder's complaints about missing references beyond every log level; the level's upper bits are flags.
-constexpr int SilentLogOffset = 100;
 
 struct FreeContext {
   void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
