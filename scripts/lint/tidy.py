@@ -28,6 +28,7 @@ from tree import CODE, list_files, read_includes, resolve
 TOOL = "clang-tidy-14"
 COMPILER = "clang++-14"
 NOTES = Path("build/lint")
+TOGETHER = re.compile(r'^#include "(/.*)"$', re.MULTILINE)
 FINDING = re.compile(r"^\S+:\d+:\d+: (?:warning|error): ", re.MULTILINE)
 
 
@@ -42,9 +43,16 @@ def read_flags(build_dir):
         if "-include" in arguments:
             included = arguments.index("-include")
             del arguments[included : included + 2]
-        path = os.path.relpath(entry["file"], ".")
-        flags[path] = [a for a in arguments if a != "-c" and not a.endswith(entry["file"])]
+        # The last one is for files that are compiled together, and GCC's own.
+        kept = [a for a in arguments if a not in ("-c", "-Wno-subobject-linkage") and not a.endswith(entry["file"])]
+        for file in list_compiled(Path(entry["file"])):
+            flags[os.path.relpath(file, ".")] = kept
     return flags
+
+
+def list_compiled(file):
+    """The file, or those that it compiles together."""
+    return TOGETHER.findall(file.read_text()) if file.parent.name == "Unity" else [file]
 
 
 def choose_flags(flags, path):
