@@ -36,6 +36,6 @@ if [ "${1:-}" = --web ]; then
   exit
 fi
 case " $* " in *" --stream"*) scripts/setup.sh --stream ;; esac
-# Built once, and without what only other programs need.
-scripts/build.sh --target tavi-recorder -DTAVI_BUILD_FLEET=OFF -DTAVI_UNITY=ON
+# Without what only other programs need.
+scripts/build.sh --target tavi-recorder -DTAVI_BUILD_FLEET=OFF
 exec build/release/bin/tavi-recorder --simulate --preview --collect-after 12 --start -10 --duration 15 --output build/events "$@"
