@@ -1,6 +1,7 @@
 // The records of one camera and the sound, into one media pipeline.
 #include "Fleet/Web/Rtsp/CameraFeed.h"
 
+#include <atomic>
 #include <utility>
 
 namespace Tavi::Web {
@@ -9,14 +10,26 @@ namespace {
 using GstUtil::GstRef;
 using UnitPtr = std::shared_ptr<const LiveUnit>;
 
+/// What a buffer holds. Whichever thread lets go of it comes behind the one that made it by GLib's locks, which
+/// ThreadSanitizer cannot see; this flag it can.
+struct Held {
+  UnitPtr unit;
+  std::atomic<bool> isHandedOver{false};
+};
+
+void LetGo(gpointer pointer) {
+  auto* const held = static_cast<Held*>(pointer);
+  if (held->isHandedOver.load(std::memory_order_acquire)) delete held;
+}
+
 /// The unit's own memory; the buffer holds it.
 GstBuffer* Wrap(const UnitPtr& unit, GstClockTime time) {
-  auto* const held = new UnitPtr(unit);
-  const auto release = [](gpointer pointer) { delete static_cast<UnitPtr*>(pointer); };
+  auto* const held = new Held{unit};
+  held->isHandedOver.store(true, std::memory_order_release);
   // Read-only: GStreamer only has no const for it.
   auto* const bytes = const_cast<std::uint8_t*>(unit->bytes.data());
   const gsize size = unit->bytes.size();
-  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, bytes, size, 0, size, held, release);
+  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, bytes, size, 0, size, held, LetGo);
   GST_BUFFER_PTS(buffer) = time;
   if (!unit->isKeyFrame) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
   return buffer;
