@@ -59,7 +59,9 @@ def choose_flags(flags, path):
     if path in flags:
         return flags[path]
     room = os.path.dirname(path) + "/"
-    like = next(other for place in (room, "tests/Integration/") for other in sorted(flags) if other.startswith(place))
+    # What all tests share needs more libraries than what lies beside it.
+    places = ("tests/Integration/",) if room == "tests/Support/" else (room, "tests/Integration/")
+    like = next(other for place in places for other in sorted(flags) if other.startswith(place))
     return [*flags[like], "-I" + os.getcwd(), "-I" + os.getcwd() + "/Platform"]
 
 
