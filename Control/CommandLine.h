@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -50,6 +51,31 @@ inline void Parse(CLI::App& app, int argc, const char* const* argv) {
     complain();
     throw;
   }
+}
+
+/// What every program with a file of settings is told of it.
+struct ConfigWords {
+  std::string config;
+  bool checkConfig = false;
+  bool printConfig = false;
+};
+
+/// `meaning` is that of --config.
+inline void AddConfigOptions(CLI::App& app, ConfigWords& words, const std::string& meaning) {
+  app.add_option("--config", words.config, meaning);
+  app.add_flag("--check-config", words.checkConfig, "Only say whether the settings are right");
+  app.add_flag("--print-config", words.printConfig, "Only print the settings, the defaults among them, as such a file");
+}
+
+/// Of settings that are right: true when the program was only asked about them, and has the answer on `out`. `settings`
+/// is their text.
+inline bool AnswerConfig(const ConfigWords& words, const std::string& settings, std::ostream& out) {
+  if (words.printConfig) {
+    out << settings;
+  } else if (words.checkConfig) {
+    out << (words.config.empty() ? "" : words.config + ": ") << "the settings are right\n";
+  }
+  return words.printConfig || words.checkConfig;
 }
 
 }  // namespace Tavi::CommandLine

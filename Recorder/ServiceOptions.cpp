@@ -12,27 +12,22 @@ namespace {
 
 constexpr int UsageExitStatus = 2;
 
-struct Words {
-  std::string config;
+struct Words : CommandLine::ConfigWords {
   bool simulate = false;
   std::string output;
   std::string control;
   std::string log;
-  bool checkConfig = false;
-  bool printConfig = false;
 };
 
 void AddOptions(CLI::App& app, Words& words) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-  app.add_option(
-      "--config", words.config,
+  CommandLine::AddConfigOptions(
+      app, words,
       "Settings, a JSON file (settings.md in docs/ or /usr/share/doc/tavi-recorder/); the options below win over it");
   app.add_flag("--simulate", words.simulate, "A simulated car in place of the devices");
   app.add_option("--output", words.output, "One directory for all that the recorder writes: events/ and what it needs");
   app.add_option("--control", words.control, "Path of the Unix socket that takes commands");
   app.add_option("--log", words.log, "Append the log to this file, too");
-  app.add_flag("--check-config", words.checkConfig, "Only say whether the settings are right");
-  app.add_flag("--print-config", words.printConfig, "Only print the settings, the defaults among them, as such a file");
 }
 
 void Apply(const Words& words, Settings& settings) {
@@ -74,12 +69,7 @@ std::optional<int> ParseServiceOptions(int argc, const char* const* argv, Settin
     err << "tavi-recorder: " << problem << "\n";
     return UsageExitStatus;
   }
-  if (words.printConfig) {
-    out << FormatSettings(settings);
-  } else if (words.checkConfig) {
-    out << (words.config.empty() ? "" : words.config + ": ") << "the settings are right\n";
-  }
-  if (words.printConfig || words.checkConfig) return 0;
+  if (CommandLine::AnswerConfig(words, FormatSettings(settings), out)) return 0;
   return std::nullopt;
 }
 

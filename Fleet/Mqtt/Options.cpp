@@ -9,18 +9,12 @@
 namespace Tavi::Mqtt {
 namespace {
 
-struct Words {
-  std::string config;
-  bool checkConfig = false;
-  bool printConfig = false;
-};
+using Words = CommandLine::ConfigWords;
 
 void AddOptions(CLI::App& app, Words& words) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", "tavi-mqtt " TAVI_VERSION);
-  app.add_option("--config", words.config, "Settings, a JSON file (mqtt.md in docs/ or /usr/share/doc/tavi-mqtt/)");
-  app.add_flag("--check-config", words.checkConfig, "Only say whether the settings are right");
-  app.add_flag("--print-config", words.printConfig, "Only print the settings, the defaults among them, as such a file");
+  CommandLine::AddConfigOptions(app, words, "Settings, a JSON file (mqtt.md in docs/ or /usr/share/doc/tavi-mqtt/)");
 }
 
 /// Empty, or what is wrong with what the program is to run with.
@@ -55,12 +49,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Settings& set
     err << "tavi-mqtt: " << problem << "\n";
     return UsageStatus;
   }
-  if (words.printConfig) {
-    out << FormatSettings(settings);
-  } else if (words.checkConfig) {
-    out << (words.config.empty() ? "" : words.config + ": ") << "the settings are right\n";
-  }
-  if (words.printConfig || words.checkConfig) return 0;
+  if (CommandLine::AnswerConfig(words, FormatSettings(settings), out)) return 0;
   return std::nullopt;
 }
 

@@ -13,28 +13,23 @@ namespace {
 
 constexpr int UsageExitStatus = 2;
 
-struct Words {
-  std::string config;
+struct Words : CommandLine::ConfigWords {
   std::string address;
   int port = -1;
   std::string control;
   std::string events;
-  bool checkConfig = false;
-  bool printConfig = false;
 };
 
 void AddOptions(CLI::App& app, Words& words) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", "tavi-web " TAVI_VERSION);
-  app.add_option(
-      "--config", words.config,
+  CommandLine::AddConfigOptions(
+      app, words,
       "Settings, a JSON file (console.md in docs/ or /usr/share/doc/tavi-web/); the options below win over it");
   app.add_option("--address", words.address, "Address to listen at; another than loopback needs a token");
   app.add_option("--port", words.port, "TCP port; 0: one that is free");
   app.add_option("--control", words.control, "Path of the recorder's control socket");
   app.add_option("--events", words.events, "Directory of all events; without it where the recorder says");
-  app.add_flag("--check-config", words.checkConfig, "Only say whether the settings are right");
-  app.add_flag("--print-config", words.printConfig, "Only print the settings, the defaults among them, as such a file");
 }
 
 void Apply(const Words& words, WebSettings& settings) {
@@ -68,12 +63,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, WebSettings& 
     err << "tavi-web: " << problem << "\n";
     return UsageExitStatus;
   }
-  if (words.printConfig) {
-    out << SettingsFile::FormatFields(DescribeFields(settings));
-  } else if (words.checkConfig) {
-    out << (words.config.empty() ? "" : words.config + ": ") << "the settings are right\n";
-  }
-  if (words.printConfig || words.checkConfig) return 0;
+  if (CommandLine::AnswerConfig(words, SettingsFile::FormatFields(DescribeFields(settings)), out)) return 0;
   return std::nullopt;
 }
 
