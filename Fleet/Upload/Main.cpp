@@ -18,18 +18,12 @@ constexpr int DoneStatus = 0;
 constexpr int FailureStatus = 1;
 constexpr int UsageStatus = 2;
 
-struct Words {
-  std::string config;
-  bool checkConfig = false;
-  bool printConfig = false;
-};
+using Words = Tavi::CommandLine::ConfigWords;
 
 void AddOptions(CLI::App& command, Words& words) {
   command.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-  command.add_option("--config", words.config,
-                     "Settings, a JSON file (upload.md in docs/ or /usr/share/doc/tavi-upload/)");
-  command.add_flag("--check-config", words.checkConfig, "Only say whether the settings are right");
-  command.add_flag("--print-config", words.printConfig, "Only print the settings, the defaults among them, as a file");
+  Tavi::CommandLine::AddConfigOptions(command, words,
+                                      "Settings, a JSON file (upload.md in docs/ or /usr/share/doc/tavi-upload/)");
 }
 
 int Complain(int status, const std::string& sentence) {
@@ -50,15 +44,11 @@ int Obey(const Words& words, const StopSignal& stop, bool once) {
   UploadSettings settings;
   std::string problem;
   if (!words.config.empty() && !LoadSettings(words.config, settings, problem)) return Complain(UsageStatus, problem);
-  if (words.printConfig) {
-    std::cout << FormatSettings(settings);
-    return DoneStatus;
-  }
-  problem = CheckSettings(settings);
+  // Who has no remote yet begins with what is printed.
+  if (!words.printConfig) problem = CheckSettings(settings);
   if (!problem.empty()) return Complain(UsageStatus, problem);
-  if (!words.checkConfig) return Upload(settings, stop, once);
-  std::cout << (words.config.empty() ? "" : words.config + ": ") << "the settings are right\n";
-  return DoneStatus;
+  if (Tavi::CommandLine::AnswerConfig(words, FormatSettings(settings), std::cout)) return DoneStatus;
+  return Upload(settings, stop, once);
 }
 
 }  // namespace
