@@ -1,12 +1,14 @@
 // tavi-recorder: records and turns events into files.
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <mutex>
 
@@ -112,8 +114,10 @@ int Serve(Settings settings) {
 }
 
 bool OpenLog(const std::string& file, std::uint64_t maxBytes = 0, int oldFiles = 0) {
-  return file.empty() ||
-         Kbase::Klog::Logger::GetInstance().SetFile(file, {maxBytes, static_cast<std::size_t>(oldFiles)});
+  // No file of the log becomes larger than a 32-bit machine can count.
+  const auto limit =
+      static_cast<std::size_t>(std::min<std::uint64_t>(maxBytes, std::numeric_limits<std::size_t>::max()));
+  return file.empty() || Kbase::Klog::Logger::GetInstance().SetFile(file, {limit, static_cast<std::size_t>(oldFiles)});
 }
 
 int RunService(int argc, char** argv) {

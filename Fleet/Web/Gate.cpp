@@ -176,9 +176,9 @@ std::optional<std::string> ReadToken(const std::string& path, std::string& probl
     problem = fmt::format("{} may be read by everybody; mode 0640 is right", path);
     return std::nullopt;
   }
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  const bool isPlain = std::ranges::all_of(text, [](char c) { return c > 0x20 && c < 0x7F; });
-  if (isPlain && text.size() >= LeastTokenCharacters && text.size() <= MostTokenCharacters) return text;
+  const std::string_view token = std::string_view(text).substr(0, text.find_last_not_of("\r\n") + 1);
+  const bool isPlain = std::ranges::all_of(token, [](char c) { return c > 0x20 && c < 0x7F; });
+  if (isPlain && token.size() >= LeastTokenCharacters && token.size() <= MostTokenCharacters) return std::string(token);
   problem = fmt::format("{} holds no token: one line of {} to {} printable characters without blanks is right", path,
                         LeastTokenCharacters, MostTokenCharacters);
   return std::nullopt;
