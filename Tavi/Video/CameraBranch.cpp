@@ -114,6 +114,10 @@ class Builder {
   void SetAll() {
     g_object_set(m_source, "device", m_config.device.c_str(), "fps-n", m_config.fps, "queue-size", CaptureQueueSize,
                  nullptr);
+    // Or each tells with every frame that it was empty and is not any more, to nobody.
+    for (GstElement* queue : {m_rawQueue, m_encoderQueue, m_recordQueue, m_networkQueue, m_previewQueue}) {
+      if (queue != nullptr) g_object_set(queue, "silent", TRUE, nullptr);
+    }
     // The rectangle below is one of a picture of the default size.
     if (!m_config.cropEnabled && HasProperty(m_source, "width") && HasProperty(m_source, "height")) {
       g_object_set(m_source, "width", m_config.width, "height", m_config.height, nullptr);

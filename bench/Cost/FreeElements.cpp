@@ -37,7 +37,15 @@ void InstallProperties(GObjectClass* klass, std::initializer_list<const char*> n
   }
 }
 
-// A camera: every frame is the same memory.
+/// A buffer of these bytes, as a memory of its own: one that many buffers have lists them all, and looks through its
+/// list for each that goes.
+GstBuffer* Wrap(GstMemory* bytes) {
+  GstBuffer* buffer = gst_buffer_new();
+  gst_buffer_append_memory(buffer, gst_memory_share(bytes, 0, -1));
+  return buffer;
+}
+
+// A camera: every frame is the same bytes.
 struct Camera {
   GstPushSrc parent;
   gint fps;
@@ -73,8 +81,7 @@ void GetFrameTimes(GstBaseSrc*, GstBuffer* buffer, GstClockTime* start, GstClock
 }
 GstFlowReturn CreateFrame(GstPushSrc* source, GstBuffer** out) {
   auto* camera = reinterpret_cast<Camera*>(source);
-  GstBuffer* buffer = gst_buffer_new();
-  gst_buffer_append_memory(buffer, gst_memory_ref(camera->frame));
+  GstBuffer* buffer = Wrap(camera->frame);
   if (camera->count == 0) {
     GstClock* clock = gst_element_get_clock(GST_ELEMENT(source));
     const GstClockTime now = gst_clock_get_time(clock) - gst_element_get_base_time(GST_ELEMENT(source));
@@ -175,8 +182,7 @@ gboolean TakeQuery(GstPad* pad, GstObject* parent, GstQuery* query) {
 }
 
 GstFlowReturn Push(Filter* filter, const GstBuffer* like, bool isKey) {
-  GstBuffer* buffer = gst_buffer_new();
-  gst_buffer_append_memory(buffer, gst_memory_ref(isKey ? filter->key : filter->other));
+  GstBuffer* buffer = Wrap(isKey ? filter->key : filter->other);
   GST_BUFFER_PTS(buffer) = GST_BUFFER_PTS(like);
   GST_BUFFER_DURATION(buffer) = GST_BUFFER_DURATION(like);
   if (!isKey) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
