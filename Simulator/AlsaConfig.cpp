@@ -25,7 +25,7 @@ std::string Quote(const std::string& text) {
   return quoted + '"';
 }
 
-std::string BuildText(const std::string& modulePath) {
+std::string BuildText(const std::string& modulePath, const std::string& pulledPath) {
   std::error_code ignored;
   std::string text;
   if (fs::exists(SystemConfig, ignored)) {
@@ -34,7 +34,7 @@ std::string BuildText(const std::string& modulePath) {
   }
   text += "pcm_type.tavi_sim.lib " + Quote(modulePath) + "\n";
   text += "ctl_type.tavi_sim.lib " + Quote(modulePath) + "\n";
-  text += "pcm.!default { type tavi_sim }\n";
+  text += "pcm.!default { type tavi_sim pulled " + Quote(pulledPath) + " }\n";
   text += "ctl.!default { type tavi_sim }\n";
   return text;
 }
@@ -56,10 +56,19 @@ AlsaConfig::AlsaConfig(const std::string& modulePath) {
   if (mkdtemp(pattern.data()) != nullptr) {
     m_directory = pattern;
     m_path = m_directory + "/alsa.conf";
-    if (WriteText(m_path, BuildText(modulePath))) return;
+    if (WriteText(m_path, BuildText(modulePath, GetPulledPath()))) return;
   }
   m_problem = "cannot write the configuration of the simulated microphone to " + pattern + ": " + std::strerror(errno);
   m_path.clear();
+}
+
+void AlsaConfig::SetCardThere(bool isThere) const {
+  std::error_code ignored;
+  if (isThere) {
+    fs::remove(GetPulledPath(), ignored);
+  } else {
+    WriteText(GetPulledPath(), "");
+  }
 }
 
 AlsaConfig::~AlsaConfig() {

@@ -24,10 +24,16 @@ class AlsaConfig {
   /// What went wrong, in one line; empty when nothing did.
   [[nodiscard]] const std::string& GetProblem() const { return m_problem; }
 
+  /// Pulls the card, or plugs it in again: as of a USB card, an open one is gone for good.
+  void SetCardThere(bool isThere) const;
+
   AlsaConfig(const AlsaConfig&) = delete;
   AlsaConfig& operator=(const AlsaConfig&) = delete;
 
  private:
+  /// While there is such a file, the card is not there.
+  [[nodiscard]] std::string GetPulledPath() const { return m_directory + "/pulled"; }
+
   std::string m_directory;
   std::string m_path;
   std::string m_problem;

@@ -34,6 +34,10 @@ class SimulatedCar {
   [[nodiscard]] const std::string& GetGpsPath() const { return m_gps.GetPath(); }
   /// Which device is missing and why, in one line; empty when all are there. The others work nevertheless.
   [[nodiscard]] const std::string& GetProblem() const { return m_problem; }
+  /// Pulls the microphone's card, or plugs it in again. Thread-safe.
+  void SetSoundCardThere(bool isThere) const {
+    if (m_alsa) m_alsa->SetCardThere(isThere);
+  }
   [[nodiscard]] const Drive& GetDrive() const { return *m_drive; }
 
   SimulatedCar(const SimulatedCar&) = delete;

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <new>
 #include <span>
+#include <string>
 
 #include "Simulator/AlsaTick/CaptureRun.h"
 #include "Simulator/AlsaTick/GainControl.h"
@@ -21,6 +22,9 @@
 
 namespace Tavi::Simulator {
 namespace {
+
+/// Reads of a pulled card that fail at once, before others say that it is gone: seconds of sound, to who counts them.
+constexpr int ReadsThatFailFirst = 400;
 
 /// Writes samples into one channel of ALSA's buffer.
 void Put(std::span<const std::int16_t> samples, const snd_pcm_channel_area_t& area, snd_pcm_uframes_t offset) {
@@ -41,7 +45,8 @@ class TickDevice {
   ~TickDevice();
 
   /// Opens one for ALSA, which closes it. 0 or a negative errno, as all of ALSA's.
-  static int Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode);
+  /// `pulled`: the card is not there while a file of this name is; empty: it always is.
+  static int Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode, const char* pulled);
 
   TickDevice(const TickDevice&) = delete;
   TickDevice& operator=(const TickDevice&) = delete;
@@ -53,6 +58,7 @@ class TickDevice {
   int Constrain();
   int Start();
   int Stop();
+  [[nodiscard]] bool IsPulled() const { return !m_pulled.empty() && access(m_pulled.c_str(), F_OK) == 0; }
   snd_pcm_sframes_t Position();
   int Delay(snd_pcm_sframes_t& frames);
   void Fill(const snd_pcm_channel_area_t* areas, snd_pcm_uframes_t offset, snd_pcm_uframes_t count);
@@ -76,6 +82,8 @@ class TickDevice {
   static const snd_pcm_ioplug_callback_t Callbacks;
 
   snd_pcm_ioplug_t m_io{};
+  std::string m_pulled;
+  int m_failedReads = 0;
   std::mutex m_mutex;
   int m_timer;
   bool m_isRunning = false;
@@ -93,13 +101,15 @@ TickDevice::~TickDevice() {
   if (m_timer >= 0) close(m_timer);
 }
 
-int TickDevice::Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode) {
+int TickDevice::Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode, const char* pulled) {
   if (stream != SND_PCM_STREAM_CAPTURE) {
     SNDERR("the simulated microphone %s captures only", name);
     return -EINVAL;
   }
   std::unique_ptr<TickDevice> made(new (std::nothrow) TickDevice);
   if (!made) return -ENOMEM;
+  made->m_pulled = pulled;
+  if (made->IsPulled()) return -ENODEV;
   int error = made->Create(name, stream, mode);
   if (error < 0) return error;
   // ALSA's from here on: deleting the plug-in calls back to close, which deletes this object.
@@ -168,7 +178,7 @@ int TickDevice::Stop() {
 /// started again.
 snd_pcm_sframes_t TickDevice::Position() {
   const std::lock_guard lock(m_mutex);
-  if (m_isRunning) {
+  if (m_isRunning && !IsPulled()) {
     m_taken = CountTaken();
     m_readable = CountReadable();
     m_isRunning = m_run.CountFrames() - m_taken < m_io.buffer_size;
@@ -185,6 +195,7 @@ snd_pcm_sframes_t TickDevice::Position() {
 int TickDevice::Delay(snd_pcm_sframes_t& frames) {
   if (m_io.state == SND_PCM_STATE_XRUN) return -EPIPE;
   const std::lock_guard lock(m_mutex);
+  if (IsPulled()) return -ENODEV;
   frames = static_cast<snd_pcm_sframes_t>((m_isRunning ? m_run.CountFrames() : m_readable) - CountTaken());
   return 0;
 }
@@ -220,6 +231,12 @@ int TickDevice::SetSoftware(snd_pcm_sw_params_t* params) {
 
 /// What it means to the reader that the timer has run out. Called outside of ALSA's lock.
 unsigned short TickDevice::Poll() {
+  if (IsPulled()) {
+    // As the kernel does while it takes a card away, and then until it is opened anew.
+    if (++m_failedReads > ReadsThatFailFirst) snd_pcm_ioplug_set_state(&m_io, SND_PCM_STATE_DISCONNECTED);
+    ArmTimer(1);
+    return POLLIN | POLLERR;
+  }
   if (RearmIfEarly()) return 0;
   // Lets ALSA notice an overrun, which its own poll does not.
   snd_pcm_avail_update(m_io.pcm);
@@ -274,14 +291,16 @@ const snd_pcm_ioplug_callback_t TickDevice::Callbacks = [] {
   return c;
 }();
 
-/// "type" and the like are ALSA's own; the device has no settings.
-int CheckSettings(snd_config_t* settings) {
+/// "type" and the like are ALSA's own; "pulled" names a file.
+int ReadSettings(snd_config_t* settings, const char*& pulled) {
   snd_config_iterator_t entry;
   snd_config_iterator_t next;
   snd_config_for_each(entry, next, settings) {
     const char* id = nullptr;
     if (snd_config_get_id(snd_config_iterator_entry(entry), &id) < 0) continue;
     if (std::strcmp(id, "type") == 0 || std::strcmp(id, "comment") == 0 || std::strcmp(id, "hint") == 0) continue;
+    if (std::strcmp(id, "pulled") == 0 && snd_config_get_string(snd_config_iterator_entry(entry), &pulled) == 0)
+      continue;
     SNDERR("the simulated microphone does not know the setting %s", id);
     return -EINVAL;
   }
@@ -297,8 +316,9 @@ extern "C" {
 /// What ALSA looks for in the library of the type "tavi_sim".
 SND_PCM_PLUGIN_DEFINE_FUNC(tavi_sim) {
   (void)root;
-  const int error = Tavi::Simulator::CheckSettings(conf);
-  return error < 0 ? error : Tavi::Simulator::TickDevice::Open(pcmp, name, stream, mode);
+  const char* pulled = "";
+  const int error = Tavi::Simulator::ReadSettings(conf, pulled);
+  return error < 0 ? error : Tavi::Simulator::TickDevice::Open(pcmp, name, stream, mode, pulled);
 }
 
 SND_PCM_PLUGIN_SYMBOL(tavi_sim)

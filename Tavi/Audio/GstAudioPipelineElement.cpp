@@ -5,6 +5,7 @@
 #include <string>
 
 #include "KMedia/Alsa/AudioGain.h"
+#include "Tavi/Audio/CardClock.h"
 #include "Tavi/GstUtil/BranchParts.h"
 #include "Tavi/GstUtil/Log.h"
 
@@ -53,6 +54,7 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   // One MP3 frame at a time: the usual 10 ms would wake three threads that find nothing to encode.
   g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
                "buffer-time", SoundBufferUs, nullptr);
+  m_clock = CardClock::Guard(source);
   if (!config.device.empty()) g_object_set(source, "device", config.device.c_str(), nullptr);
   if (form != nullptr) SetForm(form, config);
   g_object_set(encoder, "high-quality-mode", TRUE, "bitrate", config.bitrate, nullptr);
@@ -73,7 +75,10 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
 
 GstPadProbeReturn GstAudioPipelineElement::RunningCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/,
                                                            void* element) noexcept {
-  return static_cast<const GstAudioPipelineElement*>(element)->m_ends.Pass();
+  const auto* self = static_cast<const GstAudioPipelineElement*>(element);
+  // What is read then is no sound.
+  if (self->m_clock && self->m_clock->IsCardGone()) return GST_PAD_PROBE_DROP;
+  return self->m_ends.Pass();
 }
 
 GstFlowReturn GstAudioPipelineElement::SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept {

@@ -4,11 +4,15 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include <memory>
+
 #include "Tavi/Audio/AudioConfig.h"
 #include "Tavi/GstUtil/BranchEnds.h"
 #include "Tavi/GstUtil/BranchRestart.h"
 
 namespace Tavi::Audio {
+
+class CardClock;
 
 /// Builds the branch in a pipeline and receives its MP3 frames.
 ///
@@ -52,6 +56,8 @@ class GstAudioPipelineElement {
   GstUtil::BranchEnds m_ends{"a frame of sound is lost"};
   AudioConfig m_config;
   GstUtil::BranchRestart m_branch;
+  /// What the branch's source gives the pipeline; empty without one.
+  std::shared_ptr<CardClock> m_clock;
 };
 
 }  // namespace Tavi::Audio

@@ -136,11 +136,13 @@ void PipelineManager::Start() {
   GstPipelineManager::Start();
   for (const auto& [type, element] : m_elements) element->Start();
   if (m_config.restartAfterSeconds <= 0 && !m_config.keepGoing) return;
-  m_stallWatch = std::make_unique<StallWatch>(
+  auto watch = std::make_unique<StallWatch>(
       std::chrono::seconds(m_config.restartAfterSeconds),
       [this](PipelineType type) { return m_branches.GetCondition(type); },
       [this](PipelineType type, bool whole) { return RestartSource(type, whole); }, [this] { KeepGoing(); });
-  m_stallWatch->Start();
+  watch->Start();
+  const std::lock_guard watchLock(m_watchMutex);
+  m_stallWatch = std::move(watch);
 }
 
 std::string PipelineManager::GetProblem(PipelineType type) const {
@@ -153,7 +155,11 @@ void PipelineManager::PrepareStart() {
 }
 
 bool PipelineManager::TakeError(GstObject* source, const std::string& text) {
-  return m_config.keepGoing && m_branches.NoteError(source, text);
+  if (!m_config.keepGoing || !m_branches.NoteError(source, text)) return false;
+  // At once: until it is looked at, a sound card's clock stands still, and all that goes by it.
+  const std::lock_guard lock(m_watchMutex);
+  if (m_stallWatch) m_stallWatch->LookSoon();
+  return true;
 }
 
 void PipelineManager::ReviveLoop() {
@@ -194,13 +200,10 @@ StallWatch::Outcome PipelineManager::RestartSource(PipelineType type, bool whole
   const auto branch = m_branches.Find(type);
   if (!branch) return StallWatch::Outcome::PutOff;
   branch->TakeDown();
+  // Its clock has stopped with it, and with the clock whatever goes by it: before anything that takes time.
+  if (type == PipelineType::Audio) ChangeToSystemClock(m_branches.GetRunningTime());
   const bool isThere = branch->TryOpen();
-  if (isThere && (whole || HasLoopEnded())) {
-    RestartPipelines(m_branches.GetRunningTime());
-  } else if (type == PipelineType::Audio) {
-    // Its clock has stopped with it, and with the clock whatever waits for it.
-    ChangeToSystemClock(m_branches.GetRunningTime());
-  }
+  if (isThere && (whole || HasLoopEnded())) RestartPipelines(m_branches.GetRunningTime());
   if (!isThere) return StallWatch::Outcome::Missing;
   branch->BringUp(GetGstPipeline(GstPipelineType::Camera01Audio));
   return StallWatch::Outcome::Restarted;
@@ -214,7 +217,12 @@ void PipelineManager::Stop() {
 }
 
 void PipelineManager::TearDown() {
-  m_stallWatch.reset();
+  std::unique_ptr<StallWatch> watch;
+  {
+    const std::lock_guard lock(m_watchMutex);
+    watch = std::move(m_stallWatch);
+  }
+  watch.reset();
   for (const auto& [type, element] : m_elements) element->Stop();
   GstPipelineManager::Stop();
   std::map<PipelineType, Element> elements;

@@ -105,6 +105,8 @@ class PipelineManager : public GstPipelineManager,
   /// Both used by "STALL" only, like the pause after which a pipeline that an error has ended is started again.
   std::chrono::steady_clock::time_point m_nextRevival;
   std::atomic<bool> m_restartAsked{false};
+  /// Guards the pointer, never held while its thread is waited for.
+  std::mutex m_watchMutex;
   /// Its thread only tries to take the lifecycle's lock, so whoever holds that may wait for it.
   std::unique_ptr<StallWatch> m_stallWatch;
 };

@@ -47,6 +47,8 @@ class StallWatch final : public Kbase::Interfaces::IThread {
 
   /// One look at all sources, at `now` of a steady clock. What the thread does once a second.
   void Look(Milliseconds now);
+  /// Has the thread look now in place of in a second. Thread-safe, waits for nobody.
+  void LookSoon() { Wake(); }
 
  protected:
   void Run() override;

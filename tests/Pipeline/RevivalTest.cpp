@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -174,6 +175,49 @@ TEST_F(RevivalTest, ASilentSourceIsStartedAnewAndTheRingsGoOn) {
   EXPECT_LT(std::llabs(GST_CLOCK_DIFF(newest(PipelineType::Audio), newest(PipelineType::Camera0))), GST_SECOND * 3 / 2)
       << "a gap would be two seconds at least";
   EXPECT_EQ(CountThreads("PIPELINE"), 1);
+}
+
+// Catches a clock that runs ahead, or stands still, when the card that it counts the samples of is pulled, and sound
+// that nobody has recorded: cameras and sound of that second would lie seconds beside those of the next one.
+TEST_F(RevivalTest, APulledSoundCardMovesNoTime) {
+  const Tavi::Simulator::SimulatedCar car;
+  auto config = OneCamera();
+  config.audioEnabled = config.keepGoing = true;
+  PipelineManager manager(config);
+  manager.Start();
+  const auto sound = manager.ShareElement(PipelineType::Audio);
+  const auto reaches = [](const auto& ring, std::uint64_t id) {
+    return WaitUntil([&] { return ring->IsDataAvailable() && ring->GetCurrentFrameId() >= id; });
+  };
+  GstElement* pipeline = manager.GetGstPipeline(Shared);
+  // How far running time is from the steady clock, in seconds.
+  const auto findDistance = [pipeline] {
+    GstClock* clock = gst_element_get_clock(pipeline);
+    const GstClockTime steady = gst_util_get_timestamp();
+    const GstClockTime running = gst_clock_get_time(clock) - gst_element_get_base_time(pipeline);
+    gst_object_unref(clock);
+    return static_cast<double>(GST_CLOCK_DIFF(steady, running)) / GST_SECOND;
+  };
+  ASSERT_TRUE(reaches(manager.ShareElement(PipelineType::Camera1), 40) && reaches(sound, 40));
+  const double before = findDistance();
+  const std::uint64_t pulledAt = sound->GetCurrentFrameId();
+  car.SetSoundCardThere(false);
+  EXPECT_TRUE(WaitUntil([&] { return CountLogged("audio has failed: ") == 1; }));
+  EXPECT_NEAR(findDistance(), before, 0.3) << "before it is noticed";
+  EXPECT_TRUE(WaitUntil([&] { return CountLogged("audio cannot be opened (") == 1; }));
+  EXPECT_NEAR(findDistance(), before, 0.3);
+  car.SetSoundCardThere(true);
+  EXPECT_TRUE(reaches(sound, pulledAt + 80));
+  EXPECT_NEAR(findDistance(), before, 0.3) << "when it is back";
+  manager.Stop();
+
+  ExpectInOrder(*sound);
+  for (std::uint64_t id = pulledAt + 1; id <= sound->GetCurrentFrameId(); ++id) {
+    const auto entry = std::dynamic_pointer_cast<Tavi::GstUtil::GstPipelineCbElement>(
+        sound->GetElementAt(static_cast<unsigned int>(id)));
+    const std::chrono::duration<double> madeAt = entry->GetMadeAt().time_since_epoch();
+    EXPECT_LT(static_cast<double>(GST_BUFFER_PTS(entry->buffer)) / GST_SECOND, madeAt.count() + before + 0.3) << id;
+  }
 }
 
 // Catches an ignition that arms a pipeline which an error has ended, and a loop that nobody runs any more.
