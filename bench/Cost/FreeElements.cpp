@@ -4,7 +4,9 @@
 #include <gst/base/gstpushsrc.h>
 #include <gst/gst.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <initializer_list>
 #include <iterator>
 
 namespace {
@@ -35,6 +37,23 @@ void InstallProperties(GObjectClass* klass, std::initializer_list<const char*> n
     g_object_class_install_property(
         klass, id++, g_param_spec_int(name, name, name, 0, G_MAXINT, 0, static_cast<GParamFlags>(G_PARAM_READWRITE)));
   }
+}
+
+/// So many bytes with a start code before each of these NAL units' first bytes, 16 bytes apart.
+GstMemory* MakeUnit(gsize size, std::initializer_list<guint8> heads) {
+  constexpr gsize Distance = 16;
+  GstMemory* memory = gst_allocator_alloc(nullptr, size, nullptr);
+  GstMapInfo map;
+  if (gst_memory_map(memory, &map, GST_MAP_WRITE) == FALSE) return memory;
+  std::fill_n(map.data, map.size, guint8{0xFF});
+  guint8* at = map.data;
+  for (const guint8 head : heads) {
+    const guint8 start[] = {0, 0, 0, 1, head};
+    std::copy(std::begin(start), std::end(start), at);
+    at += Distance;
+  }
+  gst_memory_unmap(memory, &map);
+  return memory;
 }
 
 /// A buffer of these bytes, as a memory of its own: one that many buffers have lists them all, and looks through its
@@ -211,8 +230,9 @@ GstStateChangeReturn ChangeState(GstElement* element, GstStateChange change) {
     const gsize raw = PreviewWidth * PreviewHeight * 3 / 2;
     const gsize key = filter->kind == Kind::Video ? KeyFrameBytes : filter->kind == Kind::Sound ? SoundBytes : raw;
     filter->count = filter->samples = 0;
-    filter->key = gst_allocator_alloc(nullptr, key, nullptr);
-    filter->other = gst_allocator_alloc(nullptr, FrameBytes, nullptr);
+    // The heads of NAL units where an encoder has them, for that is as far as access units are read.
+    filter->key = MakeUnit(key, {0x67, 0x68, 0x65});
+    filter->other = MakeUnit(FrameBytes, {0x41});
   }
   const GstStateChangeReturn result = g_filterParent->change_state(element, change);
   if (change == GST_STATE_CHANGE_PAUSED_TO_READY) {

@@ -26,6 +26,17 @@ constexpr Milliseconds ShortPause{100};
 /// One and a half epochs of the usual rate: no GGA follows any more.
 constexpr Milliseconds LongPause{1500};
 
+bool IsPlain(char c) {
+  return c >= 0x20 && c <= 0x7E;
+}
+
+/// Of the characters at the front, those that neither end a sentence nor begin another one.
+std::size_t CountPlain(std::string_view bytes) {
+  std::size_t count = 0;
+  while (count < bytes.size() && IsPlain(bytes[count]) && bytes[count] != '$') ++count;
+  return count;
+}
+
 bool HasRightChecksum(std::string_view line) {
   const std::size_t star = line.find('*');
   if (star == std::string_view::npos || line.size() < star + 3) return false;
@@ -96,7 +107,16 @@ EpochSplitter::EpochSplitter(Sink sink) : m_sink(std::move(sink)) {
 }
 
 void EpochSplitter::Feed(std::string_view bytes, Milliseconds at) {
-  for (const char c : bytes) Take(c, at);
+  while (!bytes.empty()) {
+    // Most are of a sentence that has begun, and are taken as they come.
+    const std::size_t room = m_state == State::Sentence ? MaxLineBytes - m_line.size() : 0;
+    const std::size_t count = CountPlain(bytes.substr(0, room));
+    m_line.append(bytes.substr(0, count));
+    bytes.remove_prefix(count);
+    if (bytes.empty()) return;
+    Take(bytes.front(), at);
+    bytes.remove_prefix(1);
+  }
 }
 
 void EpochSplitter::Take(char c, Milliseconds at) {
@@ -105,7 +125,7 @@ void EpochSplitter::Take(char c, Milliseconds at) {
     m_state = State::LineStart;
     return;
   }
-  if (c < 0x20 || c > 0x7E || m_state == State::Comment) return;
+  if (!IsPlain(c) || m_state == State::Comment) return;
   if (c == '$') {
     EndSentence();
     m_state = State::Sentence;
