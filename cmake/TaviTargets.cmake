@@ -3,6 +3,8 @@ add_library(TaviBuild INTERFACE)
 target_compile_definitions(TaviBuild INTERFACE TAVI_VERSION="${PROJECT_VERSION}")
 # Programs, too, get the libraries' code model: precompiled headers are one model's only.
 target_compile_options(TaviBuild INTERFACE -fPIC -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+# A library's calls of its own functions go there straight: nobody else has functions to put in their place.
+target_link_options(TaviBuild INTERFACE LINKER:-Bsymbolic-functions)
 # GCC warns wrongly about code that a sanitizer has been woven into (GCC manual, -fsanitize); the debug build judges.
 if(TAVI_WERROR AND NOT TAVI_SANITIZE)
   target_compile_options(TaviBuild INTERFACE -Werror)

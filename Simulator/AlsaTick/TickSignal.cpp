@@ -2,6 +2,7 @@
 #include "Simulator/AlsaTick/TickSignal.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -24,12 +25,24 @@ int Noise(std::uint32_t index) {
   return static_cast<int>((Hash(index) >> 16) * Range >> 16) - TickSignal::NoisePeak;
 }
 
+constexpr std::size_t SineSteps = 1024;
+
+/// One period of a sine.
+const auto g_sine = [] {
+  std::array<double, SineSteps> table{};
+  for (std::size_t i = 0; i < SineSteps; ++i) {
+    table[i] = std::sin(2 * std::numbers::pi * static_cast<double>(i) / SineSteps);
+  }
+  return table;
+}();
+
 double Tick(std::int32_t sinceSecondNs) {
   if (sinceSecondNs >= TickSignal::TickNs) return 0;
   const std::int32_t toEdgeNs = std::min(sinceSecondNs, TickSignal::TickNs - sinceSecondNs);
   const double envelope = std::min(1.0, static_cast<double>(toEdgeNs) / static_cast<double>(TickSignal::EdgeNs));
-  const double seconds = static_cast<double>(sinceSecondNs) / NsPerSecond;
-  return TickSignal::Peak * envelope * std::sin(2 * std::numbers::pi * TickSignal::FrequencyHz * seconds);
+  constexpr double StepsPerNs = TickSignal::FrequencyHz * SineSteps / NsPerSecond;
+  const auto step = static_cast<std::size_t>(static_cast<double>(sinceSecondNs) * StepsPerNs + 0.5);
+  return TickSignal::Peak * envelope * g_sine[step % SineSteps];
 }
 
 }  // namespace

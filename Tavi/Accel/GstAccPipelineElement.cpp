@@ -91,7 +91,7 @@ std::unique_ptr<AccDataPak> GstAccPipelineElement::BuildRecord(const SampleBlock
   const std::array averages{&m_axisAverage3, &m_axisAverage2, &m_axisAverage1};
   const unsigned char scale = m_device->GetScale();
   const std::span<float> g(record->g.data(), count);
-  for (std::size_t i = 0; i < count; ++i) g[i] = Kbase::UtilAcc::AccNativeToFloat(record->native[i], scale);
+  Kbase::UtilAcc::AccNativeToFloat({record->native.data(), count}, scale, g);
   for (std::size_t axis = 0; axis < std::min(averages.size(), count); ++axis) {
     averages[axis]->AddEach(g.subspan(axis), averages.size());
   }

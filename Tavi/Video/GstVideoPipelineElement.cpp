@@ -51,6 +51,8 @@ GstVideoPipelineElement::~GstVideoPipelineElement() = default;
 void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& config) {
   const CameraBranch branch = CameraBranch::Build(GST_BIN(pipeline), config);
   m_config = config;
+  // A preview that is asked to be faster than its camera gets every frame.
+  if (config.previewFps > 0) m_previewEvery = std::max(config.fps / config.previewFps, 1);
   if (branch.source == nullptr) return;
   m_branch.Keep(branch.elements);
   m_ends.ConnectSource(branch.source, RunningCallback, this);
@@ -85,12 +87,10 @@ GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink,
 GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept {
   auto* self = static_cast<GstVideoPipelineElement*>(element);
   static_cast<void>(self->m_ends.IsRunning());
-  const std::uint64_t number = self->m_previewCounter++;
-  const std::int32_t previewFps = self->m_config.previewFps;
-  if (previewFps <= 0) return GST_FLOW_OK;
-  // A preview that is asked to be faster than its camera gets every frame.
-  const auto divisor = static_cast<std::uint64_t>(std::max(self->m_config.fps / previewFps, 1));
-  if (number % divisor != 0) return GST_FLOW_OK;
+  if (self->m_previewEvery <= 0) return GST_FLOW_OK;
+  const std::int32_t number = self->m_previewPhase;
+  self->m_previewPhase = number + 1 < self->m_previewEvery ? number + 1 : 0;
+  if (number != 0) return GST_FLOW_OK;
   return self->m_ends.Deliver(sink, [self](GstSample* sample) { self->SetPreviewFrame(GstUtil::ShareBuffer(sample)); });
 }
 

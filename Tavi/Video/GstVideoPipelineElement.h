@@ -83,7 +83,10 @@ class GstVideoPipelineElement {
   VideoConfig m_config;
   /// Belongs to the encoded frames' streaming thread.
   SetupTracker m_setup;
-  std::uint64_t m_previewCounter = 0;
+  /// Of so many scaled frames one is a preview's; 0: none is.
+  std::int32_t m_previewEvery = 0;
+  /// Those since the last one.
+  std::int32_t m_previewPhase = 0;
   /// Guards the turn; not held while the one whose turn it is waits for a frame.
   std::mutex m_rawFrameMutex;
   std::condition_variable m_pullEnded;

@@ -4,6 +4,8 @@
 #include <gst/base/gstpushsrc.h>
 #include <gst/gst.h>
 
+#include <time.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <initializer_list>
@@ -68,7 +70,8 @@ GstBuffer* Wrap(GstMemory* bytes) {
 struct Camera {
   GstPushSrc parent;
   gint fps;
-  guint64 count;
+  /// When the next frame is there, by CLOCK_MONOTONIC; 0 before the first.
+  gint64 nextNs;
   GstMemory* frame;
 };
 struct CameraClass {
@@ -83,7 +86,7 @@ void GetNothing(GObject*, guint, GValue*, GParamSpec*) {}
 
 gboolean StartCamera(GstBaseSrc* base) {
   auto* camera = reinterpret_cast<Camera*>(base);
-  camera->count = 0;
+  camera->nextNs = 0;
   camera->frame = gst_allocator_alloc(nullptr, Width * Height * 3 / 2, nullptr);
   return TRUE;
 }
@@ -94,21 +97,24 @@ gboolean StopCamera(GstBaseSrc* base) {
 GstCaps* GetCameraCaps(GstBaseSrc* base, GstCaps*) {
   return RawCaps(Width, Height, reinterpret_cast<Camera*>(base)->fps, 1);
 }
-void GetFrameTimes(GstBaseSrc*, GstBuffer* buffer, GstClockTime* start, GstClockTime* end) {
-  *start = GST_BUFFER_PTS(buffer);
-  *end = *start + GST_BUFFER_DURATION(buffer);
-}
+/// Waits as one does for a driver's next frame, and stamps it as such a source does.
 GstFlowReturn CreateFrame(GstPushSrc* source, GstBuffer** out) {
   auto* camera = reinterpret_cast<Camera*>(source);
-  GstBuffer* buffer = Wrap(camera->frame);
-  if (camera->count == 0) {
-    GstClock* clock = gst_element_get_clock(GST_ELEMENT(source));
-    const GstClockTime now = gst_clock_get_time(clock) - gst_element_get_base_time(GST_ELEMENT(source));
-    gst_object_unref(clock);
-    camera->count = gst_util_uint64_scale_int(now, camera->fps, GST_SECOND) + 1;
+  const auto interval = static_cast<gint64>(GST_SECOND) / camera->fps;
+  timespec now{};
+  if (camera->nextNs == 0) {
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    camera->nextNs = now.tv_sec * gint64{GST_SECOND} + now.tv_nsec;
   }
-  GST_BUFFER_PTS(buffer) = gst_util_uint64_scale_int(camera->count++, GST_SECOND, camera->fps);
-  GST_BUFFER_DURATION(buffer) = GST_SECOND / static_cast<guint64>(camera->fps);
+  camera->nextNs += interval;
+  const timespec next{static_cast<time_t>(camera->nextNs / GST_SECOND), static_cast<long>(camera->nextNs % GST_SECOND)};
+  clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
+  GstClock* clock = gst_element_get_clock(GST_ELEMENT(source));
+  if (clock == nullptr) return GST_FLOW_FLUSHING;
+  GstBuffer* buffer = Wrap(camera->frame);
+  GST_BUFFER_PTS(buffer) = gst_clock_get_time(clock) - gst_element_get_base_time(GST_ELEMENT(source));
+  GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>(interval);
+  gst_object_unref(clock);
   *out = buffer;
   return GST_FLOW_OK;
 }
@@ -126,7 +132,6 @@ void InitCameraClass(gpointer klass, gpointer) {
   GST_BASE_SRC_CLASS(klass)->get_caps = GetCameraCaps;
   GST_BASE_SRC_CLASS(klass)->start = StartCamera;
   GST_BASE_SRC_CLASS(klass)->stop = StopCamera;
-  GST_BASE_SRC_CLASS(klass)->get_times = GetFrameTimes;
   GST_PUSH_SRC_CLASS(klass)->create = CreateFrame;
 }
 void InitCamera(GTypeInstance* instance, gpointer) {

@@ -46,6 +46,7 @@ void IPipelineElement::AddNext(const Entry& entry) {
   }
   m_current.store(pos, std::memory_order_release);
   m_added.store(m_added.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+  m_newestId.store(entry ? entry->frameId : NoFrameId, std::memory_order_release);
   // `next`, which is now the old entry, is released here.
 }
 
@@ -64,8 +65,7 @@ IPipelineElement::Entry IPipelineElement::RetrieveCurrent() const {
 }
 
 std::uint64_t IPipelineElement::GetCurrentFrameId() const {
-  const Entry current = RetrieveCurrent();
-  return current ? current->frameId : NoFrameId;
+  return m_newestId.load(std::memory_order_acquire);
 }
 
 bool IPipelineElement::IsDataAvailable() const {

@@ -69,6 +69,8 @@ class IPipelineElement {
   std::atomic<unsigned int> m_current;
   /// Entries added so far.
   std::atomic<std::uint64_t> m_added{0};
+  /// Of the newest entry, so that nobody takes a share in that to know it; written last.
+  std::atomic<std::uint64_t> m_newestId{NoFrameId};
 };
 
 }  // namespace Kbase::Pipeline

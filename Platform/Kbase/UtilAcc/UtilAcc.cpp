@@ -19,9 +19,18 @@ int GetUnitsPerG(unsigned char scale) {
 }  // namespace
 
 float AccNativeToFloat(unsigned char native, unsigned char scale) {
+  float g = 0.0F;
+  AccNativeToFloat({&native, 1}, scale, {&g, 1});
+  return g;
+}
+
+void AccNativeToFloat(std::span<const unsigned char> native, unsigned char scale, std::span<float> g) {
   const int unitsPerG = GetUnitsPerG(scale);
-  if (unitsPerG == 0) return 0.0F;
-  return static_cast<float>(static_cast<signed char>(native)) / static_cast<float>(unitsPerG);
+  const auto toG = [unitsPerG](unsigned char value) {
+    return unitsPerG == 0 ? 0.0F : static_cast<float>(static_cast<signed char>(value)) / static_cast<float>(unitsPerG);
+  };
+  std::transform(native.begin(), native.begin() + static_cast<std::ptrdiff_t>(std::min(native.size(), g.size())),
+                 g.begin(), toG);
 }
 
 unsigned char AccFloatToNative(float g, unsigned char scale) {
