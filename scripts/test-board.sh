@@ -43,7 +43,7 @@ fi
 free=$build/lib/free/libgsttavifree.so
 packages=("$build"/package/{libtavi0,tavi-recorder,tavi-tools}_*_armhf.deb)
 for file in "${packages[@]}" "$free"; do [ -e "$file" ] || { say "--build: there is no $file"; exit 2; }; done
-if [ -z "$programs" ]; then
+if [ -z "$programs" ] && [[ " ${arguments[*]} " != *' --no-event '* ]]; then
   programs=build/release/bin
   scripts/build.sh --target tavi-verify || { say "tavi-verify cannot be built"; exit 1; }
 fi
@@ -57,6 +57,6 @@ directory=$(mktemp -d "${TMPDIR:-/var/tmp}/tavi-board-XXXXXX")
 g++ -std=c++20 -O2 -shared -fPIC bench/Cost/ModeCount.cpp -o "$directory/counter.so"
 qemu-system-arm --version | head -n 1
 status=0
-python3 -B scripts/board/test.py --images "$images" --programs "$programs" --directory "$directory" "${arguments[@]}" || status=$?
+python3 -B scripts/board/test.py --images "$images" --programs "${programs:-none}" --directory "$directory" "${arguments[@]}" || status=$?
 if [ "$status" -eq 0 ]; then rm -rf "$directory"; else say "what was found is in $directory"; fi
 exit "$status"

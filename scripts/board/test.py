@@ -102,16 +102,17 @@ class Board:
                 os.remove(self.path(name))
         with open(self.path("emulator.log"), "ab") as log:
             process = subprocess.Popen(self.command(), stdin=subprocess.DEVNULL, stdout=log, stderr=log)
-        shown, heard = 0, time.monotonic()
+        shown, heard, running = 0, time.monotonic(), True
         try:
-            while process.poll() is None and time.monotonic() < heard + SILENCE_SECONDS:
+            while running and time.monotonic() < heard + SILENCE_SECONDS:
                 time.sleep(1)
+                running = process.poll() is None
                 lines = self.read_console()
                 if len(lines) > shown:
                     heard = time.monotonic()
                     print("\n".join(lines[shown:]), flush=True)
                     shown = len(lines)
-            return process.poll() is not None
+            return not running
         finally:
             process.kill()
             process.wait()
@@ -228,7 +229,7 @@ def main():
     board = Board(options.images, options.directory, job)
     report = board.run()
     if report is None:
-        print(f"\nthe board reports nothing, see {board.path('console.log')} and {board.path('out/recorder.log')}")
+        print(f"\nthe board reports nothing, see console.log, emulator.log and out/recorder.log in {options.directory}")
         return 1
     print(f"\nkernel {report['kernel']}, one processor of 1 GHz that takes a nanosecond for each instruction")
     if "cost" in report:
