@@ -92,10 +92,11 @@ def read_tasks(process):
 
 
 def look(process):
-    """The machine's time without work, and a process's threads."""
+    """The machine's time without work, its interrupts and changes of threads so far, and a process's threads."""
     with open("/proc/stat", encoding="ascii") as file:
-        fields = file.readline().split()
-    return {"time": time.monotonic(), "idleTicks": int(fields[4]) + int(fields[5]), "tasks": read_tasks(process)}
+        lines = {line.split()[0]: [int(word) for word in line.split()[1:]] for line in file}
+    return {"time": time.monotonic(), "idleTicks": lines["cpu"][3] + lines["cpu"][4], "interrupts": lines["intr"][0],
+            "switches": lines["ctxt"][0], "tasks": read_tasks(process)}
 
 
 def measure(seconds, process=None):

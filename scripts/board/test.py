@@ -147,10 +147,15 @@ def spend(measured):
     return tasks
 
 
+def rate(measured, name):
+    """How often a second."""
+    before, after = measured["before"], measured["after"]
+    return (after[name] - before[name]) / (after["time"] - before["time"])
+
+
 def busy(measured):
     """Milliseconds a second in which the machine did not stand still."""
-    before, after = measured["before"], measured["after"]
-    return 1000 - (after["idleTicks"] - before["idleTicks"]) * 10 / (after["time"] - before["time"])
+    return 1000 - rate(measured, "idleTicks") * 10
 
 
 def add_counts(path, measurements):
@@ -184,6 +189,8 @@ def judge_cost(idle, work):
             ("what the recorder costs", f"{share:.2f} ms a second, {share / 10:.2f} % (goal: {GOAL_PERCENT} %)"),
             ("of it programs, kernel", f"{user:.2f}, {system:.2f} ms a second"),
             ("of it in the recorder's threads, elsewhere", f"{own:.2f}, {share - own:.2f} ms a second")]
+    rows.append(("changes of threads, interrupts", f"{rate(work, 'switches') - rate(idle, 'switches'):.0f}, "
+                 f"{rate(work, 'interrupts') - rate(idle, 'interrupts'):.0f} a second"))
     rows += [(f"thread {name}", f"{spent:.2f} ms a second")
              for name, spent in sorted(threads.items(), key=lambda item: -item[1]) if spent >= LEAST_MS]
     rows.append(("memory, at most (VmHWM)", f"{work['memory']['VmHWM'] / 1024:.1f} MB, {work['memory']['Threads']} threads"))
