@@ -136,7 +136,7 @@ if [ "$(cat "$cache/recorder.key" 2> /dev/null)" != "$key" ]; then
   for deb in "${recorder[@]}"; do dpkg-deb -x "$deb" "$staged"; done
   rm -rf "$staged/usr/include" "$staged/usr/share/doc" "$staged/usr/share/man"
   # Of a package's own directory lib, the overlay would hide the link of that name by which all is found.
-  [ ! -e "$staged/lib" ] || { mkdir -p "$staged/usr/lib" && cp -a "$staged/lib/." "$staged/usr/lib/" && rm -rf "$staged/lib"; }
+  [ ! -e "$staged/lib" ] || { mkdir -p "$staged/usr/lib" && cp -a "$staged/lib/." "$staged/usr/lib/" && rm -rf "${staged:?}/lib"; }
   mkdir -p "$staged/usr/lib/guest"
   cp $here/start.sh $here/agent.py "$staged/usr/lib/guest/"
   cp $here/feeds.py "$staged/usr/lib/guest/"
