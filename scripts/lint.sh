@@ -31,7 +31,7 @@ check() {
     includes | links) python3 "scripts/lint/$1.py" ;;
     format) find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
       xargs -0 clang-format-14 --dry-run --Werror ;;
-    shell) shellcheck scripts/*.sh scripts/arm/*.sh scripts/guest/*.sh .ci/run debian/*.prerm ;;
+    shell) shellcheck scripts/*.sh scripts/arm/*.sh scripts/guest/*.sh scripts/board/*.sh .ci/run debian/*.prerm ;;
     tidy) python3 scripts/lint/tidy.py "${all[@]}" "$build" ;;
   esac
 }

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--fleet] [--stream] [--package] [--test] [--guest]
+# Installs the Debian packages that are needed to build and run: scripts/setup.sh [--build] [--fleet] [--stream] [--package] [--test] [--guest] [--board]
 #   --build   only what building needs
 #   --fleet   what building the programs beside the recorder needs besides
 #   --stream  what live streams, cameras that encode by themselves and encoders other than x264 need besides
 #   --package what packing needs besides
 #   --guest   what the emulated machine of test-guest.sh needs besides; its kernel and its packages are not installed here
+#   --board   what the emulated board of test-board.sh needs besides; its kernel and its packages are not installed here
 #   --test    what tests, measurements, fuzzing and lint need besides
 # Does nothing where all are there.
 source "$(dirname "$0")/common.sh"
@@ -27,6 +28,7 @@ test=(
   libcjson1 libdlt2 libwrap0 openssl
 )
 guest=(qemu-system-x86 debootstrap busybox-static cpio kmod e2fsprogs gcc-12 make xz-utils python3 ffmpeg)
+board=(g++ qemu-system-arm device-tree-compiler fdisk cpio kmod e2fsprogs python3 ffmpeg)
 schema=
 axe=
 mcap=
@@ -40,6 +42,7 @@ for option in "$@"; do
     --stream) packages+=("${stream[@]}") ;;
     --package) packages+=("${pack[@]}") ;;
     --guest) packages+=("${guest[@]}") ;;
+    --board) packages+=("${board[@]}") ;;
     --test)
       packages+=("${fleet[@]}" "${stream[@]}" "${pack[@]}" "${test[@]}")
       schema=build/schemas/gpx11.xsd
@@ -48,7 +51,7 @@ for option in "$@"; do
       broker=build/mosquitto/usr/sbin/mosquitto
       duckdb=build/duckdb/node_modules/@duckdb/node-api
       ;;
-    *) say "unknown option $option: --build, --fleet, --stream, --package, --test and --guest are right"; exit 2 ;;
+    *) say "unknown option $option: --build, --fleet, --stream, --package, --test, --guest and --board are right"; exit 2 ;;
   esac
 done
 

@@ -4,6 +4,7 @@
 #   --build          ends after the build
 #   --cost           in place of tests, event and package: how many instructions a second the program at work takes, with
 #                    hardware elements that cost nothing (armhf only)
+#   --pack           in place of tests and event: packages, and those hardware elements, for scripts/test-board.sh; builds no tests
 #   --cache DIR      where the chroot is kept, by default $TAVI_ARM_CACHE or ~/.cache/tavi-arm; some 3 GB each. Remove it at
 #                    will: it is made anew
 #   --tests REGEX    only tests of these names (ctest -R)
@@ -22,9 +23,10 @@ while [ $# -gt 0 ]; do
     armhf | arm64) architecture=$1 ;;
     --build) TAVI_ARM_STEPS=build ;;
     --cost) TAVI_ARM_STEPS='build cost' ;;
+    --pack) TAVI_ARM_STEPS='build package free' ;;
     --cache) cache=${2:?--cache takes a directory}; shift ;;
     --tests) TAVI_ARM_TESTS=${2:?--tests takes a regular expression}; shift ;;
-    *) say "unknown argument $1: armhf, arm64, --build, --cost, --cache and --tests are right"; exit 2 ;;
+    *) say "unknown argument $1: armhf, arm64, --build, --cost, --pack, --cache and --tests are right"; exit 2 ;;
   esac
   shift
 done

@@ -127,7 +127,7 @@ if [ "$(cat "$cache/key" 2> /dev/null)" != "$key" ]; then
 fi
 
 # The machine's kept state knows these images; test.py boots it anew where there is none.
-key=$(sha256sum "$cache/key" "${recorder[@]}" $here/start.sh $here/agent.py $here/machine.py | cut -d ' ' -f 1 | sha256sum)
+key=$(sha256sum "$cache/key" "${recorder[@]}" $here/start.sh $here/agent.py $here/feeds.py $here/machine.py | cut -d ' ' -f 1 | sha256sum)
 if [ "$(cat "$cache/recorder.key" 2> /dev/null)" != "$key" ]; then
   rm -f "$cache/recorder.key" "$cache/state"
   staged=$cache/recorder
@@ -136,9 +136,10 @@ if [ "$(cat "$cache/recorder.key" 2> /dev/null)" != "$key" ]; then
   for deb in "${recorder[@]}"; do dpkg-deb -x "$deb" "$staged"; done
   rm -rf "$staged/usr/include" "$staged/usr/share/doc" "$staged/usr/share/man"
   # Of a package's own directory lib, the overlay would hide the link of that name by which all is found.
-  [ ! -e "$staged/lib" ] || { mkdir -p "$staged/usr/lib" && cp -a "$staged/lib/." "$staged/usr/lib/" && rm -rf "$staged/lib"; }
+  [ ! -e "$staged/lib" ] || { mkdir -p "$staged/usr/lib" && cp -a "$staged/lib/." "$staged/usr/lib/" && rm -rf "${staged:?}/lib"; }
   mkdir -p "$staged/usr/lib/guest"
   cp $here/start.sh $here/agent.py "$staged/usr/lib/guest/"
+  cp $here/feeds.py "$staged/usr/lib/guest/"
   make_image "$cache/recorder.img" "$staged" 8
   rm -rf "$staged"
   echo "$key" > "$cache/recorder.key"
