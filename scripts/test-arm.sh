@@ -22,7 +22,7 @@ while [ $# -gt 0 ]; do
   case $1 in
     armhf | arm64) architecture=$1 ;;
     --build) TAVI_ARM_STEPS=build ;;
-    --cost) TAVI_ARM_STEPS='build cost' ;;
+    --cost) TAVI_ARM_STEPS='build free cost' ;;
     --pack) TAVI_ARM_STEPS='build package free' ;;
     --cache) cache=${2:?--cache takes a directory}; shift ;;
     --tests) TAVI_ARM_TESTS=${2:?--tests takes a regular expression}; shift ;;
@@ -30,7 +30,7 @@ while [ $# -gt 0 ]; do
   esac
   shift
 done
-if [ "$architecture $TAVI_ARM_STEPS" = 'arm64 build cost' ]; then say "--cost counts on armhf, the unit's processor, only"; exit 2; fi
+if [ "$architecture $TAVI_ARM_STEPS" = 'arm64 build free cost' ]; then say "--cost counts on armhf, the unit's processor, only"; exit 2; fi
 [ "$(id -u)" -eq 0 ] || { say "needs root, for debootstrap and chroot"; exit 2; }
 # Its mounts are nobody else's, and go with it.
 [ -n "${TAVI_OWN_MOUNTS:-}" ] || exec env TAVI_OWN_MOUNTS=1 unshare --mount "scripts/${0##*/}" "${arguments[@]}"

@@ -110,7 +110,6 @@ count_instructions() {
   say "counting instructions for 70 s"
   rm -rf "$out"
   mkdir -p "$out"
-  cmake --build --preset "$preset" --target FreeElements >&2
   g++ -std=c++20 -O2 -shared -fPIC bench/Cost/InstructionCount.cpp -o "$out/counter.so"
   GST_REGISTRY=$out/registry GST_REGISTRY_FORK=no GST_PLUGIN_PATH=$PWD/$build/lib/free timeout -k 5 200 \
     qemu-arm -plugin "$out/counter.so,out=$out/count,first=40,second=70" \
