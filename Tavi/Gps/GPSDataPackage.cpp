@@ -150,6 +150,10 @@ void GPSDataPackage::AddLine(GPSLine& line) {
   LoadSentence(m_lines.emplace_back(line));
 }
 
+void GPSDataPackage::AddText(char* text) {
+  LoadSentence(m_lines.emplace_back(text));
+}
+
 // NOLINTNEXTLINE(performance-unnecessary-value-param): callers elsewhere are built against this signature
 void GPSDataPackage::Load(GPSLine line) {
   LoadSentence(line);

@@ -36,8 +36,7 @@ void GstGpsPipelineElement::Invoke(Kbase::Interfaces::IThread* /*thread*/, void*
     GPSDataPackage package;
     for (std::string line; std::getline(text, line);) {
       if (line.empty()) continue;
-      GPSLine sentence(line.data());
-      package.AddLine(sentence);
+      package.AddText(line.data());
     }
     package.PostProcess();
     NoteTime(*package.GetData());

@@ -10,23 +10,24 @@
 namespace Tavi::Video {
 
 VideoPipelineElement::VideoPipelineElement(const VideoConfig& config, int ringSize)
-    : GstVideoPipelineElement(config), IPipelineElement(ringSize) {}
+    : GstVideoPipelineElement(config), IPipelineElement(ringSize), m_cameraName(GetCameraName(config.cameraType)) {}
 
 VideoPipelineElement::VideoPipelineElement(GstElement* pipeline, const VideoConfig& config, int ringSize)
-    : GstVideoPipelineElement(pipeline, config), IPipelineElement(ringSize) {}
+    : GstVideoPipelineElement(pipeline, config),
+      IPipelineElement(ringSize),
+      m_cameraName(GetCameraName(config.cameraType)) {}
 
 VideoPipelineElement::~VideoPipelineElement() {
   Detach();
 }
 
 void VideoPipelineElement::SetEncodedFrame(GstBuffer* buffer) {
-  const std::string camera = GetCameraName(GetConfig().cameraType);
   if (buffer == nullptr) return;
   // What follows the stream's setup may run out of memory, too.
   auto owned = GstUtil::GstRef<GstBuffer>::Adopt(buffer);
   auto setup = FollowSetup(buffer);
-  if (GstUtil::AppendBuffer<VideoPipelineCbElement>(*this, owned.Release(), camera, std::move(setup))) {
-    GstUtil::LogFirst("for " + camera);
+  if (GstUtil::AppendBuffer<VideoPipelineCbElement>(*this, owned.Release(), m_cameraName, std::move(setup))) {
+    GstUtil::LogFirst("for " + m_cameraName);
   }
 }
 

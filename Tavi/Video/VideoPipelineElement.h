@@ -1,6 +1,8 @@
 // One camera: its GStreamer branch and the ring of its access units.
 #pragma once
 
+#include <string>
+
 #include "Kbase/Pipeline/IPipelineElement.h"
 #include "Tavi/Video/GstVideoPipelineElement.h"
 
@@ -28,6 +30,8 @@ class VideoPipelineElement final : public GstVideoPipelineElement, public Kbase:
 
  private:
   PreviewPipelineElement* m_previewElement = nullptr;
+  /// As people know it.
+  const std::string m_cameraName;
 };
 
 }  // namespace Tavi::Video

@@ -71,7 +71,7 @@ struct Camera {
   GstPushSrc parent;
   gint fps;
   /// When the next frame is there, by CLOCK_MONOTONIC; 0 before the first.
-  gint64 nextNs;
+  timespec next;
   GstMemory* frame;
 };
 struct CameraClass {
@@ -86,7 +86,7 @@ void GetNothing(GObject*, guint, GValue*, GParamSpec*) {}
 
 gboolean StartCamera(GstBaseSrc* base) {
   auto* camera = reinterpret_cast<Camera*>(base);
-  camera->nextNs = 0;
+  camera->next = {};
   camera->frame = gst_allocator_alloc(nullptr, Width * Height * 3 / 2, nullptr);
   return TRUE;
 }
@@ -100,14 +100,14 @@ GstCaps* GetCameraCaps(GstBaseSrc* base, GstCaps*) {
 /// Waits as one does for a driver's next frame, and stamps it as such a source does.
 GstFlowReturn CreateFrame(GstPushSrc* source, GstBuffer** out) {
   auto* camera = reinterpret_cast<Camera*>(source);
-  const auto interval = static_cast<gint64>(GST_SECOND) / camera->fps;
-  timespec now{};
-  if (camera->nextNs == 0) {
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    camera->nextNs = now.tv_sec * gint64{GST_SECOND} + now.tv_nsec;
+  const long interval = static_cast<long>(GST_SECOND) / camera->fps;
+  timespec& next = camera->next;
+  if (next.tv_sec == 0) clock_gettime(CLOCK_MONOTONIC, &next);
+  next.tv_nsec += interval;
+  if (next.tv_nsec >= static_cast<long>(GST_SECOND)) {
+    next.tv_nsec -= static_cast<long>(GST_SECOND);
+    ++next.tv_sec;
   }
-  camera->nextNs += interval;
-  const timespec next{static_cast<time_t>(camera->nextNs / GST_SECOND), static_cast<long>(camera->nextNs % GST_SECOND)};
   clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
   GstClock* clock = gst_element_get_clock(GST_ELEMENT(source));
   if (clock == nullptr) return GST_FLOW_FLUSHING;

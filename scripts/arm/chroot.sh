@@ -13,7 +13,7 @@ foreign=(
 # Tools run as this machine's own, without the emulator.
 native=(
   cmake ninja-build pkg-config ccache python3 git file dpkg-dev debhelper nlohmann-json3-dev libcli11-dev qemu-user-static qemu-user
-  ffmpeg gpsd gpsd-clients
+  ffmpeg gpsd gpsd-clients libxml2-utils rclone libcjson1 libdlt2 libwrap0 openssl
 )
 
 list_packages() { printf '%s\n' "${native[@]}" "${foreign[@]}"; }

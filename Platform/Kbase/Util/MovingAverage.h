@@ -23,14 +23,17 @@ class MovingAverage {
 
   /// Adds `value`, in place of the oldest one once the window is full. The mean with it.
   T Add(T value) {
-    const std::lock_guard lock(m_mutex);
-    return AddLocked(value);
+    T mean[] = {value};
+    AddEach(mean, 1);
+    return mean[0];
   }
 
   /// Adds every `stride`th value of `values`, from the first one on, and puts the mean with it in its place.
   void AddEach(std::span<T> values, std::size_t stride) {
     const std::lock_guard lock(m_mutex);
-    for (std::size_t i = 0; i < values.size(); i += stride) values[i] = AddLocked(values[i]);
+    Run run{m_sum, m_count, m_next};
+    for (std::size_t i = 0; i < values.size(); i += stride) values[i] = AddTo(run, values[i]);
+    Keep(run);
   }
 
   void Clear() {
@@ -41,17 +44,30 @@ class MovingAverage {
   }
 
  private:
-  T AddLocked(T value) {
-    T& slot = m_values[m_next];
-    if (m_count == m_size) {
-      m_sum = (value - slot) + m_sum;
+  /// What changes with each value, in registers while many are added.
+  struct Run {
+    T sum;
+    std::int32_t count;
+    std::size_t next;
+  };
+
+  T AddTo(Run& run, T value) {
+    T& slot = m_values[run.next];
+    if (run.count == m_size) {
+      run.sum = (value - slot) + run.sum;
     } else {
-      ++m_count;
-      m_sum += value;
+      ++run.count;
+      run.sum += value;
     }
     slot = value;
-    m_next = m_next + 1 == m_values.size() ? 0 : m_next + 1;
-    return m_sum / static_cast<T>(m_count);
+    run.next = run.next + 1 == static_cast<std::size_t>(m_size) ? 0 : run.next + 1;
+    return run.sum / static_cast<T>(run.count);
+  }
+
+  void Keep(const Run& run) {
+    m_sum = run.sum;
+    m_count = run.count;
+    m_next = run.next;
   }
 
   const std::int32_t m_size;
