@@ -10,8 +10,10 @@
 namespace Tavi::Recorder {
 namespace {
 
-/// How soon the thread notices that it is to end, and how often it calls.
-constexpr std::timespec PollPeriod{0, 50'000'000};
+/// How soon the thread notices that it is to end: each time costs the unit two changes of threads.
+constexpr std::timespec IdlePeriod{0, 250'000'000};
+/// The same once a signal is there, and how often it then calls.
+constexpr std::timespec PendingPeriod{0, 50'000'000};
 
 sigset_t GetSignals() {
   sigset_t signals;
@@ -37,7 +39,7 @@ void SignalThread::Block() {
 }
 
 void SignalThread::Run() {
-  const int signal = sigtimedwait(&m_signals, nullptr, &PollPeriod);
+  const int signal = sigtimedwait(&m_signals, nullptr, m_pending == 0 ? &IdlePeriod : &PendingPeriod);
   if (signal == SIGHUP) {
     Kbase::Klog::Logger::GetInstance().ReopenFile();
     Log::Info("the log file is opened anew (SIGHUP); new settings need a restart");

@@ -11,8 +11,8 @@ namespace {
 constexpr GstClockTime CheckPeriod = 100 * GST_MSECOND;
 /// What samples may be ahead: drivers hand them over by the period, GStreamer counts them by the segment.
 constexpr GstClockTime MostAhead = 200 * GST_MSECOND;
-/// By one in so many a card may be faster than the steady clock; crystals differ by one in ten thousand. A power of two,
-/// for the unit divides 64 bits by calling a function.
+/// By one in so many a card may be faster than the steady clock; crystals differ by one in ten thousand. A power of
+/// two, for the unit divides 64 bits by calling a function.
 constexpr GstClockTime FastestPart = 128;
 
 /// GST_CLOCK_TIME_NONE for one that has no format yet.
