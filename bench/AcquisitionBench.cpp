@@ -229,7 +229,7 @@ int MeasureSensors(int seconds) {
   config.camera0Enabled = config.camera1Enabled = false;
   const double others = MeasureAcquisition(config, seconds);
   // At the microphone's own pace: an encoder that runs through its work at once finds all of it in the caches.
-  const std::string microphone = fmt::format("alsasrc latency-time=52218 num-buffers={} ! ", seconds * 383 / 20);
+  const std::string microphone = fmt::format("alsasrc latency-time=26109 num-buffers={} ! ", seconds * 383 / 10);
   const double with = MeasurePipeline(
       microphone + fmt::format("imxmp3audioenc high-quality-mode=true bitrate={} ! fakesink", config.audio.bitrate));
   const double encoder = with - MeasurePipeline(microphone + "audio/x-raw,rate=44100,channels=2 ! fakesink");

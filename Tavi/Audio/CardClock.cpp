@@ -8,7 +8,7 @@ namespace Tavi::Audio {
 namespace {
 
 /// How often the card's samples are compared with the steady clock, in its own time: not for each frame of a camera.
-constexpr GstClockTime CheckPeriod = 100 * GST_MSECOND;
+constexpr GstClockTime CheckPeriod = 200 * GST_MSECOND;
 /// What samples may be ahead: drivers hand them over by the period, GStreamer counts them by the segment.
 constexpr GstClockTime MostAhead = 200 * GST_MSECOND;
 /// By one in so many a card may be faster than the steady clock; crystals differ by one in ten thousand. A power of

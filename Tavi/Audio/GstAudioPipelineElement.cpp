@@ -17,9 +17,6 @@ namespace {
 
 constexpr int UntouchedGain = -1;
 constexpr float MicrosecondsPerSecond = 1e6F;
-/// MP3 frames that the card hands over at once: each time wakes three threads, and the usual 10 ms would find nothing
-/// to encode.
-constexpr float FramesAtOnce = 2;
 /// What the card holds while the processor is busy elsewhere; alsasrc asks for 0.2 s, which a full disk's flush
 /// outlasts.
 constexpr gint64 SoundBufferUs = 1'000'000;
@@ -54,8 +51,8 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   GstElement* encoder = parts.Make("imxmp3audioenc");
   GstElement* form = config.channels > 0 || config.rate > 0 ? parts.Make("capsfilter") : nullptr;
   if (!parts.IsComplete()) return;
-  g_object_set(source, "latency-time",
-               static_cast<gint64>(FramesAtOnce * MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
+  // One MP3 frame at a time: the usual 10 ms would wake three threads that find nothing to encode.
+  g_object_set(source, "latency-time", static_cast<gint64>(MicrosecondsPerSecond / std::max(config.frameRate, 1.0F)),
                "buffer-time", SoundBufferUs, nullptr);
   m_clock = CardClock::Guard(source);
   if (!config.device.empty()) g_object_set(source, "device", config.device.c_str(), nullptr);

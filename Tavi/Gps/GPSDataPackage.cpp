@@ -151,7 +151,9 @@ void GPSDataPackage::AddLine(GPSLine& line) {
 }
 
 void GPSDataPackage::AddText(char* text) {
-  LoadSentence(m_lines.emplace_back(text));
+  // "$", two letters of who talks, and three of what.
+  const auto kind = std::string_view(text).substr(0, 6);
+  if (kind.ends_with("RMC") || kind.ends_with("GGA")) LoadSentence(m_lines.emplace_back(text));
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): callers elsewhere are built against this signature

@@ -40,7 +40,8 @@ class GPSDataPackage {
 
   /// Keeps a copy of `line` and loads it. Lines that are not in order change nothing.
   void AddLine(GPSLine& line);
-  /// The same with a sentence's text, NUL-terminated, of which no other line is made.
+  /// The same with a sentence's text, NUL-terminated, from its "$" on. Only one that the record is made of is read:
+  /// most of an epoch tells of satellites.
   void AddText(char* text);
   /// Fills the record from an RMC or a GGA sentence. A number that is there but cannot be read makes an RMC's fix not
   /// valid; where a GGA has none to read, the record keeps what it has.
