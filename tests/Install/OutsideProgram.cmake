@@ -44,6 +44,8 @@ file(WRITE ${work}/all-headers.cpp "${allHeaders}")
 set(how -DCMAKE_CXX_COMPILER=${CXX})
 if(TOOLCHAIN)
   set(how -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
+  # Such libraries are those of a package, which name no place of their own.
+  set(ENV{LD_LIBRARY_PATH} ${work}/prefix/${LIBDIR})
 endif()
 run(${CMAKE_COMMAND} -S ${EXAMPLE} -B ${work}/build -G Ninja -DCMAKE_PREFIX_PATH=${work}/prefix ${how})
 run(${CMAKE_COMMAND} --build ${work}/build)
