@@ -69,6 +69,7 @@ void Translate(qemu_plugin_id_t, qemu_plugin_tb* block) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-identifier-naming): the emulator's name
 extern "C" __attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t id, const qemu_info_t*,
                                                                           int count, char** arguments) {
   constexpr const char* Out = "out=";
