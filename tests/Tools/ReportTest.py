@@ -181,6 +181,7 @@ class ReportTest(unittest.TestCase):
             self.browser.wait_for("document.querySelector('#play').textContent === 'Pause'")
             self.browser.press(" ")
             self.browser.wait_for("document.querySelector('#play').textContent === 'Play'")
+            self.browser.wait_for(READY)
             before = self.look()["position"]
             self.browser.press(Browser.LEFT)
             self.browser.wait_for(READY)
