@@ -156,7 +156,7 @@ void PipelineManager::PrepareStart() {
 
 bool PipelineManager::TakeError(GstObject* source, const std::string& text) {
   if (!m_config.keepGoing || !m_branches.NoteError(source, text)) return false;
-  // At once: until it is looked at, a sound card's clock stands still, and all that goes by it.
+  // At once, not at the next look: what it would deliver until then is lost.
   const std::lock_guard lock(m_watchMutex);
   if (m_stallWatch) m_stallWatch->LookSoon();
   return true;

@@ -209,16 +209,8 @@ def judge_event(programs, out, event):
         return [], [f"{len(made)} events, and the reply {reply}"] + judge_sources(event["status"], event["ended"])
     directory, description = made[0]
     found = events.check_event(programs, directory, description) + events.find_debris(out)
-    rows = [(stream["type"], stream["entries"], f"{stream['fromSeconds']:.2f}", f"{stream['toSeconds']:.2f}")
-            for stream in description["streams"]]
+    rows = events.list_streams(description)
     return rows, found + judge_sources(event["status"], event["ended"])
-
-
-def show(title, head, rows, found):
-    print(f"\n## {title}\n| {' | '.join(head)} |\n|{'---|' * len(head)}")
-    for row in rows:
-        print("| " + " | ".join(str(cell) for cell in row) + " |")
-    print(f"\n{'; '.join(found[:20]) if found else 'Nothing is wrong.'}", flush=True)
 
 
 def main():
@@ -246,12 +238,12 @@ def main():
         for name, work in cases.items():
             rows, found = judge_cost(idle, work)
             wrong += found
-            show(f"What it costs in {COST_SECONDS} s, {name}", ("", ""), rows, found)
+            events.show(f"What it costs in {COST_SECONDS} s, {name}", ("", ""), rows, found)
     if "event" in report:
         rows, found = judge_event(options.programs, board.path("out"), report["event"])
         found += board.damage
         wrong += found
-        show("An event of six sources", ("stream", "entries", "from, s", "to, s"), rows, found)
+        events.show("An event of six sources", ("stream", "entries", "from, s", "to, s"), rows, found)
     print(f"\n{time.monotonic() - begin:.0f} s, {len(wrong)} findings")
     return 1 if wrong else 0
 

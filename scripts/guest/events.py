@@ -135,3 +135,17 @@ def check_fixes(path, description):
                 found.append(f"Gps: fix {number} is stored {late:.2f} s after its time")
         number += 1
     return found if number else ["Gps: no fix"]
+
+
+def list_streams(description):
+    """Its streams, as rows for Show: type, entries, and from when to when."""
+    return [(stream["type"], stream["entries"], f"{stream['fromSeconds']:.2f}", f"{stream['toSeconds']:.2f}")
+            for stream in description["streams"]]
+
+
+def show(title, head, rows, found):
+    """One part of a summary."""
+    print(f"\n## {title}\n| {' | '.join(head)} |\n|{'---|' * len(head)}")
+    for row in rows:
+        print("| " + " | ".join(str(cell) for cell in row) + " |")
+    print(f"\n{'; '.join(found[:20]) if found else 'Nothing is wrong.'}", flush=True)

@@ -75,16 +75,8 @@ def take_event(bench):
         return kernel, [], found + [f"{len(made)} events, and the reply {reply}"]
     directory, description = made[0]
     found += events.check_event(bench.programs, directory, description) + events.find_debris(target)
-    rows = [(stream["type"], stream["entries"], f"{stream['fromSeconds']:.2f}", f"{stream['toSeconds']:.2f}")
-            for stream in description["streams"]]
+    rows = events.list_streams(description)
     return kernel, rows, found
-
-
-def show(title, head, rows, found):
-    print(f"\n## {title}\n| {' | '.join(head)} |\n|{'---|' * len(head)}")
-    for row in rows:
-        print("| " + " | ".join(str(cell) for cell in row) + " |")
-    print(f"\n{'; '.join(found[:20]) if found else 'Nothing is wrong.'}", flush=True)
 
 
 def main():
@@ -104,19 +96,19 @@ def main():
         bench.new_disk()
         kernel, rows, found = take_event(bench)
         wrong += found
-        show(f"An event of six sources, kernel {kernel}", ("stream", "entries", "from, s", "to, s"), rows, found)
+        events.show(f"An event of six sources, kernel {kernel}", ("stream", "entries", "from, s", "to, s"), rows, found)
     if options.faults != "none":
         bench.new_disk()
         inflicted = faults.Faults(bench)
         rows = inflicted.run(options.faults == "all")
         wrong += inflicted.findings
-        show("Faults", ("fault", "what the event says", "back after"), rows, inflicted.findings)
+        events.show("Faults", ("fault", "what the event says", "back after"), rows, inflicted.findings)
     if options.cuts:
         bench.new_disk()
         cut = cuts.Cuts(bench, random.Random(seed))
         rows = [(name, f"{value} {', '.join(examples[:5])}" if examples else value) for name, value, examples in cut.run(options.cuts)]
         wrong += cut.findings
-        show(f"Power cuts, seed {seed}", ("", ""), rows, cut.findings)
+        events.show(f"Power cuts, seed {seed}", ("", ""), rows, cut.findings)
     print(f"\n{time.monotonic() - begin:.0f} s, {len(wrong)} findings")
     return 1 if wrong else 0
 
