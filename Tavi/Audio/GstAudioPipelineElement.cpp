@@ -67,6 +67,8 @@ void GstAudioPipelineElement::Init(GstElement* pipeline, const AudioConfig& conf
   // included.
   m_branch.TakeDown();
   if (m_branch.TryOpen()) {
+    // Others may have the card until then.
+    m_branch.TakeDown();
     m_branch.Release();
   } else {
     Log::Error("the microphone cannot be opened (" + m_branch.GetProblem() + "): there is no sound");

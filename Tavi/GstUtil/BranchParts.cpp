@@ -35,28 +35,6 @@ bool BranchParts::MakeLeg(const char* leg, std::initializer_list<Part> parts) {
   return false;
 }
 
-std::string TryState(GstElement* element, GstState state) {
-  const auto before = GstRef<GstBus>::Adopt(gst_element_get_bus(element));
-  const auto bus = GstRef<GstBus>::Adopt(gst_bus_new());
-  gst_element_set_bus(element, bus.Get());
-  std::string problem;
-  if (gst_element_set_state(element, state) == GST_STATE_CHANGE_FAILURE) {
-    problem = "it does not start";
-  }
-  // Some report an error and go on.
-  if (GstMessage* message = gst_bus_pop_filtered(bus.Get(), GST_MESSAGE_ERROR)) {
-    GError* error = nullptr;
-    gst_message_parse_error(message, &error, nullptr);
-    problem = error->message;
-    g_error_free(error);
-    gst_message_unref(message);
-  }
-  gst_element_set_state(element, GST_STATE_NULL);
-  gst_bus_set_flushing(bus.Get(), TRUE);
-  gst_element_set_bus(element, before.Get());
-  return problem;
-}
-
 void AddToBin(GstBin* bin, std::initializer_list<GstElement*> elements) {
   for (GstElement* element : elements) {
     if (element != nullptr) gst_bin_add(bin, element);

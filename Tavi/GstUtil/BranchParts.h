@@ -32,11 +32,6 @@ class BranchParts {
   bool m_complete = true;
 };
 
-/// Takes an element that is at NULL to `state` and back, on a bus of its own: what it has to report stays away from a
-/// pipeline's bus, where an error has consequences. One that is in a bin must be locked against the bin's own state
-/// changes. Empty, or why it does not get there.
-std::string TryState(GstElement* element, GstState state);
-
 /// Adds the elements in the given order, leaving out null ones: those that this branch does not have.
 void AddToBin(GstBin* bin, std::initializer_list<GstElement*> elements);
 

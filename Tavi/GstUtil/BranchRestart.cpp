@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "Tavi/GstUtil/BranchParts.h"
+#include "Tavi/GstUtil/StateTrial.h"
 
 namespace Tavi::GstUtil {
 namespace {

@@ -24,7 +24,8 @@ class BranchRestart {
   /// Takes the branch to NULL, the sinks first, so that whoever pushes into it comes back. The pipeline's state changes
   /// leave it out from then on.
   void TakeDown();
-  /// Whether the source of a branch that is down can be opened; what is wrong with it is then the branch's problem.
+  /// Opens the source of a branch that is down, for the start to find it open: some drivers take seconds to list what
+  /// they can do. False when it cannot be opened; what is wrong with it is then the branch's problem.
   bool TryOpen();
   /// Has a branch that is down take part in the pipeline's state changes again.
   void Release();

@@ -8,6 +8,8 @@
 #include "Tavi/GstUtil/GstRef.h"
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/GstUtil/MainLoopThread.h"
+#include "Tavi/GstUtil/StateTrial.h"
+#include "Tavi/GstUtil/StreamThreads.h"
 
 namespace Tavi::Pipeline {
 namespace {
@@ -26,14 +28,6 @@ void PlayBySystemClock(GstElement* pipeline, GstClockTime runningTime) {
   gst_pipeline_use_clock(GST_PIPELINE(pipeline), clock.Get());
   gst_element_set_start_time(pipeline, runningTime);
   gst_element_set_state(pipeline, GST_STATE_PLAYING);
-}
-
-/// What an element tells of a choice of its own, as a camera's mode.
-void LogInfo(GstMessage* message) {
-  GError* info = nullptr;
-  gst_message_parse_info(message, &info, nullptr);
-  if (info->message != nullptr) Log::Info(info->message);
-  g_error_free(info);
 }
 
 bool GoesBySystemClock(GstElement* pipeline) {
@@ -120,6 +114,7 @@ GstElement* GstPipelineManager::CreateGstPipeline(const std::string& name) {
   GstBus* bus = gst_element_get_bus(pipeline);
   gst_bus_add_watch(bus, BusCall, this);
   gst_object_unref(bus);
+  GstUtil::LetWakersFinish(pipeline);
   return pipeline;
 }
 
@@ -135,7 +130,7 @@ void GstPipelineManager::Handle(GstMessage* message) {
       HandleError(message);
       break;
     case GST_MESSAGE_INFO:
-      LogInfo(message);
+      GstUtil::LogInfo(message);
       break;
     case GST_MESSAGE_ELEMENT:
       HandleElementMessage(message);

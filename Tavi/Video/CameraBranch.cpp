@@ -8,6 +8,7 @@
 
 #include "Tavi/GstUtil/BranchParts.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/StateTrial.h"
 
 namespace Tavi::Video {
 
@@ -97,6 +98,7 @@ class Builder {
                  guint64{std::chrono::nanoseconds(ViewerPatience).count()}, nullptr);
     // It listens from PAUSED on.
     const std::string problem = GstUtil::TryState(m_server, GST_STATE_PAUSED);
+    gst_element_set_state(m_server, GST_STATE_NULL);
     if (problem.empty()) return true;
     Log::Warning("there is no live stream on port " + std::to_string(m_config.streamPort) + ": " + problem);
     m_gdp = m_server = m_streamTee = m_recordQueue = m_networkQueue = nullptr;

@@ -204,12 +204,17 @@ TEST_F(ControlServerTest, AnotherUserIsTurnedAwayUnlessItsGroupIsServed) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   constexpr gid_t Serving = 4242;
   constexpr gid_t Other = 4243;
+#ifdef SYS_setgroups32
+  constexpr long SetGroups = SYS_setgroups32;  // the one without takes groups of 16 bits
+#else
+  constexpr long SetGroups = SYS_setgroups;
+#endif
   const auto askAs = [this](gid_t own, const std::vector<gid_t>& groups) {
     std::string answer = "none";
     std::thread([&] {
       constexpr uid_t Nobody = 65534;
       // The system calls, unlike the functions, change this thread only.
-      ASSERT_EQ(::syscall(SYS_setgroups, groups.size(), groups.data()), 0);
+      ASSERT_EQ(::syscall(SetGroups, groups.size(), groups.data()), 0);
       ASSERT_EQ(::syscall(SYS_setresgid, own, own, own), 0);
       ASSERT_EQ(::syscall(SYS_setresuid, Nobody, Nobody, Nobody), 0);
       RawClient client(m_path);
