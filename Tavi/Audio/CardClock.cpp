@@ -16,12 +16,20 @@ constexpr GstClockTime MostAhead = 200 * GST_MSECOND;
 constexpr GstClockTime FastestPart = 128;
 
 /// GST_CLOCK_TIME_NONE for one that has no format yet.
-GstClockTime CountSamples(GstAudioRingBuffer* ring) {
-  const guint64 samples = gst_audio_ring_buffer_samples_done(ring) + gst_audio_ring_buffer_delay(ring);
+GstClockTime ToTime(GstAudioRingBuffer* ring, guint64 samples) {
   gint64 time = -1;
   const gboolean isKnown =
       gst_audio_ring_buffer_convert(ring, GST_FORMAT_DEFAULT, static_cast<gint64>(samples), GST_FORMAT_TIME, &time);
   return isKnown == TRUE ? static_cast<GstClockTime>(time) : GST_CLOCK_TIME_NONE;
+}
+
+/// With those that the card still holds, for which it is asked.
+GstClockTime CountSamples(GstAudioRingBuffer* ring) {
+  return ToTime(ring, gst_audio_ring_buffer_samples_done(ring) + gst_audio_ring_buffer_delay(ring));
+}
+
+bool HasFailed(GstAudioRingBuffer* ring) {
+  return g_atomic_int_get(&ring->state) == GST_AUDIO_RING_BUFFER_STATE_ERROR;
 }
 
 using Shared = std::shared_ptr<CardClock>;
@@ -50,11 +58,19 @@ GstClockTime CardClock::Get() {
   if (ring != nullptr && ring != m_ring) Begin(ring);
   if (m_isGone) return GetSteady();
   if (ring == nullptr) return GST_CLOCK_TIME_NONE;
-  const GstClockTime before = gst_util_get_timestamp();
   const GstClockTime card = CountSamples(ring);
   if (!GST_CLOCK_TIME_IS_VALID(card)) return card;
-  const bool hasFailed = g_atomic_int_get(&ring->state) == GST_AUDIO_RING_BUFFER_STATE_ERROR;
-  return hasFailed || card >= m_checkAt ? Check(card, before, hasFailed) : card;
+  return HasFailed(ring) || card >= m_checkAt ? Check(ring) : card;
+}
+
+bool CardClock::IsCardGone() {
+  GstAudioRingBuffer* ring = m_source->ringbuffer;
+  // For each period of sound: what has been read tells whether a look is due, and the card itself is not asked.
+  if (ring == nullptr || ring != m_ring || HasFailed(ring) ||
+      ToTime(ring, gst_audio_ring_buffer_samples_done(ring)) >= m_checkAt) {
+    Get();
+  }
+  return m_isGone;
 }
 
 void CardClock::Begin(GstAudioRingBuffer* ring) {
@@ -71,12 +87,15 @@ GstClockTime CardClock::GetSteady() {
   return m_card + (gst_util_get_timestamp() - m_steady);
 }
 
-/// `before` was read before the samples were counted, so that a thread that stood still between the two makes more time
-/// of them than passed, never less.
-GstClockTime CardClock::Check(GstClockTime card, GstClockTime before, bool hasFailed) {
+/// The steady clock is read before the samples are counted, too, so that a thread that stands still between the two
+/// makes more time of them than passed, never less.
+GstClockTime CardClock::Check(GstAudioRingBuffer* ring) {
+  const GstClockTime before = gst_util_get_timestamp();
+  const GstClockTime card = CountSamples(ring);
+  if (!GST_CLOCK_TIME_IS_VALID(card)) return card;
   const std::lock_guard lock(m_mutex);
   const GstClockTime now = gst_util_get_timestamp();
-  if (m_isKnown && (hasFailed || card > m_card + (now - m_steady) + MostAhead)) {
+  if (m_isKnown && (HasFailed(ring) || card > m_card + (now - m_steady) + MostAhead)) {
     m_isGone = true;
     return m_card + (now - m_steady);
   }

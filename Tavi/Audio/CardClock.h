@@ -29,10 +29,7 @@ class CardClock {
   /// Of the card, from its opening on. GST_CLOCK_TIME_NONE while it is closed.
   GstClockTime Get();
   /// The card's samples make no sense, until it is opened anew.
-  [[nodiscard]] bool IsCardGone() {
-    Get();
-    return m_isGone;
-  }
+  [[nodiscard]] bool IsCardGone();
 
   CardClock(const CardClock&) = delete;
   CardClock& operator=(const CardClock&) = delete;
@@ -40,7 +37,7 @@ class CardClock {
  private:
   void Begin(GstAudioRingBuffer* ring);
   GstClockTime GetSteady();
-  GstClockTime Check(GstClockTime card, GstClockTime before, bool hasFailed);
+  GstClockTime Check(GstAudioRingBuffer* ring);
 
   GstAudioBaseSrc* const m_source;
   std::atomic<GstAudioRingBuffer*> m_ring{nullptr};

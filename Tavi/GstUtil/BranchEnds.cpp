@@ -1,4 +1,4 @@
-// The two ends of a source's branch.
+// What an element has on its branch.
 #include "Tavi/GstUtil/BranchEnds.h"
 
 namespace Tavi::GstUtil {
@@ -8,9 +8,18 @@ GstElement* BranchEnds::MakePipeline(const std::string& name) {
   return m_ownPipeline.Get();
 }
 
+void BranchEnds::AddProbe(GstElement* element, const char* pad, GstPadProbeCallback probe, void* user) {
+  auto at = GstRef<GstPad>::Adopt(gst_element_get_static_pad(element, pad));
+  const gulong id = gst_pad_add_probe(at.Get(), GST_PAD_PROBE_TYPE_BUFFER, probe, user, nullptr);
+  m_probes.push_back({std::move(at), id});
+}
+
 void BranchEnds::ConnectSource(GstElement* source, GstPadProbeCallback probe, void* element) {
-  m_sourcePad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(source, "src"));
-  m_probe = gst_pad_add_probe(m_sourcePad.Get(), GST_PAD_PROBE_TYPE_BUFFER, probe, element, nullptr);
+  AddProbe(source, "src", probe, element);
+}
+
+void BranchEnds::ConnectQueue(GstElement* queue, GstPadProbeCallback probe, void* element) {
+  AddProbe(queue, "sink", probe, element);
 }
 
 void BranchEnds::ConnectSink(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element) {
@@ -22,8 +31,8 @@ void BranchEnds::ConnectSink(GstElement* sink, GstFlowReturn (*newSample)(GstApp
 void BranchEnds::Detach() {
   SetRunning(false);
   if (m_ownPipeline) gst_element_set_state(m_ownPipeline.Get(), GST_STATE_NULL);
-  if (m_probe != 0) gst_pad_remove_probe(m_sourcePad.Get(), m_probe);
-  m_probe = 0;
+  for (const auto& probe : m_probes) gst_pad_remove_probe(probe.pad.Get(), probe.id);
+  m_probes.clear();
   for (const auto& sink : m_sinks) ClearSampleCallback(sink);
 }
 

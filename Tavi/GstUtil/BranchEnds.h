@@ -1,4 +1,4 @@
-// The two ends of a source's branch: the gate behind its device, and what its sinks deliver.
+// What an element has on its branch: the gate behind its device, others on the way, and what its sinks deliver.
 #pragma once
 
 #include <gst/app/gstappsink.h>
@@ -16,7 +16,7 @@
 
 namespace Tavi::GstUtil {
 
-/// Owns what an element has on its branch: probe, callbacks, and the pipeline where that is the element's own. Start
+/// Owns what an element has on its branch: probes, callbacks, and the pipeline where that is the element's own. Start
 /// and stop open and close the gate from any thread; Deliver runs on the sinks' streaming threads, the rest belongs to
 /// the thread that builds the element and takes it apart. Detach comes before what the callbacks use is gone.
 class BranchEnds {
@@ -29,9 +29,11 @@ class BranchEnds {
   [[nodiscard]] GstElement* GetOwnPipeline() const { return m_ownPipeline.Get(); }
   /// Puts the gate behind `source`: `probe` is called with `element` and answers with Pass.
   void ConnectSource(GstElement* source, GstPadProbeCallback probe, void* element);
+  /// Has `probe` called with `element` for each buffer before it enters `queue`, on the thread that brings it.
+  void ConnectQueue(GstElement* queue, GstPadProbeCallback probe, void* element);
   /// `newSample` is called with `element` and answers with Deliver.
   void ConnectSink(GstElement* sink, GstFlowReturn (*newSample)(GstAppSink*, void*), void* element);
-  /// Closes the gate, takes probe and callbacks off the branch and waits for those under way.
+  /// Closes the gate, takes probes and callbacks off the branch and waits for those under way.
   void Detach();
 
   void SetRunning(bool running) { m_running.store(running, std::memory_order_release); }
@@ -51,9 +53,14 @@ class BranchEnds {
   }
 
  private:
+  struct Probe {
+    GstRef<GstPad> pad;
+    gulong id;
+  };
+  void AddProbe(GstElement* element, const char* pad, GstPadProbeCallback probe, void* user);
+
   std::atomic<bool> m_running{false};
-  GstRef<GstPad> m_sourcePad;
-  gulong m_probe = 0;
+  std::vector<Probe> m_probes;
   std::vector<GstRef<GstElement>> m_sinks;
   Kbase::Util::EntryGuard m_guard;
   GstRef<GstElement> m_ownPipeline;

@@ -62,7 +62,7 @@ class Builder {
     std::erase(all, nullptr);
     for (GstElement* element : all) gst_bin_add(bin, element);
     LinkAll();
-    return {m_source, m_rawSink, m_encodedSink, m_previewSink, std::move(all)};
+    return {m_source, m_rawSink, m_encodedSink, m_previewQueue, m_previewSink, std::move(all)};
   }
 
  private:

@@ -14,7 +14,8 @@ struct CameraBranch {
   GstElement* source = nullptr;
   GstElement* rawSink = nullptr;
   GstElement* encodedSink = nullptr;
-  /// Null when there is no preview.
+  /// The preview's queue and sink; null when there is no preview.
+  GstElement* previewQueue = nullptr;
   GstElement* previewSink = nullptr;
   /// All of them, the source first.
   std::vector<GstElement*> elements;

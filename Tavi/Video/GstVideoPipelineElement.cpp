@@ -62,6 +62,7 @@ void GstVideoPipelineElement::Init(GstElement* pipeline, const VideoConfig& conf
   m_ends.ConnectSink(branch.encodedSink, SetEncodedFrameCallback, this);
   if (branch.previewSink == nullptr) return;
   KeepNewestOnly(branch.previewSink);
+  m_ends.ConnectQueue(branch.previewQueue, ThinPreviewCallback, this);
   m_ends.ConnectSink(branch.previewSink, SetPreviewFrameCallback, this);
 }
 
@@ -84,13 +85,18 @@ GstFlowReturn GstVideoPipelineElement::SetEncodedFrameCallback(GstAppSink* sink,
   });
 }
 
-GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept {
+GstPadProbeReturn GstVideoPipelineElement::ThinPreviewCallback(GstPad* /*pad*/, GstPadProbeInfo* /*info*/,
+                                                               void* element) noexcept {
   auto* self = static_cast<GstVideoPipelineElement*>(element);
   static_cast<void>(self->m_ends.IsRunning());
-  if (self->m_previewEvery <= 0) return GST_FLOW_OK;
+  if (self->m_previewEvery <= 0) return GST_PAD_PROBE_DROP;
   const std::int32_t number = self->m_previewPhase;
   self->m_previewPhase = number + 1 < self->m_previewEvery ? number + 1 : 0;
-  if (number != 0) return GST_FLOW_OK;
+  return number == 0 ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
+}
+
+GstFlowReturn GstVideoPipelineElement::SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept {
+  auto* self = static_cast<GstVideoPipelineElement*>(element);
   return self->m_ends.Deliver(sink, [self](GstSample* sample) { self->SetPreviewFrame(GstUtil::ShareBuffer(sample)); });
 }
 

@@ -58,6 +58,8 @@ class GstVideoPipelineElement {
 
   static GstPadProbeReturn RunningCallback(GstPad* pad, GstPadProbeInfo* info, void* element) noexcept;
   static GstFlowReturn SetEncodedFrameCallback(GstAppSink* sink, void* element) noexcept;
+  /// Lets those frames to the preview's queue that are a preview's: none is scaled, nor wakes a thread, for nothing.
+  static GstPadProbeReturn ThinPreviewCallback(GstPad* pad, GstPadProbeInfo* info, void* element) noexcept;
   static GstFlowReturn SetPreviewFrameCallback(GstAppSink* sink, void* element) noexcept;
 
   GstVideoPipelineElement(const GstVideoPipelineElement&) = delete;
@@ -83,9 +85,9 @@ class GstVideoPipelineElement {
   VideoConfig m_config;
   /// Belongs to the encoded frames' streaming thread.
   SetupTracker m_setup;
-  /// Of so many scaled frames one is a preview's; 0: none is.
+  /// Of so many frames one is a preview's; 0: none is.
   std::int32_t m_previewEvery = 0;
-  /// Those since the last one.
+  /// Those since the last one. Belongs to the source's streaming thread.
   std::int32_t m_previewPhase = 0;
   /// Guards the turn; not held while the one whose turn it is waits for a frame.
   std::mutex m_rawFrameMutex;

@@ -2,8 +2,8 @@
 """What scripts/arm/inside.sh asks of test results and of an event.
 
 summary.py skips ARCHITECTURE          one regular expression of the tests that skips.txt leaves out
-summary.py failed JUNIT                one regular expression of the tests that failed, empty if none
-summary.py tests ARCHITECTURE BUILD REGEX   the lines of the summary; exits with 1 if a test failed twice
+summary.py late BUILD REGEX            one of those that are still to be tried, by a slower clock; empty if none
+summary.py tests ARCHITECTURE BUILD REGEX   the lines of the summary; exits with 1 if a test failed by each clock
 summary.py filled SECONDS              exits with 0 when the status on standard input has that much of each source
 summary.py event REPLY                 the line of the summary; exits with 1 if anything of the event is missing
 """
@@ -19,22 +19,34 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 def read_skips(architecture):
-    """(regular expression, reason) of each line for this architecture."""
+    """(regular expression, reason) of each line for this architecture, or for "slow"."""
     with open(os.path.join(HERE, "skips.txt"), encoding="utf-8") as file:
         lines = [line.rstrip("\n").split(" ", 2) for line in file if line.strip() and not line.startswith("#")]
-    return [(pattern, reason) for who, pattern, reason in lines if who in (architecture, "both")]
+    return [(pattern, reason) for who, pattern, reason in lines if who == architecture or (who == "both" and architecture != "slow")]
 
 
-def read_results(path):
-    """Each test's state (run, fail, notrun) and what it said, by name."""
-    if not os.path.exists(path):
-        return {}
-    cases = xml.etree.ElementTree.parse(path).getroot().iter("testcase")
-    return {case.get("name"): (case.get("status"), case.findtext("system-out") or "") for case in cases}
+def read_results(build):
+    """Each test's state (run, fail, notrun), what it said, and how often it was tried, by name: its last try counts."""
+    results = {}
+    for path in sorted(glob.glob(os.path.join(build, "arm-tests*.xml")), key=os.path.getmtime):
+        for case in xml.etree.ElementTree.parse(path).getroot().iter("testcase"):
+            name = case.get("name")
+            tries = results[name][2] + 1 if name in results else 1
+            results[name] = (case.get("status"), case.findtext("system-out") or "", tries)
+    return results
 
 
 def of_failed(results):
-    return [name for name, (state, _) in results.items() if state == "fail"]
+    return [name for name, (state, _, _) in results.items() if state == "fail"]
+
+
+def find_late(build, wanted):
+    """Tests that failed, and those that were put off and not tried yet."""
+    results = read_results(build)
+    slow = [pattern for pattern, _ in read_skips("slow")]
+    put_off = [name for name in list_tests(build)
+               if name not in results and re.search(wanted, name) and any(re.search(pattern, name) for pattern in slow)]
+    return of_failed(results) + put_off
 
 
 def tell_why(text):
@@ -50,25 +62,26 @@ def list_tests(build):
 
 
 def print_tests(architecture, build, wanted):
-    results = read_results(os.path.join(build, "arm-tests.xml"))
-    again = read_results(os.path.join(build, "arm-tests-again.xml"))
-    failed = [name for name in of_failed(results) if again.get(name, ("fail",))[0] != "run"]
-    late = [name for name in of_failed(results) if name not in failed]
-    own = {name: tell_why(text) for name, (state, text) in results.items() if state == "notrun"}
+    results = read_results(build)
+    failed = of_failed(results)
+    own = {name: tell_why(text) for name, (state, text, _) in results.items() if state == "notrun"}
     left_out = {
         name: reason
         for name in list_tests(build) if re.search(wanted, name)
         for pattern, reason in read_skips(architecture) if re.search(pattern, name)
     }
+    slow = [pattern for pattern, _ in read_skips("slow")]
+    passed = [name for name, (state, _, _) in results.items() if state == "run"]
+    again = [name for name in passed if results[name][2] > 1]
+    put_off = [name for name in passed if any(re.search(pattern, name) for pattern in slow)]
     for name, reason in sorted({**own, **left_out}.items()):
         print(f"skipped: {name}: {reason}")
-    for name in late:
-        print(f"second try: {name}")
+    for name in again:
+        print(f"{results[name][2]} tries: {name}")
     for name in failed:
         print(f"FAILED: {name}")
-    passed = sum(state == "run" for state, _ in results.values()) + len(late)
-    print(f"tests: {passed} passed, {len(failed)} failed, {len(own) + len(left_out)} skipped", end="")
-    print(f", {len(late)} of the passed in a second try" if late else "")
+    print(f"tests: {len(passed)} passed, {len(failed)} failed, {len(own) + len(left_out)} skipped; of those that passed {len(put_off)} "
+          f"by a slower clock, {len(again)} tried more than once")
     return 1 if failed or not passed else 0
 
 
@@ -101,8 +114,8 @@ def print_event(path):
 def main(arguments):
     if arguments[0] == "skips":
         print("|".join(pattern for pattern, _ in read_skips(arguments[1])))
-    elif arguments[0] == "failed":
-        print("|".join(f"^{re.escape(name)}$" for name in of_failed(read_results(arguments[1]))))
+    elif arguments[0] == "late":
+        print("|".join(f"^{re.escape(name)}$" for name in find_late(*arguments[1:])))
     elif arguments[0] == "tests":
         return print_tests(*arguments[1:])
     elif arguments[0] == "filled":

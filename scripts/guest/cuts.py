@@ -23,8 +23,12 @@ class Cuts:
         self.reported = set()
         self.findings = []
 
-    def run(self, count):
+    def run(self, count, minutes):
+        end = time.monotonic() + minutes * 60
         for number in range(count):
+            if time.monotonic() > end:
+                print(f"{minutes:.0f} min are over", flush=True)
+                break
             self.round(number)
             print(f"cut {number + 1} of {count}: {len(self.labels)} accepted, {len(self.reported)} reported as saved, "
                   f"{self.lost_writes} writes lost", flush=True)

@@ -1,5 +1,6 @@
 """The recorder in a machine with the kernel's own drivers: an event, faults of devices, power cuts. See scripts/test-guest.sh."""
 import argparse
+import math
 import os
 import random
 import subprocess
@@ -84,6 +85,7 @@ def main():
     for name in ("images", "programs", "directory"):
         parser.add_argument(f"--{name}", required=True)
     parser.add_argument("--cuts", type=int, default=3)
+    parser.add_argument("--minutes", type=float, default=math.inf)
     parser.add_argument("--faults", choices=("short", "all", "none"), default="short")
     parser.add_argument("--seed", type=int, default=None)
     parser.add_argument("--no-event", action="store_true")
@@ -106,7 +108,8 @@ def main():
     if options.cuts:
         bench.new_disk()
         cut = cuts.Cuts(bench, random.Random(seed))
-        rows = [(name, f"{value} {', '.join(examples[:5])}" if examples else value) for name, value, examples in cut.run(options.cuts)]
+        made = cut.run(options.cuts, options.minutes)
+        rows = [(name, f"{value} {', '.join(examples[:5])}" if examples else value) for name, value, examples in made]
         wrong += cut.findings
         events.show(f"Power cuts, seed {seed}", ("", ""), rows, cut.findings)
     print(f"\n{time.monotonic() - begin:.0f} s, {len(wrong)} findings")
