@@ -15,7 +15,7 @@ import time
 import feeds
 
 PORT, SERIAL_FEED, USB_FEED, LOG = (glob.glob(f"/dev/vport*p{number}")[0] for number in (1, 2, 3, 4))
-ENVIRONMENT = dict(os.environ, GST_REGISTRY="/run/registry.bin", GST_REGISTRY_FORK="no")
+ENVIRONMENT = dict(os.environ, GST_REGISTRY="/run/registry.bin", GST_REGISTRY_FORK="no", LD_PRELOAD="/usr/lib/guest/fewmodes.so")
 
 port = os.open(PORT, os.O_RDWR)
 log = os.open(LOG, os.O_WRONLY)

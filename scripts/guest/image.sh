@@ -127,7 +127,7 @@ if [ "$(cat "$cache/key" 2> /dev/null)" != "$key" ]; then
 fi
 
 # The machine's kept state knows these images; test.py boots it anew where there is none.
-key=$(sha256sum "$cache/key" "${recorder[@]}" $here/start.sh $here/agent.py $here/feeds.py $here/machine.py | cut -d ' ' -f 1 | sha256sum)
+key=$(sha256sum "$cache/key" "${recorder[@]}" $here/start.sh $here/{agent.py,feeds.py,fewmodes.c,machine.py} | cut -d ' ' -f 1 | sha256sum)
 if [ "$(cat "$cache/recorder.key" 2> /dev/null)" != "$key" ]; then
   rm -f "$cache/recorder.key" "$cache/state"
   staged=$cache/recorder
@@ -140,6 +140,7 @@ if [ "$(cat "$cache/recorder.key" 2> /dev/null)" != "$key" ]; then
   mkdir -p "$staged/usr/lib/guest"
   cp $here/start.sh $here/agent.py "$staged/usr/lib/guest/"
   cp $here/feeds.py "$staged/usr/lib/guest/"
+  gcc -O2 -Wall -Wextra -Werror -shared -fPIC $here/fewmodes.c -o "$staged/usr/lib/guest/fewmodes.so"
   make_image "$cache/recorder.img" "$staged" 8
   rm -rf "$staged"
   echo "$key" > "$cache/recorder.key"

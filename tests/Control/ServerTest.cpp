@@ -1,6 +1,7 @@
 // The control server against clients that misbehave, come in numbers or leave, and against what a crash leaves behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -200,6 +201,18 @@ TEST_F(ControlServerTest, APathThatCannotBeIsOneSentence) {
   EXPECT_EQ(ReadFile(m_dir + "file"), "mine");
 }
 
+/// Linux 4.13 and newer do, emulators of its system calls need not.
+bool TellsPeerGroups() {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) return false;
+  gid_t groups[64];
+  socklen_t length = sizeof(groups);
+  const bool told = ::getsockopt(ends[0], SOL_SOCKET, SO_PEERGROUPS, groups, &length) == 0;
+  ::close(ends[0]);
+  ::close(ends[1]);
+  return told;
+}
+
 TEST_F(ControlServerTest, AnotherUserIsTurnedAwayUnlessItsGroupIsServed) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   constexpr gid_t Serving = 4242;
@@ -236,12 +249,17 @@ TEST_F(ControlServerTest, AnotherUserIsTurnedAwayUnlessItsGroupIsServed) {
   ASSERT_TRUE(m_server->Open(m_path, problem)) << problem;
   ::chmod((m_dir + "run").c_str(), 0755);  // the group has this level, too
   EXPECT_EQ(askAs(Serving, {}), StatusReply) << "the directory or the socket is not the group's";
-  EXPECT_EQ(askAs(Other, {Other, Serving}), StatusReply);
+  const bool isTold = TellsPeerGroups();
+  if (isTold) {
+    EXPECT_EQ(askAs(Other, {Other, Serving}), StatusReply);
+  }
   ::chmod((m_dir + "run/tavi").c_str(), 0777);
   ::chmod(m_path.c_str(), 0777);
   EXPECT_EQ(askAs(Other, {Other}),
             R"({"ok":false,"error":"only the recorder's own user, root and the group of control.group are served"})");
-  EXPECT_EQ(m_handler.handled, 2);
+  EXPECT_EQ(m_handler.handled, isTold ? 2 : 1);
+  if (!isTold)
+    GTEST_SKIP() << "this kernel does not tell the further groups of a peer (SO_PEERGROUPS), whose check is left out";
 }
 
 }  // namespace
