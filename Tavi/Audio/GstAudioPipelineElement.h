@@ -52,12 +52,16 @@ class GstAudioPipelineElement {
 
  private:
   void Init(GstElement* pipeline, const AudioConfig& config);
+  /// The frame is of a time of which there is sound already: time stamps were corrected back, and entries are in order.
+  bool IsBehindTheLast(GstClockTime timestamp);
 
   GstUtil::BranchEnds m_ends{"a frame of sound is lost"};
   AudioConfig m_config;
   GstUtil::BranchRestart m_branch;
   /// What the branch's source gives the pipeline; empty without one.
   std::shared_ptr<CardClock> m_clock;
+  /// Belongs to the sink's streaming thread.
+  GstClockTime m_lastTimestamp = GST_CLOCK_TIME_NONE;
 };
 
 }  // namespace Tavi::Audio

@@ -1,5 +1,6 @@
 // The microphone's branch on the simulated sound card, and what its collector makes of the ring.
 #include <alsa/asoundlib.h>
+#include <gst/app/gstappsrc.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -83,6 +84,29 @@ TEST_F(AudioTest, EachEntryIsOneMp3FrameOfTheAskedRateAndOnlyWhileStarted) {
     gst_object_unref(pipeline);
   }
   EXPECT_EQ(CountLogged("Aquisition for audio has been started"), 3) << "once a ring";
+}
+
+// Catches entries out of order where a card that came back is timed anew, and sound that is lost until a time that
+// began anew has caught up.
+TEST_F(AudioTest, SoundOfATimeThatIsThereAlreadyIsLeftOut) {
+  AudioPipelineElement audio(nullptr, AudioConfig(), 20);
+  GstElement* pipeline = gst_parse_launch("appsrc name=in format=time ! appsink name=out sync=false", nullptr);
+  GstElement* in = gst_bin_get_by_name(GST_BIN(pipeline), "in");
+  GstElement* out = gst_bin_get_by_name(GST_BIN(pipeline), "out");
+  gst_element_set_state(pipeline, GST_STATE_PLAYING);
+  for (const GstClockTime ms : {500, 526, 552, 535, 561, 587, 10, 36}) {
+    gst_app_src_push_buffer(GST_APP_SRC(in), Tavi::Testing::MakeBuffer("frame", ms * GST_MSECOND));
+    AudioPipelineElement::SetEncodedFrameCallback(GST_APP_SINK(out),
+                                                  static_cast<Tavi::Audio::GstAudioPipelineElement*>(&audio));
+  }
+  gst_element_set_state(pipeline, GST_STATE_NULL);
+  for (GstElement* element : {in, out, pipeline}) gst_object_unref(element);
+  std::vector<GstClockTime> kept;
+  for (unsigned int id = 0; id <= audio.GetCurrentFrameId(); ++id) {
+    const auto& frame = dynamic_cast<const AudioPipelineCbElement&>(*audio.GetElementAt(id));
+    kept.push_back(GST_BUFFER_PTS(frame.buffer) / GST_MSECOND);
+  }
+  EXPECT_EQ(kept, (std::vector<GstClockTime>{500, 526, 552, 561, 587, 10, 36}));
 }
 
 // Catches a gain that is not applied (0 among them), one that is although the mixer is to be left alone, and one that
