@@ -9,6 +9,7 @@ foreign=(
   libgstrtspserver-1.0-dev libmicrohttpd-dev libarchive-dev libmosquitto-dev
   libgtest-dev libgmock-dev libumockdev-dev umockdev libbenchmark-dev libboost-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-alsa
+  gstreamer1.0-tools
 )
 # Tools run as this machine's own, without the emulator.
 native=(

@@ -38,8 +38,9 @@ TEST_F(StreamThreadsTest, ThoseOfQueuesAreBatchWorkAndThoseOfSourcesAreNot) {
                                                   "datarate=100000 sizetype=fixed sizemax=1000 name=source ! "
                                                   "queue ! fakesink name=sink sync=false async=false",
                                                   nullptr));
-    std::atomic<int> source{-1};
-    std::atomic<int> sink{-1};
+    static std::atomic<int> source;
+    static std::atomic<int> sink;
+    source = sink = -1;
     const auto find = [&](const char* name) {
       return GstRef<GstElement>::Adopt(gst_bin_get_by_name(GST_BIN(pipeline.Get()), name));
     };
