@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <span>
 #include <utility>
 
 #include "EventStore/EventDescription.h"
@@ -34,8 +35,8 @@ bool Holds(const RetentionLimits& limits, std::uint64_t bytesNeeded, const Reten
          state.freeBytes - bytesNeeded >= limits.minFreeBytes;
 }
 
-/// What would be left if every event went that may go.
-RetentionResult ForeseeLeast(const std::vector<EventEntry>& entries, RetentionResult state) {
+/// What would be left if every one of these events went that may go.
+RetentionResult ForeseeLeast(std::span<const EventEntry> entries, RetentionResult state) {
   for (const EventEntry& entry : entries) {
     if (entry.isProtected) continue;
     Take(entry, state);
@@ -120,12 +121,13 @@ bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, 
   result.events = static_cast<std::uint32_t>(entries.size());
   for (const EventEntry& entry : entries) result.bytesUsed += entry.bytes;
   if (!MeasureFree(result)) return false;
-  const RetentionResult least = ForeseeLeast(entries, result);
-  if (!Holds(limits, bytesNeeded, least)) {
-    return ReportFull(m_eventsDir, NameLimit(limits, bytesNeeded, least), result);
-  }
-  for (const EventEntry& entry : entries) {
-    if (Holds(limits, bytesNeeded, result)) return true;
+  for (std::span<const EventEntry> rest(entries); !Holds(limits, bytesNeeded, result); rest = rest.subspan(1)) {
+    // Each time anew, for others fill the disk meanwhile, and no event goes in vain.
+    const RetentionResult least = ForeseeLeast(rest, result);
+    if (!Holds(limits, bytesNeeded, least)) {
+      return ReportFull(m_eventsDir, NameLimit(limits, bytesNeeded, least), result);
+    }
+    const EventEntry& entry = rest.front();
     bool isKept = entry.isProtected;
     if (!isKept && !RemoveEvent(entry.name, {}, isKept, result.problem)) return false;
     if (isKept) continue;
@@ -133,7 +135,7 @@ bool Retention::Apply(const RetentionLimits& limits, std::uint64_t bytesNeeded, 
     result.removed.push_back(entry.name);
     if (!MeasureFree(result)) return false;
   }
-  return Holds(limits, bytesNeeded, result) || ReportFull(m_eventsDir, NameLimit(limits, bytesNeeded, result), result);
+  return true;
 }
 
 }  // namespace Tavi::EventStore

@@ -2,35 +2,76 @@
 #include "Tavi/GstUtil/StreamThreads.h"
 
 #include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <mutex>
+#include <vector>
 
 #include "Tavi/GstUtil/GstRef.h"
 
 namespace Tavi::GstUtil {
 namespace {
 
-/// Changes this thread's policy if it is the one before.
-void ChangePolicy(int before, int after) {
+/// Changes a thread's policy if it is the one before.
+bool ChangePolicy(pid_t thread, int before, int after) {
   const sched_param param{};
-  if (sched_getscheduler(0) == before) sched_setscheduler(0, after, &param);
-}
-
-/// On the thread that begins or ends; GStreamer gives it to others afterwards.
-GstBusSyncReply NoteThread(GstBus* /*bus*/, GstMessage* message, gpointer /*data*/) noexcept {
-  if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STREAM_STATUS) return GST_BUS_PASS;
-  GstStreamStatusType type = GST_STREAM_STATUS_TYPE_CREATE;
-  GstElement* owner = nullptr;
-  gst_message_parse_stream_status(message, &type, &owner);
-  if (GST_OBJECT_FLAG_IS_SET(owner, GST_ELEMENT_FLAG_SOURCE)) return GST_BUS_PASS;
-  if (type == GST_STREAM_STATUS_TYPE_ENTER) ChangePolicy(SCHED_OTHER, SCHED_BATCH);
-  if (type == GST_STREAM_STATUS_TYPE_LEAVE) ChangePolicy(SCHED_BATCH, SCHED_OTHER);
-  return GST_BUS_PASS;
+  return sched_getscheduler(thread) == before && sched_setscheduler(thread, after, &param) == 0;
 }
 
 }  // namespace
 
-void LetWakersFinish(GstElement* pipeline) {
+class StreamThreads::Threads {
+ public:
+  /// On the thread that begins.
+  void Enter() {
+    const std::lock_guard lock(m_mutex);
+    const pid_t thread = gettid();
+    if (!m_isHurried && ChangePolicy(thread, SCHED_OTHER, SCHED_BATCH)) m_threads.push_back(thread);
+  }
+  /// On the thread that ends; GStreamer gives it to others afterwards.
+  void Leave() {
+    const std::lock_guard lock(m_mutex);
+    if (std::erase(m_threads, gettid()) > 0) ChangePolicy(gettid(), SCHED_BATCH, SCHED_OTHER);
+  }
+  void Hurry() {
+    const std::lock_guard lock(m_mutex);
+    m_isHurried = true;
+    for (const pid_t thread : m_threads) ChangePolicy(thread, SCHED_BATCH, SCHED_OTHER);
+    m_threads.clear();
+  }
+
+  static GstBusSyncReply Note(GstBus* /*bus*/, GstMessage* message, gpointer shared) noexcept {
+    if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STREAM_STATUS) return GST_BUS_PASS;
+    GstStreamStatusType type = GST_STREAM_STATUS_TYPE_CREATE;
+    GstElement* owner = nullptr;
+    gst_message_parse_stream_status(message, &type, &owner);
+    if (GST_OBJECT_FLAG_IS_SET(owner, GST_ELEMENT_FLAG_SOURCE)) return GST_BUS_PASS;
+    auto& threads = **static_cast<std::shared_ptr<Threads>*>(shared);
+    if (type == GST_STREAM_STATUS_TYPE_ENTER) threads.Enter();
+    if (type == GST_STREAM_STATUS_TYPE_LEAVE) threads.Leave();
+    return GST_BUS_PASS;
+  }
+
+ private:
+  /// Also keeps a thread from ending while another one changes its policy.
+  std::mutex m_mutex;
+  bool m_isHurried = false;
+  std::vector<pid_t> m_threads;
+};
+
+StreamThreads::StreamThreads() : m_threads(std::make_shared<Threads>()) {}
+
+StreamThreads::~StreamThreads() = default;
+
+void StreamThreads::Attach(GstElement* pipeline) {
   const auto bus = GstRef<GstBus>::Adopt(gst_element_get_bus(pipeline));
-  gst_bus_set_sync_handler(bus.Get(), NoteThread, nullptr, nullptr);
+  gst_bus_set_sync_handler(bus.Get(), Threads::Note, new std::shared_ptr<Threads>(m_threads),
+                           [](gpointer shared) { delete static_cast<std::shared_ptr<Threads>*>(shared); });
+}
+
+void StreamThreads::Hurry() {
+  m_threads->Hurry();
 }
 
 }  // namespace Tavi::GstUtil

@@ -9,7 +9,6 @@
 #include "Tavi/GstUtil/Log.h"
 #include "Tavi/GstUtil/MainLoopThread.h"
 #include "Tavi/GstUtil/StateTrial.h"
-#include "Tavi/GstUtil/StreamThreads.h"
 
 namespace Tavi::Pipeline {
 namespace {
@@ -46,6 +45,7 @@ void GstPipelineManager::Init() {
   if (m_initialized || m_started) return;
   m_initialized = true;
   gst_init(nullptr, nullptr);
+  m_threads = std::make_unique<GstUtil::StreamThreads>();
   m_loop = g_main_loop_new(nullptr, FALSE);
   if (m_config.camera0Enabled || m_config.camera1Enabled || m_config.audioEnabled) {
     m_pipelines[GstPipelineType::Camera01Audio] = CreateGstPipeline("Camera01Audio");
@@ -61,6 +61,7 @@ void GstPipelineManager::Start() {
 }
 
 void GstPipelineManager::Stop() {
+  m_threads->Hurry();
   StopMainLoop();
   for (const auto& [type, pipeline] : m_pipelines) {
     gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -114,7 +115,7 @@ GstElement* GstPipelineManager::CreateGstPipeline(const std::string& name) {
   GstBus* bus = gst_element_get_bus(pipeline);
   gst_bus_add_watch(bus, BusCall, this);
   gst_object_unref(bus);
-  GstUtil::LetWakersFinish(pipeline);
+  m_threads->Attach(pipeline);
   return pipeline;
 }
 

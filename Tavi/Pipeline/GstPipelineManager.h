@@ -11,6 +11,7 @@
 
 #include "Kbase/Util/EntryGuard.h"
 #include "Tavi/GstUtil/Log.h"
+#include "Tavi/GstUtil/StreamThreads.h"
 #include "Tavi/Pipeline/PipelineConfig.h"
 
 namespace Tavi::Pipeline {
@@ -83,6 +84,8 @@ class GstPipelineManager {
   void Handle(GstMessage* message);
 
   std::shared_ptr<MainLoopThread> m_loopThread;
+  /// Of the pipelines since Init.
+  std::unique_ptr<GstUtil::StreamThreads> m_threads = std::make_unique<GstUtil::StreamThreads>();
   Kbase::Util::EntryGuard m_guard{Log::Tag, "a message of the bus is lost"};
 };
 

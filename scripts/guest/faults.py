@@ -105,7 +105,7 @@ class Faults:
 
     def fill_disk(self, machine):
         """An event for which there is no room waits, and is saved when there is."""
-        machine.run("fallocate -l $(($(df --output=avail -B1 /data | tail -n 1) - 4000000)) /data/full; sync")
+        machine.run("fallocate -l $(($(df --output=avail -B1 /data | tail -n 1) - 2000000)) /data/full; sync")
         reply = machine.ask(f"event --wait --no-preview --before {BEFORE} --duration {DURATION} --label 'disk full'")
         self.remember("disk full", reply)
         if reply.get("saved") is not False or not reply.get("event"):

@@ -78,6 +78,19 @@ TEST_F(RetentionTest, WhenNothingHelpsNothingGoes) {
   EXPECT_FALSE(SetProtected(m_events, "00000002", true, m_problem)) << "it is gone";
 }
 
+// Catches events that go although what is left of them would not do any more, as others take what they free.
+TEST_F(RetentionTest, NothingGoesInVainWhenTheDiskFillsMeanwhile) {
+  int looks = 0;
+  FreeSpace filling = [&](const std::string&) {
+    const std::uint64_t taken = GetUsed() + (++looks > 1 ? 150'000 : 0);
+    return std::optional<std::uint64_t>(taken < 500'000 ? 500'000 - taken : 0);
+  };
+  EXPECT_FALSE(Retention(m_events, filling).Apply({0, 0, 350'000}, 1, m_result));
+  EXPECT_TRUE(m_result.isFull);
+  EXPECT_EQ(m_result.removed.size(), 1U) << m_result.problem;
+  EXPECT_EQ(GetIds(), "234");
+}
+
 // An event is marked while retention, which found it without a mark, is at it.
 TEST_F(RetentionTest, ProtectionComesInTimeUntilTheNameIsGone) {
   FreeSpace protectFirst = [this](const std::string&) {

@@ -5,6 +5,7 @@
 #include <sched.h>
 
 #include <atomic>
+#include <utility>
 
 #include "Support/Media.h"
 #include "Tavi/GstUtil/GstRef.h"
@@ -30,9 +31,9 @@ void NotePolicy(GstElement* element, const char* padName, std::atomic<int>* poli
 }
 
 // Catches queues' threads that take the processor from whoever fills their queue, a source's thread that waits behind
-// others, and one that GStreamer gives to somebody else afterwards as it was here.
+// others, one that GStreamer gives to somebody else afterwards as it was here, and an end that waits behind other work.
 TEST_F(StreamThreadsTest, ThoseOfQueuesAreBatchWorkAndThoseOfSourcesAreNot) {
-  for (const bool asked : {true, false}) {
+  for (const auto& [asked, hurried] : {std::pair(true, false), {true, true}, {false, false}}) {
     const auto pipeline =
         GstRef<GstElement>::Sink(gst_parse_launch("fakesrc is-live=true do-timestamp=true format=time "
                                                   "datarate=100000 sizetype=fixed sizemax=1000 name=source ! "
@@ -46,12 +47,17 @@ TEST_F(StreamThreadsTest, ThoseOfQueuesAreBatchWorkAndThoseOfSourcesAreNot) {
     };
     NotePolicy(find("source").Get(), "src", &source);
     NotePolicy(find("sink").Get(), "sink", &sink);
-    if (asked) LetWakersFinish(pipeline.Get());
+    StreamThreads threads;
+    if (asked) threads.Attach(pipeline.Get());
     gst_element_set_state(pipeline.Get(), GST_STATE_PLAYING);
     EXPECT_TRUE(WaitUntil([&] { return source >= 0 && sink >= 0; }));
-    gst_element_set_state(pipeline.Get(), GST_STATE_NULL);
     EXPECT_EQ(source, SCHED_OTHER);
     EXPECT_EQ(sink, asked ? SCHED_BATCH : SCHED_OTHER) << "also of threads that have been batch work before";
+    if (hurried) {
+      threads.Hurry();
+      EXPECT_TRUE(WaitUntil([&] { return sink == SCHED_OTHER; }));
+    }
+    gst_element_set_state(pipeline.Get(), GST_STATE_NULL);
   }
 }
 
