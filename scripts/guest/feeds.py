@@ -34,7 +34,7 @@ def feed_receiver(path, device=None):
     while True:
         second = int(time.time()) + 1
         while time.time() < second:
-            time.sleep(second - time.time())
+            time.sleep(max(0.0, second - time.time()))  # it may have come since the look
         if device is not None and not is_open(device):
             continue
         now = time.gmtime(second)
