@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -25,10 +26,12 @@ class ProgramTest : public TempDirTest {
     std::vector<char*> argv;
     for (auto& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);
+    // Here and not by the child, whose caller may look for a line that the one before has written.
+    for (const char* name : {"out", "err"}) std::ofstream(m_dir + name);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, (m_dir + "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, (m_dir + "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 1, (m_dir + "out").c_str(), O_WRONLY | O_CREAT, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, (m_dir + "err").c_str(), O_WRONLY | O_CREAT, 0644);
     pid_t child = 0;
     EXPECT_EQ(posix_spawn(&child, RECORDER_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
