@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <vector>
 
@@ -41,15 +42,22 @@ class StreamThreads::Threads {
     m_threads.clear();
   }
 
-  static GstBusSyncReply Note(GstBus* /*bus*/, GstMessage* message, gpointer shared) noexcept {
+  /// What a bus has of it.
+  struct Shared {
+    std::shared_ptr<Threads> threads;
+    /// Asked first, which orders a thread after the one that made all this.
+    std::atomic<bool> isReady{false};
+  };
+  static GstBusSyncReply Note(GstBus* /*bus*/, GstMessage* message, gpointer user) noexcept {
     if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STREAM_STATUS) return GST_BUS_PASS;
     GstStreamStatusType type = GST_STREAM_STATUS_TYPE_CREATE;
     GstElement* owner = nullptr;
     gst_message_parse_stream_status(message, &type, &owner);
     if (GST_OBJECT_FLAG_IS_SET(owner, GST_ELEMENT_FLAG_SOURCE)) return GST_BUS_PASS;
-    auto& threads = **static_cast<std::shared_ptr<Threads>*>(shared);
-    if (type == GST_STREAM_STATUS_TYPE_ENTER) threads.Enter();
-    if (type == GST_STREAM_STATUS_TYPE_LEAVE) threads.Leave();
+    auto* shared = static_cast<Shared*>(user);
+    if (!shared->isReady.load(std::memory_order_acquire)) return GST_BUS_PASS;
+    if (type == GST_STREAM_STATUS_TYPE_ENTER) shared->threads->Enter();
+    if (type == GST_STREAM_STATUS_TYPE_LEAVE) shared->threads->Leave();
     return GST_BUS_PASS;
   }
 
@@ -66,8 +74,11 @@ StreamThreads::~StreamThreads() = default;
 
 void StreamThreads::Attach(GstElement* pipeline) {
   const auto bus = GstRef<GstBus>::Adopt(gst_element_get_bus(pipeline));
-  gst_bus_set_sync_handler(bus.Get(), Threads::Note, new std::shared_ptr<Threads>(m_threads),
-                           [](gpointer shared) { delete static_cast<std::shared_ptr<Threads>*>(shared); });
+  auto shared = std::make_unique<Threads::Shared>();
+  shared->threads = m_threads;
+  shared->isReady.store(true, std::memory_order_release);
+  gst_bus_set_sync_handler(bus.Get(), Threads::Note, shared.release(),
+                           [](gpointer user) { delete static_cast<Threads::Shared*>(user); });
 }
 
 void StreamThreads::Hurry() {
