@@ -21,9 +21,10 @@ constexpr float MicrosecondsPerSecond = 1e6F;
 /// outlasts.
 constexpr gint64 SoundBufferUs = 1'000'000;
 /// What the card hands over at a time. Each period wakes two threads: the usual 10 ms would do that for less than a
-/// frame, and one frame still costs a tenth more of the whole recorder than two.
+/// frame, and one frame makes the whole recorder cost a seventh more than two.
 constexpr float FramesAPeriod = 2.0F;
-/// A card that came back is timed anew by the system's clock, which moves its time stamps by a period at most.
+/// A card that came back is timed anew by the system's clock; its time stamps were seen to go back by 17 ms, and cannot
+/// by much more than a period.
 constexpr GstClockTime MostCorrected = 100 * GST_MSECOND;
 
 /// What the device is asked for, as far as it is not left to it.

@@ -4,12 +4,13 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <vector>
 
+#include "Kbase/Util/EntryGuard.h"
 #include "Tavi/GstUtil/GstRef.h"
+#include "Tavi/GstUtil/Log.h"
 
 namespace Tavi::GstUtil {
 namespace {
@@ -27,8 +28,12 @@ class StreamThreads::Threads {
   /// On the thread that begins.
   void Enter() {
     const std::lock_guard lock(m_mutex);
-    const pid_t thread = gettid();
-    if (!m_isHurried && ChangePolicy(thread, SCHED_OTHER, SCHED_BATCH)) m_threads.push_back(thread);
+    if (m_isHurried) return;
+    m_guard.Run([this] {
+      m_threads.reserve(m_threads.size() + 1);
+      const pid_t thread = gettid();
+      if (ChangePolicy(thread, SCHED_OTHER, SCHED_BATCH)) m_threads.push_back(thread);
+    });
   }
   /// On the thread that ends; GStreamer gives it to others afterwards.
   void Leave() {
@@ -66,6 +71,7 @@ class StreamThreads::Threads {
   std::mutex m_mutex;
   bool m_isHurried = false;
   std::vector<pid_t> m_threads;
+  Kbase::Util::EntryGuard m_guard{Log::Tag, "a queue's thread is scheduled as all others"};
 };
 
 StreamThreads::StreamThreads() : m_threads(std::make_shared<Threads>()) {}
