@@ -18,8 +18,11 @@
 namespace Tavi::PipelineCollect {
 namespace {
 
-/// How much of a running event a power cut without any warning may take, beside what is not copied yet.
-constexpr std::chrono::seconds SyncPeriod{2};
+/// How much of a running event a power cut without any warning may take, beside what is not copied yet. Each of the
+/// first periods is twice as long as the one before: what the rings held at the request is worth most, and is there
+/// within a second.
+constexpr std::chrono::milliseconds FirstSyncPeriod{250};
+constexpr std::chrono::milliseconds LongestSyncPeriod{2000};
 /// Left free, so that the small files of an event find room when power fails.
 constexpr std::uintmax_t Reserve = std::uintmax_t{4} << 20;
 
@@ -36,7 +39,7 @@ std::string GetReason() {
 }  // namespace
 
 CopyAhead::CopyAhead(const CollectorMap& collectors, std::string dir, std::string name)
-    : m_dir(std::move(dir)), m_name(std::move(name)) {
+    : m_dir(std::move(dir)), m_name(std::move(name)), m_syncPeriod(FirstSyncPeriod) {
   // The small ones first. A companion behind its file, so that it tells of all that is there.
   for (auto type = PowerBackup::SavedTypes.rbegin(); type != PowerBackup::SavedTypes.rend(); ++type) {
     const CollectBase* collector = CollectorSet::Get(collectors, *type);
@@ -81,8 +84,9 @@ std::size_t CopyAhead::StepFile(CopyAheadFile& file, std::vector<char>& block) {
 /// What grows no more is synced when all of it is there, and let go of.
 void CopyAhead::SyncNow(bool hasCopied) {
   const bool isFinal = m_isFinal;
-  if ((!isFinal || hasCopied) && Clock::now() - m_syncedAt < SyncPeriod) return;
+  if ((!isFinal || hasCopied) && Clock::now() - m_syncedAt < m_syncPeriod) return;
   m_syncedAt = Clock::now();
+  m_syncPeriod = std::min(2 * m_syncPeriod, LongestSyncPeriod);
   bool isComplete = isFinal;
   for (const Item& item : m_items) {
     if (IsOver()) return;

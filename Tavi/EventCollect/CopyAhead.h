@@ -86,6 +86,7 @@ class CopyAhead {
   /// The rest belongs to the thread that copies.
   std::string m_problem;
   Clock::time_point m_syncedAt = Clock::now();
+  std::chrono::milliseconds m_syncPeriod;
   bool m_hasNewNames = false;
   bool m_isComplete = false;
 };

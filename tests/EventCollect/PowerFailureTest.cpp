@@ -2,15 +2,57 @@
 
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <map>
+#include <mutex>
 
 #include "EventCollect/ManagerFixture.h"
 
 namespace {
 
 using namespace Tavi::Testing;
+
+/// What a disk would still have of the files that were synced: copies of them at that instant.
+class SyncedFiles {
+ public:
+  static SyncedFiles& Get() {
+    static SyncedFiles files;
+    return files;
+  }
+  /// Kept in `dir`, which exists; empty: not at all.
+  void KeepIn(const std::string& dir) {
+    const std::lock_guard lock(m_mutex);
+    m_dir = dir;
+  }
+  void Keep(int file) {
+    const std::lock_guard lock(m_mutex);
+    if (m_dir.empty()) return;
+    std::error_code error;
+    const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file), error);
+    const auto kept = std::filesystem::path(m_dir) / path.filename();
+    // Whoever reads it meanwhile reads the one before.
+    std::filesystem::copy_file(path, kept.string() + ".new", std::filesystem::copy_options::overwrite_existing, error);
+    if (!error) std::filesystem::rename(kept.string() + ".new", kept, error);
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::string m_dir;
+};
+
+}  // namespace
+
+// The libraries call this one in place of the C library's.
+extern "C" int fdatasync(int file) {
+  SyncedFiles::Get().Keep(file);
+  return static_cast<int>(syscall(SYS_fdatasync, file));
+}
+
+namespace {
 
 class PowerFailureTest : public CollectManagerTest {
  protected:
@@ -218,6 +260,32 @@ TEST_F(CopyAheadTest, OnlyTheRestIsWrittenWhenPowerFails) {
   }
   EXPECT_EQ(events.size(), 1U);
   EXPECT_TRUE(std::filesystem::is_empty(m_input.outputDir)) << "the event is there twice";
+}
+
+// Catches copies that no disk has yet when power goes without a warning, soon after the request.
+TEST_F(CopyAheadTest, WhatTheRingsHeldAtTheRequestIsSyncedWithinTwoSeconds) {
+  const std::string synced = m_dir + "synced/";
+  std::filesystem::create_directory(synced);
+  StartFeeding(6);
+  PipelineCollectManager manager(m_managerConfig);
+  SyncedFiles::Get().KeepIn(synced);
+  const auto requested = std::chrono::steady_clock::now();
+  auto collect = CollectInBackground(manager);
+  const auto isThere = [&] {
+    int streams = 0;
+    for (const auto& file : std::filesystem::directory_iterator(synced)) {
+      const std::string name = file.path().filename();
+      if (!name.ends_with(".h264.part")) continue;
+      const std::size_t fps = name.starts_with("video0_") ? Fps1 : Fps0;
+      streams += DecodeVideo(file.path()).frames.size() >= 4 * fps ? 1 : 0;
+    }
+    return streams == 2;
+  };
+  EXPECT_TRUE(WaitUntil(isThere));
+  EXPECT_LT(std::chrono::steady_clock::now() - requested, std::chrono::milliseconds(1900));
+  SyncedFiles::Get().KeepIn({});
+  manager.PowerFailure();
+  EXPECT_TRUE(collect.get());
 }
 
 // Catches copies that are removed before the event is anywhere else, and such as stay behind.
