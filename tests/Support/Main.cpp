@@ -1,6 +1,7 @@
 // The test programs' main, and what GStreamer and the sanitizers need to be told before it.
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -23,12 +24,17 @@ void Put(const char* path, const std::string& text) {
   }
 }
 
-/// Whoever is not root may be it, and mount, where nobody else sees it. What the system does not allow makes the tests
-/// that mount skip. Before any thread: a process of several cannot change its user namespace.
-void BecomeRootOfOwnNamespace() {
+/// What a test mounts nobody else sees, and it goes with the test. Whoever is not root may be it there. What the system
+/// does not allow makes the tests that mount skip. Before any thread: a process of several cannot change its user
+/// namespace.
+void BecomeRootOfOwnMounts() {
+  if (::geteuid() == 0) {
+    if (::unshare(CLONE_NEWNS) == 0) ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+    return;
+  }
   const std::string user = std::to_string(::geteuid());
   const std::string group = std::to_string(::getegid());
-  if (::geteuid() == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return;
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return;
   Put("/proc/self/setgroups", "deny");
   Put("/proc/self/uid_map", "0 " + user + " 1");
   Put("/proc/self/gid_map", "0 " + group + " 1");
@@ -51,7 +57,7 @@ const char* __lsan_default_options() {
 }
 
 int main(int argc, char** argv) {
-  if (std::getenv("TAVI_TEST_MOUNTS") != nullptr) BecomeRootOfOwnNamespace();
+  if (std::getenv("TAVI_TEST_MOUNTS") != nullptr) BecomeRootOfOwnMounts();
   testing::InitGoogleTest(&argc, argv);
   setenv("GST_PLUGIN_PATH", TAVI_PLUGIN_DIR, 1);
   setenv("GST_REGISTRY", TAVI_TEST_REGISTRY, 1);
