@@ -71,7 +71,7 @@ END
   wait "$recorder" || true
   python3 scripts/arm/summary.py event "$out/reply.json" | tee -a "$summary"
   [ "${PIPESTATUS[0]}" -eq 0 ] || return 1
-  timeout -k 5 100 "$bin/tavi-verify" "$out"/events/* > "$out/verified" || { tell "event: FAILED, $(tail -n 1 "$out/verified")"; return 1; }
+  timeout -k 5 100 "$bin/tavi-verify" "$out"/events/*/ > "$out/verified" 2>&1 || { tell "event: FAILED, $(tail -n 1 "$out/verified")"; return 1; }
   tell "event: $(sed 's/.*: \(intact, signed\).*/\1/' "$out/verified")"
 }
 

@@ -50,10 +50,10 @@ def find_late(build, wanted):
 
 
 def tell_why(text):
-    """The line in which a test says why it skipped itself."""
-    lines = [line.strip() for line in text.splitlines()]
+    """The line in which a test says why it skipped itself; of a script's the last one."""
+    lines = [line.strip() for line in text.splitlines() if line.strip()]
     after = [lines[i + 1] for i, line in enumerate(lines[:-1]) if line.endswith(": Skipped")]
-    return (after or [""])[0] or "it says no reason"
+    return (after or lines[-1:] or ["it says no reason"])[0].removeprefix("skipped: ")
 
 
 def list_tests(build):
