@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 #include "Control/ControlClient.h"
 #include "Control/Protocol.h"
@@ -39,13 +40,12 @@ std::optional<double> FindTemperature(const Json& metrics) {
 }  // namespace
 
 RecorderStatus AskRecorder(const std::string& controlSocket) {
-  RecorderStatus status;
-  status.reply = Ask(controlSocket, Recorder::Command::Status, status.problem);
+  std::string problem;
+  Json reply = Ask(controlSocket, Recorder::Command::Status, problem);
+  std::optional<double> temperature;
   std::string ignored;
-  if (!status.reply.is_null()) {
-    status.temperatureCelsius = FindTemperature(Ask(controlSocket, Recorder::Command::Metrics, ignored));
-  }
-  return status;
+  if (!reply.is_null()) temperature = FindTemperature(Ask(controlSocket, Recorder::Command::Metrics, ignored));
+  return {std::move(reply), temperature, std::move(problem)};
 }
 
 std::string GetEventsDirectory(const RecorderStatus& status) {
