@@ -16,6 +16,7 @@ import json
 import os
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 import threading
@@ -61,7 +62,9 @@ def choose_flags(flags, path):
     room = os.path.dirname(path) + "/"
     # What all tests share needs more libraries than what lies beside it.
     places = ("tests/Integration/",) if room == "tests/Support/" else (room, "tests/Integration/")
-    like = next(other for place in places for other in sorted(flags) if other.startswith(place))
+    near = [other for place in places for other in sorted(flags) if other.startswith(place)]
+    # Two libraries may share a room: whoever includes it has the libraries that it needs.
+    like = next((other for other in near if any(name == path for _, name, _ in read_includes(".", other))), near[0])
     return [*flags[like], "-I" + os.getcwd(), "-I" + os.getcwd() + "/Platform"]
 
 
@@ -82,6 +85,8 @@ def list_units(files):
 
 def list_latest():
     """Changed files, the latest first: those not committed, then commit by commit. Without git none."""
+    if shutil.which("git") is None:
+        return []
     names = []
     for command in ("diff --name-only HEAD", "ls-files --others --exclude-standard", "log -n 300 --format= --name-only"):
         result = subprocess.run(["git", *command.split()], capture_output=True, text=True, check=False)
