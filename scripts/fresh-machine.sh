@@ -10,6 +10,8 @@ command -v debootstrap > /dev/null || apt-get install -y --no-install-recommends
 mirror=$(sed -n 's/^URIs: //p; s/^deb \(\[[^]]*\] \)*\([^ ]*\) .*/\2/p' /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources \
   2> /dev/null | head -n 1 || true)
 machine=$(mktemp -d "${TMPDIR:-/var/tmp}/tavi-${0##*/}-XXXXXX")
+# It is the root directory of all users there.
+chmod 0755 "$machine"
 # Never through what may still be mounted.
 trap 'umount -R "$machine/proc" "$machine/dev/pts" "$machine/dev/shm" || true; rm -rf --one-file-system "$machine"' EXIT
 
