@@ -81,12 +81,15 @@ TEST_F(AlsaTickTest, DeliversAtTheClocksPaceWithTicksOnFullSeconds) {
   EXPECT_GE(Seconds(CLOCK_MONOTONIC) - start, 2.19);
   EXPECT_LE(Seconds(CLOCK_MONOTONIC) - start, 2.6) << "a reader that is later is told so";
   int ticks = 0;
-  for (std::size_t i = 0; i < samples.size(); ++i) {
+  // One that sounds already at the start has no onset here.
+  for (std::size_t i = 0, quiet = 0; i < samples.size(); ++i, ++quiet) {
     if (std::abs(samples[i]) < 1000) continue;
-    const double wall = wallStart + static_cast<double>(i) / Rate;
-    EXPECT_NEAR(wall, std::round(wall), 0.001 + startTook) << "onset of tick " << ticks;
-    ++ticks;
-    i += Rate / 10;
+    if (quiet >= Rate / 100) {
+      const double wall = wallStart + static_cast<double>(i) / Rate;
+      EXPECT_NEAR(wall, std::round(wall), 0.001 + startTook) << "onset of tick " << ticks;
+      ++ticks;
+    }
+    quiet = 0;
   }
   EXPECT_GE(ticks, 2);
 }
