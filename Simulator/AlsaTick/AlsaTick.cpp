@@ -15,6 +15,7 @@
 #include <new>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "Simulator/AlsaTick/CaptureRun.h"
 #include "Simulator/AlsaTick/GainControl.h"
@@ -25,6 +26,14 @@ namespace {
 
 /// Reads of a pulled card that fail at once, before others say that it is gone: seconds of sound, to who counts them.
 constexpr int ReadsThatFailFirst = 400;
+
+/// What the configuration says of a card.
+struct CardSettings {
+  /// The card is not there while a file of this name is; empty: it always is.
+  const char* pulled = "";
+  /// Its crystal, in parts per million: a real card's is off by up to a hundred.
+  long fasterPpm = 0;
+};
 
 /// Writes samples into one channel of ALSA's buffer.
 void Put(std::span<const std::int16_t> samples, const snd_pcm_channel_area_t& area, snd_pcm_uframes_t offset) {
@@ -45,8 +54,7 @@ class TickDevice {
   ~TickDevice();
 
   /// Opens one for ALSA, which closes it. 0 or a negative errno, as all of ALSA's.
-  /// `pulled`: the card is not there while a file of this name is; empty: it always is.
-  static int Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode, const char* pulled);
+  static int Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode, const CardSettings& settings);
 
   TickDevice(const TickDevice&) = delete;
   TickDevice& operator=(const TickDevice&) = delete;
@@ -83,6 +91,7 @@ class TickDevice {
 
   snd_pcm_ioplug_t m_io{};
   std::string m_pulled;
+  long m_fasterPpm = 0;
   int m_failedReads = 0;
   std::mutex m_mutex;
   int m_timer;
@@ -101,14 +110,16 @@ TickDevice::~TickDevice() {
   if (m_timer >= 0) close(m_timer);
 }
 
-int TickDevice::Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode, const char* pulled) {
+int TickDevice::Open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t stream, int mode,
+                     const CardSettings& settings) {
   if (stream != SND_PCM_STREAM_CAPTURE) {
     SNDERR("the simulated microphone %s captures only", name);
     return -EINVAL;
   }
   std::unique_ptr<TickDevice> made(new (std::nothrow) TickDevice);
   if (!made) return -ENOMEM;
-  made->m_pulled = pulled;
+  made->m_pulled = settings.pulled;
+  made->m_fasterPpm = settings.fasterPpm;
   if (made->IsPulled()) return -ENODEV;
   int error = made->Create(name, stream, mode);
   if (error < 0) return error;
@@ -159,7 +170,7 @@ int TickDevice::Constrain() {
 
 int TickDevice::Start() {
   const std::lock_guard lock(m_mutex);
-  m_run = CaptureRun(m_io.rate);
+  m_run = CaptureRun(static_cast<unsigned>(m_io.rate + m_io.rate * std::int64_t{m_fasterPpm} / 1'000'000));
   m_readable = 0;
   m_taken = 0;
   m_isRunning = true;
@@ -291,16 +302,18 @@ const snd_pcm_ioplug_callback_t TickDevice::Callbacks = [] {
   return c;
 }();
 
-/// "type" and the like are ALSA's own; "pulled" names a file.
-int ReadSettings(snd_config_t* settings, const char*& pulled) {
+/// "type" and the like are ALSA's own.
+int ReadSettings(snd_config_t* from, CardSettings& settings) {
   snd_config_iterator_t entry;
   snd_config_iterator_t next;
-  snd_config_for_each(entry, next, settings) {
+  snd_config_for_each(entry, next, from) {
+    snd_config_t* setting = snd_config_iterator_entry(entry);
     const char* id = nullptr;
-    if (snd_config_get_id(snd_config_iterator_entry(entry), &id) < 0) continue;
-    if (std::strcmp(id, "type") == 0 || std::strcmp(id, "comment") == 0 || std::strcmp(id, "hint") == 0) continue;
-    if (std::strcmp(id, "pulled") == 0 && snd_config_get_string(snd_config_iterator_entry(entry), &pulled) == 0)
-      continue;
+    if (snd_config_get_id(setting, &id) < 0) continue;
+    const std::string_view name = id;
+    if (name == "type" || name == "comment" || name == "hint") continue;
+    if (name == "pulled" && snd_config_get_string(setting, &settings.pulled) == 0) continue;
+    if (name == "fasterPpm" && snd_config_get_integer(setting, &settings.fasterPpm) == 0) continue;
     SNDERR("the simulated microphone does not know the setting %s", id);
     return -EINVAL;
   }
@@ -316,9 +329,9 @@ extern "C" {
 /// What ALSA looks for in the library of the type "tavi_sim".
 SND_PCM_PLUGIN_DEFINE_FUNC(tavi_sim) {
   (void)root;
-  const char* pulled = "";
-  const int error = Tavi::Simulator::ReadSettings(conf, pulled);
-  return error < 0 ? error : Tavi::Simulator::TickDevice::Open(pcmp, name, stream, mode, pulled);
+  Tavi::Simulator::CardSettings settings;
+  const int error = Tavi::Simulator::ReadSettings(conf, settings);
+  return error < 0 ? error : Tavi::Simulator::TickDevice::Open(pcmp, name, stream, mode, settings);
 }
 
 SND_PCM_PLUGIN_SYMBOL(tavi_sim)

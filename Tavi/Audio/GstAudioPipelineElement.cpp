@@ -23,8 +23,8 @@ constexpr gint64 SoundBufferUs = 1'000'000;
 /// What the card hands over at a time. Each period wakes two threads: the usual 10 ms would do that for less than a
 /// frame, and one frame makes the whole recorder cost a seventh more than two.
 constexpr float FramesAPeriod = 2.0F;
-/// A card that came back is timed anew by the system's clock; its time stamps were seen to go back by 17 ms, and cannot
-/// by much more than a period.
+/// A card that came back is timed anew, by its driver's time stamps of the system's clock; they were seen to go back by
+/// 17 ms, and cannot by much more than a period.
 constexpr GstClockTime MostCorrected = 100 * GST_MSECOND;
 
 /// What the device is asked for, as far as it is not left to it.

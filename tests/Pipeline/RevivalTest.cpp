@@ -220,6 +220,48 @@ TEST_F(RevivalTest, APulledSoundCardMovesNoTime) {
   }
 }
 
+// Catches sound that runs away from the pictures, by a real card's crystal a second in three hours, where the card came
+// too late to give the clock.
+TEST_F(RevivalTest, SoundThatJoinsLateStaysInStepWithThePictures) {
+  const Tavi::Simulator::SimulatedCar car;
+  const std::string plain = getenv("ALSA_CONFIG_PATH");
+  std::ofstream(m_dir + "fast.conf") << "<" << plain << ">\npcm.default.fasterPpm 7000\n";
+  setenv("ALSA_CONFIG_PATH", (m_dir + "fast.conf").c_str(), 1);
+  car.SetSoundCardThere(false);
+  auto config = OneCamera();
+  config.audioEnabled = config.keepGoing = true;
+  PipelineManager manager(config);
+  manager.Start();
+  const auto sound = manager.ShareElement(PipelineType::Audio);
+  const auto camera = manager.ShareElement(PipelineType::Camera1);
+  ASSERT_TRUE(WaitUntil([&] { return camera->IsDataAvailable(); }));
+  car.SetSoundCardThere(true);
+  ASSERT_TRUE(WaitUntil([&] { return sound->IsDataAvailable(); }));
+  const auto joined = std::chrono::steady_clock::now();
+  const auto last = static_cast<std::uint64_t>(15 * config.audio.frameRate);
+  ASSERT_TRUE(WaitUntil([&] { return sound->GetCurrentFrameId() >= last; }));
+  // The shortest way from capture to ring, of entries that arrived `from` to `from` + 2 s after the card.
+  const auto findWay = [&](const auto& ring, int from) {
+    double shortest = 1e9;
+    for (int back = 0; back + 1 < static_cast<int>(ring->GetRingSize()); ++back) {
+      const auto entry = std::dynamic_pointer_cast<Tavi::GstUtil::GstPipelineCbElement>(
+          ring->GetElementAt(ring->SeekRelative(static_cast<int>(ring->GetRingPos()), back)));
+      if (!entry) break;
+      const std::chrono::duration<double> since = entry->GetMadeAt() - joined;
+      if (since.count() < from || since.count() > from + 2) continue;
+      const std::chrono::duration<double> arrived = entry->GetMadeAt().time_since_epoch();
+      shortest = std::min(shortest, arrived.count() - static_cast<double>(GST_BUFFER_PTS(entry->buffer)) / GST_SECOND);
+    }
+    EXPECT_LT(shortest, 1e9) << "nothing from " << from << " s on";
+    return shortest;
+  };
+  const double early = findWay(sound, 1) - findWay(camera, 1);
+  EXPECT_NEAR(findWay(sound, 13) - findWay(camera, 13), early, 0.04) << "12 s of seven thousandths are 84 ms";
+  manager.Stop();
+  ExpectInOrder(*camera);
+  setenv("ALSA_CONFIG_PATH", plain.c_str(), 1);
+}
+
 // Catches an ignition that arms a pipeline which an error has ended, and a loop that nobody runs any more.
 TEST_F(RevivalTest, IgnitionOnStartsAgainWhatAnErrorHasEnded) {
   std::atomic<int> reboots{0};
