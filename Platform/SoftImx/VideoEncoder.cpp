@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "SoftImx/CodecBin.h"
+#include "SoftImx/CodecTimes.h"
 #include "SoftImx/EncoderKind.h"
 #include "SoftImx/FrameRoute.h"
 #include "SoftImx/Handover.h"
@@ -40,8 +41,7 @@ struct EncoderState {
   bool isAnnounced = false;
   /// The request for a key frame that is on its way is our own.
   bool isRequesting = false;
-  /// By how much the codec moves time stamps forward, taken from its segment. Only the streaming thread uses it.
-  GstClockTime shift = 0;
+  CodecTimes times;
 };
 
 struct VideoEncoder {
@@ -76,47 +76,8 @@ guint Interval(const EncoderSettings& settings) {
   return settings.gopSize != 0 ? settings.gopSize : DefaultInterval;
 }
 
-/// Encoders leave room for negative decoding times by starting at 1000 hours. Their segment is moved by the same
-/// amount: the upstream's own segment takes its place, and the difference is taken off each buffer.
-GstEvent* RestoreSegment(GstPad* pad, GstEvent* event, GstClockTime& shift) {
-  GstElement* codec = gst_pad_get_parent_element(pad);
-  GstPad* sink = gst_element_get_static_pad(codec, "sink");
-  GstEvent* original = gst_pad_get_sticky_event(sink, GST_EVENT_SEGMENT, 0);
-  gst_object_unref(sink);
-  gst_object_unref(codec);
-  if (original == nullptr) return event;
-  const GstSegment* moved = nullptr;
-  const GstSegment* wanted = nullptr;
-  gst_event_parse_segment(event, &moved);
-  gst_event_parse_segment(original, &wanted);
-  shift = moved->start - wanted->start;
-  gst_event_unref(event);
-  return original;
-}
-
-/// No frame is reordered, so a frame is decoded when it is shown.
-SOFTIMX_FILLS_HEADER void RestoreTimes(GstBuffer* buffer, GstClockTime shift) {
-  if (GST_BUFFER_PTS_IS_VALID(buffer)) GST_BUFFER_PTS(buffer) -= shift;
-  GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
-}
-
 GstPadProbeReturn OnOutput(GstPad* pad, GstPadProbeInfo* info, gpointer self) noexcept {
-  EncoderState& state = StateOf(self);
-  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER) != 0) {
-    GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-    GstClockTime shift = 0;
-    {
-      const std::lock_guard lock(state.mutex);
-      shift = state.shift;
-    }
-    RestoreTimes(buffer, shift);
-    GST_PAD_PROBE_INFO_DATA(info) = buffer;
-  } else if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_SEGMENT) {
-    GstClockTime shift = 0;
-    GST_PAD_PROBE_INFO_DATA(info) = RestoreSegment(pad, GST_PAD_PROBE_INFO_EVENT(info), shift);
-    const std::lock_guard lock(state.mutex);
-    state.shift = shift;
-  }
+  StateOf(self).times.Restore(pad, info);
   return GST_PAD_PROBE_OK;
 }
 
