@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # The recorder's packages in an emulated machine, with the kernel's own drivers, a disk that forgets what was not flushed, and a
 # time of its own, in which nothing is late:
-#   scripts/test-guest.sh [--cuts N] [--minutes N] [--faults short|all|none] [--no-event] [--seed N] [--images DIR]
-#                         [--packages DIR]
+#   scripts/test-guest.sh [--cuts N] [--minutes N] [--faults short|all|none] [--no-event] [--young] [--seed N]
+#                         [--images DIR] [--packages DIR]
 # An event of six sources, whose files are checked here; faults of devices; power cuts at random instants, each followed by another
 # start. By default one event, three faults, three cuts; --cuts 200 --faults all is the long form, and --minutes ends the cuts
-# when so many are over. Two runs beside each other have images of their own. A start takes an idle processor about
-# a minute, a busy one several. The machine's image is made the first time (build/guest; needs root, for debootstrap). Whoever has
-# the packages gives their directory, or they are built. Ends with 0 when nothing is wrong, and with 77, after one line, where the machine cannot
-# be made.
+# when so many are over; with --young each cut comes within five seconds of a request. Two runs beside each other have images of
+# their own. A start takes an idle processor about a minute, a busy one several. The machine's image is made the first time
+# (build/guest; needs root, for debootstrap). Whoever has the packages gives their directory, or they are built. Ends with 0 when
+# nothing is wrong, and with 77, after one line, where the machine cannot be made.
 source "$(dirname "$0")/common.sh"
 
 images=build/guest
@@ -17,11 +17,11 @@ arguments=()
 while [ $# -gt 0 ]; do
   case $1 in
     --cuts | --minutes | --faults | --seed) arguments+=("$1" "${2:?$1 takes a value}"); shift ;;
-    --no-event) arguments+=("$1") ;;
+    --no-event | --young) arguments+=("$1") ;;
     --images) images=${2:?--images takes a directory}; shift ;;
     --packages) given=${2:?--packages takes a directory}; shift ;;
     *)
-      say "unknown option $1: --cuts N, --minutes N, --faults short|all|none, --no-event, --seed N, --images DIR and --packages DIR are right"
+      say "unknown option $1: --cuts N, --minutes N, --faults short|all|none, --no-event, --young, --seed N, --images DIR and --packages DIR are right"
       exit 2
       ;;
   esac

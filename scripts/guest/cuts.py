@@ -13,14 +13,18 @@ EARLY = 0.3
 
 
 class Cuts:
-    def __init__(self, bench, chance):
+    def __init__(self, bench, chance, young=False):
+        """`young`: each cut soon behind a request, where what is copied ahead decides what there is of the event."""
         self.bench = bench
         self.chance = chance
+        self.young = young
         self.cuts = self.early = self.lost_writes = 0
-        # By id: the label of each event that was accepted; its age at the cut that followed; those that were reported as saved.
+        # By id: the label of each event that was accepted; its age at the cut that followed; those that were reported as saved,
+        # be it by a later start, and those of them that were before their cut.
         self.labels = {}
         self.ages = {}
         self.reported = set()
+        self.saved = set()
         self.findings = []
 
     def run(self, count, minutes):
@@ -42,7 +46,7 @@ class Cuts:
 
     def round(self, number):
         """One start of the machine, to its cut."""
-        early = self.chance.random() < EARLY
+        early = not self.young and self.chance.random() < EARLY
         machine = self.bench.start()
         at = self.chance.uniform(0.5, 8) if early else None
         accepted = {}
@@ -52,7 +56,8 @@ class Cuts:
             if early:
                 self.cut_at(machine, begin + at)
             machine.record(self.bench.settings())
-            self.cut_at(machine, machine.uptime + self.chance.uniform(1, 22))
+            if not self.young:
+                self.cut_at(machine, machine.uptime + self.chance.uniform(1, 22))
             self.take_events(machine, number, accepted)
         except RuntimeError:
             if machine.alive:
@@ -62,6 +67,7 @@ class Cuts:
         self.cuts += 1
         self.early += early
         self.lost_writes += self.bench.disk.cut(self.chance)[1]
+        self.saved |= self.reported & accepted.keys()
         for event, answered in accepted.items():
             self.ages[event] = end - answered
 
@@ -80,7 +86,8 @@ class Cuts:
 
     def take_events(self, machine, number, accepted):
         """Up to three events, and again and again what is reported as saved."""
-        due = sorted(machine.uptime + self.chance.uniform(0, 12) for _ in range(self.chance.randint(1, 3)))
+        count = 1 if self.young else self.chance.randint(1, 3)
+        due = sorted(machine.uptime + self.chance.uniform(0, 12) for _ in range(count))
         while True:
             if due and machine.uptime >= due[0]:
                 label = f"cut {number} event {len(accepted)}"
@@ -88,6 +95,8 @@ class Cuts:
                 if reply.get("ok"):
                     accepted[reply["event"]] = machine.uptime
                     self.labels[reply["event"]] = label
+                if self.young:
+                    self.cut_at(machine, machine.uptime + self.chance.uniform(0, SAFE_SECONDS))
                 due.pop(0)
             self.reported |= {event["event"] for event in machine.ask("events").get("events", ())}
             machine.sleep(0.5)
@@ -108,13 +117,15 @@ class Cuts:
                 if file["type"] in ("VideoCamera0", "VideoCamera1"):
                     damaged += events.decode(os.path.join(directory, file["name"]))
         debris = events.find_debris(target)
+        young = sorted((self.ages[event], event in ids) for event in self.labels if event not in old and event not in self.saved)
+        ages = {there: [f"{age:.1f}" for age, is_there in young if is_there == there] for there in (True, False)}
         self.findings = found + missing + doubled + foreign + damaged + debris
         rows = [("cuts", self.cuts, None), ("of them within 8 s of a start", self.early, None),
                 ("writes that the disk forgot", self.lost_writes, None),
-                ("events accepted", len(self.labels), None), ("of them reported as saved before a cut", len(self.reported), None),
-                (f"of them more than {SAFE_SECONDS:.0f} s old at a cut, or saved", len(set(old) | self.reported), None),
-                ("younger, and there all the same", len([event for event in self.labels
-                                                         if event in ids and event not in old and event not in self.reported]), None),
+                ("events accepted", len(self.labels), None), ("of them reported as saved before their cut", len(self.saved), None),
+                (f"of the others older than {SAFE_SECONDS:.0f} s at it", len(set(old) - self.saved), None),
+                ("younger, and there all the same", f"{len(ages[True])}; seconds from reply to cut: {' '.join(ages[True])}", None),
+                ("younger, and not there", f"{len(ages[False])}; seconds: {' '.join(ages[False])}", None),
                 ("of all events interrupted", sum(description["interrupted"] for _, description in made), None),
                 ("missing", len(missing), missing), ("doubled", len(doubled), doubled), ("of no request", len(foreign), foreign),
                 ("damaged", len(damaged), damaged), ("left over", len(debris), debris), ("findings of e2fsck", len(found), found)]

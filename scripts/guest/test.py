@@ -89,6 +89,7 @@ def main():
     parser.add_argument("--faults", choices=("short", "all", "none"), default="short")
     parser.add_argument("--seed", type=int, default=None)
     parser.add_argument("--no-event", action="store_true")
+    parser.add_argument("--young", action="store_true")
     options = parser.parse_args()
     seed = options.seed if options.seed is not None else random.SystemRandom().randrange(1 << 32)
     bench = Bench(options.images, options.programs, options.directory)
@@ -107,7 +108,7 @@ def main():
         events.show("Faults", ("fault", "what the event says", "back after"), rows, inflicted.findings)
     if options.cuts:
         bench.new_disk()
-        cut = cuts.Cuts(bench, random.Random(seed))
+        cut = cuts.Cuts(bench, random.Random(seed), options.young)
         made = cut.run(options.cuts, options.minutes)
         rows = [(name, f"{value} {', '.join(examples[:5])}" if examples else value) for name, value, examples in made]
         wrong += cut.findings

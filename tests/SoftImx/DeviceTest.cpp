@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,26 +60,34 @@ TEST(Device, BecomesTheUnitsFormatUntilItIsPulledOut) {
   EXPECT_NEAR(At(picture, 1, 440, 180), 128, 2);
 }
 
+struct KeptBytes {
+  AccessUnitBytes bytes;
+  /// Orders who reads behind the thread that has kept them.
+  std::atomic<bool> isThere{false};
+};
+
 /// A mode that delivers one grey picture.
 FakeCamera::Mode Grey(std::uint32_t format, std::uint32_t width, std::uint32_t height, std::uint32_t fps) {
   const std::string size = ",width=" + std::to_string(width) + ",height=" + std::to_string(height);
   const std::string end = format == V4L2_PIX_FMT_MJPEG ? " ! jpegenc" : "";
-  AccessUnitBytes bytes;
+  KeptBytes kept;
   GstRun run(
       "videotestsrc name=in num-buffers=1 pattern=solid-color foreground-color=0xff646464 ! video/x-raw,format=" +
       std::string(end.empty() ? "YUY2" : "I420") + size + " ! identity" + end + " ! fakesink name=out");
   const auto pad = GstRef<GstPad>::Adopt(gst_element_get_static_pad(run.Get("out"), "sink"));
   const auto keep = [](GstPad*, GstPadProbeInfo* info, gpointer to) {
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-    auto& kept = *static_cast<AccessUnitBytes*>(to);
-    kept.resize(gst_buffer_get_size(buffer));
-    gst_buffer_extract(buffer, 0, kept.data(), kept.size());
+    auto& [bytes, isThere] = *static_cast<KeptBytes*>(to);
+    bytes.resize(gst_buffer_get_size(buffer));
+    gst_buffer_extract(buffer, 0, bytes.data(), bytes.size());
+    isThere = true;
     return GST_PAD_PROBE_OK;
   };
-  gst_pad_add_probe(pad.Get(), GST_PAD_PROBE_TYPE_BUFFER, keep, &bytes, nullptr);
+  gst_pad_add_probe(pad.Get(), GST_PAD_PROBE_TYPE_BUFFER, keep, &kept, nullptr);
   run.Play();
   run.WaitForEnd();
-  return {format, width, height, fps, {bytes}};
+  EXPECT_TRUE(kept.isThere);
+  return {format, width, height, fps, {kept.bytes}};
 }
 
 // Catches a camera that is led in a slow raw mode where it has a fast one, pictures in JPEG's full range, and a choice
