@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <random>
@@ -77,7 +79,9 @@ std::string BuildEventDirName(const EventDescription& event) {
 }
 
 std::string NewEventId() {
-  return fmt::format("{:08x}", std::random_device()());
+  // A unit that has just started may have nothing random yet, and draw what it drew at the start before.
+  const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+  return fmt::format("{:08x}", std::random_device()() ^ static_cast<std::uint32_t>(now));
 }
 
 std::string BuildEventId(std::string_view text) {

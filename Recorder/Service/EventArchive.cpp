@@ -86,8 +86,7 @@ bool EventArchive::Open(std::string& problem) {
   TakeIdentity();
   if (const auto viewers = Ksystem::SysUtil::FindGroup(m_settings.viewersGroup)) m_store.ShareWith(*viewers);
   if (!m_store.Open(problem)) return false;
-  const bool isThere = Kdir(m_settings.workDir).Create();
-  if (!isThere || ::access(m_settings.workDir.c_str(), W_OK | X_OK) != 0) {
+  if (!Kdir(m_settings.workDir).Create() || ::access(m_settings.workDir.c_str(), W_OK | X_OK) != 0) {
     problem = "storage.workDir: nothing can be written into \"" + m_settings.workDir +
               "\"; give a directory that can be created or written to";
     return false;
@@ -99,6 +98,9 @@ bool EventArchive::Open(std::string& problem) {
   m_workingDisk.TakeLeft(known, waiting);
   TakeWaiting(std::move(waiting));
   TakeWaiting(FindSecured());
+  for (const auto& id : known) m_ids.Take(id);
+  for (const auto& event : m_waiting) m_ids.Take(event.noteId);
+  for (const auto& note : m_notes.Read()) m_ids.Take(note.request.id);
   Maintain();
   return true;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "EventStore/DirectoryLock.h"
+#include "EventStore/EventIds.h"
 #include "EventStore/EventStore.h"
 #include "EventStore/Identity.h"
 #include "EventStore/RequestNotes.h"
@@ -45,6 +46,8 @@ class EventArchive {
   }
   /// Notes down the time that those announced have by now. To be called when the receiver's has become known.
   void PlaceAnnounced();
+  /// The id of an event that is about to be ordered, which no event has that is saved, waits or was announced.
+  [[nodiscard]] std::string NewId() { return m_ids.New(); }
   /// There will be no event of that id.
   void Withdraw(const std::string& id) { m_notes.Remove(id); }
 
@@ -98,6 +101,7 @@ class EventArchive {
   const WorkingDisk m_workingDisk;
   EventStore::EventStore m_store;
   EventStore::RequestNotes m_notes;
+  EventStore::EventIds m_ids;
   /// Set by Open; empty when there is none, and why.
   std::optional<EventStore::Identity> m_identity;
   std::string m_unsigned;

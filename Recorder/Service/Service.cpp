@@ -196,9 +196,9 @@ void Service::End() {
 }
 
 /// An event of now, as the settings have it.
-EventOrder Service::MakeOrder() const {
+EventOrder Service::MakeOrder() {
   EventOrder order;
-  order.id = EventStore::NewEventId();
+  order.id = m_archive.NewId();
   order.beforeSeconds = -m_settings.events.startSeconds;
   order.durationSeconds = m_settings.events.durationSeconds;
   order.withPreview = m_settings.events.withPreview;

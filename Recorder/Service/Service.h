@@ -67,7 +67,7 @@ class Service final : public ControlHandler {
 
   /// Puts the event in the queue. Empty, or one sentence why not; `done` is then not called.
   std::string Order(EventOrder order);
-  [[nodiscard]] EventOrder MakeOrder() const;
+  [[nodiscard]] EventOrder MakeOrder();
   void OrderByTrigger(const std::string& reason);
   void Post(Task task);
   void RunTasks();
