@@ -5,8 +5,8 @@ import time
 
 import events
 
-# How old a request must be, in the guest's time, for its event to outlive a cut without warning: what is copied ahead is synced
-# every two seconds, and what the rings held at the request takes a second of copying.
+# How old a request must be, in the guest's time, for its event to outlive a cut without warning. What is copied ahead is synced
+# soon behind the request and then every two seconds; what the rings held takes a second of copying on a slow disk.
 SAFE_SECONDS = 5.0
 # Shares of the cuts that fall into the first seconds of a start: into the recovery, mostly.
 EARLY = 0.3
