@@ -16,8 +16,10 @@ namespace Tavi::EventStore {
 /// nothing. Thread-safe.
 class EventIds {
  public:
-  /// `draw`: a random id, which may be one that is taken.
-  explicit EventIds(std::function<std::string()> draw = NewEventId) : m_draw(std::move(draw)) {}
+  /// Gives a random id, which may be one that is taken.
+  using Draw = std::function<std::string()>;
+
+  explicit EventIds(Draw draw = NewEventId) : m_draw(std::move(draw)) {}
 
   /// An event has it.
   void Take(const std::string& id);
@@ -25,7 +27,7 @@ class EventIds {
   [[nodiscard]] std::string New();
 
  private:
-  const std::function<std::string()> m_draw;
+  const Draw m_draw;
   std::mutex m_mutex;
   std::set<std::string> m_taken;
 };

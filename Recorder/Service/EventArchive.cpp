@@ -45,13 +45,14 @@ void RemoveCompanions(const std::vector<EventStore::SourceFile>& sources) {
 
 }  // namespace
 
-EventArchive::EventArchive(const StorageSettings& settings, const TimeOfDay& timeOfDay)
+EventArchive::EventArchive(const StorageSettings& settings, const TimeOfDay& timeOfDay, EventStore::EventIds::Draw draw)
     : m_settings(settings),
       m_timeOfDay(timeOfDay),
       m_workingDisk(m_settings),
       m_store(fs::path(settings.eventsDir).parent_path().string(),
               {settings.maxBytes, static_cast<std::uint32_t>(settings.maxEvents), settings.minFreeBytes}),
-      m_notes(fs::path(settings.eventsDir).parent_path().string()) {}
+      m_notes(fs::path(settings.eventsDir).parent_path().string()),
+      m_ids(std::move(draw)) {}
 
 /// Events that nobody can sign are better than none; status says so, and each of them.
 void EventArchive::TakeIdentity() {
@@ -308,6 +309,7 @@ bool EventArchive::TrySave(WaitingEvent& waiting, EventResult& result) {
   result.isSaved = saved == SaveResult::Saved;
   result.files = waiting.event.files.size();
   if (!result.isSaved) return false;
+  m_ids.Take(result.id);
   ++m_saved;
   if (waiting.dir.empty()) {
     RemoveCompanions(waiting.sources);

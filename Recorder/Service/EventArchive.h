@@ -30,7 +30,8 @@ namespace Tavi::Recorder {
 class EventArchive {
  public:
   /// Borrows `timeOfDay`.
-  EventArchive(const StorageSettings& settings, const TimeOfDay& timeOfDay);
+  EventArchive(const StorageSettings& settings, const TimeOfDay& timeOfDay,
+               EventStore::EventIds::Draw draw = EventStore::NewEventId);
 
   /// Takes all directories for this process. False, with one sentence in `problem`, when one cannot be had.
   [[nodiscard]] bool Open(std::string& problem);

@@ -2,7 +2,6 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include "EventStore/EventIds.h"
 #include "EventStore/StoreFixture.h"
 
 namespace Tavi::EventStore {
@@ -119,16 +118,6 @@ TEST_F(CommitTest, AnIdThatIsNoneOrTakenIsReplaced) {
   }
   EXPECT_EQ(dirs.size(), 5U);
   EXPECT_TRUE(dirs.contains(m_events + "/" + Name));
-}
-
-// Two events of one id, where a unit draws the same numbers after each start: who asked for the second finds the first,
-// and what an interruption leaves of the second is taken for what is left of the first.
-TEST(EventIds, WhatAnEventHasIsNotGivenToAnother) {
-  std::vector<std::string> drawn{"9f3ca1b2", "00000001", "9f3ca1b2", "00000001", "00000002"};
-  EventIds ids([at = drawn.begin()]() mutable { return *at++; });
-  ids.Take("9f3ca1b2");
-  EXPECT_EQ(ids.New(), "00000001");
-  EXPECT_EQ(ids.New(), "00000002");
 }
 
 // Two writers in one directory; a clean-up that takes what is not the store's, or what somebody has protected.

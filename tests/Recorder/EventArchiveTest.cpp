@@ -177,6 +177,18 @@ TEST_F(EventArchiveTest, WhatIsToBeKeptIsNeverGivenUp) {
   EXPECT_FALSE(Save(*archive, "0000000a", false).isWaiting) << "it gave way at once, and is not promised to anybody";
 }
 
+// A request that is told the id of another event, where a unit draws the same numbers after each start: of one that an
+// earlier process has saved, of one that a cut has left nothing of but its note, of one that this process has saved.
+TEST_F(EventArchiveTest, NoRequestIsToldTheIdOfAnotherEvent) {
+  Save(*Start(), "00000001", false);
+  Start()->Announce(Describe("00000002"), false);
+  EventArchive archive(m_settings, m_timeOfDay, [at = 0]() mutable { return "0000000" + std::to_string(++at); });
+  std::string problem;
+  ASSERT_TRUE(archive.Open(problem)) << problem;
+  Save(archive, "00000003", false);
+  EXPECT_EQ(archive.NewId(), "00000004");
+}
+
 // One event that becomes two, by each way that a death at some instant was found to lead there.
 TEST_F(EventArchiveTest, NothingIsThereTwice) {
   const std::string id = "0a1b2c3d";
